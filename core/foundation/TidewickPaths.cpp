@@ -1,0 +1,118 @@
+#include "foundation/TidewickPaths.h"
+
+#include "foundation/File.h"
+#include "foundation/SystemError.h"
+#include "foundation/Text.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <pwd.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tidewick {
+
+std::uint64_t fnv1a64(std::string_view bytes) {
+    std::uint64_t hash = 0xcbf29ce484222325ULL;
+    for (unsigned char c : bytes) {
+        hash ^= c;
+        hash *= 0x100000001b3ULL;
+    }
+    return hash;
+}
+
+std::string TidewickPaths::userHome() {
+    if (const char* home = std::getenv("HOME"); home && *home)
+        return home;
+    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir)
+        return entry->pw_dir;
+    return "/";
+}
+
+TidewickPaths TidewickPaths::forCurrentUser() {
+    if (const char* home = std::getenv("TIDEWICK_HOME"))
+        return TidewickPaths(home);
+    return TidewickPaths(userHome());
+}
+
+std::string TidewickPaths::appSupport() const {
+    return File::join(home_, "Library/Application Support/Tidewick");
+}
+std::string TidewickPaths::binDirectory() const { return File::join(appSupport(), "bin"); }
+std::string TidewickPaths::helperPath() const { return File::join(binDirectory(), "tidewick-hook"); }
+std::string TidewickPaths::backupsDirectory() const { return File::join(appSupport(), "Backups"); }
+std::string TidewickPaths::secretFile() const { return File::join(appSupport(), "secret"); }
+std::string TidewickPaths::settingsFile() const { return File::join(appSupport(), "settings.json"); }
+std::string TidewickPaths::sessionsFile() const { return File::join(appSupport(), "sessions.json"); }
+std::string TidewickPaths::activityFile() const { return File::join(appSupport(), "activity.jsonl"); }
+std::string TidewickPaths::connectionsFile() const {
+    return File::join(appSupport(), "connections.json");
+}
+std::string TidewickPaths::claudeLimitsFile() const {
+    return File::join(appSupport(), "claude-limits.json");
+}
+
+std::string TidewickPaths::socketPath() const {
+    std::string candidate = File::join(appSupport(), "tidewick.sock");
+    if (candidate.size() <= 100)
+        return candidate;
+    // A deep home would overflow sockaddr_un; both sides derive the same short name.
+    char name[64];
+    std::snprintf(name, sizeof name, "/tmp/tw-%u-%llx.sock", static_cast<unsigned>(getuid()),
+                  static_cast<unsigned long long>(fnv1a64(appSupport())));
+    return name;
+}
+
+std::string TidewickPaths::controlSocketPath() const {
+    std::string candidate = File::join(appSupport(), "control.sock");
+    if (candidate.size() <= 100)
+        return candidate;
+    char name[64];
+    std::snprintf(name, sizeof name, "/tmp/tw-%u-%llx.control.sock",
+                  static_cast<unsigned>(getuid()),
+                  static_cast<unsigned long long>(fnv1a64(appSupport())));
+    return name;
+}
+
+void TidewickPaths::ensureDirectories() const {
+    File::makeDirectories(appSupport(), 0700);
+    File::makeDirectories(binDirectory(), 0700);
+    File::makeDirectories(backupsDirectory(), 0700);
+    if (::chmod(appSupport().c_str(), 0700) != 0)
+        throw SystemError("chmod", appSupport(), errno);
+}
+
+std::string TidewickPaths::loadOrCreateSecret() const {
+    try {
+        std::string existing(Text::trimmed(File::read(secretFile())));
+        if (Text::characterCount(existing) >= 32)
+            return existing;
+    } catch (const SystemError&) {
+        // Missing or unreadable: make a new one below.
+    }
+    ensureDirectories();
+    unsigned char bytes[32];
+    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes))
+        throw SystemError("getrandom", secretFile(), errno ? errno : EIO);
+    static constexpr char hex[] = "0123456789abcdef";
+    std::string secret;
+    for (unsigned char b : bytes) {
+        secret.push_back(hex[b >> 4]);
+        secret.push_back(hex[b & 0xF]);
+    }
+    File::writeAtomically(secretFile(), secret, 0600);
+    if (::chmod(secretFile().c_str(), 0600) != 0)
+        throw SystemError("chmod", secretFile(), errno);
+    return secret;
+}
+
+std::string TidewickPaths::readSecret() const {
+    std::string secret(Text::trimmed(File::read(secretFile())));
+    if (Text::characterCount(secret) < 32)
+        throw CorruptSecret("The secret file " + secretFile() + " is damaged.");
+    return secret;
+}
+
+} // namespace tidewick

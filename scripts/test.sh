@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Sets everything up and runs the whole test suite: every test under
+# AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests also
+# under ThreadSanitizer. Exits non-zero when any test fails.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+jobs=$(nproc)
+
+cmake --preset dev >/dev/null
+cmake --build --preset dev -j"$jobs"
+ctest --preset dev -j"$jobs"
+
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j"$jobs"
+ctest --preset tsan -j"$jobs"
