@@ -6,13 +6,64 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <limits.h>
 #include <pwd.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utf8proc.h>
 
 namespace tidewick {
+
+namespace {
+
+// The secret is text: bytes that are not UTF-8 make the file as unusable as a short one.
+bool isUTF8(std::string_view text) {
+    size_t pos = 0;
+    while (pos < text.size()) {
+        if (static_cast<unsigned char>(text[pos]) < 0x80) {
+            ++pos;
+            continue;
+        }
+        utf8proc_int32_t cp = -1;
+        auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + pos),
+                                       static_cast<utf8proc_ssize_t>(text.size() - pos), &cp);
+        if (length <= 0)
+            return false;
+        pos += static_cast<size_t>(length);
+    }
+    return true;
+}
+
+// The trimmed content of the secret file when it is a usable secret, else
+// nothing. A failed read is thrown as it is.
+std::optional<std::string> usableSecret(const std::string& path) {
+    std::string content = File::read(path);
+    if (!isUTF8(content))
+        return std::nullopt;
+    std::string secret(Text::trimmed(content));
+    if (Text::characterCount(secret) < 32)
+        return std::nullopt;
+    return secret;
+}
+
+} // namespace
+
+TidewickPaths::TidewickPaths(std::string home) : home_(std::move(home)) {
+    if (!home_.empty() && home_.front() != '/') {
+        char cwd[PATH_MAX];
+        if (::getcwd(cwd, sizeof cwd))
+            home_ = File::join(cwd, home_);
+    } else if (home_.empty()) {
+        char cwd[PATH_MAX];
+        if (::getcwd(cwd, sizeof cwd))
+            home_ = cwd;
+    }
+    while (home_.size() > 1 && home_.back() == '/')
+        home_.pop_back();
+}
 
 std::uint64_t fnv1a64(std::string_view bytes) {
     std::uint64_t hash = 0xcbf29ce484222325ULL;
@@ -40,13 +91,27 @@ TidewickPaths TidewickPaths::forCurrentUser() {
 std::string TidewickPaths::appSupport() const {
     return File::join(home_, "Library/Application Support/Tidewick");
 }
-std::string TidewickPaths::binDirectory() const { return File::join(appSupport(), "bin"); }
-std::string TidewickPaths::helperPath() const { return File::join(binDirectory(), "tidewick-hook"); }
-std::string TidewickPaths::backupsDirectory() const { return File::join(appSupport(), "Backups"); }
-std::string TidewickPaths::secretFile() const { return File::join(appSupport(), "secret"); }
-std::string TidewickPaths::settingsFile() const { return File::join(appSupport(), "settings.json"); }
-std::string TidewickPaths::sessionsFile() const { return File::join(appSupport(), "sessions.json"); }
-std::string TidewickPaths::activityFile() const { return File::join(appSupport(), "activity.jsonl"); }
+std::string TidewickPaths::binDirectory() const {
+    return File::join(appSupport(), "bin");
+}
+std::string TidewickPaths::helperPath() const {
+    return File::join(binDirectory(), "tidewick-hook");
+}
+std::string TidewickPaths::backupsDirectory() const {
+    return File::join(appSupport(), "Backups");
+}
+std::string TidewickPaths::secretFile() const {
+    return File::join(appSupport(), "secret");
+}
+std::string TidewickPaths::settingsFile() const {
+    return File::join(appSupport(), "settings.json");
+}
+std::string TidewickPaths::sessionsFile() const {
+    return File::join(appSupport(), "sessions.json");
+}
+std::string TidewickPaths::activityFile() const {
+    return File::join(appSupport(), "activity.jsonl");
+}
 std::string TidewickPaths::connectionsFile() const {
     return File::join(appSupport(), "connections.json");
 }
@@ -86,16 +151,22 @@ void TidewickPaths::ensureDirectories() const {
 
 std::string TidewickPaths::loadOrCreateSecret() const {
     try {
-        std::string existing(Text::trimmed(File::read(secretFile())));
-        if (Text::characterCount(existing) >= 32)
-            return existing;
+        if (auto existing = usableSecret(secretFile()))
+            return *existing;
     } catch (const SystemError&) {
         // Missing or unreadable: make a new one below.
     }
     ensureDirectories();
     unsigned char bytes[32];
-    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes))
-        throw SystemError("getrandom", secretFile(), errno ? errno : EIO);
+    size_t filled = 0;
+    while (filled < sizeof bytes) {
+        ssize_t got = ::getrandom(bytes + filled, sizeof bytes - filled, 0);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            throw SystemError("getrandom", secretFile(), got < 0 ? errno : EIO);
+        filled += static_cast<size_t>(got);
+    }
     static constexpr char hex[] = "0123456789abcdef";
     std::string secret;
     for (unsigned char b : bytes) {
@@ -109,10 +180,10 @@ std::string TidewickPaths::loadOrCreateSecret() const {
 }
 
 std::string TidewickPaths::readSecret() const {
-    std::string secret(Text::trimmed(File::read(secretFile())));
-    if (Text::characterCount(secret) < 32)
-        throw CorruptSecret("The secret file " + secretFile() + " is damaged.");
-    return secret;
+    auto secret = usableSecret(secretFile());
+    if (!secret)
+        throw CorruptSecret("Tidewick's secret file " + secretFile() + " is damaged.");
+    return *secret;
 }
 
 } // namespace tidewick

@@ -18,8 +18,10 @@ public:
         using std::runtime_error::runtime_error;
     };
 
-    /// Everything lives under `home` (a directory path).
-    explicit TidewickPaths(std::string home) : home_(std::move(home)) {}
+    /// Everything lives under `home` (a directory path). A relative `home` is
+    /// taken against the current directory and trailing slashes are dropped,
+    /// so the hook command and the application derive the same socket path.
+    explicit TidewickPaths(std::string home);
 
     /// The paths for this process: $TIDEWICK_HOME when it is set (even empty),
     /// else $HOME, else the password database's home directory.
@@ -50,12 +52,14 @@ public:
     void ensureDirectories() const;
 
     /// The existing secret when it has at least 32 characters, else a fresh
-    /// one (32 random bytes as 64 hex digits) written atomically with mode 0600.
+    /// one (32 random bytes as 64 lowercase hex digits, no line feed) written
+    /// atomically with mode 0600. An existing secret is never rotated.
     /// Throws SystemError.
     [[nodiscard]] std::string loadOrCreateSecret() const;
 
     /// The trimmed secret. Throws SystemError when the file cannot be read and
-    /// CorruptSecret when it holds fewer than 32 characters. Creates nothing.
+    /// CorruptSecret when it is not UTF-8 or holds fewer than 32 characters.
+    /// Creates nothing.
     [[nodiscard]] std::string readSecret() const;
 
 private:

@@ -1,0 +1,172 @@
+#include "foundation/TidewickPaths.h"
+
+#include "foundation/File.h"
+#include "foundation/SystemError.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tidewick {
+namespace {
+
+class TemporaryHome {
+public:
+    TemporaryHome() {
+        char pattern[] = "/tmp/tw-paths-XXXXXX";
+        path_ = ::mkdtemp(pattern);
+    }
+    ~TemporaryHome() { std::filesystem::remove_all(path_); }
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+mode_t modeOf(const std::string& path) {
+    struct stat info {};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return info.st_mode & 07777;
+}
+
+std::string hex(std::uint64_t value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%llx", static_cast<unsigned long long>(value));
+    return text;
+}
+
+TEST(TidewickPaths, LocationsHangOffTheApplicationDirectory) {
+    TidewickPaths paths("/Users/a");
+    const std::string app = "/Users/a/Library/Application Support/Tidewick";
+    EXPECT_EQ(paths.appSupport(), app);
+    EXPECT_EQ(paths.socketPath(), app + "/tidewick.sock");
+    EXPECT_EQ(paths.binDirectory(), app + "/bin");
+    EXPECT_EQ(paths.helperPath(), app + "/bin/tidewick-hook");
+    EXPECT_EQ(paths.backupsDirectory(), app + "/Backups");
+    EXPECT_EQ(paths.secretFile(), app + "/secret");
+    EXPECT_EQ(paths.settingsFile(), app + "/settings.json");
+    EXPECT_EQ(paths.sessionsFile(), app + "/sessions.json");
+    EXPECT_EQ(paths.activityFile(), app + "/activity.jsonl");
+    EXPECT_EQ(paths.connectionsFile(), app + "/connections.json");
+    EXPECT_EQ(paths.claudeLimitsFile(), app + "/claude-limits.json");
+
+    // The hook command and the application may spell the same home differently.
+    EXPECT_EQ(TidewickPaths("/Users/a/").socketPath(), paths.socketPath());
+    EXPECT_EQ(TidewickPaths("/Users/a//").appSupport(), app);
+    char cwd[4096];
+    ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
+    EXPECT_EQ(TidewickPaths("rel").home(), std::string(cwd) + "/rel");
+}
+
+TEST(TidewickPaths, SocketMovesToTmpOnlyPastOneHundredBytes) {
+    // Published FNV-1a 64-bit test vectors.
+    EXPECT_EQ(fnv1a64(""), 0xcbf29ce484222325ULL);
+    EXPECT_EQ(fnv1a64("a"), 0xaf63dc4c8601ec8cULL);
+    EXPECT_EQ(fnv1a64("foobar"), 0x85944171f73967e8ULL);
+
+    const std::string suffix = "/Library/Application Support/Tidewick/tidewick.sock";
+    const std::string fits = "/" + std::string(100 - suffix.size() - 1, 'h');
+    ASSERT_EQ((fits + suffix).size(), 100u);
+    EXPECT_EQ(TidewickPaths(fits).socketPath(), fits + suffix);
+
+    const std::string deep = fits + "x";
+    TidewickPaths deepPaths(deep);
+    ASSERT_EQ((deep + suffix).size(), 101u);
+    const std::string expected = "/tmp/tw-" + std::to_string(getuid()) + "-" +
+                                 hex(fnv1a64(deep + "/Library/Application Support/Tidewick")) +
+                                 ".sock";
+    EXPECT_EQ(deepPaths.socketPath(), expected);
+    // Computed independently, the two sides agree; another home gets another socket.
+    EXPECT_EQ(TidewickPaths(deep + "/").socketPath(), expected);
+    EXPECT_NE(TidewickPaths(fits + "y").socketPath(), expected);
+    // Multi-byte characters count by their UTF-8 bytes, not as characters.
+    const std::string accented = "/" + std::string(46, 'h') + "\xC3\xA9"; // 49 bytes, 48 characters
+    EXPECT_EQ(TidewickPaths(accented).socketPath(), accented + suffix);
+    EXPECT_EQ(TidewickPaths(accented + "\xC3\xA9").socketPath().rfind("/tmp/tw-", 0), 0u);
+}
+
+TEST(TidewickPaths, SecretIsCreatedOnceWithOwnerOnlyPermissions) {
+    TemporaryHome home;
+    TidewickPaths paths(home.path());
+    ::umask(022);
+
+    EXPECT_THROW((void)paths.readSecret(), SystemError);
+    EXPECT_FALSE(File::exists(paths.appSupport())) << "readSecret must create nothing";
+
+    std::string secret = paths.loadOrCreateSecret();
+    ASSERT_EQ(secret.size(), 64u);
+    EXPECT_EQ(secret.find_first_not_of("0123456789abcdef"), std::string::npos) << secret;
+    EXPECT_EQ(File::read(paths.secretFile()), secret) << "no line terminator";
+    EXPECT_EQ(modeOf(paths.secretFile()), 0600);
+    EXPECT_EQ(modeOf(paths.appSupport()), 0700);
+    EXPECT_EQ(modeOf(paths.binDirectory()), 0700);
+    EXPECT_EQ(modeOf(paths.backupsDirectory()), 0700);
+
+    EXPECT_EQ(paths.loadOrCreateSecret(), secret) << "an existing secret is kept";
+    EXPECT_EQ(paths.readSecret(), secret);
+    EXPECT_NE(TidewickPaths(home.path() + "/other").loadOrCreateSecret(), secret);
+}
+
+TEST(TidewickPaths, SecretFileContentsAreCheckedAndReplacedWhenDamaged) {
+    TemporaryHome home;
+    TidewickPaths paths(home.path());
+    paths.ensureDirectories();
+
+    const std::string forty(40, 'k');
+    File::writeAtomically(paths.secretFile(), " " + forty + "\n", 0600);
+    EXPECT_EQ(paths.readSecret(), forty);
+    EXPECT_EQ(paths.loadOrCreateSecret(), forty);
+
+    File::writeAtomically(paths.secretFile(), std::string(31, 'k') + "\n", 0644);
+    EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
+    std::string fresh = paths.loadOrCreateSecret();
+    EXPECT_EQ(fresh.size(), 64u);
+    EXPECT_EQ(paths.readSecret(), fresh);
+    EXPECT_EQ(modeOf(paths.secretFile()), 0600);
+
+    // 32 characters are enough even when they take more bytes; bytes that are
+    // not UTF-8 are not a secret at all.
+    std::string wide;
+    for (int i = 0; i < 32; ++i)
+        wide += "\xC3\xA9";
+    File::writeAtomically(paths.secretFile(), wide, 0600);
+    EXPECT_EQ(paths.readSecret(), wide);
+    File::writeAtomically(paths.secretFile(), std::string(40, 'k') + "\xFF", 0600);
+    EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
+    EXPECT_EQ(paths.loadOrCreateSecret().size(), 64u);
+}
+
+TEST(TidewickPaths, EnsureDirectoriesNarrowsAnExistingApplicationDirectory) {
+    TemporaryHome home;
+    TidewickPaths paths(home.path());
+    File::makeDirectories(paths.appSupport(), 0755);
+    ASSERT_EQ(modeOf(paths.appSupport()), 0755);
+    paths.ensureDirectories();
+    EXPECT_EQ(modeOf(paths.appSupport()), 0700);
+    EXPECT_EQ(modeOf(paths.backupsDirectory()), 0700);
+
+    // A file where a directory belongs is reported, naming the call.
+    TemporaryHome blocked;
+    File::writeAtomically(blocked.path() + "/Library", "x", 0600);
+    try {
+        TidewickPaths(blocked.path()).ensureDirectories();
+        FAIL() << "expected a SystemError";
+    } catch (const SystemError& error) {
+        EXPECT_EQ(error.code(), ENOTDIR) << error.what();
+    }
+}
+
+TEST(TidewickPaths, ForCurrentUserHonoursTidewickHome) {
+    ::setenv("TIDEWICK_HOME", "/srv/tw-home", 1);
+    EXPECT_EQ(TidewickPaths::forCurrentUser().home(), "/srv/tw-home");
+    ::unsetenv("TIDEWICK_HOME");
+    EXPECT_EQ(TidewickPaths::forCurrentUser().home(),
+              TidewickPaths(TidewickPaths::userHome()).home());
+}
+
+} // namespace
+} // namespace tidewick
