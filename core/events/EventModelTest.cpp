@@ -1,0 +1,56 @@
+#include "events/AgentKind.h"
+#include "events/Decision.h"
+#include "events/HookOutput.h"
+#include "events/Payload.h"
+#include "events/SessionStatus.h"
+
+#include <gtest/gtest.h>
+
+namespace tidewick {
+namespace {
+
+TEST(EventModel, AgentKindsRoundTripTheirRawValues) {
+    for (AgentKind kind : allAgentKinds)
+        EXPECT_EQ(agentKindFromRaw(rawValue(kind)), kind);
+    EXPECT_EQ(agentKindFromRaw("claude-code"), std::nullopt);
+    EXPECT_EQ(agentKindFromRaw(""), std::nullopt);
+    EXPECT_EQ(agentKindFromRaw("Claude"), std::nullopt);
+    EXPECT_EQ(displayName(*agentKindFromRaw("antigravity")), "Antigravity");
+    EXPECT_EQ(displayName(AgentKind::claude), "Claude Code");
+}
+
+TEST(EventModel, OnlyPermissionAndReplyStatusesNeedTheUser) {
+    EXPECT_FALSE(needsYou(SessionStatus::idle));
+    EXPECT_TRUE(needsYou(SessionStatus::waitingReply));
+    EXPECT_TRUE(needsYou(SessionStatus::needsPermission));
+    EXPECT_EQ(label(SessionStatus::waitingReply), "Waiting for reply");
+}
+
+TEST(EventModel, PayloadLookupsTreatMistypedValuesAsAbsent) {
+    Payload payload(JSONValue::parse(
+        R"({"empty":"","five":5,"yes":true,"text":"t","list":[1],"dict":{"a":1},"half":1.5})"));
+    EXPECT_EQ(payload.string("empty"), std::nullopt);
+    EXPECT_EQ(payload.string("five"), std::nullopt);
+    EXPECT_EQ(payload.integer("five"), 5);
+    EXPECT_EQ(payload.integer("text"), std::nullopt);
+    EXPECT_EQ(payload.boolean("yes"), true);
+    EXPECT_EQ(payload.boolean("five"), std::nullopt);
+    EXPECT_EQ(payload.dict("list"), nullptr);
+    EXPECT_NE(payload.dict("dict"), nullptr);
+    EXPECT_EQ(payload.array("dict"), nullptr);
+    EXPECT_EQ(payload.array("list")->size(), 1u);
+    EXPECT_EQ(payload.string("missing"), std::nullopt);
+    // Anything but an object counts as an empty payload.
+    EXPECT_EQ(Payload(JSONValue::parse("[1]")).raw(), JSONValue(JSONValue::Object{}));
+}
+
+TEST(EventModel, DecisionsCompareCaseAndPayload) {
+    EXPECT_NE(Decision::deny(), Decision::deny("no"));
+    EXPECT_EQ(Decision::deny("no"), Decision::deny("no"));
+    EXPECT_NE(Decision::letStop(), Decision::timeout());
+    EXPECT_EQ(Decision::reply("hi").text(), "hi");
+    EXPECT_EQ(HookOutput::silent(), (HookOutput{"", 0}));
+}
+
+} // namespace
+} // namespace tidewick
