@@ -1,0 +1,182 @@
+#include "sessions/DecisionBroker.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace tidewick;
+using namespace std::chrono_literals;
+
+namespace {
+
+// Polls until `id` has a waiter; the broker gives no other signal that a thread is inside wait().
+void awaitWaiter(const DecisionBroker& broker, const UUID& id) {
+    while (!broker.isWaiting(id))
+        std::this_thread::sleep_for(1ms);
+}
+
+using Result = DecisionBroker::Result;
+
+} // namespace
+
+TEST(DecisionBrokerTest, FirstDecisionWinsAndLaterOnesAreRefused) {
+    DecisionBroker broker;
+    const UUID id = UUID::random();
+    EXPECT_FALSE(broker.isWaiting(id));
+    EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "nobody waits yet";
+
+    auto waiting = std::async(std::launch::async, [&] { return broker.wait(id, 30, nullptr); });
+    awaitWaiter(broker, id);
+    EXPECT_TRUE(broker.resolve(id, Decision::deny("not now")));
+    EXPECT_FALSE(broker.resolve(id, Decision::allow()));
+    EXPECT_EQ(waiting.get(), Result::decided(Decision::deny("not now")));
+    EXPECT_FALSE(broker.isWaiting(id));
+    EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "the waiter has left";
+}
+
+TEST(DecisionBrokerTest, TimesOutAndRefusesLateDecisions) {
+    DecisionBroker broker;
+    const UUID id = UUID::random();
+    int probes = 0;
+    const auto started = std::chrono::steady_clock::now();
+    Result result = broker.wait(id, 0.3, [&] {
+        ++probes;
+        return false;
+    });
+    const auto elapsed = std::chrono::steady_clock::now() - started;
+    EXPECT_EQ(result, Result::timedOut());
+    EXPECT_GE(elapsed, 300ms);
+    EXPECT_LT(elapsed, 5s);
+    EXPECT_GE(probes, 1) << "the client is asked about between slices";
+    EXPECT_FALSE(broker.isWaiting(id));
+    EXPECT_FALSE(broker.resolve(id, Decision::allow()));
+}
+
+TEST(DecisionBrokerTest, NonPositiveTimeoutReturnsAtOnceWithoutProbing) {
+    DecisionBroker broker;
+    const UUID id = UUID::random();
+    bool probed = false;
+    auto probe = [&] {
+        probed = true;
+        return true;
+    };
+    EXPECT_EQ(broker.wait(id, 0, probe), Result::timedOut());
+    EXPECT_EQ(broker.wait(id, -5, probe), Result::timedOut());
+    EXPECT_EQ(broker.wait(id, std::nan(""), probe), Result::timedOut());
+    EXPECT_FALSE(probed);
+    EXPECT_FALSE(broker.isWaiting(id));
+}
+
+TEST(DecisionBrokerTest, NoticesAVanishedClientWithinAboutASlice) {
+    DecisionBroker broker;
+    const UUID id = UUID::random();
+    std::atomic<bool> gone = false;
+    std::atomic<std::chrono::steady_clock::time_point> goneAt{};
+    auto waiting = std::async(std::launch::async, [&] {
+        Result result = broker.wait(id, 60, [&] { return gone.load(); });
+        return std::make_pair(result, std::chrono::steady_clock::now() - goneAt.load());
+    });
+    awaitWaiter(broker, id);
+    std::this_thread::sleep_for(100ms);
+    goneAt = std::chrono::steady_clock::now();
+    gone = true;
+    auto [result, noticedAfter] = waiting.get();
+    EXPECT_EQ(result, Result::clientGone());
+    // One slice is a quarter second; allow generously for a loaded machine.
+    EXPECT_LT(noticedAfter, 1s);
+    EXPECT_FALSE(broker.isWaiting(id));
+    EXPECT_FALSE(broker.resolve(id, Decision::allow()));
+}
+
+TEST(DecisionBrokerTest, DecisionBeatsClientGoneAndTimeoutWhenAlreadyThere) {
+    DecisionBroker broker;
+    const UUID id = UUID::random();
+    // The probe itself delivers a decision and then claims the client left: the decision
+    // that is waiting to be read must win.
+    Result result = broker.wait(id, 30, [&] {
+        EXPECT_TRUE(broker.resolve(id, Decision::reply("go on")));
+        return true;
+    });
+    EXPECT_EQ(result, Result::decided(Decision::reply("go on")));
+
+    // A decision arriving during the last slice, just before the deadline, still wins.
+    const UUID late = UUID::random();
+    auto waiting = std::async(std::launch::async, [&] { return broker.wait(late, 0.2, nullptr); });
+    awaitWaiter(broker, late);
+    const bool delivered = broker.resolve(late, Decision::letStop());
+    Result lateResult = waiting.get();
+    if (delivered)
+        EXPECT_EQ(lateResult, Result::decided(Decision::letStop()));
+    else
+        EXPECT_EQ(lateResult, Result::timedOut()) << "refused only when the waiter had given up";
+}
+
+TEST(DecisionBrokerTest, SecondWaitOnTheSameIdReplacesTheFirst) {
+    DecisionBroker broker;
+    const UUID id = UUID::random();
+    std::atomic<bool> firstGone = false;
+    auto first = std::async(std::launch::async,
+                            [&] { return broker.wait(id, 30, [&] { return firstGone.load(); }); });
+    awaitWaiter(broker, id);
+    std::this_thread::sleep_for(20ms);
+    auto second = std::async(std::launch::async, [&] { return broker.wait(id, 30, nullptr); });
+    std::this_thread::sleep_for(50ms);
+    // The first waiter leaves; it must not take the second one's entry with it.
+    firstGone = true;
+    EXPECT_EQ(first.get(), Result::clientGone());
+    awaitWaiter(broker, id);
+    EXPECT_TRUE(broker.resolve(id, Decision::allow()));
+    EXPECT_EQ(second.get(), Result::decided(Decision::allow()));
+}
+
+TEST(DecisionBrokerTest, ManyWaitersEachGetTheirOwnDecision) {
+    DecisionBroker broker;
+    constexpr int waiterCount = 64;
+    std::vector<UUID> ids;
+    for (int i = 0; i < waiterCount; ++i)
+        ids.push_back(UUID::random());
+
+    std::vector<std::future<Result>> waiters;
+    for (int i = 0; i < waiterCount; ++i)
+        waiters.push_back(std::async(
+            std::launch::async, [&, i] { return broker.wait(ids[i], 60, [] { return false; }); }));
+    for (const UUID& id : ids)
+        awaitWaiter(broker, id);
+
+    // Four resolver threads race over every id, each offering its own text; exactly one
+    // offer per id may be delivered and the waiter must receive exactly that one.
+    constexpr int resolverCount = 4;
+    std::vector<std::vector<int>> delivered(resolverCount);
+    std::vector<std::thread> resolvers;
+    for (int r = 0; r < resolverCount; ++r) {
+        resolvers.emplace_back([&, r] {
+            for (int k = 0; k < waiterCount; ++k) {
+                int i = (k * 7 + r * 13) % waiterCount;
+                if (broker.resolve(ids[i],
+                                   Decision::reply(std::to_string(i) + "/" + std::to_string(r))))
+                    delivered[r].push_back(i);
+            }
+        });
+    }
+    for (auto& thread : resolvers)
+        thread.join();
+
+    std::vector<int> winner(waiterCount, -1);
+    for (int r = 0; r < resolverCount; ++r)
+        for (int i : delivered[r]) {
+            EXPECT_EQ(winner[i], -1) << "two resolves delivered to waiter " << i;
+            winner[i] = r;
+        }
+    for (int i = 0; i < waiterCount; ++i) {
+        ASSERT_NE(winner[i], -1) << "no resolve delivered to waiter " << i;
+        EXPECT_EQ(waiters[i].get(), Result::decided(Decision::reply(std::to_string(i) + "/" +
+                                                                    std::to_string(winner[i]))));
+        EXPECT_FALSE(broker.isWaiting(ids[i]));
+    }
+}

@@ -1,0 +1,63 @@
+// Which permission requests stop the user, which are answered at once because
+// the command only reads, and which are left to the agent.
+#pragma once
+
+#include "events/AgentEvent.h"
+#include "events/AgentKind.h"
+#include "foundation/JSONValue.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewick {
+
+/// The `gating` member of the settings. A default-constructed policy is the one new
+/// settings get: every agent gated, the default safe prefixes, not paused.
+struct GatingPolicy {
+    enum class Verdict {
+        /// Hold the request for the user.
+        ask,
+        /// Answer allow at once: the command only reads.
+        allowSilently,
+        /// Give no decision; the agent carries on with its own approval flow.
+        passThrough,
+    };
+
+    /// Per agent, whether its shell-command permission requests are gated; missing means gated.
+    std::map<AgentKind, bool> gateCommands = {{AgentKind::claude, true},
+                                              {AgentKind::codex, true},
+                                              {AgentKind::cursor, true},
+                                              {AgentKind::antigravity, true}};
+    /// Command prefixes that count as read-only, compared against the lower-cased command.
+    std::vector<std::string> safePrefixes = defaultSafePrefixes();
+    /// When true nothing is held and nothing is answered.
+    bool paused = false;
+
+    /// The 33 prefixes of new settings, from "ls" to "cargo --version".
+    [[nodiscard]] static const std::vector<std::string>& defaultSafePrefixes();
+
+    /// The verdict for one incoming event. Only permission events are ever held or answered;
+    /// Claude Code's and Codex's are always held.
+    [[nodiscard]] Verdict evaluate(const AgentEvent& event) const;
+
+    /// Whether `command` plainly only reads: trimmed, at most 399 characters, free of shell
+    /// metacharacters and control characters, with none of the options that write, run or
+    /// page (also when quoted or abbreviated), and either the listing-only form of
+    /// "git branch" or a safe prefix followed by nothing or a space. Never fails: anything
+    /// doubtful is not read-only.
+    [[nodiscard]] bool isReadOnly(std::string_view command) const;
+
+    /// {"gateCommands": {raw agent: bool, ...}, "safePrefixes": [...], "paused": bool}.
+    [[nodiscard]] JSONValue toJSON() const;
+    /// The policy encoded by toJSON. Nothing when any of the three keys is missing or
+    /// mistyped (the settings then fall back to the default policy). Entries of
+    /// gateCommands for agents this version does not know are skipped.
+    [[nodiscard]] static std::optional<GatingPolicy> fromJSON(const JSONValue& value);
+
+    friend bool operator==(const GatingPolicy&, const GatingPolicy&) = default;
+};
+
+} // namespace tidewick

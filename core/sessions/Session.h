@@ -1,0 +1,89 @@
+// One agent session as the application keeps it: identity, state, held
+// requests and recent history.
+#pragma once
+
+#include "events/AgentKind.h"
+#include "events/SessionStatus.h"
+#include "foundation/Clock.h"
+#include "foundation/JSONValue.h"
+#include "sessions/PendingRequest.h"
+#include "sessions/Timeline.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tidewick {
+
+/// The identity of a session: the agent and the agent's own session identifier.
+struct SessionKey {
+    AgentKind agent = AgentKind::claude;
+    std::string sessionId;
+
+    /// {"agent": raw value, "sessionId": identifier}.
+    [[nodiscard]] JSONValue toJSON() const;
+    /// The key encoded by toJSON; nothing for an unknown agent or a missing field.
+    [[nodiscard]] static std::optional<SessionKey> fromJSON(const JSONValue& value);
+
+    friend bool operator==(const SessionKey&, const SessionKey&) = default;
+    friend auto operator<=>(const SessionKey&, const SessionKey&) = default;
+};
+
+struct Session {
+    SessionKey key;
+    /// The project folder.
+    std::optional<std::string> projectPath;
+    /// Display title.
+    std::optional<std::string> title;
+    SessionStatus status = SessionStatus::idle;
+    /// First event seen.
+    Date startedAt;
+    /// Latest event seen.
+    Date lastActivityAt;
+    std::optional<Date> endedAt;
+    /// What the agent is doing now.
+    std::optional<std::string> currentAction;
+    /// The agent's latest message.
+    std::optional<std::string> lastMessage;
+    /// The agent's local record of the session.
+    std::optional<std::string> transcriptPath;
+    std::optional<std::string> model;
+    /// The terminal or editor hosting the agent.
+    std::optional<std::string> hostApp;
+    std::optional<std::int32_t> agentPid;
+    /// When the user interrupted it.
+    std::optional<Date> interruptedAt;
+    /// When the user ended it from Tidewick.
+    std::optional<Date> endedByYouAt;
+    /// The user-message count when it was ended from Tidewick.
+    std::optional<std::int64_t> userMessagesAtEnd;
+    /// Messages sent just before it was ended.
+    std::optional<std::vector<std::string>> sentBeforeEnd;
+    /// Position reached in the transcript.
+    std::optional<std::int64_t> transcriptStep;
+    /// Requests held for the user now, oldest first.
+    std::vector<PendingRequest> pending;
+    /// Recent history, oldest first.
+    Timeline timeline;
+
+    /// The JSON object with one member per field under the field's name; absent optional
+    /// fields are left out and dates are seconds since 1970.
+    [[nodiscard]] JSONValue toJSON() const;
+    /// The session encoded by toJSON. Nothing when `key`, `status`, `startedAt`,
+    /// `lastActivityAt`, `pending` or `timeline` is missing, or when any field (or any
+    /// pending request or timeline item) has the wrong type or an unknown value.
+    [[nodiscard]] static std::optional<Session> fromJSON(const JSONValue& value);
+
+    friend bool operator==(const Session&, const Session&) = default;
+};
+
+} // namespace tidewick
+
+template <> struct std::hash<tidewick::SessionKey> {
+    std::size_t operator()(const tidewick::SessionKey& key) const noexcept {
+        return std::hash<std::string>()(key.sessionId) * 31 + static_cast<std::size_t>(key.agent);
+    }
+};

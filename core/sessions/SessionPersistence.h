@@ -1,0 +1,39 @@
+// Keeps the list of sessions across restarts in one JSON file.
+#pragma once
+
+#include "sessions/Session.h"
+
+#include <string>
+#include <vector>
+
+namespace tidewick {
+
+/// Reads and rewrites the sessions file: a JSON array of sessions, dates as seconds since
+/// 1970. Takes no lock: the caller makes sure two saves never overlap.
+class SessionPersistence {
+public:
+    /// The file at `url` (TidewickPaths::sessionsFile() in the application).
+    explicit SessionPersistence(std::string url) : url_(std::move(url)) {}
+
+    [[nodiscard]] const std::string& url() const { return url_; }
+
+    /// The sessions in the file. Any failure (missing or unreadable file, malformed JSON,
+    /// one record that does not decode) gives an empty list, reports nothing and leaves the
+    /// file as it is.
+    [[nodiscard]] std::vector<Session> load() const;
+
+    /// Replaces the file's content with `sessions`: creates the folder (0700) when missing,
+    /// writes atomically and leaves the file with mode 0600. True when written; on failure
+    /// the previous file stays in place and the next save tries again.
+    bool save(const std::vector<Session>& sessions) const;
+
+    /// The file's content for `sessions`.
+    [[nodiscard]] static std::string encode(const std::vector<Session>& sessions);
+    /// The sessions in `bytes`; nothing when the bytes are not an array of valid sessions.
+    [[nodiscard]] static std::optional<std::vector<Session>> decode(std::string_view bytes);
+
+private:
+    std::string url_;
+};
+
+} // namespace tidewick

@@ -1,0 +1,522 @@
+#include "sessions/SessionStore.h"
+
+#include "foundation/Text.h"
+
+#include <algorithm>
+#include <array>
+
+namespace tidewick {
+
+namespace {
+
+std::optional<std::string> cutText(const std::optional<std::string>& text) {
+    if (!text)
+        return std::nullopt;
+    return Text::cut(*text, SessionStore::textLimit);
+}
+
+bool nameHasAny(std::string_view name, std::initializer_list<std::string_view> parts) {
+    return std::any_of(parts.begin(), parts.end(), [name](std::string_view part) {
+        return name.find(part) != std::string_view::npos;
+    });
+}
+
+// The timeline kind of a tool call, from the agents' own tool names (Bash,
+// run_terminal_cmd, Edit, apply_patch, Read, Grep, ...). Unknown tools are plain tools.
+TimelineKind toolKind(const std::optional<std::string>& toolName) {
+    if (!toolName)
+        return TimelineKind::tool;
+    const std::string name = Text::lowercased(*toolName);
+    if (nameHasAny(name, {"bash", "shell", "terminal", "command"}) || name == "exec")
+        return TimelineKind::shell;
+    if (nameHasAny(name, {"edit", "write", "patch", "replace", "create", "delete", "notebook"}))
+        return TimelineKind::edit;
+    if (nameHasAny(name, {"read", "grep", "glob", "search", "find", "view", "list", "fetch"}) ||
+        name == "ls")
+        return TimelineKind::read;
+    return TimelineKind::tool;
+}
+
+std::string_view firstOf(const std::optional<std::string>& a, const std::optional<std::string>& b,
+                         std::string_view fallback) {
+    if (a)
+        return *a;
+    if (b)
+        return *b;
+    return fallback;
+}
+
+// Sessions that need the user come first, then the most recently active.
+bool listsBefore(const Session& a, const Session& b) {
+    bool aNeedsYou = needsYou(a.status);
+    bool bNeedsYou = needsYou(b.status);
+    if (aNeedsYou != bNeedsYou)
+        return aNeedsYou;
+    if (a.lastActivityAt != b.lastActivityAt)
+        return a.lastActivityAt > b.lastActivityAt;
+    return a.key < b.key;
+}
+
+} // namespace
+
+StoreChange StoreChange::changed(Session value) {
+    StoreChange change;
+    change.kind = Kind::session;
+    change.key = value.key;
+    change.session = std::move(value);
+    return change;
+}
+
+StoreChange StoreChange::removed(SessionKey key) {
+    StoreChange change;
+    change.kind = Kind::removed;
+    change.key = std::move(key);
+    return change;
+}
+
+StoreChange StoreChange::pendingChanged(SessionKey key, std::vector<PendingRequest> requests) {
+    StoreChange change;
+    change.kind = Kind::pending;
+    change.key = std::move(key);
+    change.pending = std::move(requests);
+    return change;
+}
+
+SessionStore::SessionStore(Clock clock) : clock_(std::move(clock)) {}
+
+void SessionStore::setOnChange(ChangeHandler handler) {
+    std::lock_guard guard(handlerLock_);
+    onChange_ = std::move(handler);
+}
+
+void SessionStore::notify(Changes changes) const {
+    if (changes.empty())
+        return;
+    ChangeHandler handler;
+    {
+        std::lock_guard guard(handlerLock_);
+        handler = onChange_;
+    }
+    if (!handler)
+        return;
+    for (const StoreChange& change : changes)
+        handler(change);
+}
+
+SessionStatus SessionStore::status(const std::vector<PendingRequest>& pending) {
+    bool permission = std::any_of(pending.begin(), pending.end(), [](const PendingRequest& r) {
+        return r.kind == PendingKind::permission;
+    });
+    return permission ? SessionStatus::needsPermission : SessionStatus::waitingReply;
+}
+
+void SessionStore::addToTimeline(Session& session, TimelineKind kind, std::string_view text,
+                                 const std::optional<std::string>& detail, Date time) const {
+    session.timeline.append(
+        TimelineItem{UUID::random(), time, kind, Text::cut(text, textLimit), cutText(detail)},
+        timelineLimit);
+}
+
+template <typename Change> void SessionStore::modify(const SessionKey& key, Change&& change) {
+    Changes changes;
+    {
+        std::lock_guard guard(lock_);
+        auto found = sessions_.find(key);
+        if (found == sessions_.end())
+            return;
+        Session& session = found->second;
+        const std::vector<PendingRequest> pendingBefore = session.pending;
+        if (!change(session))
+            return;
+        changes.push_back(StoreChange::changed(session));
+        if (session.pending != pendingBefore)
+            changes.push_back(StoreChange::pendingChanged(key, session.pending));
+    }
+    notify(std::move(changes));
+}
+
+Session SessionStore::apply(const AgentEvent& event) {
+    Changes changes;
+    Session result;
+    {
+        std::lock_guard guard(lock_);
+        const Date now = clock_();
+        SessionKey key{event.agent, event.sessionId};
+        auto [found, inserted] = sessions_.try_emplace(key);
+        Session& session = found->second;
+        if (inserted) {
+            session.key = key;
+            session.startedAt = now;
+            session.status = SessionStatus::idle;
+        }
+        session.lastActivityAt = now;
+        if (event.projectPath)
+            session.projectPath = event.projectPath;
+        if (event.transcriptPath)
+            session.transcriptPath = event.transcriptPath;
+        if (event.model)
+            session.model = event.model;
+
+        const bool pendingBefore = !session.pending.empty();
+        // While the user is needed, ordinary activity must not hide it.
+        auto setUnlessPending = [&session](SessionStatus status) {
+            if (session.pending.empty())
+                session.status = status;
+        };
+        switch (event.kind) {
+        case EventKind::sessionStarted:
+            if (event.title)
+                session.title = event.title;
+            setUnlessPending(SessionStatus::idle);
+            addToTimeline(session, TimelineKind::session, "Session started", event.detail, now);
+            break;
+        case EventKind::working:
+            setUnlessPending(SessionStatus::working);
+            if (event.title)
+                session.currentAction = cutText(event.title);
+            break;
+        case EventKind::toolStarted:
+            setUnlessPending(SessionStatus::working);
+            session.currentAction = cutText(event.title ? event.title : event.toolName);
+            addToTimeline(session, toolKind(event.toolName),
+                          firstOf(event.title, event.toolName, "Tool"), event.detail, now);
+            break;
+        case EventKind::toolFinished:
+            setUnlessPending(SessionStatus::working);
+            session.currentAction.reset();
+            addToTimeline(session, toolKind(event.toolName),
+                          firstOf(event.title, std::nullopt, "Tool finished"), event.detail, now);
+            break;
+        case EventKind::permissionRequested:
+            // The held request drives the status (addPending).
+            break;
+        case EventKind::turnFinished:
+            setUnlessPending(SessionStatus::finished);
+            session.currentAction.reset();
+            if (event.detail)
+                session.lastMessage = cutText(event.detail);
+            addToTimeline(session, TimelineKind::message, "Finished the turn", event.detail, now);
+            break;
+        case EventKind::notification:
+            addToTimeline(session, TimelineKind::notice,
+                          firstOf(event.title, event.detail, "Notification"),
+                          event.title ? event.detail : std::nullopt, now);
+            break;
+        case EventKind::message:
+            setUnlessPending(SessionStatus::working);
+            session.lastMessage = cutText(event.detail ? event.detail : event.title);
+            addToTimeline(session, TimelineKind::message,
+                          firstOf(event.detail, event.title, "Message"), std::nullopt, now);
+            break;
+        case EventKind::compaction:
+            addToTimeline(session, TimelineKind::compaction, "Context compacted", event.detail,
+                          now);
+            break;
+        case EventKind::interrupted:
+            session.status = SessionStatus::idle;
+            session.pending.clear();
+            session.currentAction.reset();
+            session.interruptedAt = now;
+            addToTimeline(session, TimelineKind::notice, "Interrupted", event.detail, now);
+            break;
+        case EventKind::error:
+            session.status = SessionStatus::error;
+            session.currentAction.reset();
+            addToTimeline(session, TimelineKind::error, firstOf(event.title, event.detail, "Error"),
+                          event.title ? event.detail : std::nullopt, now);
+            break;
+        case EventKind::sessionEnded:
+            session.status = SessionStatus::ended;
+            session.pending.clear();
+            session.currentAction.reset();
+            session.endedAt = now;
+            addToTimeline(session, TimelineKind::session, "Session ended", event.detail, now);
+            break;
+        case EventKind::userPrompt:
+            setUnlessPending(SessionStatus::working);
+            // A new turn: an earlier interruption is over.
+            session.interruptedAt.reset();
+            break;
+        }
+        // A session that shows activity again after it ended has been resumed.
+        if (session.status != SessionStatus::ended)
+            session.endedAt.reset();
+
+        result = session;
+        changes.push_back(StoreChange::changed(session));
+        if (pendingBefore && session.pending.empty())
+            changes.push_back(StoreChange::pendingChanged(key, {}));
+    }
+    notify(std::move(changes));
+    return result;
+}
+
+std::optional<Session> SessionStore::session(const SessionKey& key) const {
+    std::lock_guard guard(lock_);
+    auto found = sessions_.find(key);
+    if (found == sessions_.end())
+        return std::nullopt;
+    return found->second;
+}
+
+std::vector<Session> SessionStore::snapshot() const {
+    std::vector<Session> list;
+    {
+        std::lock_guard guard(lock_);
+        list.reserve(sessions_.size());
+        for (const auto& entry : sessions_)
+            list.push_back(entry.second);
+    }
+    // Sorting copies outside the lock keeps the connection threads waiting less.
+    std::sort(list.begin(), list.end(), listsBefore);
+    return list;
+}
+
+std::vector<std::pair<SessionKey, PendingRequest>> SessionStore::pendingRequests() const {
+    std::vector<std::pair<SessionKey, PendingRequest>> list;
+    {
+        std::lock_guard guard(lock_);
+        for (const auto& [key, session] : sessions_)
+            for (const PendingRequest& request : session.pending)
+                list.emplace_back(key, request);
+    }
+    std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
+        if (a.second.createdAt != b.second.createdAt)
+            return a.second.createdAt < b.second.createdAt;
+        return a.second.id < b.second.id;
+    });
+    return list;
+}
+
+std::size_t SessionStore::count() const {
+    std::lock_guard guard(lock_);
+    return sessions_.size();
+}
+
+void SessionStore::restore(std::vector<Session> sessions) {
+    Changes changes;
+    {
+        std::lock_guard guard(lock_);
+        for (Session& session : sessions) {
+            if (sessions_.contains(session.key))
+                continue;
+            session.pending.clear();
+            if (needsYou(session.status))
+                session.status = SessionStatus::idle;
+            session.timeline.keepLast(timelineLimit);
+            changes.push_back(StoreChange::changed(session));
+            SessionKey key = session.key;
+            sessions_.emplace(std::move(key), std::move(session));
+        }
+    }
+    notify(std::move(changes));
+}
+
+std::size_t SessionStore::prune(double maxAge) {
+    Changes changes;
+    {
+        std::lock_guard guard(lock_);
+        const Date cutoff = addSeconds(clock_(), -maxAge);
+        for (auto it = sessions_.begin(); it != sessions_.end();) {
+            if (it->second.pending.empty() && it->second.lastActivityAt < cutoff) {
+                changes.push_back(StoreChange::removed(it->first));
+                it = sessions_.erase(it);
+            } else {
+                ++it;
+            }
+        }
+    }
+    const std::size_t removed = changes.size();
+    notify(std::move(changes));
+    return removed;
+}
+
+void SessionStore::remove(const SessionKey& key) {
+    Changes changes;
+    {
+        std::lock_guard guard(lock_);
+        auto found = sessions_.find(key);
+        if (found == sessions_.end())
+            return;
+        if (!found->second.pending.empty())
+            changes.push_back(StoreChange::pendingChanged(key, {}));
+        sessions_.erase(found);
+        changes.push_back(StoreChange::removed(key));
+    }
+    notify(std::move(changes));
+}
+
+void SessionStore::removeAll() {
+    Changes changes;
+    {
+        std::lock_guard guard(lock_);
+        for (const auto& [key, session] : sessions_) {
+            if (!session.pending.empty())
+                changes.push_back(StoreChange::pendingChanged(key, {}));
+            changes.push_back(StoreChange::removed(key));
+        }
+        sessions_.clear();
+    }
+    notify(std::move(changes));
+}
+
+void SessionStore::addPending(const PendingRequest& request, const SessionKey& key) {
+    modify(key, [&](Session& session) {
+        auto same = std::find_if(session.pending.begin(), session.pending.end(),
+                                 [&](const PendingRequest& r) { return r.id == request.id; });
+        if (same != session.pending.end())
+            *same = request;
+        else
+            session.pending.push_back(request);
+        session.status = status(session.pending);
+        if (request.kind == PendingKind::permission)
+            addToTimeline(session, TimelineKind::permission, request.title, request.detail,
+                          clock_());
+        return true;
+    });
+}
+
+void SessionStore::resolvePending(const UUID& id, const SessionKey& key, const Outcome& outcome) {
+    modify(key, [&](Session& session) {
+        auto found = std::find_if(session.pending.begin(), session.pending.end(),
+                                  [&](const PendingRequest& r) { return r.id == id; });
+        if (found == session.pending.end())
+            return false;
+        const PendingRequest request = *found;
+        session.pending.erase(found);
+        const Date now = clock_();
+        session.lastActivityAt = now;
+        const bool permission = request.kind == PendingKind::permission;
+
+        SessionStatus next = SessionStatus::working;
+        switch (outcome.kind()) {
+        case Outcome::Kind::replied:
+            addToTimeline(session, TimelineKind::reply, "You replied", outcome.text(), now);
+            break;
+        case Outcome::Kind::allowed:
+            addToTimeline(session, TimelineKind::permission, "Allowed", request.title, now);
+            break;
+        case Outcome::Kind::denied:
+            addToTimeline(session, TimelineKind::permission, "Denied", request.title, now);
+            break;
+        case Outcome::Kind::letStop:
+            addToTimeline(session, TimelineKind::reply, "You let it stop", std::nullopt, now);
+            next = SessionStatus::finished;
+            break;
+        case Outcome::Kind::timedOut:
+            if (permission) {
+                // The agent falls back to asking in its own interface.
+                addToTimeline(session, TimelineKind::notice,
+                              "No answer in Tidewick — asking in " +
+                                  std::string(displayName(key.agent)),
+                              request.title, now);
+            } else {
+                addToTimeline(session, TimelineKind::notice, "No reply — it stopped", std::nullopt,
+                              now);
+                next = SessionStatus::finished;
+            }
+            break;
+        case Outcome::Kind::withdrawn:
+            addToTimeline(session, TimelineKind::notice, "The request was withdrawn", request.title,
+                          now);
+            if (!permission)
+                next = SessionStatus::finished;
+            break;
+        }
+        session.status = session.pending.empty() ? next : status(session.pending);
+        return true;
+    });
+}
+
+void SessionStore::logReply(const SessionKey& key, const std::string& text) {
+    modify(key, [&](Session& session) {
+        const Date now = clock_();
+        session.lastActivityAt = now;
+        addToTimeline(session, TimelineKind::reply, "You replied", text, now);
+        return true;
+    });
+}
+
+void SessionStore::setTitle(const SessionKey& key, std::optional<std::string> title) {
+    modify(key, [&](Session& session) {
+        if (session.title == title)
+            return false;
+        session.title = std::move(title);
+        return true;
+    });
+}
+
+void SessionStore::setTranscriptStep(const SessionKey& key, std::optional<std::int64_t> step) {
+    modify(key, [&](Session& session) {
+        if (session.transcriptStep == step)
+            return false;
+        session.transcriptStep = step;
+        return true;
+    });
+}
+
+void SessionStore::setWaitingInApp(const SessionKey& key) {
+    modify(key, [&](Session& session) {
+        if (!session.pending.empty() || session.status == SessionStatus::ended ||
+            session.status == SessionStatus::waitingReply)
+            return false;
+        session.status = SessionStatus::waitingReply;
+        return true;
+    });
+}
+
+void SessionStore::setMessagesAtEnd(const SessionKey& key, std::optional<std::int64_t> count) {
+    modify(key, [&](Session& session) {
+        if (session.userMessagesAtEnd == count)
+            return false;
+        session.userMessagesAtEnd = count;
+        return true;
+    });
+}
+
+void SessionStore::markEndedByYou(const SessionKey& key,
+                                  std::optional<std::vector<std::string>> sentBeforeEnd) {
+    modify(key, [&](Session& session) {
+        const Date now = clock_();
+        session.endedByYouAt = now;
+        if (sentBeforeEnd)
+            session.sentBeforeEnd = std::move(sentBeforeEnd);
+        session.status = SessionStatus::ended;
+        session.endedAt = now;
+        session.pending.clear();
+        session.currentAction.reset();
+        addToTimeline(session, TimelineKind::session, "You ended the session", std::nullopt, now);
+        return true;
+    });
+}
+
+void SessionStore::clearEndedByYou(const SessionKey& key) {
+    modify(key, [&](Session& session) {
+        if (!session.endedByYouAt && !session.userMessagesAtEnd && !session.sentBeforeEnd)
+            return false;
+        session.endedByYouAt.reset();
+        session.userMessagesAtEnd.reset();
+        session.sentBeforeEnd.reset();
+        return true;
+    });
+}
+
+void SessionStore::setHost(const SessionKey& key, std::optional<std::string> hostApp) {
+    modify(key, [&](Session& session) {
+        if (session.hostApp == hostApp)
+            return false;
+        session.hostApp = std::move(hostApp);
+        return true;
+    });
+}
+
+void SessionStore::setAgentPid(const SessionKey& key, std::optional<std::int32_t> pid) {
+    modify(key, [&](Session& session) {
+        if (session.agentPid == pid)
+            return false;
+        session.agentPid = pid;
+        return true;
+    });
+}
+
+} // namespace tidewick
