@@ -31,8 +31,6 @@ public:
     /// A held `turnFinished` event that wants the user's reply.
     [[nodiscard]] ParsedHook askReply(MaybeText title, MaybeText detail) const;
 
-    [[nodiscard]] const std::string& hookEvent() const { return base_.hookEvent; }
-
 private:
     AgentEvent base_;
 };

@@ -34,11 +34,11 @@ struct Row {
     HoldKind hold;
 };
 
-/// Checks the row's own fields, and that a decision is wanted exactly when the event is held.
-inline void expectRow(const AgentAdapter& adapter, std::string_view base, const Row& row) {
-    SCOPED_TRACE(row.event + " " + row.extra);
+/// Checks the row's own fields for `payload` (the row's `extra` is not used),
+/// and that a decision is wanted exactly when the event is held.
+inline void expectRow(const AgentAdapter& adapter, const Payload& payload, const Row& row) {
     Date before = now();
-    auto parsed = adapter.parse(row.event, payload(base, row.extra));
+    auto parsed = adapter.parse(row.event, payload);
     ASSERT_TRUE(parsed);
     const AgentEvent& event = parsed->event;
     EXPECT_EQ(rawValue(event.kind), rawValue(row.kind));
@@ -55,6 +55,12 @@ inline void expectRow(const AgentAdapter& adapter, std::string_view base, const 
     EXPECT_EQ(event.hookEvent, row.event);
     EXPECT_GE(event.receivedAt, before);
     EXPECT_LE(event.receivedAt, now());
+}
+
+/// Checks the row for its `extra` members laid over `base`.
+inline void expectRow(const AgentAdapter& adapter, std::string_view base, const Row& row) {
+    SCOPED_TRACE(row.event + " " + row.extra);
+    expectRow(adapter, payload(base, row.extra), row);
 }
 
 /// What `adapter` prints for an event parsed from `extra` over `base` and `decision`.

@@ -14,52 +14,45 @@ using namespace tidewick::testing;
 
 const std::string fixtures = TIDEWICK_SOURCE_DIR "/../shared/fixtures/claude";
 
-struct Expected {
-    EventKind kind;
-    MaybeText title;
-    MaybeText detail;
-    MaybeText toolName;
-    HoldKind hold;
-};
-
 const std::string bash = "rm -rf build && echo removed-ok";
 const std::string notes = "/home/dev/proj/notes.txt";
 const std::string newFile = "/home/dev/proj/new_file.txt";
 
 // Every recorded file, by name; nothing means the event must be ignored.
-const std::map<std::string, std::optional<Expected>> expectations = {
+const std::map<std::string, std::optional<Row>> expectations = {
     {"MessageDisplay", std::nullopt},
     {"PostToolBatch", std::nullopt},
-    {"PermissionRequest-Bash", Expected{EventKind::permissionRequested, "Run " + bash,
-                                        bash + "\n\nRun a command", "Bash", HoldKind::permission}},
-    {"PermissionRequest-Edit", Expected{EventKind::permissionRequested, "Edit notes.txt", notes,
-                                        "Edit", HoldKind::permission}},
-    {"PermissionRequest-Write", Expected{EventKind::permissionRequested, "Write new_file.txt",
-                                         newFile, "Write", HoldKind::permission}},
+    {"PermissionRequest-Bash",
+     Row{"PermissionRequest", "", EventKind::permissionRequested, "Run " + bash,
+         bash + "\n\nRun a command", "Bash", HoldKind::permission}},
+    {"PermissionRequest-Edit", Row{"PermissionRequest", "", EventKind::permissionRequested,
+                                   "Edit notes.txt", notes, "Edit", HoldKind::permission}},
+    {"PermissionRequest-Write", Row{"PermissionRequest", "", EventKind::permissionRequested,
+                                    "Write new_file.txt", newFile, "Write", HoldKind::permission}},
     {"PreToolUse-Bash",
-     Expected{EventKind::toolStarted, "Run " + bash, bash, "Bash", HoldKind::none}},
-    {"PreToolUse-Edit",
-     Expected{EventKind::toolStarted, "Edit notes.txt", notes, "Edit", HoldKind::none}},
-    {"PreToolUse-Read",
-     Expected{EventKind::toolStarted, "Read notes.txt", notes, "Read", HoldKind::none}},
-    {"PreToolUse-Write",
-     Expected{EventKind::toolStarted, "Write new_file.txt", newFile, "Write", HoldKind::none}},
+     Row{"PreToolUse", "", EventKind::toolStarted, "Run " + bash, bash, "Bash", HoldKind::none}},
+    {"PreToolUse-Edit", Row{"PreToolUse", "", EventKind::toolStarted, "Edit notes.txt", notes,
+                            "Edit", HoldKind::none}},
+    {"PreToolUse-Read", Row{"PreToolUse", "", EventKind::toolStarted, "Read notes.txt", notes,
+                            "Read", HoldKind::none}},
+    {"PreToolUse-Write", Row{"PreToolUse", "", EventKind::toolStarted, "Write new_file.txt",
+                             newFile, "Write", HoldKind::none}},
     {"PostToolUse-Bash",
-     Expected{EventKind::toolFinished, "Run " + bash, bash, "Bash", HoldKind::none}},
-    {"PostToolUse-Edit",
-     Expected{EventKind::toolFinished, "Edit notes.txt", notes, "Edit", HoldKind::none}},
-    {"PostToolUse-Read",
-     Expected{EventKind::toolFinished, "Read notes.txt", notes, "Read", HoldKind::none}},
-    {"PostToolUse-Write",
-     Expected{EventKind::toolFinished, "Write new_file.txt", newFile, "Write", HoldKind::none}},
-    {"SessionStart",
-     Expected{EventKind::sessionStarted, std::nullopt, "startup", std::nullopt, HoldKind::none}},
-    {"SessionEnd",
-     Expected{EventKind::sessionEnded, std::nullopt, "other", std::nullopt, HoldKind::none}},
-    {"Stop", Expected{EventKind::turnFinished, "Finished the turn", "All done.", std::nullopt,
-                      HoldKind::reply}},
-    {"UserPromptSubmit",
-     Expected{EventKind::userPrompt, "You", "clean the build", std::nullopt, HoldKind::none}},
+     Row{"PostToolUse", "", EventKind::toolFinished, "Run " + bash, bash, "Bash", HoldKind::none}},
+    {"PostToolUse-Edit", Row{"PostToolUse", "", EventKind::toolFinished, "Edit notes.txt", notes,
+                             "Edit", HoldKind::none}},
+    {"PostToolUse-Read", Row{"PostToolUse", "", EventKind::toolFinished, "Read notes.txt", notes,
+                             "Read", HoldKind::none}},
+    {"PostToolUse-Write", Row{"PostToolUse", "", EventKind::toolFinished, "Write new_file.txt",
+                              newFile, "Write", HoldKind::none}},
+    {"SessionStart", Row{"SessionStart", "", EventKind::sessionStarted, std::nullopt, "startup",
+                         std::nullopt, HoldKind::none}},
+    {"SessionEnd", Row{"SessionEnd", "", EventKind::sessionEnded, std::nullopt, "other",
+                       std::nullopt, HoldKind::none}},
+    {"Stop", Row{"Stop", "", EventKind::turnFinished, "Finished the turn", "All done.",
+                 std::nullopt, HoldKind::reply}},
+    {"UserPromptSubmit", Row{"UserPromptSubmit", "", EventKind::userPrompt, "You",
+                             "clean the build", std::nullopt, HoldKind::none}},
 };
 
 TEST(ClaudeFixtures, EveryRecordedPayloadParsesToTheExpectedEvent) {
@@ -85,13 +78,7 @@ TEST(ClaudeFixtures, EveryRecordedPayloadParsesToTheExpectedEvent) {
             continue;
         }
         ASSERT_TRUE(parsed);
-        const Expected& want = *expected->second;
-        EXPECT_EQ(parsed->event.kind, want.kind);
-        EXPECT_EQ(parsed->event.title, want.title);
-        EXPECT_EQ(parsed->event.detail, want.detail);
-        EXPECT_EQ(parsed->event.toolName, want.toolName);
-        EXPECT_EQ(parsed->hold, want.hold);
-        EXPECT_EQ(parsed->event.hookEvent, event);
+        expectRow(claude, recorded, *expected->second);
         EXPECT_EQ(parsed->event.projectPath, "/home/dev/proj");
         EXPECT_EQ(parsed->event.sessionId, *recorded.string("session_id"));
         EXPECT_EQ(parsed->event.transcriptPath, "/home/dev/.claude/projects/-home-dev-proj/" +
