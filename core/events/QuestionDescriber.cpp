@@ -125,6 +125,12 @@ const NameSet& permissionNames() {
     return names;
 }
 
+const NameSet& shellNames() {
+    static const NameSet names = {"bash",         "shell",         "run_command", "local_shell",
+                                  "exec_command", "shell_command", "terminal",    "powershell"};
+    return names;
+}
+
 bool isQuestionTool(const std::optional<std::string>& name) {
     if (!name)
         return false;

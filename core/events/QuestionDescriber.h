@@ -38,6 +38,8 @@ using NameSet = std::set<std::string, std::less<>>;
 [[nodiscard]] const NameSet& questionNames();
 /// Tools by which an agent asks for more permission (lower case).
 [[nodiscard]] const NameSet& permissionNames();
+/// Tools that run a shell command (lower case); ToolDescriber's shell rule.
+[[nodiscard]] const NameSet& shellNames();
 /// Input keys under which a generic tool names the tool it really calls, in the order tried.
 inline constexpr std::array<std::string_view, 3> wrapperKeys = {"toolName", "tool_name", "name"};
 

@@ -94,13 +94,6 @@ ToolDescription queryDescription(const std::string& name, const std::optional<st
 
 } // namespace
 
-const std::set<std::string, std::less<>>& shellNames() {
-    static const std::set<std::string, std::less<>> names = {
-        "bash",         "shell",         "run_command", "local_shell",
-        "exec_command", "shell_command", "terminal",    "powershell"};
-    return names;
-}
-
 bool isShellTool(const std::optional<std::string>& name) {
     return name && shellNames().contains(Text::lowercased(*name));
 }

@@ -2,11 +2,11 @@
 // short title and detail the user sees.
 #pragma once
 
+#include "events/QuestionDescriber.h"
 #include "foundation/JSONValue.h"
 
 #include <cstddef>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,8 +29,8 @@ struct ToolDescription {
 
 namespace ToolDescriber {
 
-/// Tools that run a shell command (lower case).
-[[nodiscard]] const std::set<std::string, std::less<>>& shellNames();
+/// Tools that run a shell command (lower case); the table lives with the other name tables.
+using QuestionDescriber::shellNames;
 
 /// Whether the lower-cased name is a shell tool; false when absent.
 [[nodiscard]] bool isShellTool(const std::optional<std::string>& name);
