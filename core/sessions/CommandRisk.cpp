@@ -59,6 +59,21 @@ std::string withoutQuotedStretches(std::string_view text) {
     return out;
 }
 
+// Tabs separate words for the shell just as spaces do, and runs of blanks mean
+// one: "reset   --hard" must read as "reset --hard" in the text tests below.
+std::string singleSpaced(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text) {
+        if (c == '\t')
+            c = ' ';
+        if (c == ' ' && !out.empty() && out.back() == ' ')
+            continue;
+        out.push_back(c);
+    }
+    return out;
+}
+
 class Command {
 public:
     explicit Command(std::string padded)
@@ -141,9 +156,8 @@ bool changesPermissionsRecursively(const Command& command) {
 std::optional<Finding> assess(std::optional<std::string_view> command) {
     if (!command || command->empty())
         return std::nullopt;
-    // Tabs separate words for the shell just as spaces do.
-    std::string text = Text::replacingAll(Text::lowercased(*command), "\t", " ");
-    text = Text::replacingAll(text, "\n", " ; ");
+    std::string text = Text::replacingAll(Text::lowercased(*command), "\n", " ; ");
+    text = singleSpaced(text);
     if (quotesHoldData(split(text, " ")))
         text = withoutQuotedStretches(text);
     const Command c(" " + text + " ");

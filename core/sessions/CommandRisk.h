@@ -21,7 +21,7 @@ struct Finding {
 /// bombs, dropping database data, shutting down, publishing a package). Nothing when none
 /// matches or the command is absent or empty. Words inside quoted messages and search
 /// patterns of echo, printf, grep, rg, ag and of git commit, tag, log, notes, grep and stash
-/// are not taken for commands. Never fails.
+/// are not taken for commands. Tabs and runs of blanks count as one space. Never fails.
 [[nodiscard]] std::optional<Finding> assess(std::optional<std::string_view> command);
 
 } // namespace tidewick::CommandRisk

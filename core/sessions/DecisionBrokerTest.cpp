@@ -111,10 +111,11 @@ TEST(DecisionBrokerTest, DecisionBeatsClientGoneAndTimeoutWhenAlreadyThere) {
     awaitWaiter(broker, late);
     const bool delivered = broker.resolve(late, Decision::letStop());
     Result lateResult = waiting.get();
-    if (delivered)
+    if (delivered) {
         EXPECT_EQ(lateResult, Result::decided(Decision::letStop()));
-    else
+    } else {
         EXPECT_EQ(lateResult, Result::timedOut()) << "refused only when the waiter had given up";
+    }
 }
 
 TEST(DecisionBrokerTest, SecondWaitOnTheSameIdReplacesTheFirst) {

@@ -1,0 +1,172 @@
+#include "sessions/GatingPolicy.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace tidewick;
+using Verdict = GatingPolicy::Verdict;
+
+namespace {
+
+AgentEvent permissionEvent(AgentKind agent, std::optional<std::string> command) {
+    AgentEvent event;
+    event.agent = agent;
+    event.sessionId = "s1";
+    event.kind = EventKind::permissionRequested;
+    event.needsDecision = true;
+    event.decisionType = DecisionType::permission;
+    event.detail = std::move(command);
+    event.hookEvent = "beforeShellExecution";
+    return event;
+}
+
+} // namespace
+
+TEST(GatingPolicyTest, DefaultsAreEveryAgentGatedAndTheThirtyThreePrefixes) {
+    GatingPolicy policy;
+    EXPECT_FALSE(policy.paused);
+    for (AgentKind agent : allAgentKinds)
+        EXPECT_TRUE(policy.gateCommands.at(agent));
+    const auto& prefixes = GatingPolicy::defaultSafePrefixes();
+    ASSERT_EQ(prefixes.size(), 33u);
+    EXPECT_EQ(prefixes.front(), "ls");
+    EXPECT_EQ(prefixes[16], "git status");
+    EXPECT_EQ(prefixes[22], "git remote -v");
+    EXPECT_EQ(prefixes.back(), "cargo --version");
+    EXPECT_EQ(policy.safePrefixes, prefixes);
+}
+
+TEST(GatingPolicyTest, ReadOnlyCommandsOfTheEveryDayKind) {
+    GatingPolicy policy;
+    for (const char* command :
+         {"ls -la", "ls\n", "  pwd  ", "LS", "Ls -LA /tmp", "git status", "git branch",
+          "git branch -a --list", "git branch --show-current", "git log --oneline -5",
+          "cat README.md", "rg TODO src", "node --version", "git remote -v",
+          "grep \"two words\" file.txt", "echo 'hello there'", "wc -l a b c"})
+        EXPECT_TRUE(policy.isReadOnly(command)) << command;
+}
+
+TEST(GatingPolicyTest, EveryMetacharacterRefusesReadOnly) {
+    GatingPolicy policy;
+    for (const char* command :
+         {"ls -la | grep x", "ls; rm -rf /", "ls && rm x", "ls & rm x", "cat a > b", "cat < a",
+          "echo `whoami`", "echo $(whoami)", "echo $HOME", "ls (x)", "ls\nrm -rf /", "ls\\ x",
+          "echo {a,b}", "cat x}", "ls -la ||true", "cat 'a;b'", "grep \"a|b\" f",
+          "echo \"$(rm -rf ~)\"", "ls\r\nrm x"})
+        EXPECT_FALSE(policy.isReadOnly(command)) << command;
+}
+
+TEST(GatingPolicyTest, OptionsThatWriteRunOrPageRefuseReadOnly) {
+    GatingPolicy policy;
+    for (const char* command :
+         {"cat -s notes.txt", "rg --pre=sh pattern", "rg --pre sh x", "git log --output=/tmp/x",
+          "git diff --output /tmp/x", "git diff --ext-diff", "git log --textconv",
+          "tree -o out.txt", "date -s 12:00", "rg -i x", "git show --open-files-in-pager",
+          "git log --exec=x", "grep --exec x", "ls --delete", "fd -exec rm", "LS -O x",
+          "git diff --in-place", "rg -S x", "git branch new-feature", "git branch -D main",
+          "git branches", "git branch-x",
+          // The shell drops quotes before the program sees them.
+          "rg \"--pre=sh\" x", "rg '--pre' sh x", "cat \"-s\" f", "rg --p''re=sh x",
+          // Abbreviated long options, which git accepts.
+          "git log --outp=/tmp/x", "git diff --ext x", "git log --textc",
+          // Words split by the shell at tabs but not by this test.
+          "rg x\t--pre=sh", "ls\t-la", "cat\x0b-s f"})
+        EXPECT_FALSE(policy.isReadOnly(command)) << command;
+    // Options that merely resemble the dangerous ones stay allowed.
+    for (const char* command :
+         {"git log --pretty=oneline", "git log --stat", "ls --sort=size", "rg -n x"})
+        EXPECT_TRUE(policy.isReadOnly(command)) << command;
+}
+
+TEST(GatingPolicyTest, EmptyLongAndUnlistedCommands) {
+    GatingPolicy policy;
+    EXPECT_FALSE(policy.isReadOnly(""));
+    EXPECT_FALSE(policy.isReadOnly(" \n\t "));
+    EXPECT_FALSE(policy.isReadOnly("lsof"));
+    EXPECT_FALSE(policy.isReadOnly("rm -rf build"));
+    EXPECT_FALSE(policy.isReadOnly("\"ls\" -la"));
+    EXPECT_FALSE(policy.isReadOnly("python3 -c 'print(1)'"));
+
+    std::string padded = "ls " + std::string(396, 'a');
+    ASSERT_EQ(padded.size(), 399u);
+    EXPECT_TRUE(policy.isReadOnly(padded));
+    EXPECT_FALSE(policy.isReadOnly(padded + "a"));
+    // Characters, not bytes: 396 two-byte letters make 399 characters.
+    std::string accented = "ls ";
+    for (int i = 0; i < 396; ++i)
+        accented += "\xC3\xA9";
+    EXPECT_TRUE(policy.isReadOnly(accented));
+    EXPECT_FALSE(policy.isReadOnly(accented + "\xC3\xA9"));
+    EXPECT_FALSE(policy.isReadOnly(std::string(100000, 'l')));
+
+    GatingPolicy none;
+    none.safePrefixes.clear();
+    EXPECT_FALSE(none.isReadOnly("ls"));
+    EXPECT_TRUE(none.isReadOnly("git branch -vv")) << "the listing-only form needs no prefix";
+    GatingPolicy custom;
+    custom.safePrefixes = {"make -n"};
+    EXPECT_TRUE(custom.isReadOnly("MAKE -N all"));
+    EXPECT_FALSE(custom.isReadOnly("make -nq"));
+}
+
+TEST(GatingPolicyTest, Verdicts) {
+    GatingPolicy policy;
+    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::claude, "ls")), Verdict::ask);
+    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::codex, "ls")), Verdict::ask);
+    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::cursor, "ls -la")),
+              Verdict::allowSilently);
+    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::antigravity, "rm -rf /")), Verdict::ask);
+    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::cursor, std::nullopt)), Verdict::ask);
+
+    AgentEvent notPermission = permissionEvent(AgentKind::cursor, "ls");
+    notPermission.decisionType = DecisionType::reply;
+    EXPECT_EQ(policy.evaluate(notPermission), Verdict::passThrough);
+
+    GatingPolicy cursorOff;
+    cursorOff.gateCommands[AgentKind::cursor] = false;
+    EXPECT_EQ(cursorOff.evaluate(permissionEvent(AgentKind::cursor, "rm -rf /")),
+              Verdict::passThrough);
+    EXPECT_EQ(cursorOff.evaluate(permissionEvent(AgentKind::antigravity, "rm x")), Verdict::ask);
+    cursorOff.gateCommands[AgentKind::claude] = false;
+    EXPECT_EQ(cursorOff.evaluate(permissionEvent(AgentKind::claude, "rm x")), Verdict::ask)
+        << "Claude Code is always held";
+    GatingPolicy cursorMissing;
+    cursorMissing.gateCommands.erase(AgentKind::cursor);
+    EXPECT_EQ(cursorMissing.evaluate(permissionEvent(AgentKind::cursor, "rm x")), Verdict::ask);
+
+    GatingPolicy paused;
+    paused.paused = true;
+    for (AgentKind agent : allAgentKinds)
+        EXPECT_EQ(paused.evaluate(permissionEvent(agent, "rm -rf /")), Verdict::passThrough);
+}
+
+TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {
+    GatingPolicy policy;
+    policy.gateCommands[AgentKind::cursor] = false;
+    policy.gateCommands.erase(AgentKind::antigravity);
+    policy.safePrefixes = {"ls", "make -n"};
+    policy.paused = true;
+    JSONValue json = policy.toJSON();
+    EXPECT_EQ(json.compact(), R"({"gateCommands":{"claude":true,"codex":true,"cursor":false},)"
+                              R"("safePrefixes":["ls","make -n"],"paused":true})");
+    EXPECT_EQ(GatingPolicy::fromJSON(JSONValue::parse(json.compact())), policy);
+    EXPECT_EQ(GatingPolicy::fromJSON(GatingPolicy().toJSON()), GatingPolicy());
+
+    for (const char* text :
+         {R"({"safePrefixes":[],"paused":false})", R"({"gateCommands":{},"paused":false})",
+          R"({"gateCommands":{},"safePrefixes":[]})",
+          R"({"gateCommands":[],"safePrefixes":[],"paused":false})",
+          R"({"gateCommands":{"claude":"yes"},"safePrefixes":[],"paused":false})",
+          R"({"gateCommands":{},"safePrefixes":["ls",3],"paused":false})",
+          R"({"gateCommands":{},"safePrefixes":[],"paused":0})", R"([])", R"("gating")"})
+        EXPECT_EQ(GatingPolicy::fromJSON(JSONValue::parse(text)), std::nullopt) << text;
+
+    // An agent this version does not know is skipped rather than failing the settings.
+    auto future = GatingPolicy::fromJSON(JSONValue::parse(
+        R"({"gateCommands":{"zed":false,"codex":false},"safePrefixes":[],"paused":false})"));
+    ASSERT_TRUE(future);
+    EXPECT_EQ(future->gateCommands.size(), 1u);
+    EXPECT_FALSE(future->gateCommands.at(AgentKind::codex));
+    EXPECT_TRUE(future->safePrefixes.empty());
+}
