@@ -1,0 +1,39 @@
+// The editor of Claude Code's and Codex's hook files, where each event holds
+// a list of matcher groups and each group a list of handlers.
+#pragma once
+
+#include "install/HookConfigEditor.h"
+
+namespace tidewick {
+
+/// Edits ".claude/settings.json" or ".codex/hooks.json" under the home.
+class MatcherGroupEditor final : public HookConfigEditor {
+public:
+    /// Which agent's file: Claude Code's also carries the status line and its
+    /// own switch; Codex's switch lives in config.toml instead.
+    enum class Flavor { claudeCode, codex };
+
+    explicit MatcherGroupEditor(Flavor flavor) : flavor_(flavor) {}
+
+    [[nodiscard]] std::string configPath(const std::string& home) const override;
+    /// Removes earlier Tidewick groups, then appends one group per spec to its
+    /// event's list (events new to the file after the user's own); for Claude
+    /// Code also sets the status line unless the user has one of their own.
+    /// Throws HookConfigError when the root or "hooks" is not an object.
+    [[nodiscard]] JSONValue install(const std::optional<JSONValue>& document,
+                                    const std::vector<HookSpec>& specs,
+                                    const CommandBuilder& command) const override;
+    [[nodiscard]] JSONValue remove(const JSONValue& document) const override;
+    [[nodiscard]] std::set<std::string> installedEvents(const JSONValue& document) const override;
+    [[nodiscard]] bool isEmptyShell(const JSONValue& document) const override;
+    /// Claude Code's "disableAllHooks": true; never a reason for Codex.
+    [[nodiscard]] std::optional<std::string>
+    disabledReason(const JSONValue& document) const override;
+
+private:
+    [[nodiscard]] std::string fileName() const;
+
+    Flavor flavor_;
+};
+
+} // namespace tidewick
