@@ -15,6 +15,7 @@ namespace tidewick {
 namespace {
 
 using Kind = HookClient::Failure::Kind;
+using testing::FakeServer;
 using testing::TemporaryDirectory;
 
 const std::string secret(64, 'f');
@@ -38,52 +39,6 @@ std::optional<Kind> failureOf(const std::string& path, double connectTimeout = 0
         return failure.kind();
     }
 }
-
-// A one-connection server that reads the request line, then sends `reply`
-// verbatim (nothing when it is empty) and either closes or keeps the
-// connection open until the test ends.
-class FakeServer {
-public:
-    enum class After { close, hold };
-
-    FakeServer(std::string path, std::string reply, After after = After::close)
-        : listener_(testing::listenRaw(path)) {
-        EXPECT_GE(listener_, 0);
-        EXPECT_EQ(::pipe(stop_), 0);
-        thread_ = std::thread([this, reply = std::move(reply), after] {
-            int fd = ::accept(listener_, nullptr, nullptr);
-            if (fd < 0)
-                return;
-            received_ = Wire::readLine(fd, 5);
-            if (!reply.empty())
-                (void)Wire::writeAll(fd, reply);
-            if (after == After::hold) {
-                pollfd entry{stop_[0], POLLIN, 0};
-                (void)::poll(&entry, 1, 10000);
-            }
-            ::close(fd);
-        });
-    }
-    ~FakeServer() { finish(); }
-
-    /// Lets the connection go and returns the request line that arrived.
-    std::optional<std::string> finish() {
-        if (thread_.joinable()) {
-            (void)::write(stop_[1], "x", 1);
-            thread_.join();
-            ::close(listener_);
-            ::close(stop_[0]);
-            ::close(stop_[1]);
-        }
-        return received_;
-    }
-
-private:
-    int listener_;
-    int stop_[2] = {-1, -1};
-    std::thread thread_;
-    std::optional<std::string> received_;
-};
 
 TEST(HookClient, AnAbsentApplicationFailsAtOnce) {
     TemporaryDirectory dir;

@@ -1,0 +1,208 @@
+#include "HookCommand.h"
+
+#include "HostApp.h"
+#include "StatusLineRecorder.h"
+#include "adapters/Adapters.h"
+#include "foundation/File.h"
+#include "foundation/Text.h"
+#include "foundation/TidewickPaths.h"
+#include "wire/HookClient.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tidewick {
+
+namespace {
+
+constexpr std::string_view statusLineEvent = "StatusLine";
+
+std::string readInput(InputSource& input) {
+    std::string data;
+    if (input.isTerminal())
+        return data;
+    char chunk[65536];
+    // The bound is checked before each read, so the last chunk may pass it.
+    while (data.size() < HookCommand::inputLimit) {
+        ssize_t got = input.read(chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        data.append(chunk, static_cast<size_t>(got));
+    }
+    return data;
+}
+
+// One line per invocation in hook-debug.jsonl beside the socket. Debugging
+// must never change what the agent sees, so every failure is ignored.
+void appendDebugRecord(const std::string& directory, double time, std::string_view agent,
+                       std::string_view event, const JSONValue& payload) {
+    if (!File::exists(File::join(directory, "debug-hooks")))
+        return;
+    std::string line =
+        "{\"time\":" + JSONValue::real(time).compact() + ",\"agent\":" + JSONValue::quote(agent) +
+        ",\"event\":" + JSONValue::quote(event) + ",\"payload\":" + payload.compact() + "}\n";
+    int fd = ::open(File::join(directory, "hook-debug.jsonl").c_str(),
+                    O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return;
+    (void)::write(fd, line.data(), line.size());
+    ::close(fd);
+}
+
+std::string homeDirectory(const Environment& environment) {
+    // Set counts, even when empty.
+    if (auto home = environment.get("TIDEWICK_HOME"))
+        return std::string(*home);
+    if (auto home = environment.get("HOME"); home && !home->empty())
+        return std::string(*home);
+    return TidewickPaths::userHome();
+}
+
+HookOutput forward(const HookCommand::Context& context, AgentKind kind,
+                   const std::string& agentName, const std::string& event,
+                   const AgentAdapter& adapter, const HookOutput& failSafe) {
+    TidewickPaths paths(homeDirectory(context.environment));
+    std::string input = readInput(context.input);
+
+    JSONValue payload;
+    try {
+        payload = JSONValue::parse(input);
+    } catch (const JSONValue::ParseError&) {
+        return failSafe;
+    }
+    if (!payload.isObject())
+        return failSafe;
+    input = std::string(); // Up to 32 MiB that is no longer needed.
+
+    const std::string socketPath = paths.socketPath();
+    appendDebugRecord(File::parent(socketPath), secondsSince1970(context.clock()), agentName, event,
+                      payload);
+
+    if (event == statusLineEvent) {
+        try {
+            (void)StatusLineRecorder::record(payload, paths.claudeLimitsFile(), context.clock());
+        } catch (...) {
+            // Usage figures are a nicety; the status line must not fail over them.
+        }
+        return HookOutput::silent();
+    }
+
+    for (auto& [key, value] : *payload.objectPairs())
+        for (std::string_view longKey : HookCommand::longOutputKeys)
+            if (key == longKey)
+                HookCommand::trim(value, HookCommand::outputLimit);
+    HookCommand::trim(payload, HookCommand::stringLimit);
+
+    std::string secret;
+    try {
+        secret = paths.readSecret();
+    } catch (...) {
+        return failSafe;
+    }
+
+    const bool fireAndForget = adapter.isFireAndForget(event);
+    auto agentPid = ProcessProbe::agentAncestor(context.pid, kind, HookCommand::ancestorSteps,
+                                                context.processes);
+    const bool headless = agentPid && ProcessProbe::isHeadless(*agentPid, kind, context.processes);
+
+    HookRequest request;
+    request.agent = std::string(rawValue(kind));
+    request.event = event;
+    request.payload = std::move(payload);
+    request.pid = context.pid;
+    request.host = HostApp::detect(context.environment);
+    request.agentPid = agentPid;
+    request.noHold = headless || context.environment.contains("TIDEWICK_NO_HOLD");
+
+    try {
+        return HookClient::send(request, socketPath, secret,
+                                fireAndForget ? HookCommand::fireAndForgetConnectSeconds
+                                              : HookCommand::heldConnectSeconds,
+                                fireAndForget ? HookCommand::fireAndForgetWaitSeconds
+                                              : HookCommand::heldWaitSeconds)
+            .output;
+    } catch (const HookClient::Failure&) {
+        return failSafe;
+    }
+}
+
+} // namespace
+
+bool DescriptorInput::isTerminal() const {
+    return ::isatty(fd_) == 1;
+}
+
+ssize_t DescriptorInput::read(char* buffer, std::size_t size) {
+    return ::read(fd_, buffer, size);
+}
+
+HookCommand::Exit HookCommand::run(const Context& context) noexcept {
+    // Until the adapter has given its fail-safe answer there is nothing safe
+    // to print, so these exits say nothing.
+    HookOutput failSafe;
+    std::unique_ptr<AgentAdapter> adapter;
+    std::optional<AgentKind> kind;
+    std::optional<std::string> agentName, event;
+    try {
+        agentName = arg(context.arguments, "--agent");
+        if (!agentName)
+            return Exit{};
+        kind = agentKindFromRaw(*agentName);
+        if (!kind)
+            return Exit{};
+        event = arg(context.arguments, "--event");
+        if (!event)
+            return Exit{};
+        adapter = Adapters::adapter(*kind);
+        failSafe = adapter->failSafe(*event);
+    } catch (...) {
+        return Exit{};
+    }
+    try {
+        return finish(forward(context, *kind, *agentName, *event, *adapter, failSafe));
+    } catch (...) {
+        return finish(failSafe);
+    }
+}
+
+std::optional<std::string> HookCommand::arg(const std::vector<std::string>& arguments,
+                                            std::string_view name) {
+    for (size_t i = 0; i < arguments.size(); ++i)
+        if (arguments[i] == name)
+            return i + 1 < arguments.size() ? std::optional(arguments[i + 1]) : std::nullopt;
+    return std::nullopt;
+}
+
+void HookCommand::trim(JSONValue& value, std::size_t limit) {
+    if (const std::string* text = value.stringValue()) {
+        // A string of at most `limit` bytes cannot hold more characters.
+        if (text->size() > limit)
+            value = JSONValue(Text::cut(*text, limit, Text::ellipsis));
+    } else if (JSONValue::Array* elements = value.arrayValue()) {
+        for (JSONValue& element : *elements)
+            trim(element, limit);
+    } else if (JSONValue::Object* pairs = value.objectPairs()) {
+        for (auto& pair : *pairs)
+            trim(pair.second, limit);
+    }
+}
+
+JSONValue HookCommand::trimmed(const JSONValue& value, std::size_t limit) {
+    JSONValue copy = value;
+    trim(copy, limit);
+    return copy;
+}
+
+HookCommand::Exit HookCommand::finish(const HookOutput& output) {
+    Exit exit;
+    if (!output.stdoutText.empty())
+        exit.text = output.stdoutText + "\n";
+    // Status 2 would make some agents treat the hook as blocking; never end with it.
+    exit.status = output.exitCode == 2 ? 0 : output.exitCode;
+    return exit;
+}
+
+} // namespace tidewick
