@@ -1,0 +1,45 @@
+#include "CommandLine.h"
+
+#include "ConnectCommands.h"
+#include "UsageError.h"
+#include "install/ConnectionError.h"
+#include "install/HookConfigError.h"
+
+#include <CLI/CLI.hpp>
+
+#ifndef TIDEWICK_VERSION
+#define TIDEWICK_VERSION "0.0.0"
+#endif
+
+namespace tidewick {
+
+int runCommandLine(int argc, const char* const* argv, AppContext& context) {
+    CLI::App app("Tidewick: a companion for your AI coding agents", "tidewick");
+    app.set_version_flag("--version", "tidewick " TIDEWICK_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough(false);
+    // Every command group adds its own subcommands here.
+    registerConnectCommands(app, context);
+
+    Terminal& terminal = context.terminal();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        // Help and version are "errors" with exit code 0 in CLI11.
+        int code = app.exit(error, terminal.out(), terminal.err());
+        return code == 0 ? static_cast<int>(ExitStatus::success)
+                         : static_cast<int>(ExitStatus::usage);
+    } catch (const UsageError& error) {
+        terminal.err() << error.what() << "\n";
+        return static_cast<int>(ExitStatus::usage);
+    } catch (const HookConfigError& error) {
+        terminal.err() << error.what() << "\n";
+        return static_cast<int>(ExitStatus::refused);
+    } catch (const ConnectionError& error) {
+        terminal.err() << error.what() << "\n";
+        return static_cast<int>(ExitStatus::refused);
+    }
+    return static_cast<int>(ExitStatus::success);
+}
+
+} // namespace tidewick
