@@ -106,6 +106,8 @@ ConnectionManager::Reading ConnectionManager::readDocument(const std::string& pa
     try {
         reading.text = File::read(real);
     } catch (const SystemError& error) {
+        // A file where a folder should be means there is no configuration
+        // file yet; writing one will then fail and say why.
         if (error.code() == ENOENT || error.code() == ENOTDIR)
             return reading;
         throw ConnectionError::unreadable(path, "it can't be opened");
