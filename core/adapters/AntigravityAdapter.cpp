@@ -78,14 +78,14 @@ std::optional<ParsedHook> AntigravityAdapter::parse(std::string_view event,
 
 HookOutput AntigravityAdapter::output(const ParsedHook& parsed,
                                       const std::optional<Decision>& decision) const {
-    auto type = decision ? std::optional(decision->type()) : std::nullopt;
+    auto decided = [&](Decision::Type type) { return decision && decision->type() == type; };
     const std::string& event = parsed.event.hookEvent;
     if (event == "PreToolUse") {
         if (parsed.hold != HoldKind::permission)
             return answer({{"decision", "ask"}});
-        if (type == Decision::Type::allow)
+        if (decided(Decision::Type::allow))
             return answer({{"decision", "allow"}});
-        if (type == Decision::Type::deny)
+        if (decided(Decision::Type::deny))
             return answer(
                 {{"decision", "deny"},
                  {"reason", AdapterSupport::denyMessage(decision->text(), "Denied in Tidewick.")}});
@@ -93,7 +93,7 @@ HookOutput AntigravityAdapter::output(const ParsedHook& parsed,
         return answer({{"decision", "ask"}, {"reason", unansweredReason}});
     }
     if (event == "Stop") {
-        if (parsed.hold == HoldKind::reply && type == Decision::Type::reply)
+        if (parsed.hold == HoldKind::reply && decided(Decision::Type::reply))
             return answer({{"decision", "continue"},
                            {"reason", continueReason(decision->text().value_or(""))}});
         return answer({{"decision", "stop"}});
