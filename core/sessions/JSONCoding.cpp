@@ -4,25 +4,35 @@
 
 namespace tidewick::JSONCoding {
 
+JSONValue date(Date value) {
+    return JSONValue::real(std::round(secondsSince1970(value) * 1000) / 1000);
+}
+
 namespace {
 
-const JSONValue* present(const JSONValue& object, std::string_view key) {
-    const JSONValue* value = object.get(key);
+JSONValue* present(JSONValue& object, std::string_view key) {
+    JSONValue* value = object.get(key);
     return value && !value->isNull() ? value : nullptr;
+}
+
+// The string of a string value, movable: the value itself is not const (we
+// hold it by a non-const reference), only the accessor is.
+std::string* mutableString(JSONValue& value) {
+    return const_cast<std::string*>(value.stringValue());
 }
 
 } // namespace
 
-Field<std::string> string(const JSONValue& object, std::string_view key) {
-    const JSONValue* value = present(object, key);
+Field<std::string> string(JSONValue& object, std::string_view key) {
+    JSONValue* value = present(object, key);
     if (!value)
         return Field<std::string>::absent();
-    const std::string* text = value->stringValue();
-    return text ? Field<std::string>::of(*text) : Field<std::string>::invalid();
+    std::string* text = mutableString(*value);
+    return text ? Field<std::string>::of(std::move(*text)) : Field<std::string>::invalid();
 }
 
-Field<double> number(const JSONValue& object, std::string_view key) {
-    const JSONValue* value = present(object, key);
+Field<double> number(JSONValue& object, std::string_view key) {
+    JSONValue* value = present(object, key);
     if (!value)
         return Field<double>::absent();
     std::optional<double> number = value->doubleValue();
@@ -32,23 +42,23 @@ Field<double> number(const JSONValue& object, std::string_view key) {
     return Field<double>::of(*number);
 }
 
-Field<std::int64_t> integer(const JSONValue& object, std::string_view key) {
-    const JSONValue* value = present(object, key);
+Field<std::int64_t> integer(JSONValue& object, std::string_view key) {
+    JSONValue* value = present(object, key);
     if (!value)
         return Field<std::int64_t>::absent();
     std::optional<std::int64_t> number = value->intValue();
     return number ? Field<std::int64_t>::of(*number) : Field<std::int64_t>::invalid();
 }
 
-Field<bool> boolean(const JSONValue& object, std::string_view key) {
-    const JSONValue* value = present(object, key);
+Field<bool> boolean(JSONValue& object, std::string_view key) {
+    JSONValue* value = present(object, key);
     if (!value)
         return Field<bool>::absent();
     std::optional<bool> flag = value->boolValue();
     return flag ? Field<bool>::of(*flag) : Field<bool>::invalid();
 }
 
-Field<Date> date(const JSONValue& object, std::string_view key) {
+Field<Date> date(JSONValue& object, std::string_view key) {
     Field<double> seconds = number(object, key);
     if (seconds.state != Field<double>::State::value)
         return {static_cast<Field<Date>::State>(seconds.state), std::nullopt};
@@ -58,7 +68,7 @@ Field<Date> date(const JSONValue& object, std::string_view key) {
     return Field<Date>::of(dateFromSeconds(*seconds.value));
 }
 
-Field<UUID> uuid(const JSONValue& object, std::string_view key) {
+Field<UUID> uuid(JSONValue& object, std::string_view key) {
     Field<std::string> text = string(object, key);
     if (text.state != Field<std::string>::State::value)
         return {static_cast<Field<UUID>::State>(text.state), std::nullopt};
@@ -66,21 +76,21 @@ Field<UUID> uuid(const JSONValue& object, std::string_view key) {
     return id ? Field<UUID>::of(*id) : Field<UUID>::invalid();
 }
 
-Field<std::vector<std::string>> strings(const JSONValue& object, std::string_view key) {
+Field<std::vector<std::string>> strings(JSONValue& object, std::string_view key) {
     using Result = Field<std::vector<std::string>>;
-    const JSONValue* value = present(object, key);
+    JSONValue* value = present(object, key);
     if (!value)
         return Result::absent();
-    const JSONValue::Array* elements = value->arrayValue();
+    JSONValue::Array* elements = value->arrayValue();
     if (!elements)
         return Result::invalid();
     std::vector<std::string> texts;
     texts.reserve(elements->size());
-    for (const JSONValue& element : *elements) {
-        const std::string* text = element.stringValue();
+    for (JSONValue& element : *elements) {
+        std::string* text = mutableString(element);
         if (!text)
             return Result::invalid();
-        texts.push_back(*text);
+        texts.push_back(std::move(*text));
     }
     return Result::of(std::move(texts));
 }

@@ -14,10 +14,10 @@
 
 namespace tidewick::JSONCoding {
 
-/// A date as a JSON number of seconds since 1970 with fraction.
-[[nodiscard]] inline JSONValue date(Date value) {
-    return JSONValue::real(secondsSince1970(value));
-}
+/// A date as a JSON number of seconds since 1970, to the millisecond. Finer digits would
+/// mean nothing to the user, and they make the number's text too long to be kept without
+/// an allocation of its own, which dominates the cost of reading a large file.
+[[nodiscard]] JSONValue date(Date value);
 
 /// The outcome of reading one field: either the value, absent, or invalid.
 /// Decoders fail the whole record on `invalid`; optional fields accept `absent`.
@@ -33,15 +33,15 @@ template <typename T> struct Field {
 };
 
 // Each reader treats a missing key and an explicit null as absent, and any
-// other type than the expected one as invalid.
-[[nodiscard]] Field<std::string> string(const JSONValue& object, std::string_view key);
-[[nodiscard]] Field<double> number(const JSONValue& object, std::string_view key);
-[[nodiscard]] Field<std::int64_t> integer(const JSONValue& object, std::string_view key);
-[[nodiscard]] Field<bool> boolean(const JSONValue& object, std::string_view key);
-[[nodiscard]] Field<Date> date(const JSONValue& object, std::string_view key);
-[[nodiscard]] Field<UUID> uuid(const JSONValue& object, std::string_view key);
-[[nodiscard]] Field<std::vector<std::string>> strings(const JSONValue& object,
-                                                      std::string_view key);
+// other type than the expected one as invalid. Readers of strings move the text
+// out of `object`: decoding a large file then costs no second copy of every text.
+[[nodiscard]] Field<std::string> string(JSONValue& object, std::string_view key);
+[[nodiscard]] Field<double> number(JSONValue& object, std::string_view key);
+[[nodiscard]] Field<std::int64_t> integer(JSONValue& object, std::string_view key);
+[[nodiscard]] Field<bool> boolean(JSONValue& object, std::string_view key);
+[[nodiscard]] Field<Date> date(JSONValue& object, std::string_view key);
+[[nodiscard]] Field<UUID> uuid(JSONValue& object, std::string_view key);
+[[nodiscard]] Field<std::vector<std::string>> strings(JSONValue& object, std::string_view key);
 
 /// Appends `key` with `value` to `object` when `value` is present; absent fields are omitted.
 void setOptional(JSONValue::Object& object, std::string_view key,

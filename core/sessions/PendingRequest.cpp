@@ -28,6 +28,11 @@ JSONValue PendingRequest::toJSON() const {
 }
 
 std::optional<PendingRequest> PendingRequest::fromJSON(const JSONValue& value) {
+    JSONValue copy = value;
+    return fromJSON(std::move(copy));
+}
+
+std::optional<PendingRequest> PendingRequest::fromJSON(JSONValue&& value) {
     if (!value.isObject())
         return std::nullopt;
     auto id = JSONCoding::uuid(value, "id");

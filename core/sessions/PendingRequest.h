@@ -38,6 +38,8 @@ struct PendingRequest {
     /// The request encoded by toJSON; nothing when a required field is missing or any field
     /// has the wrong type or an unknown value.
     [[nodiscard]] static std::optional<PendingRequest> fromJSON(const JSONValue& value);
+    /// The same, taking the texts out of `value` instead of copying them.
+    [[nodiscard]] static std::optional<PendingRequest> fromJSON(JSONValue&& value);
 
     friend bool operator==(const PendingRequest&, const PendingRequest&) = default;
 };

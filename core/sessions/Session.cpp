@@ -12,6 +12,11 @@ JSONValue SessionKey::toJSON() const {
 }
 
 std::optional<SessionKey> SessionKey::fromJSON(const JSONValue& value) {
+    JSONValue copy = value;
+    return fromJSON(std::move(copy));
+}
+
+std::optional<SessionKey> SessionKey::fromJSON(JSONValue&& value) {
     auto agentText = JSONCoding::string(value, "agent");
     auto sessionId = JSONCoding::string(value, "sessionId");
     if (!value.isObject() || !agentText.value || !sessionId.value)
@@ -62,11 +67,17 @@ JSONValue Session::toJSON() const {
 }
 
 std::optional<Session> Session::fromJSON(const JSONValue& value) {
+    JSONValue copy = value;
+    return fromJSON(std::move(copy));
+}
+
+std::optional<Session> Session::fromJSON(JSONValue&& value) {
     using namespace JSONCoding;
     if (!value.isObject())
         return std::nullopt;
-    const JSONValue* keyValue = value.get("key");
-    std::optional<SessionKey> key = keyValue ? SessionKey::fromJSON(*keyValue) : std::nullopt;
+    JSONValue* keyValue = value.get("key");
+    std::optional<SessionKey> key =
+        keyValue ? SessionKey::fromJSON(std::move(*keyValue)) : std::nullopt;
     auto statusText = string(value, "status");
     std::optional<SessionStatus> status =
         statusText.value ? sessionStatusFromRaw(*statusText.value) : std::nullopt;
@@ -110,23 +121,23 @@ std::optional<Session> Session::fromJSON(const JSONValue& value) {
     if (!valid)
         return std::nullopt;
 
-    const JSONValue* pendingValue = value.get("pending");
-    const JSONValue::Array* requests = pendingValue ? pendingValue->arrayValue() : nullptr;
-    const JSONValue* timelineValue = value.get("timeline");
-    const JSONValue::Array* items = timelineValue ? timelineValue->arrayValue() : nullptr;
+    JSONValue* pendingValue = value.get("pending");
+    JSONValue::Array* requests = pendingValue ? pendingValue->arrayValue() : nullptr;
+    JSONValue* timelineValue = value.get("timeline");
+    JSONValue::Array* items = timelineValue ? timelineValue->arrayValue() : nullptr;
     if (!requests || !items)
         return std::nullopt;
     session.pending.reserve(requests->size());
-    for (const JSONValue& element : *requests) {
-        std::optional<PendingRequest> request = PendingRequest::fromJSON(element);
+    for (JSONValue& element : *requests) {
+        std::optional<PendingRequest> request = PendingRequest::fromJSON(std::move(element));
         if (!request)
             return std::nullopt;
         session.pending.push_back(std::move(*request));
     }
     std::vector<TimelineItem> history;
     history.reserve(items->size());
-    for (const JSONValue& element : *items) {
-        std::optional<TimelineItem> item = TimelineItem::fromJSON(element);
+    for (JSONValue& element : *items) {
+        std::optional<TimelineItem> item = TimelineItem::fromJSON(std::move(element));
         if (!item)
             return std::nullopt;
         history.push_back(std::move(*item));

@@ -27,6 +27,8 @@ struct SessionKey {
     [[nodiscard]] JSONValue toJSON() const;
     /// The key encoded by toJSON; nothing for an unknown agent or a missing field.
     [[nodiscard]] static std::optional<SessionKey> fromJSON(const JSONValue& value);
+    /// The same, taking the texts out of `value` instead of copying them.
+    [[nodiscard]] static std::optional<SessionKey> fromJSON(JSONValue&& value);
 
     friend bool operator==(const SessionKey&, const SessionKey&) = default;
     friend auto operator<=>(const SessionKey&, const SessionKey&) = default;
@@ -76,6 +78,8 @@ struct Session {
     /// `lastActivityAt`, `pending` or `timeline` is missing, or when any field (or any
     /// pending request or timeline item) has the wrong type or an unknown value.
     [[nodiscard]] static std::optional<Session> fromJSON(const JSONValue& value);
+    /// The same, taking the texts out of `value` instead of copying them.
+    [[nodiscard]] static std::optional<Session> fromJSON(JSONValue&& value);
 
     friend bool operator==(const Session&, const Session&) = default;
 };

@@ -2,17 +2,174 @@
 
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
+#include "sessions/JSONCoding.h"
 
 #include <exception>
 
 namespace tidewick {
 
+namespace {
+
+// Writes the sessions file straight into one string, in exactly the text that
+// JSONValue(Session::toJSON()...).compact() gives (the tests hold the two
+// equal), without building the document first: for a thousand sessions of two
+// hundred items the tree's allocations cost more than the rest of a save.
+class CompactWriter {
+public:
+    explicit CompactWriter(std::string& out) : out_(out) {}
+
+    void begin(char bracket) {
+        separate();
+        out_.push_back(bracket);
+        needComma_ = false;
+    }
+    void end(char bracket) {
+        out_.push_back(bracket);
+        needComma_ = true;
+    }
+    /// `name` is one of our own field names: plain ASCII that needs no escaping.
+    void key(std::string_view name) {
+        separate();
+        out_.push_back('"');
+        out_ += name;
+        out_ += "\":";
+        needComma_ = false;
+    }
+    void string(std::string_view text) {
+        separate();
+        out_ += JSONValue::quote(text);
+        needComma_ = true;
+    }
+    void number(const JSONValue& value) {
+        separate();
+        out_ += *value.numberText();
+        needComma_ = true;
+    }
+    void date(Date value) { number(JSONCoding::date(value)); }
+
+    void member(std::string_view name, std::string_view text) {
+        key(name);
+        string(text);
+    }
+    void optionalMember(std::string_view name, const std::optional<std::string>& text) {
+        if (text)
+            member(name, std::string_view(*text));
+    }
+    void optionalMember(std::string_view name, const std::optional<Date>& value) {
+        if (value) {
+            key(name);
+            date(*value);
+        }
+    }
+    void optionalMember(std::string_view name, const std::optional<std::int64_t>& value) {
+        if (value) {
+            key(name);
+            number(JSONValue::integer(*value));
+        }
+    }
+
+private:
+    void separate() {
+        if (needComma_)
+            out_.push_back(',');
+    }
+
+    std::string& out_;
+    bool needComma_ = false;
+};
+
+void write(CompactWriter& w, const PendingRequest& request) {
+    w.begin('{');
+    w.member("id", request.id.string());
+    w.member("kind", rawValue(request.kind));
+    w.member("title", request.title);
+    w.optionalMember("detail", request.detail);
+    w.key("createdAt");
+    w.date(request.createdAt);
+    w.key("deadline");
+    w.date(request.deadline);
+    w.end('}');
+}
+
+void write(CompactWriter& w, const TimelineItem& item) {
+    w.begin('{');
+    w.member("id", item.id.string());
+    w.key("time");
+    w.date(item.time);
+    w.member("kind", rawValue(item.kind));
+    w.member("text", item.text);
+    w.optionalMember("detail", item.detail);
+    w.end('}');
+}
+
+void write(CompactWriter& w, const Session& s) {
+    w.begin('{');
+    w.key("key");
+    w.begin('{');
+    w.member("agent", rawValue(s.key.agent));
+    w.member("sessionId", s.key.sessionId);
+    w.end('}');
+    w.optionalMember("projectPath", s.projectPath);
+    w.optionalMember("title", s.title);
+    w.member("status", rawValue(s.status));
+    w.key("startedAt");
+    w.date(s.startedAt);
+    w.key("lastActivityAt");
+    w.date(s.lastActivityAt);
+    w.optionalMember("endedAt", s.endedAt);
+    w.optionalMember("currentAction", s.currentAction);
+    w.optionalMember("lastMessage", s.lastMessage);
+    w.optionalMember("transcriptPath", s.transcriptPath);
+    w.optionalMember("model", s.model);
+    w.optionalMember("hostApp", s.hostApp);
+    w.optionalMember("agentPid",
+                     s.agentPid ? std::optional<std::int64_t>(*s.agentPid) : std::nullopt);
+    w.optionalMember("interruptedAt", s.interruptedAt);
+    w.optionalMember("endedByYouAt", s.endedByYouAt);
+    w.optionalMember("userMessagesAtEnd", s.userMessagesAtEnd);
+    if (s.sentBeforeEnd) {
+        w.key("sentBeforeEnd");
+        w.begin('[');
+        for (const std::string& text : *s.sentBeforeEnd)
+            w.string(text);
+        w.end(']');
+    }
+    w.optionalMember("transcriptStep", s.transcriptStep);
+    w.key("pending");
+    w.begin('[');
+    for (const PendingRequest& request : s.pending)
+        write(w, request);
+    w.end(']');
+    w.key("timeline");
+    w.begin('[');
+    for (const TimelineItem& item : s.timeline)
+        write(w, item);
+    w.end(']');
+    w.end('}');
+}
+
+// A little more than the file will take, so the text is never moved while it grows.
+std::size_t estimatedSize(const std::vector<Session>& sessions) {
+    std::size_t size = 2;
+    for (const Session& session : sessions) {
+        size += 1024 + 160 * (session.timeline.size() + session.pending.size());
+        for (const TimelineItem& item : session.timeline)
+            size += item.text.size() + (item.detail ? item.detail->size() : 0);
+    }
+    return size + size / 8;
+}
+
+} // namespace
+
 std::string SessionPersistence::encode(const std::vector<Session>& sessions) {
-    JSONValue::Array records;
-    records.reserve(sessions.size());
+    std::string out;
+    out.reserve(estimatedSize(sessions));
+    CompactWriter writer(out);
+    writer.begin('[');
     for (const Session& session : sessions)
-        records.push_back(session.toJSON());
-    return JSONValue(std::move(records)).compact();
+        write(writer, session);
+    writer.end(']');
+    return out;
 }
 
 std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view bytes) {
@@ -22,13 +179,13 @@ std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view 
     } catch (const JSONValue::ParseError&) {
         return std::nullopt;
     }
-    const JSONValue::Array* records = document.arrayValue();
+    JSONValue::Array* records = document.arrayValue();
     if (!records)
         return std::nullopt;
     std::vector<Session> sessions;
     sessions.reserve(records->size());
-    for (const JSONValue& record : *records) {
-        std::optional<Session> session = Session::fromJSON(record);
+    for (JSONValue& record : *records) {
+        std::optional<Session> session = Session::fromJSON(std::move(record));
         // One bad record loses the list: a half-restored history would mislead more.
         if (!session)
             return std::nullopt;

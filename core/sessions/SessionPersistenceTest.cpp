@@ -70,9 +70,9 @@ Session minimalSession() {
     return s;
 }
 
-// Dates go through a double of seconds: equal to within a microsecond.
+// Dates are written to the millisecond: equal to within half of one.
 void expectSameDate(Date a, Date b) {
-    EXPECT_LT(std::abs(std::chrono::duration<double>(a - b).count()), 1e-6);
+    EXPECT_LE(std::abs(std::chrono::duration<double>(a - b).count()), 0.0005 + 1e-6);
 }
 
 } // namespace
@@ -139,12 +139,31 @@ TEST(SessionPersistenceTest, FileShapeUsesFieldNamesAndSecondsSince1970) {
                          "lastMessage",   "transcriptPath", "model",        "hostApp",
                          "agentPid",      "interruptedAt",  "endedByYouAt", "userMessagesAtEnd",
                          "sentBeforeEnd", "transcriptStep", "pending",      "timeline"}));
-    EXPECT_EQ(full.get("startedAt")->compact(), "1763700000.123456");
+    EXPECT_EQ(full.get("startedAt")->compact(), "1763700000.123");
     const JSONValue& request = (*full.get("pending")->arrayValue())[0];
     EXPECT_EQ(request.get("kind")->compact(), R"("permission")");
-    EXPECT_NEAR(*request.get("createdAt")->doubleValue(), 1763700001.373456, 1e-6);
+    EXPECT_EQ(request.get("createdAt")->compact(), "1763700001.373");
     EXPECT_EQ((*full.get("pending")->arrayValue())[1].get("detail"), nullptr)
         << "absent fields are omitted";
+}
+
+TEST(SessionPersistenceTest, TheWrittenFileReadsExactlyAsTheDocument) {
+    // The file is written without building the document first; it must match it byte for byte.
+    Session tricky = fullSession();
+    tricky.sentBeforeEnd = std::vector<std::string>{};
+    tricky.timeline = Timeline({TimelineItem{
+        UUID(), dateFromSeconds(-0.25), TimelineKind::error,
+        std::string("nul\0, tab\t, \x7f, \"q\" \\ \u00e9 \U0001F1EB\U0001F1F7", 32), "\n"}});
+    const std::vector<Session> sessions = {fullSession(), minimalSession(), tricky};
+    JSONValue::Array records;
+    for (const Session& s : sessions)
+        records.push_back(s.toJSON());
+    const std::string file = SessionPersistence::encode(sessions);
+    EXPECT_EQ(file, JSONValue(records).compact());
+    EXPECT_EQ(SessionPersistence::encode({}), "[]");
+    auto decoded = SessionPersistence::decode(file);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ((*decoded)[2].timeline[0].text, tricky.timeline[0].text);
 }
 
 TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {

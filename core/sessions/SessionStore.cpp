@@ -1,6 +1,7 @@
 #include "sessions/SessionStore.h"
 
 #include "foundation/Text.h"
+#include "sessions/UTF8.h"
 
 #include <algorithm>
 #include <array>
@@ -12,7 +13,7 @@ namespace {
 std::optional<std::string> cutText(const std::optional<std::string>& text) {
     if (!text)
         return std::nullopt;
-    return Text::cut(*text, SessionStore::textLimit);
+    return Text::cut(UTF8::repaired(*text), SessionStore::textLimit);
 }
 
 bool nameHasAny(std::string_view name, std::initializer_list<std::string_view> parts) {
@@ -112,9 +113,10 @@ SessionStatus SessionStore::status(const std::vector<PendingRequest>& pending) {
 
 void SessionStore::addToTimeline(Session& session, TimelineKind kind, std::string_view text,
                                  const std::optional<std::string>& detail, Date time) const {
-    session.timeline.append(
-        TimelineItem{UUID::random(), time, kind, Text::cut(text, textLimit), cutText(detail)},
-        timelineLimit);
+    session.timeline.append(TimelineItem{UUID::random(), time, kind,
+                                         Text::cut(UTF8::repaired(text), textLimit),
+                                         cutText(detail)},
+                            timelineLimit);
 }
 
 template <typename Change> void SessionStore::modify(const SessionKey& key, Change&& change) {
@@ -150,12 +152,14 @@ Session SessionStore::apply(const AgentEvent& event) {
             session.status = SessionStatus::idle;
         }
         session.lastActivityAt = now;
+        // Texts are made valid UTF-8 on the way in: one bad byte would make the saved
+        // file unreadable.
         if (event.projectPath)
-            session.projectPath = event.projectPath;
+            session.projectPath = UTF8::repairedOptional(event.projectPath);
         if (event.transcriptPath)
-            session.transcriptPath = event.transcriptPath;
+            session.transcriptPath = UTF8::repairedOptional(event.transcriptPath);
         if (event.model)
-            session.model = event.model;
+            session.model = UTF8::repairedOptional(event.model);
 
         const bool pendingBefore = !session.pending.empty();
         // While the user is needed, ordinary activity must not hide it.
@@ -166,7 +170,7 @@ Session SessionStore::apply(const AgentEvent& event) {
         switch (event.kind) {
         case EventKind::sessionStarted:
             if (event.title)
-                session.title = event.title;
+                session.title = cutText(event.title);
             setUnlessPending(SessionStatus::idle);
             addToTimeline(session, TimelineKind::session, "Session started", event.detail, now);
             break;
@@ -360,7 +364,10 @@ void SessionStore::removeAll() {
     notify(std::move(changes));
 }
 
-void SessionStore::addPending(const PendingRequest& request, const SessionKey& key) {
+void SessionStore::addPending(const PendingRequest& held, const SessionKey& key) {
+    PendingRequest request = held;
+    request.title = UTF8::repaired(request.title);
+    request.detail = UTF8::repairedOptional(request.detail);
     modify(key, [&](Session& session) {
         auto same = std::find_if(session.pending.begin(), session.pending.end(),
                                  [&](const PendingRequest& r) { return r.id == request.id; });
@@ -438,6 +445,7 @@ void SessionStore::logReply(const SessionKey& key, const std::string& text) {
 }
 
 void SessionStore::setTitle(const SessionKey& key, std::optional<std::string> title) {
+    title = UTF8::repairedOptional(title);
     modify(key, [&](Session& session) {
         if (session.title == title)
             return false;
@@ -476,6 +484,9 @@ void SessionStore::setMessagesAtEnd(const SessionKey& key, std::optional<std::in
 
 void SessionStore::markEndedByYou(const SessionKey& key,
                                   std::optional<std::vector<std::string>> sentBeforeEnd) {
+    if (sentBeforeEnd)
+        for (std::string& text : *sentBeforeEnd)
+            text = UTF8::repaired(text);
     modify(key, [&](Session& session) {
         const Date now = clock_();
         session.endedByYouAt = now;
@@ -502,6 +513,7 @@ void SessionStore::clearEndedByYou(const SessionKey& key) {
 }
 
 void SessionStore::setHost(const SessionKey& key, std::optional<std::string> hostApp) {
+    hostApp = UTF8::repairedOptional(hostApp);
     modify(key, [&](Session& session) {
         if (session.hostApp == hostApp)
             return false;

@@ -251,6 +251,36 @@ TEST(SessionStoreTest, TimelineCapAndTextCut) {
     EXPECT_EQ(withTool.timeline.back().detail->size(), 2000u);
 }
 
+TEST(SessionStoreTest, InvalidUTF8IsRepairedOnTheWayIn) {
+    ManualClock clock;
+    SessionStore store(clock.clock());
+    // A lone continuation byte, a truncated sequence, an overlong slash and a surrogate.
+    const std::string bad = "a\x80"
+                            "b\xE2\x82 c\xC0\xAF d\xED\xA0\x80 e";
+    const std::string good = "a\uFFFDb\uFFFD\uFFFD c\uFFFD\uFFFD d\uFFFD\uFFFD\uFFFD e";
+    AgentEvent e = event(EventKind::sessionStarted, bad, bad);
+    e.projectPath = bad;
+    e.model = bad;
+    Session s = store.apply(e);
+    EXPECT_EQ(s.title, good);
+    EXPECT_EQ(s.projectPath, good);
+    EXPECT_EQ(s.model, good);
+    EXPECT_EQ(s.timeline.back().detail, good);
+    store.setHost(key, bad);
+    store.addPending(PendingRequest{UUID::random(), PendingKind::permission, bad, bad,
+                                    clock.current, clock.current},
+                     key);
+    store.markEndedByYou(key, std::vector<std::string>{bad});
+    s = *store.session(key);
+    EXPECT_EQ(s.hostApp, good);
+    EXPECT_EQ(s.sentBeforeEnd, std::vector<std::string>{good});
+    EXPECT_EQ(s.timeline[s.timeline.size() - 2].text, good) << "the permission entry";
+    // Valid text, including a flag and an emoji sequence, passes unchanged.
+    const std::string fine = "caf\u00e9 \U0001F1EB\U0001F1F7 \U0001F469\u200D\U0001F4BB";
+    store.setTitle(key, fine);
+    EXPECT_EQ(store.session(key)->title, fine);
+}
+
 TEST(SessionStoreTest, EventFieldsTimesAndTimelineKinds) {
     ManualClock clock;
     SessionStore store(clock.clock());

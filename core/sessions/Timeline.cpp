@@ -35,6 +35,11 @@ JSONValue TimelineItem::toJSON() const {
 }
 
 std::optional<TimelineItem> TimelineItem::fromJSON(const JSONValue& value) {
+    JSONValue copy = value;
+    return fromJSON(std::move(copy));
+}
+
+std::optional<TimelineItem> TimelineItem::fromJSON(JSONValue&& value) {
     if (!value.isObject())
         return std::nullopt;
     auto id = JSONCoding::uuid(value, "id");

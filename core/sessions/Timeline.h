@@ -46,6 +46,8 @@ struct TimelineItem {
     [[nodiscard]] JSONValue toJSON() const;
     /// The item encoded by toJSON; nothing when a required field is missing or mistyped.
     [[nodiscard]] static std::optional<TimelineItem> fromJSON(const JSONValue& value);
+    /// The same, taking the texts out of `value` instead of copying them.
+    [[nodiscard]] static std::optional<TimelineItem> fromJSON(JSONValue&& value);
 
     friend bool operator==(const TimelineItem&, const TimelineItem&) = default;
 };
