@@ -1,0 +1,38 @@
+// Something the user should notice, raised by the service when a request is
+// held or a turn ends unanswered, and shown by the terminal UI and desktop
+// notifications.
+#pragma once
+
+#include "foundation/UUID.h"
+#include "sessions/Session.h"
+
+#include <optional>
+#include <string>
+
+namespace tidewick {
+
+struct Alert {
+    enum class Kind {
+        /// A permission request is held for the user.
+        needsPermission,
+        /// The agent finished its turn and waits for a reply.
+        waitingReply,
+        /// The agent's turn is over (a reply wait ended unanswered).
+        finished,
+    };
+
+    Kind kind = Kind::needsPermission;
+    SessionKey session;
+    std::string title;
+    std::optional<std::string> detail;
+    /// The held request this alert is about; answering it through the service answers the agent.
+    std::optional<UUID> requestId;
+    /// True for alerts that ask for nothing.
+    bool informational = false;
+    /// True when the agent's turn has ended (a reply is awaited or it is over).
+    bool turnEnded = false;
+
+    friend bool operator==(const Alert&, const Alert&) = default;
+};
+
+} // namespace tidewick
