@@ -96,12 +96,9 @@ HookOutput forward(const HookCommand::Context& context, AgentKind kind,
                 HookCommand::trim(value, HookCommand::outputLimit);
     HookCommand::trim(payload, HookCommand::stringLimit);
 
-    std::string secret;
-    try {
-        secret = paths.readSecret();
-    } catch (...) {
+    auto secret = paths.secretIfReadable();
+    if (!secret)
         return failSafe;
-    }
 
     const bool fireAndForget = adapter.isFireAndForget(event);
     auto agentPid = ProcessProbe::agentAncestor(context.pid, kind, HookCommand::ancestorSteps,
@@ -117,16 +114,11 @@ HookOutput forward(const HookCommand::Context& context, AgentKind kind,
     request.agentPid = agentPid;
     request.noHold = headless || context.environment.contains("TIDEWICK_NO_HOLD");
 
-    try {
-        return HookClient::send(request, socketPath, secret,
-                                fireAndForget ? HookCommand::fireAndForgetConnectSeconds
-                                              : HookCommand::heldConnectSeconds,
-                                fireAndForget ? HookCommand::fireAndForgetWaitSeconds
-                                              : HookCommand::heldWaitSeconds)
-            .output;
-    } catch (const HookClient::Failure&) {
-        return failSafe;
-    }
+    auto outcome = HookClient::attempt(
+        request, socketPath, *secret,
+        fireAndForget ? HookCommand::fireAndForgetConnectSeconds : HookCommand::heldConnectSeconds,
+        fireAndForget ? HookCommand::fireAndForgetWaitSeconds : HookCommand::heldWaitSeconds);
+    return outcome.response ? outcome.response->output : failSafe;
 }
 
 } // namespace

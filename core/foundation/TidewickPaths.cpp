@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <limits.h>
 #include <pwd.h>
 #include <sys/random.h>
@@ -37,16 +38,19 @@ bool isUTF8(std::string_view text) {
     return true;
 }
 
-// The trimmed content of the secret file when it is a usable secret, else
-// nothing. A failed read is thrown as it is.
-std::optional<std::string> usableSecret(const std::string& path) {
-    std::string content = File::read(path);
+std::optional<std::string> usableSecretIn(const std::string& content) {
     if (!isUTF8(content))
         return std::nullopt;
     std::string secret(Text::trimmed(content));
     if (Text::characterCount(secret) < 32)
         return std::nullopt;
     return secret;
+}
+
+// The trimmed content of the secret file when it is a usable secret, else
+// nothing. A failed read is thrown as it is.
+std::optional<std::string> usableSecret(const std::string& path) {
+    return usableSecretIn(File::read(path));
 }
 
 } // namespace
@@ -184,6 +188,28 @@ std::string TidewickPaths::readSecret() const {
     if (!secret)
         throw CorruptSecret("Tidewick's secret file " + secretFile() + " is damaged.");
     return *secret;
+}
+
+std::optional<std::string> TidewickPaths::secretIfReadable() const {
+    int fd = ::open(secretFile().c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return std::nullopt;
+    std::string content;
+    char buffer[4096];
+    for (;;) {
+        ssize_t got = ::read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0) {
+            ::close(fd);
+            return std::nullopt;
+        }
+        if (got == 0)
+            break;
+        content.append(buffer, static_cast<size_t>(got));
+    }
+    ::close(fd);
+    return usableSecretIn(content);
 }
 
 } // namespace tidewick

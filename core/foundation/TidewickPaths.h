@@ -62,6 +62,10 @@ public:
     /// Creates nothing.
     [[nodiscard]] std::string readSecret() const;
 
+    /// readSecret() without exceptions: nothing wherever readSecret() would
+    /// throw. For the hook command, whose fail-safe path must stay quick.
+    [[nodiscard]] std::optional<std::string> secretIfReadable() const;
+
 private:
     std::string home_;
 };

@@ -95,6 +95,7 @@ TEST(TidewickPaths, SecretIsCreatedOnceWithOwnerOnlyPermissions) {
     ::umask(022);
 
     EXPECT_THROW((void)paths.readSecret(), SystemError);
+    EXPECT_FALSE(paths.secretIfReadable());
     EXPECT_FALSE(File::exists(paths.appSupport())) << "readSecret must create nothing";
 
     std::string secret = paths.loadOrCreateSecret();
@@ -119,10 +120,12 @@ TEST(TidewickPaths, SecretFileContentsAreCheckedAndReplacedWhenDamaged) {
     const std::string forty(40, 'k');
     File::writeAtomically(paths.secretFile(), " " + forty + "\n", 0600);
     EXPECT_EQ(paths.readSecret(), forty);
+    EXPECT_EQ(paths.secretIfReadable(), forty);
     EXPECT_EQ(paths.loadOrCreateSecret(), forty);
 
     File::writeAtomically(paths.secretFile(), std::string(31, 'k') + "\n", 0644);
     EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
+    EXPECT_FALSE(paths.secretIfReadable());
     std::string fresh = paths.loadOrCreateSecret();
     EXPECT_EQ(fresh.size(), 64u);
     EXPECT_EQ(paths.readSecret(), fresh);
@@ -137,6 +140,7 @@ TEST(TidewickPaths, SecretFileContentsAreCheckedAndReplacedWhenDamaged) {
     EXPECT_EQ(paths.readSecret(), wide);
     File::writeAtomically(paths.secretFile(), std::string(40, 'k') + "\xFF", 0600);
     EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
+    EXPECT_FALSE(paths.secretIfReadable());
     EXPECT_EQ(paths.loadOrCreateSecret().size(), 64u);
 }
 

@@ -26,17 +26,16 @@ const char* sentence(HookClient::Failure::Kind kind) {
     return "Tidewick didn't send a valid answer.";
 }
 
-[[noreturn]] void fail(HookClient::Failure::Kind kind) {
-    throw HookClient::Failure(kind);
-}
+using Kind = HookClient::Failure::Kind;
 
-void connectWithin(int fd, const sockaddr_un& address, double timeoutSeconds) {
+// Connects, waiting out a full backlog until the deadline. Nothing on success.
+std::optional<Kind> connectWithin(int fd, const sockaddr_un& address, double timeoutSeconds) {
     using Steady = std::chrono::steady_clock;
     const auto deadline = Steady::now() + std::chrono::duration_cast<Steady::duration>(
                                               std::chrono::duration<double>(timeoutSeconds));
     int flags = ::fcntl(fd, F_GETFL);
     if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0)
-        fail(HookClient::Failure::Kind::notRunning);
+        return Kind::notRunning;
     for (;;) {
         if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
             break;
@@ -45,11 +44,12 @@ void connectWithin(int fd, const sockaddr_un& address, double timeoutSeconds) {
         if (errno == EINTR)
             continue;
         if (errno != EAGAIN || Steady::now() >= deadline)
-            fail(HookClient::Failure::Kind::notRunning);
+            return Kind::notRunning;
         ::usleep(5000);
     }
     if (::fcntl(fd, F_SETFL, flags) != 0)
-        fail(HookClient::Failure::Kind::notRunning);
+        return Kind::notRunning;
+    return std::nullopt;
 }
 
 // Bounds a write that a stalled listener never drains, so the hook command
@@ -68,32 +68,43 @@ HookClient::Failure::Failure(Kind kind) : std::runtime_error(sentence(kind)), ki
 HookResponse HookClient::send(const HookRequest& request, const std::string& socketPath,
                               std::string_view secret, double connectTimeout,
                               double responseTimeout) {
+    Outcome outcome = attempt(request, socketPath, secret, connectTimeout, responseTimeout);
+    if (!outcome.response)
+        throw Failure(outcome.failure);
+    return std::move(*outcome.response);
+}
+
+HookClient::Outcome HookClient::attempt(const HookRequest& request, const std::string& socketPath,
+                                        std::string_view secret, double connectTimeout,
+                                        double responseTimeout) {
+    auto failed = [](Kind kind) { return Outcome{std::nullopt, kind}; };
     Socket::Descriptor socket(Socket::openStream());
     if (socket.get() < 0)
-        fail(Failure::Kind::notRunning);
+        return failed(Kind::notRunning);
     auto address = Wire::makeAddress(socketPath);
     if (!address)
-        fail(Failure::Kind::notRunning);
-    connectWithin(socket.get(), *address, connectTimeout);
+        return failed(Kind::notRunning);
+    if (auto failure = connectWithin(socket.get(), *address, connectTimeout))
+        return failed(*failure);
 
     // The /tmp fallback path is predictable, so another user could be
     // listening there: the secret goes only to a listener of our own user.
     auto peer = Socket::peerUserId(socket.get());
     if (!peer || *peer != ::geteuid())
-        fail(Failure::Kind::notRunning);
+        return failed(Kind::notRunning);
 
     std::string line = Wire::encode(request, secret);
     limitSending(socket.get(), responseTimeout);
     if (!Wire::writeAll(socket.get(), line))
-        fail(Failure::Kind::notRunning);
+        return failed(Kind::notRunning);
 
     auto reply = Wire::readLine(socket.get(), responseTimeout);
     if (!reply)
-        fail(Failure::Kind::protocolError);
+        return failed(Kind::protocolError);
     auto output = Wire::decodeResponse(*reply);
     if (!output)
-        fail(Failure::Kind::protocolError);
-    return HookResponse{std::move(*output)};
+        return failed(Kind::protocolError);
+    return Outcome{HookResponse{std::move(*output)}, Kind::protocolError};
 }
 
 } // namespace tidewick

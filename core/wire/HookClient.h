@@ -4,6 +4,7 @@
 #include "wire/HookRequest.h"
 #include "wire/HookResponse.h"
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -36,6 +37,19 @@ public:
     [[nodiscard]] static HookResponse send(const HookRequest& request,
                                            const std::string& socketPath, std::string_view secret,
                                            double connectTimeout, double responseTimeout);
+
+    /// What attempt() ends with: the response, or why there is none.
+    struct Outcome {
+        std::optional<HookResponse> response;
+        Failure::Kind failure = Failure::Kind::protocolError;
+    };
+
+    /// send() reporting its failures instead of throwing them. The hook
+    /// command uses it because, in a statically linked program, the first
+    /// exception thrown costs more than the whole fail-safe path.
+    [[nodiscard]] static Outcome attempt(const HookRequest& request, const std::string& socketPath,
+                                         std::string_view secret, double connectTimeout,
+                                         double responseTimeout);
 };
 
 } // namespace tidewick
