@@ -67,6 +67,9 @@ TEST(CommandRiskTest, HarmlessCommandsAndQuotedData) {
           "git stash push -m 'sudo'"})
         EXPECT_EQ(CommandRisk::assess(std::string_view(command)), std::nullopt) << command;
     EXPECT_EQ(CommandRisk::assess(std::nullopt), std::nullopt);
+    // Straight from an event's optional detail.
+    const std::optional<std::string> detail = "sudo -s";
+    EXPECT_EQ(CommandRisk::assess(detail), CommandRisk::Finding{"runs with admin rights"});
 }
 
 TEST(CommandRiskTest, EarlierRulesWinAndOrderHolds) {
