@@ -56,14 +56,10 @@ std::optional<std::string> usableSecret(const std::string& path) {
 } // namespace
 
 TidewickPaths::TidewickPaths(std::string home) : home_(std::move(home)) {
-    if (!home_.empty() && home_.front() != '/') {
+    if (home_.empty() || home_.front() != '/') {
         char cwd[PATH_MAX];
         if (::getcwd(cwd, sizeof cwd))
-            home_ = File::join(cwd, home_);
-    } else if (home_.empty()) {
-        char cwd[PATH_MAX];
-        if (::getcwd(cwd, sizeof cwd))
-            home_ = cwd;
+            home_ = home_.empty() ? std::string(cwd) : File::join(cwd, home_);
     }
     while (home_.size() > 1 && home_.back() == '/')
         home_.pop_back();

@@ -15,7 +15,6 @@ namespace tidewick {
 namespace {
 
 using Kind = HookClient::Failure::Kind;
-using testing::FakeServer;
 using testing::TemporaryDirectory;
 
 const std::string secret(64, 'f');
@@ -81,50 +80,6 @@ TEST(HookClient, AFullBacklogIsWaitedOutOnlyUntilTheConnectDeadline) {
     for (int fd : queued)
         ::close(fd);
     ::close(listener);
-}
-
-TEST(HookClient, SendsOneVersionedLineAndReadsTheAnswer) {
-    TemporaryDirectory dir;
-    const std::string path = dir.file("tw.sock");
-    {
-        FakeServer server(
-            path, "{\"v\":1,\"stdout\":\"{\\\"permission\\\":\\\"allow\\\"}\",\"exit\":0}\n");
-        auto response = HookClient::send(request(), path, secret, 0.4, 5);
-        EXPECT_EQ(response.output, (HookOutput{R"({"permission":"allow"})", 0}));
-        auto line = server.finish();
-        ASSERT_TRUE(line);
-        auto decoded = Wire::decode(*line);
-        ASSERT_TRUE(decoded);
-        EXPECT_EQ(decoded->first, secret);
-        EXPECT_EQ(decoded->second, request());
-    }
-    {
-        // An answer without its line feed still counts once the server closes.
-        FakeServer server(path, "{\"v\":1,\"stdout\":\"x\",\"exit\":3}");
-        EXPECT_EQ(HookClient::send(request(), path, secret, 0.4, 5).output, (HookOutput{"x", 3}));
-    }
-}
-
-TEST(HookClient, BrokenAnswersAreProtocolErrors) {
-    TemporaryDirectory dir;
-    const std::string path = dir.file("tw.sock");
-    for (std::string reply :
-         {std::string("{}\n"), std::string("{\"v\":2,\"stdout\":\"x\",\"exit\":0}\n"),
-          std::string("not json\n"), std::string("[1]\n"), std::string()}) {
-        FakeServer server(path, reply);
-        EXPECT_EQ(failureOf(path), Kind::protocolError) << reply;
-    }
-    {
-        FakeServer server(path, std::string(Wire::maxLineBytes + 10, 'x') + "\n");
-        EXPECT_EQ(failureOf(path), Kind::protocolError) << "a reply over 16 MiB";
-    }
-    {
-        FakeServer server(path, "", FakeServer::After::hold);
-        double taken = testing::secondsTaken(
-            [&] { EXPECT_EQ(failureOf(path, 0.4, 0.2), Kind::protocolError); });
-        EXPECT_GE(taken, 0.2);
-        EXPECT_LT(taken, 1.5);
-    }
 }
 
 TEST(HookClient, AListenerThatNeverReadsCannotStallALargeRequest) {
