@@ -4,6 +4,7 @@
 #include "foundation/JSONValue.h"
 #include "sessions/JSONCoding.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace tidewick {
@@ -37,7 +38,29 @@ public:
     }
     void string(std::string_view text) {
         separate();
-        out_ += JSONValue::quote(text);
+        // Most texts need no escaping: copy those as they are and leave the rest to
+        // JSONValue, whose escaping the file must follow.
+        if (std::none_of(text.begin(), text.end(), needsEscape)) {
+            out_.push_back('"');
+            out_ += text;
+            out_.push_back('"');
+        } else {
+            out_ += JSONValue::quote(text);
+        }
+        needComma_ = true;
+    }
+    void uuid(const UUID& id) {
+        static constexpr char hex[] = "0123456789abcdef";
+        separate();
+        out_.push_back('"');
+        const auto& bytes = id.bytes();
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            if (i == 4 || i == 6 || i == 8 || i == 10)
+                out_.push_back('-');
+            out_.push_back(hex[bytes[i] >> 4]);
+            out_.push_back(hex[bytes[i] & 0x0F]);
+        }
+        out_.push_back('"');
         needComma_ = true;
     }
     void number(const JSONValue& value) {
@@ -69,6 +92,10 @@ public:
     }
 
 private:
+    static bool needsEscape(char c) {
+        return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
+    }
+
     void separate() {
         if (needComma_)
             out_.push_back(',');
@@ -80,7 +107,8 @@ private:
 
 void write(CompactWriter& w, const PendingRequest& request) {
     w.begin('{');
-    w.member("id", request.id.string());
+    w.key("id");
+    w.uuid(request.id);
     w.member("kind", rawValue(request.kind));
     w.member("title", request.title);
     w.optionalMember("detail", request.detail);
@@ -93,7 +121,8 @@ void write(CompactWriter& w, const PendingRequest& request) {
 
 void write(CompactWriter& w, const TimelineItem& item) {
     w.begin('{');
-    w.member("id", item.id.string());
+    w.key("id");
+    w.uuid(item.id);
     w.key("time");
     w.date(item.time);
     w.member("kind", rawValue(item.kind));

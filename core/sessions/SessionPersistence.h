@@ -9,7 +9,8 @@
 namespace tidewick {
 
 /// Reads and rewrites the sessions file: a JSON array of sessions, dates as seconds since
-/// 1970. Takes no lock: the caller makes sure two saves never overlap.
+/// 1970 written to the millisecond (any fraction is read). Takes no lock: the caller makes
+/// sure two saves never overlap.
 class SessionPersistence {
 public:
     /// The file at `url` (TidewickPaths::sessionsFile() in the application).
