@@ -3,8 +3,10 @@
 // in the agent's own dialect.
 #pragma once
 
+#include "events/AgentAdapter.h"
 #include "foundation/Clock.h"
 #include "foundation/TidewickPaths.h"
+#include "service/ActivityLog.h"
 #include "service/Alert.h"
 #include "service/TidewickSettings.h"
 #include "sessions/SessionStore.h"
@@ -12,6 +14,7 @@
 #include "wire/HookRequest.h"
 #include "wire/HookResponse.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -32,6 +35,13 @@ public:
 
     using AlertHandler = std::function<void(const Alert&)>;
     using ChangeHandler = std::function<void(const StoreChange&)>;
+    /// Told a complete sentence about a problem the service works around (a malformed
+    /// settings file, an activity log that cannot be written).
+    using ProblemReporter = std::function<void(const std::string& sentence)>;
+
+    /// The sentence AlreadyRunning carries.
+    static constexpr const char* alreadyRunningSentence =
+        "Tidewick is already running. Quit it before starting another.";
 
     enum class Answer { allow, deny };
 
@@ -42,10 +52,17 @@ public:
         double alertThrottleSeconds = 3.0;
         /// Delay between the first change of a burst and its save.
         double saveDelaySeconds = 1.5;
+        /// Where problems are reported; empty: written to standard error.
+        ProblemReporter reportProblem;
+        /// Size past which "activity.jsonl" is rotated to "activity.jsonl.1".
+        std::uintmax_t activityLimitBytes = ActivityLog::defaultLimitBytes;
     };
 
     /// A stopped service for `paths`; nothing is read or written until start().
-    explicit TidewickService(TidewickPaths paths, Options options = {});
+    TidewickService(TidewickPaths paths, Options options);
+    /// The same with the default options. (Two constructors: GCC cannot take the nested
+    /// Options with member defaults as a default argument inside the class.)
+    explicit TidewickService(TidewickPaths paths);
     /// Stops the service (see stop()).
     ~TidewickService();
     TidewickService(const TidewickService&) = delete;
@@ -58,13 +75,17 @@ public:
     /// service is then left stopped.
     void start();
     /// Stops accepting hook commands, answers every held request with the time-out
-    /// decision, waits for their connections to finish, saves the sessions at once and
-    /// removes the socket. Does nothing when stopped.
+    /// decision, waits for their connections to finish, saves the sessions at once,
+    /// removes the socket and releases the single-instance lock. Does nothing when
+    /// stopped. Must not be called from a handler the service calls (alert, change).
     void stop();
     [[nodiscard]] bool isRunning() const;
 
     /// Runs one hook request: the hook server's handler, public so that tests and the
-    /// control commands can drive it. Blocks while the request is held.
+    /// control commands can drive it. Blocks while the request is held. Thread-safe.
+    /// Works before start() too; once stop() has begun, a request that would be held is
+    /// answered at once with the time-out decision. An unknown agent gets the silent
+    /// answer, an invocation the adapter ignores the adapter's fail-safe answer.
     [[nodiscard]] HookResponse handle(const HookRequest& request, const ClientProbe& probe);
     /// The same with any client-gone test (tests pass a lambda).
     [[nodiscard]] HookResponse handle(const HookRequest& request,
@@ -89,17 +110,31 @@ public:
     void saveSettings(const TidewickSettings& settings);
 
     /// Installs the alert handler (terminal UI, notifications). Called on the thread that
-    /// raised the alert; it must not block.
+    /// raised the alert (a connection's), outside every lock; it must not block.
     void setAlertHandler(AlertHandler handler);
-    /// Adds a handler told about every change of the sessions (for a UI to redraw).
+    /// Adds a handler told about every change of the sessions (for a UI to redraw). Called
+    /// on the service's work queue; it must not block nor call stop().
     void addChangeHandler(ChangeHandler handler);
 
     [[nodiscard]] const TidewickPaths& paths() const { return paths_; }
     /// The shared secret (valid after start()); the control socket checks it too.
     [[nodiscard]] const std::string& secret() const;
+    /// The file whose lock marks the running instance: "tidewick.lock" in appSupport.
+    [[nodiscard]] std::string instanceLockPath() const;
 
 private:
     struct State;
+    HookResponse holdForUser(const ParsedHook& parsed, const AgentAdapter& adapter,
+                             const HookRequest& request, const TidewickSettings& settings,
+                             const std::function<bool()>& isClientGone);
+    void record(const AgentEvent& event, const HookRequest& request);
+    void allowReadOnly(const AgentEvent& event, const HookRequest& request);
+    void raise(const Alert& alert);
+    bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
+    /// Closes the door to new holds, answers every held request with the time-out decision
+    /// and waits until no handle() call is running.
+    void drain();
+
     TidewickPaths paths_;
     std::unique_ptr<State> state_;
 };

@@ -14,6 +14,9 @@
 namespace tidewick {
 
 struct TidewickSettings {
+    /// Time-outs read from the file are cut to this (a year).
+    static constexpr double longestTimeoutSeconds = 365.0 * 24 * 3600;
+
     /// How long a permission request is held before the agent asks in its own interface.
     double permissionTimeoutSeconds = 300;
     /// How long the end of a turn waits for a reply.
@@ -46,8 +49,9 @@ struct TidewickSettings {
     /// Every key with its value, known keys first in their usual order, then the unknown ones.
     [[nodiscard]] JSONValue toJSON() const;
     /// The settings in `value`: missing keys take their defaults, a key of the wrong
-    /// type takes its default too. Throws std::runtime_error with a user-readable
-    /// sentence when `value` is not an object.
+    /// type takes its default too (so does a negative time-out or an empty key; entries
+    /// of quickReplies that are not texts are skipped). Throws std::runtime_error with a
+    /// user-readable sentence when `value` is not an object.
     [[nodiscard]] static TidewickSettings fromJSON(const JSONValue& value);
 
     friend bool operator==(const TidewickSettings&, const TidewickSettings&) = default;

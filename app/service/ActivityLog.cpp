@@ -1,0 +1,85 @@
+#include "service/ActivityLog.h"
+
+#include "foundation/File.h"
+#include "foundation/SystemError.h"
+#include "foundation/Text.h"
+#include "sessions/UTF8.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tidewick {
+
+namespace {
+
+// Valid UTF-8 and bounded: one line must never make the log unreadable or huge.
+std::string cleaned(const std::string& text) {
+    return Text::cut(UTF8::repaired(text), ActivityLog::textLimit, Text::ellipsis);
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    [[nodiscard]] int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+} // namespace
+
+ActivityLog::ActivityLog(std::string path, std::uintmax_t limitBytes)
+    : path_(std::move(path)), limitBytes_(limitBytes) {}
+
+JSONValue ActivityLog::record(const AgentEvent& event, Date time) {
+    JSONValue::Object object = {
+        {"time", JSONValue::real(secondsSince1970(time))},
+        {"agent", rawValue(event.agent)},
+        {"session", cleaned(event.sessionId)},
+        {"kind", rawValue(event.kind)},
+    };
+    if (event.title)
+        object.emplace_back("title", cleaned(*event.title));
+    if (event.detail)
+        object.emplace_back("detail", cleaned(*event.detail));
+    return object;
+}
+
+void ActivityLog::append(const AgentEvent& event, Date time) {
+    const std::string line = record(event, time).compact() + "\n";
+    std::lock_guard guard(lock_);
+    File::makeDirectories(File::parent(path_), 0700);
+
+    struct stat info {};
+    if (::stat(path_.c_str(), &info) == 0 && info.st_size > 0 &&
+        static_cast<std::uintmax_t>(info.st_size) + line.size() > limitBytes_) {
+        if (::rename(path_.c_str(), previousPath().c_str()) != 0)
+            throw SystemError("rename", path_, errno);
+    }
+
+    Descriptor file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    if (file.get() < 0)
+        throw SystemError("open", path_, errno);
+    // One write per line with O_APPEND: a line is never interleaved with another.
+    std::string_view rest = line;
+    while (!rest.empty()) {
+        ssize_t written = ::write(file.get(), rest.data(), rest.size());
+        if (written < 0) {
+            if (errno == EINTR)
+                continue;
+            throw SystemError("write", path_, errno);
+        }
+        rest.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+} // namespace tidewick
