@@ -4,9 +4,12 @@
 // starts and exits (the floor). Also the fail-safe path with no application,
 // and an exchange while the server holds 500 connections.
 //
-// Each benchmark reports the median and 90th percentile of single runs
-// (counters median_us, p90_us). Build tidewick-hook and tidewick-noop in the
-// same build directory first (a Release build without sanitizers).
+// Each benchmark reports the median, 90th percentile and maximum of single
+// runs (counters median_us, p90_us, max_us). Building this target builds both
+// programs beside it; use a Release build without sanitizers:
+//   cmake -S . -B build/hook-release -G Ninja -DCMAKE_BUILD_TYPE=Release
+//   cmake --build build/hook-release --target HookRoundTripBench
+//   build/hook-release/bin/HookRoundTripBench
 #include "foundation/File.h"
 #include "foundation/TidewickPaths.h"
 #include "wire/HookServer.h"
