@@ -131,7 +131,7 @@ ssize_t DescriptorInput::read(char* buffer, std::size_t size) {
     return ::read(fd_, buffer, size);
 }
 
-HookCommand::Exit HookCommand::run(const Context& context) noexcept {
+HookCommand::Exit HookCommand::run(const Context& context) {
     // Until the adapter has given its fail-safe answer there is nothing safe
     // to print, so these exits say nothing.
     HookOutput failSafe;

@@ -76,10 +76,11 @@ public:
     static constexpr double fireAndForgetWaitSeconds = 1.0;
     static constexpr int ancestorSteps = 8;
 
-    /// Runs every step and returns how to end. Never throws: once the
-    /// agent and event are known, any failure ends in the adapter's
-    /// fail-safe answer; before that, in a silent exit 0.
-    [[nodiscard]] static Exit run(const Context& context) noexcept;
+    /// Runs every step and returns how to end. Once the agent and event are
+    /// known, any failure ends in the adapter's fail-safe answer; before
+    /// that, in a silent exit 0. Only running out of memory while building
+    /// the answer itself can throw (the program's main() catches it).
+    [[nodiscard]] static Exit run(const Context& context);
 
     /// The element after the first one equal to `name`; nothing when `name`
     /// is absent or last.
