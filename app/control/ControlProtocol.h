@@ -1,0 +1,98 @@
+// The control socket's messages: one compact JSON line each way. The `tidewick`
+// commands ask the running application for its sessions and held requests and
+// hand it the user's decisions.
+#pragma once
+
+#include "events/AgentKind.h"
+#include "foundation/JSONValue.h"
+#include "sessions/PendingRequest.h"
+#include "sessions/Session.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tidewick {
+
+/// What a control request asks for. Raw values "sessions", "pending", "allow",
+/// "deny", "reply" and "letStop".
+enum class ControlCommand { sessions, pending, allow, deny, reply, letStop };
+
+[[nodiscard]] std::string_view rawValue(ControlCommand command);
+/// The command with this raw value; nothing for any other text.
+[[nodiscard]] std::optional<ControlCommand> controlCommandFromRaw(std::string_view raw);
+
+struct ControlRequest {
+    ControlCommand command = ControlCommand::sessions;
+    /// The session to decide for: an identifier or a prefix of one.
+    std::string session;
+    /// Only sessions of this agent are considered.
+    std::optional<AgentKind> agent;
+    /// deny: the message shown to the agent.
+    std::optional<std::string> message;
+    /// reply: the text sent to the agent.
+    std::string text;
+
+    friend bool operator==(const ControlRequest&, const ControlRequest&) = default;
+};
+
+/// How a control request ended. Raw values equal the case names.
+enum class ControlOutcome {
+    /// Listed, or the decision reached the waiting agent.
+    done,
+    /// The session matched but nothing was waiting for this decision (none held, or
+    /// already answered: the first decision wins).
+    notDelivered,
+    /// No session matches the identifier.
+    noMatch,
+    /// The identifier matches several sessions.
+    ambiguous,
+    /// The request itself was malformed (an empty identifier, an unknown command).
+    badRequest,
+};
+
+[[nodiscard]] std::string_view rawValue(ControlOutcome outcome);
+[[nodiscard]] std::optional<ControlOutcome> controlOutcomeFromRaw(std::string_view raw);
+
+/// A held request with the session holding it.
+using HeldRequest = std::pair<SessionKey, PendingRequest>;
+
+struct ControlReply {
+    ControlOutcome outcome = ControlOutcome::done;
+    /// A sentence for the user when the outcome is not `done`.
+    std::optional<std::string> message;
+    /// The session a decision went to.
+    std::optional<SessionKey> session;
+    /// sessions: every session.
+    std::vector<Session> sessions;
+    /// pending: every held request.
+    std::vector<HeldRequest> pending;
+
+    friend bool operator==(const ControlReply&, const ControlReply&) = default;
+};
+
+namespace ControlProtocol {
+
+/// The request line (with its line feed) carrying `secret`. Throws std::invalid_argument
+/// when a text is not UTF-8.
+[[nodiscard]] std::string encode(const ControlRequest& request, std::string_view secret);
+
+/// The secret and request of a request line. Nothing unless the line is a JSON object
+/// with "v" 1, a string "secret" and a known "command"; "agent" must be a known agent
+/// when present. The other fields take their defaults when missing or mistyped.
+[[nodiscard]] std::optional<std::pair<std::string, ControlRequest>>
+decodeRequest(std::string_view line);
+
+/// The reply line (with its line feed). A reply that cannot be encoded (a text that is
+/// not UTF-8) becomes a `badRequest` reply saying so.
+[[nodiscard]] std::string encode(const ControlReply& reply);
+
+/// The reply of a reply line; nothing unless it is an object with "v" 1 and a known
+/// "outcome" whose sessions and held requests all decode.
+[[nodiscard]] std::optional<ControlReply> decodeReply(std::string_view line);
+
+} // namespace ControlProtocol
+
+} // namespace tidewick

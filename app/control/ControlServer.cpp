@@ -1,0 +1,98 @@
+#include "control/ControlServer.h"
+
+#include "control/SessionMatcher.h"
+#include "wire/Wire.h"
+
+namespace tidewick {
+
+namespace {
+
+ControlReply failure(ControlOutcome outcome, std::string message) {
+    ControlReply reply;
+    reply.outcome = outcome;
+    reply.message = std::move(message);
+    return reply;
+}
+
+bool isDecision(ControlCommand command) {
+    return command != ControlCommand::sessions && command != ControlCommand::pending;
+}
+
+// Hands the decision over; true when it reached a waiting agent.
+bool deliver(const ControlRequest& request, const SessionKey& key, ControlTarget& target) {
+    switch (request.command) {
+    case ControlCommand::allow:
+        return target.answerPermission(key, TidewickService::Answer::allow, std::nullopt);
+    case ControlCommand::deny:
+        return target.answerPermission(key, TidewickService::Answer::deny, request.message);
+    case ControlCommand::reply:
+        return target.reply(key, request.text);
+    case ControlCommand::letStop:
+        return target.letStop(key);
+    case ControlCommand::sessions:
+    case ControlCommand::pending:
+        break;
+    }
+    return false;
+}
+
+std::string notDelivered(const ControlRequest& request, const SessionKey& key) {
+    const std::string who = describeSession(key);
+    if (request.command == ControlCommand::allow || request.command == ControlCommand::deny)
+        return who + " has no permission request waiting, so the decision was not delivered.";
+    return who + " isn't waiting for a reply, so nothing was delivered.";
+}
+
+} // namespace
+
+ControlServer::ControlServer(std::string socketPath, std::string secret, ControlTarget& target)
+    : server_(
+          std::move(socketPath),
+          [secret = std::move(secret), &target](std::string_view line, const ClientProbe&) {
+              return answer(line, secret, target);
+          },
+          LocalServer::Options{"tidewick.control", "tidewick.ctl-conn", 16, 10.0}) {}
+
+void ControlServer::start() {
+    server_.start();
+}
+
+void ControlServer::stop() {
+    server_.stop();
+    server_.closeConnections();
+}
+
+ControlReply ControlServer::respond(const ControlRequest& request, ControlTarget& target) {
+    if (request.command == ControlCommand::sessions) {
+        ControlReply reply;
+        reply.sessions = target.sessions();
+        return reply;
+    }
+    if (request.command == ControlCommand::pending) {
+        ControlReply reply;
+        reply.pending = target.pendingRequests();
+        return reply;
+    }
+    if (request.command == ControlCommand::reply && request.text.empty())
+        return failure(ControlOutcome::badRequest, "A reply needs some text.");
+    SessionMatch match = matchSession(target.sessions(), request.session, request.agent);
+    if (!match.key)
+        return failure(match.outcome, std::move(match.message));
+    ControlReply reply;
+    reply.session = match.key;
+    if (isDecision(request.command) && !deliver(request, *match.key, target)) {
+        reply.outcome = ControlOutcome::notDelivered;
+        reply.message = notDelivered(request, *match.key);
+    }
+    return reply;
+}
+
+std::optional<std::string> ControlServer::answer(std::string_view line, std::string_view secret,
+                                                 ControlTarget& target) {
+    auto decoded = ControlProtocol::decodeRequest(line);
+    if (!decoded || !Wire::secretsMatch(secret, decoded->first))
+        return std::nullopt;
+    return ControlProtocol::encode(respond(decoded->second, target));
+}
+
+} // namespace tidewick

@@ -1,0 +1,85 @@
+// A control target that records the decisions it is handed, for the control tests.
+#pragma once
+
+#include "control/ControlTarget.h"
+
+#include <mutex>
+
+namespace tidewick::testing {
+
+inline Session sessionWith(AgentKind agent, std::string id,
+                           std::vector<PendingRequest> pending = {}) {
+    Session session;
+    session.key = SessionKey{agent, std::move(id)};
+    session.pending = std::move(pending);
+    return session;
+}
+
+inline PendingRequest heldRequest(PendingKind kind, std::string title) {
+    PendingRequest request;
+    request.id = UUID::random();
+    request.kind = kind;
+    request.title = std::move(title);
+    request.createdAt = dateFromSeconds(1'700'000'000.5);
+    request.deadline = dateFromSeconds(1'700'000'300.5);
+    return request;
+}
+
+/// Answers as the service would: a decision is delivered once per held request.
+class FakeTarget final : public ControlTarget {
+public:
+    struct Call {
+        std::string what;
+        SessionKey key;
+        std::optional<std::string> text;
+    };
+
+    std::vector<Session> all;
+
+    std::vector<Session> sessions() const override { return all; }
+    std::vector<HeldRequest> pendingRequests() const override {
+        std::vector<HeldRequest> held;
+        for (const Session& session : all)
+            for (const PendingRequest& request : session.pending)
+                held.emplace_back(session.key, request);
+        return held;
+    }
+    bool answerPermission(const SessionKey& key, TidewickService::Answer answer,
+                          std::optional<std::string> message) override {
+        return take(answer == TidewickService::Answer::allow ? "allow" : "deny", key,
+                    PendingKind::permission, std::move(message));
+    }
+    bool reply(const SessionKey& key, std::string text) override {
+        return take("reply", key, PendingKind::reply, std::move(text));
+    }
+    bool letStop(const SessionKey& key) override {
+        return take("letStop", key, PendingKind::reply, std::nullopt);
+    }
+
+    std::vector<Call> calls() {
+        std::lock_guard guard(mutex_);
+        return calls_;
+    }
+
+private:
+    bool take(std::string what, const SessionKey& key, PendingKind kind,
+              std::optional<std::string> text) {
+        std::lock_guard guard(mutex_);
+        calls_.push_back({what, key, text});
+        for (Session& session : all) {
+            if (session.key != key)
+                continue;
+            for (auto it = session.pending.begin(); it != session.pending.end(); ++it)
+                if (it->kind == kind) {
+                    session.pending.erase(it);
+                    return true;
+                }
+        }
+        return false;
+    }
+
+    std::mutex mutex_;
+    std::vector<Call> calls_;
+};
+
+} // namespace tidewick::testing

@@ -1,0 +1,177 @@
+#include "wire/LocalServer.h"
+
+#include "foundation/SystemError.h"
+#include "wire/Socket.h"
+#include "wire/Wire.h"
+
+#include <cerrno>
+#include <condition_variable>
+#include <pthread.h>
+#include <set>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tidewick {
+
+// What the accept thread and the connection threads share. They hold it by
+// shared pointer, so it outlives the server object if it must.
+struct LocalServer::Connections {
+    Connections(Handler handler, Options options)
+        : handler(std::move(handler)), options(std::move(options)) {}
+
+    const Handler handler;
+    const Options options;
+
+    std::mutex mutex;
+    std::condition_variable finished;
+    std::set<int> open; // Descriptors of connections being served.
+
+    void admit(int fd) {
+        std::lock_guard guard(mutex);
+        open.insert(fd);
+    }
+
+    // Closed under the lock so that a concurrent wakeUpAllAndWait() never
+    // touches a descriptor number that has already been reused.
+    void release(int fd) {
+        std::lock_guard guard(mutex);
+        ::close(fd);
+        open.erase(fd);
+        finished.notify_all();
+    }
+
+    void wakeUpAllAndWait() {
+        std::unique_lock guard(mutex);
+        for (int fd : open)
+            ::shutdown(fd, SHUT_RDWR);
+        finished.wait(guard, [this] { return open.empty(); });
+    }
+};
+
+namespace {
+
+void nameThread(const std::string& name) {
+    // Linux keeps 15 bytes of a thread name.
+    (void)::pthread_setname_np(::pthread_self(), name.substr(0, 15).c_str());
+}
+
+} // namespace
+
+void LocalServer::serve(const Connections& connections, int fd) {
+    // Every refusal closes without a word, so a probing client learns nothing.
+    auto peer = Socket::peerUserId(fd);
+    if (!peer || *peer != ::geteuid())
+        return;
+    auto line = Wire::readLine(fd, connections.options.requestReadSeconds);
+    if (!line)
+        return;
+    std::optional<std::string> answer = connections.handler(*line, ClientProbe(fd));
+    // A client that has gone meanwhile is nobody's concern any more.
+    if (answer)
+        (void)Wire::writeAll(fd, *answer);
+}
+
+void LocalServer::acceptLoop(std::shared_ptr<Connections> connections, int listener) {
+    nameThread(connections->options.threadName);
+    for (;;) {
+        int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) {
+            if (errno == EINTR || errno == ECONNABORTED)
+                continue;
+            // Out of descriptors or memory: pause instead of giving up the
+            // server; connections that finish will free what is missing.
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                ::usleep(10000);
+                continue;
+            }
+            return; // stop() shut the listener down.
+        }
+        connections->admit(fd);
+        try {
+            std::thread([connections, fd] {
+                nameThread(connections->options.connectionThreadName);
+                try {
+                    serve(*connections, fd);
+                } catch (...) {
+                    // A failing handler costs only its own connection.
+                }
+                connections->release(fd);
+            }).detach();
+        } catch (const std::system_error&) {
+            connections->release(fd);
+        }
+    }
+}
+
+LocalServer::LocalServer(std::string socketPath, Handler handler, Options options)
+    : socketPath_(std::move(socketPath)),
+      connections_(std::make_shared<Connections>(std::move(handler), std::move(options))) {}
+
+LocalServer::~LocalServer() {
+    stop();
+    closeConnections();
+}
+
+void LocalServer::closeConnections() {
+    connections_->wakeUpAllAndWait();
+}
+
+void LocalServer::start() {
+    std::lock_guard guard(lock_);
+    if (running_)
+        return;
+    Socket::ignoreBrokenPipes();
+    int fd = Socket::openStream();
+    if (fd < 0)
+        throw SystemError("socket", socketPath_, errno ? errno : EIO);
+    auto fail = [&](const char* call, int error, bool removeFile) {
+        ::close(fd);
+        if (removeFile)
+            ::unlink(socketPath_.c_str());
+        throw SystemError(call, socketPath_, error ? error : EIO);
+    };
+    ::unlink(socketPath_.c_str()); // A stale socket from an earlier run.
+    auto address = Wire::makeAddress(socketPath_);
+    if (!address)
+        fail("bind", ENAMETOOLONG, false);
+    // Linux gives the socket file the mode of the socket itself, so the file
+    // is owner-only from the moment it appears rather than after the chmod.
+    (void)::fchmod(fd, 0600);
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
+        fail("bind", errno, false);
+    if (::chmod(socketPath_.c_str(), 0600) != 0)
+        fail("chmod", errno, true);
+    if (::listen(fd, connections_->options.backlog) != 0)
+        fail("listen", errno, true);
+    try {
+        acceptThread_ = std::thread(acceptLoop, connections_, fd);
+    } catch (const std::system_error& error) {
+        fail("pthread_create", error.code().value(), true);
+    }
+    listener_ = fd;
+    running_ = true;
+}
+
+void LocalServer::stop() {
+    std::lock_guard guard(lock_);
+    if (!running_)
+        return;
+    running_ = false;
+    // Shutting the listener down makes the blocked accept() fail, which ends
+    // the accept thread; closing comes after the join so the number cannot be
+    // reused under it.
+    ::shutdown(listener_, SHUT_RDWR);
+    if (acceptThread_.joinable())
+        acceptThread_.join();
+    ::close(listener_);
+    ::unlink(socketPath_.c_str());
+    listener_ = -1;
+}
+
+bool LocalServer::isRunning() const {
+    std::lock_guard guard(lock_);
+    return running_;
+}
+
+} // namespace tidewick

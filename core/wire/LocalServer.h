@@ -1,0 +1,78 @@
+// A local line server: accepts connections on a Unix-domain socket, lets in
+// only processes of this user, reads one bounded request line, hands it to the
+// handler on the connection's own thread and writes the handler's answer line.
+// The hook socket and the control socket are both built on it.
+#pragma once
+
+#include "wire/ClientProbe.h"
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace tidewick {
+
+class LocalServer {
+public:
+    /// Answers one request line (given without its line feed). Called on the
+    /// connection's own thread, concurrently with other connections; it may
+    /// block as long as it needs, and `probe` tells whether the client still
+    /// waits. The answer is written as it is (it should end in a line feed);
+    /// nothing, or an exception, closes the connection without a reply.
+    using Handler =
+        std::function<std::optional<std::string>(std::string_view line, const ClientProbe& probe)>;
+
+    struct Options {
+        /// Name of the accepting thread (the system shows its first 15 bytes).
+        std::string threadName = "tidewick.server";
+        /// Name of each connection's thread.
+        std::string connectionThreadName = "tidewick.connection";
+        /// Connections waiting to be accepted before clients see a full backlog.
+        int backlog = 32;
+        /// How long a connected client has to send its request line.
+        double requestReadSeconds = 10.0;
+    };
+
+    /// A stopped server for `socketPath`.
+    LocalServer(std::string socketPath, Handler handler, Options options);
+    /// Stops the server, wakes every connection still open (its probe then
+    /// reports the client gone) and waits until their threads have finished.
+    ~LocalServer();
+    LocalServer(const LocalServer&) = delete;
+    LocalServer& operator=(const LocalServer&) = delete;
+
+    /// Replaces any file at the socket path with a listening socket of mode
+    /// 0600 and starts accepting. Does nothing when already running. Throws
+    /// SystemError naming the failed call (ENAMETOOLONG for a path over 103
+    /// bytes); the server is then left stopped with nothing open.
+    void start();
+
+    /// Stops accepting and removes the socket file. Connections being served
+    /// finish their exchange. Does nothing when stopped.
+    void stop();
+
+    /// Wakes every connection still being served (its probe reports the client
+    /// gone, its reply is lost) and waits until their threads have finished.
+    void closeConnections();
+
+    [[nodiscard]] bool isRunning() const;
+    [[nodiscard]] const std::string& socketPath() const { return socketPath_; }
+
+private:
+    struct Connections;
+    static void acceptLoop(std::shared_ptr<Connections> connections, int listener);
+    static void serve(const Connections& connections, int fd);
+
+    std::string socketPath_;
+    std::shared_ptr<Connections> connections_;
+    mutable std::mutex lock_; // Guards listener_, running_ and acceptThread_.
+    int listener_ = -1;
+    bool running_ = false;
+    std::thread acceptThread_;
+};
+
+} // namespace tidewick
