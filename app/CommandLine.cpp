@@ -1,6 +1,9 @@
 #include "CommandLine.h"
 
+#include "AppCommand.h"
+#include "CommandFailure.h"
 #include "ConnectCommands.h"
+#include "ControlCommands.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
 #include "install/HookConfigError.h"
@@ -20,6 +23,8 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     app.fallthrough(false);
     // Every command group adds its own subcommands here.
     registerConnectCommands(app, context);
+    registerAppCommand(app, context);
+    registerControlCommands(app, context);
 
     Terminal& terminal = context.terminal();
     try {
@@ -38,6 +43,10 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     } catch (const ConnectionError& error) {
         terminal.err() << error.what() << "\n";
         return static_cast<int>(ExitStatus::refused);
+    } catch (const CommandFailure& failure) {
+        if (*failure.what())
+            terminal.err() << failure.what() << "\n";
+        return failure.status();
     }
     return static_cast<int>(ExitStatus::success);
 }

@@ -1,0 +1,117 @@
+#include "AppCommand.h"
+
+#include "CommandFailure.h"
+#include "control/ControlServer.h"
+#include "control/SessionMatcher.h"
+#include "foundation/SystemError.h"
+#include "foundation/Text.h"
+#include "service/TidewickService.h"
+
+#include <csignal>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace tidewick {
+
+namespace {
+
+// The signals that stop the application, blocked in every thread so that only
+// sigwait() sees them.
+sigset_t stopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+// One line per alert, so someone watching the headless application knows what
+// to answer and how.
+std::string describeAlert(const Alert& alert) {
+    const std::string who = describeSession(alert.session);
+    const std::string id = alert.session.sessionId;
+    std::string detail;
+    if (alert.detail) {
+        // One line per alert, whatever the command or question looks like.
+        std::string flat = Text::replacingAll(*alert.detail, "\n", " ");
+        detail = " (" + Text::cut(flat, 120, "…") + ")";
+    }
+    switch (alert.kind) {
+    case Alert::Kind::needsPermission:
+        return who + " needs permission: " + alert.title + detail +
+               ". Answer with `tidewick allow " + id + "` or `tidewick deny " + id + "`.";
+    case Alert::Kind::waitingReply:
+        return who + " finished its turn and waits for you. Answer with `tidewick reply " + id +
+               " TEXT` or `tidewick let-stop " + id + "`.";
+    case Alert::Kind::finished:
+        return who + " finished: " + alert.title + ".";
+    }
+    return who + ": " + alert.title;
+}
+
+} // namespace
+
+void runHeadless(AppContext& context) {
+    const sigset_t signals = stopSignals();
+    // Before the service starts its threads, which inherit the mask.
+    if (int error = ::pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0)
+        throw CommandFailure(1, SystemError("pthread_sigmask", "SIGINT, SIGTERM", error).what());
+
+    Terminal& terminal = context.terminal();
+    auto outputLock = std::make_shared<std::mutex>();
+    TidewickService service(context.paths());
+    service.setAlertHandler([&terminal, outputLock](const Alert& alert) {
+        std::lock_guard guard(*outputLock);
+        terminal.out() << describeAlert(alert) << std::endl;
+    });
+    try {
+        service.start();
+    } catch (const TidewickService::AlreadyRunning& error) {
+        throw CommandFailure(1, error.what());
+    } catch (const SystemError& error) {
+        throw CommandFailure(1, std::string("Tidewick couldn't start: ") + error.what());
+    }
+
+    ServiceControlTarget target(service);
+    ControlServer control(context.paths().controlSocketPath(), service.secret(), target);
+    try {
+        control.start();
+    } catch (const SystemError& error) {
+        service.stop();
+        throw CommandFailure(1, std::string("Tidewick couldn't start: ") + error.what());
+    }
+    {
+        std::lock_guard guard(*outputLock);
+        terminal.out() << "Tidewick is running. Hook socket: " << context.paths().socketPath()
+                       << "; control socket: " << control.socketPath() << ". Stop it with Ctrl-C."
+                       << std::endl;
+    }
+
+    int received = 0;
+    // sigwait fails only for an invalid set, which would stop at once rather than hang.
+    (void)::sigwait(&signals, &received);
+
+    // Decisions first: nothing can arrive through the control socket while the
+    // service answers the held requests with their time-out.
+    control.stop();
+    service.stop();
+    std::lock_guard guard(*outputLock);
+    terminal.out() << "Tidewick stopped." << std::endl;
+}
+
+void registerAppCommand(CLI::App& app, AppContext& context) {
+    auto headless = std::make_shared<bool>(false);
+    CLI::App* command = app.add_subcommand("app", "Run Tidewick until you stop it (Ctrl-C)");
+    command->add_flag("--headless", *headless,
+                      "Run without the terminal interface; answer with the control commands");
+    command->callback([&context, headless] {
+        if (!*headless && ::isatty(STDOUT_FILENO) == 1)
+            context.terminal().err()
+                << "The terminal interface isn't part of this build yet; running headless.\n";
+        runHeadless(context);
+    });
+}
+
+} // namespace tidewick

@@ -1,0 +1,206 @@
+#include "ControlCommands.h"
+
+#include "CommandFailure.h"
+#include "ConnectCommands.h"
+#include "UsageError.h"
+#include "control/ControlClient.h"
+#include "control/SessionMatcher.h"
+#include "foundation/Text.h"
+
+#include <cmath>
+#include <memory>
+
+namespace tidewick {
+
+namespace {
+
+struct ControlOptions {
+    bool json = false;
+    std::string session;
+    std::string agent;
+    std::optional<std::string> message;
+    std::string text;
+};
+
+std::string padded(std::string_view text, std::size_t width) {
+    std::string out(text);
+    std::size_t length = Text::characterCount(text);
+    if (length < width)
+        out.append(width - length, ' ');
+    return out;
+}
+
+// One line of a listing: no line feeds from an agent's texts.
+std::string flattened(std::string_view text, std::size_t limit) {
+    std::string line =
+        Text::replacingAll(Text::replacingAll(std::string(text), "\n", " "), "\r", " ");
+    return Text::cut(line, limit, "…");
+}
+
+ControlReply send(AppContext& context, const ControlRequest& request) {
+    try {
+        return ControlClient::send(request, context.paths());
+    } catch (const ControlClient::NotRunning& error) {
+        throw CommandFailure(notRunningExitStatus, error.what());
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(error.what());
+    }
+}
+
+// Turns an outcome other than done into its exit status and sentence.
+void requireDone(const ControlReply& reply) {
+    const std::string message = reply.message.value_or("Tidewick refused the request.");
+    switch (reply.outcome) {
+    case ControlOutcome::done:
+        return;
+    case ControlOutcome::notDelivered:
+    case ControlOutcome::noMatch:
+        throw CommandFailure(static_cast<int>(ExitStatus::refused), message);
+    case ControlOutcome::ambiguous:
+    case ControlOutcome::badRequest:
+        throw UsageError(message);
+    }
+}
+
+std::string confirmation(ControlCommand command, const SessionKey& key) {
+    const std::string who = describeSession(key);
+    switch (command) {
+    case ControlCommand::allow:
+        return "Allowed " + who + ".";
+    case ControlCommand::deny:
+        return "Denied " + who + ".";
+    case ControlCommand::reply:
+        return "Replied to " + who + ".";
+    case ControlCommand::letStop:
+        return "Let " + who + " stop.";
+    case ControlCommand::sessions:
+    case ControlCommand::pending:
+        break;
+    }
+    return who + ".";
+}
+
+void runDecision(AppContext& context, ControlCommand command, const ControlOptions& options) {
+    ControlRequest request;
+    request.command = command;
+    request.session = options.session;
+    if (!options.agent.empty())
+        request.agent = agentFromArgument(options.agent);
+    request.message = options.message;
+    request.text = options.text;
+    if (command == ControlCommand::reply && request.text.empty())
+        throw UsageError("A reply needs some text.");
+    ControlReply reply = send(context, request);
+    requireDone(reply);
+    context.terminal().out() << confirmation(command, reply.session.value_or(SessionKey{})) << "\n";
+}
+
+void runSessions(AppContext& context, bool json) {
+    ControlRequest request;
+    request.command = ControlCommand::sessions;
+    ControlReply reply = send(context, request);
+    requireDone(reply);
+    if (json) {
+        JSONValue::Array array;
+        for (const Session& session : reply.sessions)
+            array.push_back(session.toJSON());
+        context.terminal().out() << JSONValue(std::move(array)).pretty() << "\n";
+        return;
+    }
+    if (reply.sessions.empty())
+        context.terminal().out() << "No sessions yet.\n";
+    for (const Session& session : reply.sessions)
+        context.terminal().out() << describeSessionLine(session) << "\n";
+}
+
+void runPending(AppContext& context, bool json) {
+    ControlRequest request;
+    request.command = ControlCommand::pending;
+    ControlReply reply = send(context, request);
+    requireDone(reply);
+    if (json) {
+        JSONValue::Array array;
+        for (const auto& [key, held] : reply.pending)
+            array.push_back(
+                JSONValue::Object{{"session", key.toJSON()}, {"request", held.toJSON()}});
+        context.terminal().out() << JSONValue(std::move(array)).pretty() << "\n";
+        return;
+    }
+    if (reply.pending.empty())
+        context.terminal().out() << "Nothing is waiting for you.\n";
+    const Date now = tidewick::now();
+    for (const HeldRequest& held : reply.pending)
+        context.terminal().out() << describeHeldLine(held, now) << "\n";
+}
+
+CLI::App* addDecision(CLI::App& app, AppContext& context, const char* name, const char* about,
+                      ControlCommand command, const std::shared_ptr<ControlOptions>& options) {
+    CLI::App* sub = app.add_subcommand(name, about);
+    sub->add_option("session", options->session, "Session identifier or the start of it")
+        ->required();
+    sub->add_option("--agent", options->agent,
+                    "Only sessions of this agent (claude, codex, cursor, antigravity)");
+    sub->callback([&context, command, options] { runDecision(context, command, *options); });
+    return sub;
+}
+
+} // namespace
+
+std::string describeSessionLine(const Session& session) {
+    std::string line = padded(displayName(session.key.agent), 12) +
+                       padded(shortSessionId(session.key.sessionId), 10) +
+                       padded(label(session.status), 18);
+    line += session.projectPath ? flattened(*session.projectPath, 60) : "-";
+    if (session.currentAction)
+        line += "  " + flattened(*session.currentAction, 60);
+    if (!session.pending.empty())
+        line += "  " + std::to_string(session.pending.size()) + " held";
+    return line;
+}
+
+std::string describeHeldLine(const HeldRequest& held, Date now) {
+    const auto& [key, request] = held;
+    const double left =
+        std::max(0.0, std::chrono::duration<double>(request.deadline - now).count());
+    std::string line = padded(displayName(key.agent), 12) +
+                       padded(shortSessionId(key.sessionId), 10) +
+                       padded(rawValue(request.kind), 12) + flattened(request.title, 60);
+    if (request.detail)
+        line += " — " + flattened(*request.detail, 80);
+    line += "  (" + std::to_string(static_cast<long long>(std::ceil(left))) + " s left)";
+    return line;
+}
+
+void registerControlCommands(CLI::App& app, AppContext& context) {
+    auto sessionsJSON = std::make_shared<bool>(false);
+    CLI::App* sessions = app.add_subcommand("sessions", "List the running application's sessions");
+    sessions->add_flag("--json", *sessionsJSON, "Print the sessions as a JSON array");
+    sessions->callback([&context, sessionsJSON] { runSessions(context, *sessionsJSON); });
+
+    auto pendingJSON = std::make_shared<bool>(false);
+    CLI::App* pending = app.add_subcommand("pending", "List the requests waiting for you");
+    pending->add_flag("--json", *pendingJSON, "Print the held requests as a JSON array");
+    pending->callback([&context, pendingJSON] { runPending(context, *pendingJSON); });
+
+    auto allow = std::make_shared<ControlOptions>();
+    addDecision(app, context, "allow", "Allow the permission request a session is waiting on",
+                ControlCommand::allow, allow);
+
+    auto deny = std::make_shared<ControlOptions>();
+    CLI::App* denyCommand =
+        addDecision(app, context, "deny", "Deny the permission request a session is waiting on",
+                    ControlCommand::deny, deny);
+    denyCommand->add_option("-m,--message", deny->message, "Tell the agent why");
+
+    auto reply = std::make_shared<ControlOptions>();
+    CLI::App* replyCommand = addDecision(
+        app, context, "reply", "Answer a session that finished its turn and waits for you",
+        ControlCommand::reply, reply);
+    replyCommand->add_option("text", reply->text, "What to tell the agent")->required();
+
+    auto letStop = std::make_shared<ControlOptions>();
+    addDecision(app, context, "let-stop", "Let a session that waits for you end its turn",
+                ControlCommand::letStop, letStop);
+}
+
+} // namespace tidewick

@@ -1,0 +1,25 @@
+// The commands that talk to the running application over its control socket:
+// `sessions`, `pending`, `allow`, `deny`, `reply` and `let-stop`.
+#pragma once
+
+#include "AppContext.h"
+#include "control/ControlProtocol.h"
+
+#include <CLI/CLI.hpp>
+
+namespace tidewick {
+
+/// Adds the six control commands to `app`. Their callbacks throw CommandFailure: status 1
+/// when a decision was not delivered or no session matches, 2 for an ambiguous or empty
+/// session identifier, 3 when no application answers.
+void registerControlCommands(CLI::App& app, AppContext& context);
+
+/// One line for `tidewick sessions`: agent, short identifier, status, project, current
+/// action and the number of held requests.
+[[nodiscard]] std::string describeSessionLine(const Session& session);
+
+/// One line for `tidewick pending`: session, kind, title, detail and the seconds left
+/// before the time-out at `now`.
+[[nodiscard]] std::string describeHeldLine(const HeldRequest& held, Date now);
+
+} // namespace tidewick
