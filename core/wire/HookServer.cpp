@@ -1,178 +1,30 @@
 #include "wire/HookServer.h"
 
-#include "foundation/SystemError.h"
-#include "wire/Socket.h"
 #include "wire/Wire.h"
-
-#include <cerrno>
-#include <condition_variable>
-#include <pthread.h>
-#include <set>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace tidewick {
 
-// What the accept thread and the connection threads share. They hold it by
-// shared pointer, so it outlives the server object if it must.
-struct HookServer::Connections {
-    Connections(std::string secret, Handler handler)
-        : secret(std::move(secret)), handler(std::move(handler)) {}
-
-    const std::string secret;
-    const Handler handler;
-
-    std::mutex mutex;
-    std::condition_variable finished;
-    std::set<int> open; // Descriptors of connections being served.
-
-    void admit(int fd) {
-        std::lock_guard guard(mutex);
-        open.insert(fd);
-    }
-
-    // Closed under the lock so that a concurrent wakeUpAll() never touches a
-    // descriptor number that has already been reused.
-    void release(int fd) {
-        std::lock_guard guard(mutex);
-        ::close(fd);
-        open.erase(fd);
-        finished.notify_all();
-    }
-
-    void wakeUpAllAndWait() {
-        std::unique_lock guard(mutex);
-        for (int fd : open)
-            ::shutdown(fd, SHUT_RDWR);
-        finished.wait(guard, [this] { return open.empty(); });
-    }
-};
-
 namespace {
 
-void nameThread(const char* name) {
-    // Linux keeps 15 bytes of a thread name.
-    char shortName[16] = {};
-    for (size_t i = 0; i < sizeof shortName - 1 && name[i]; ++i)
-        shortName[i] = name[i];
-    (void)::pthread_setname_np(::pthread_self(), shortName);
+// The hook protocol on top of the generic line server: decode, check the
+// secret, run the handler, encode. Every refusal closes without a word, so a
+// probing client learns nothing.
+LocalServer::Handler protocol(std::string secret, HookServer::Handler handler) {
+    return [secret = std::move(secret), handler = std::move(handler)](
+               std::string_view line, const ClientProbe& probe) -> std::optional<std::string> {
+        auto decoded = Wire::decode(line);
+        if (!decoded || !Wire::secretsMatch(secret, decoded->first))
+            return std::nullopt;
+        HookResponse response = handler(decoded->second, probe);
+        return Wire::encode(response.output);
+    };
 }
 
 } // namespace
 
-void HookServer::serve(const std::shared_ptr<Connections>& connections, int fd) {
-    // Every refusal closes without a word, so a probing client learns nothing.
-    auto peer = Socket::peerUserId(fd);
-    if (!peer || *peer != ::geteuid())
-        return;
-    auto line = Wire::readLine(fd, HookServer::requestReadSeconds);
-    if (!line)
-        return;
-    auto decoded = Wire::decode(*line);
-    if (!decoded || !Wire::secretsMatch(connections->secret, decoded->first))
-        return;
-    HookResponse response = connections->handler(decoded->second, ClientProbe(fd));
-    // A client that has gone meanwhile is nobody's concern any more.
-    (void)Wire::writeAll(fd, Wire::encode(response.output));
-}
-
-void HookServer::acceptLoop(std::shared_ptr<Connections> connections, int listener) {
-    nameThread(HookServer::threadName);
-    for (;;) {
-        int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0) {
-            if (errno == EINTR || errno == ECONNABORTED)
-                continue;
-            // Out of descriptors or memory: pause instead of giving up the
-            // server; connections that finish will free what is missing.
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                ::usleep(10000);
-                continue;
-            }
-            return; // stop() shut the listener down.
-        }
-        connections->admit(fd);
-        try {
-            std::thread([connections, fd] {
-                nameThread("tidewick.hook-connection");
-                try {
-                    serve(connections, fd);
-                } catch (...) {
-                    // A failing handler costs only its own connection.
-                }
-                connections->release(fd);
-            }).detach();
-        } catch (const std::system_error&) {
-            connections->release(fd);
-        }
-    }
-}
-
 HookServer::HookServer(std::string socketPath, std::string secret, Handler handler)
-    : socketPath_(std::move(socketPath)),
-      connections_(std::make_shared<Connections>(std::move(secret), std::move(handler))) {}
-
-HookServer::~HookServer() {
-    stop();
-    connections_->wakeUpAllAndWait();
-}
-
-void HookServer::start() {
-    std::lock_guard guard(lock_);
-    if (running_)
-        return;
-    Socket::ignoreBrokenPipes();
-    int fd = Socket::openStream();
-    if (fd < 0)
-        throw SystemError("socket", socketPath_, errno ? errno : EIO);
-    auto fail = [&](const char* call, int error, bool removeFile) {
-        ::close(fd);
-        if (removeFile)
-            ::unlink(socketPath_.c_str());
-        throw SystemError(call, socketPath_, error ? error : EIO);
-    };
-    ::unlink(socketPath_.c_str()); // A stale socket from an earlier run.
-    auto address = Wire::makeAddress(socketPath_);
-    if (!address)
-        fail("bind", ENAMETOOLONG, false);
-    // Linux gives the socket file the mode of the socket itself, so the file
-    // is owner-only from the moment it appears rather than after the chmod.
-    (void)::fchmod(fd, 0600);
-    if (::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
-        fail("bind", errno, false);
-    if (::chmod(socketPath_.c_str(), 0600) != 0)
-        fail("chmod", errno, true);
-    if (::listen(fd, backlog) != 0)
-        fail("listen", errno, true);
-    try {
-        acceptThread_ = std::thread(acceptLoop, connections_, fd);
-    } catch (const std::system_error& error) {
-        fail("pthread_create", error.code().value(), true);
-    }
-    listener_ = fd;
-    running_ = true;
-}
-
-void HookServer::stop() {
-    std::lock_guard guard(lock_);
-    if (!running_)
-        return;
-    running_ = false;
-    // Shutting the listener down makes the blocked accept() fail, which ends
-    // the accept thread; closing comes after the join so the number cannot be
-    // reused under it.
-    ::shutdown(listener_, SHUT_RDWR);
-    if (acceptThread_.joinable())
-        acceptThread_.join();
-    ::close(listener_);
-    ::unlink(socketPath_.c_str());
-    listener_ = -1;
-}
-
-bool HookServer::isRunning() const {
-    std::lock_guard guard(lock_);
-    return running_;
-}
+    : server_(std::move(socketPath), protocol(std::move(secret), std::move(handler)),
+              LocalServer::Options{threadName, "tidewick.hook-connection", backlog,
+                                   requestReadSeconds}) {}
 
 } // namespace tidewick

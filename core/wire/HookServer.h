@@ -5,12 +5,10 @@
 #include "wire/ClientProbe.h"
 #include "wire/HookRequest.h"
 #include "wire/HookResponse.h"
+#include "wire/LocalServer.h"
 
 #include <functional>
-#include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace tidewick {
 
@@ -33,7 +31,7 @@ public:
     HookServer(std::string socketPath, std::string secret, Handler handler);
     /// Stops the server, wakes every connection still open (its probe then
     /// reports the client gone) and waits until their threads have finished.
-    ~HookServer();
+    ~HookServer() = default;
     HookServer(const HookServer&) = delete;
     HookServer& operator=(const HookServer&) = delete;
 
@@ -41,26 +39,17 @@ public:
     /// 0600 and starts accepting. Does nothing when already running. Throws
     /// SystemError naming the failed call (ENAMETOOLONG for a path over 103
     /// bytes); the server is then left stopped with nothing open.
-    void start();
+    void start() { server_.start(); }
 
     /// Stops accepting and removes the socket file. Connections being served
     /// finish their exchange. Does nothing when stopped.
-    void stop();
+    void stop() { server_.stop(); }
 
-    [[nodiscard]] bool isRunning() const;
-    [[nodiscard]] const std::string& socketPath() const { return socketPath_; }
+    [[nodiscard]] bool isRunning() const { return server_.isRunning(); }
+    [[nodiscard]] const std::string& socketPath() const { return server_.socketPath(); }
 
 private:
-    struct Connections;
-    static void acceptLoop(std::shared_ptr<Connections> connections, int listener);
-    static void serve(const std::shared_ptr<Connections>& connections, int fd);
-
-    std::string socketPath_;
-    std::shared_ptr<Connections> connections_;
-    mutable std::mutex lock_; // Guards listener_, running_ and acceptThread_.
-    int listener_ = -1;
-    bool running_ = false;
-    std::thread acceptThread_;
+    LocalServer server_;
 };
 
 } // namespace tidewick
