@@ -1,0 +1,484 @@
+#include "Layout.h"
+
+#include "DisplayText.h"
+#include "Screen.h"
+
+#include <algorithm>
+#include <ctime>
+
+namespace tidewick {
+
+namespace {
+
+/// Builds one line of exactly `width` columns from segments.
+class LineBuilder {
+public:
+    explicit LineBuilder(int width) : width_(width) {}
+
+    int left() const { return width_ - used_; }
+
+    /// Appends `text` cut to what is left (or to `columns` when given, padded to it).
+    LineBuilder& add(std::string_view text, Style style, bool reverse = false, int columns = -1) {
+        const int room = left();
+        if (room <= 0)
+            return *this;
+        std::string piece = columns < 0 ? DisplayText::fit(text, room)
+                                        : DisplayText::pad(text, std::min(columns, room));
+        const int pieceWidth = DisplayText::width(piece);
+        if (pieceWidth == 0)
+            return *this;
+        used_ += pieceWidth;
+        line_.push_back({std::move(piece), style, reverse});
+        return *this;
+    }
+
+    /// Appends `text` flush right, after padding; when it does not fit whole it is cut.
+    LineBuilder& addRight(std::string_view text, Style style, bool reverse = false) {
+        const int textWidth = std::min(DisplayText::width(text), left());
+        spaces(left() - textWidth, Style::plain, reverse);
+        return add(text, style, reverse);
+    }
+
+    LineBuilder& spaces(int count, Style style = Style::plain, bool reverse = false) {
+        if (count > 0)
+            add(std::string(static_cast<std::size_t>(count), ' '), style, reverse, count);
+        return *this;
+    }
+
+    FrameLine finish(bool reverse = false) {
+        spaces(left(), Style::plain, reverse);
+        return std::move(line_);
+    }
+
+private:
+    int width_;
+    int used_ = 0;
+    FrameLine line_;
+};
+
+std::string repeated(std::string_view piece, int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i)
+        text.append(piece);
+    return text;
+}
+
+std::string clockTime(Date date) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char buffer[16];
+    std::strftime(buffer, sizeof buffer, "%H:%M:%S", &local);
+    return buffer;
+}
+
+struct Columns {
+    int marker = 2, agent = 12, project = 0, status = 18, action = 0, held = 5, age = 5;
+};
+
+Columns columnsFor(int width) {
+    Columns columns;
+    const int fixed = columns.marker + columns.agent + columns.status + columns.held + columns.age;
+    const int rest = std::max(0, width - fixed);
+    if (rest >= 16) {
+        columns.project = std::clamp(width / 5, 8, 32);
+        columns.project = std::min(columns.project, rest - 8);
+        columns.action = rest - columns.project;
+    } else {
+        columns.project = rest;
+    }
+    return columns;
+}
+
+FrameLine headingRow(int width) {
+    const Columns c = columnsFor(width);
+    LineBuilder line(width);
+    line.spaces(c.marker)
+        .add("AGENT", Style::heading, false, c.agent)
+        .add("PROJECT", Style::heading, false, c.project)
+        .add("STATUS", Style::heading, false, c.status)
+        .add("DOING", Style::heading, false, c.action)
+        .add(DisplayText::pad("", c.held - 5) + " HELD", Style::heading, false, c.held)
+        .addRight("AGO", Style::heading);
+    return line.finish();
+}
+
+FrameLine sessionRow(const SessionRow& row, bool selected, int width) {
+    const Columns c = columnsFor(width);
+    LineBuilder line(width);
+    const bool r = selected;
+    line.add(selected ? "▸ " : "  ", Style::bold, r, c.marker)
+        .add(row.agent, Style::plain, r, c.agent)
+        .add(row.project, Style::plain, r, c.project)
+        .add(row.statusLabel, styleFor(row.status), r, c.status)
+        .add(row.action, Style::dim, r, c.action);
+    const std::string held = std::to_string(row.held);
+    line.add(std::string(
+                 static_cast<std::size_t>(std::max(0, c.held - 1 - static_cast<int>(held.size()))),
+                 ' ') +
+                 held + " ",
+             row.held > 0 ? Style::needsPermission : Style::dim, r, c.held);
+    line.addRight(row.sinceActivity, Style::dim, r);
+    return line.finish(r);
+}
+
+/// Appends wrapped `text` indented by `indent` columns, at most `maxLines` lines.
+void addWrapped(std::vector<FrameLine>& lines, std::string_view text, int indent, Style style,
+                int width, std::size_t maxLines) {
+    for (const std::string& piece : DisplayText::wrap(text, width - indent, maxLines)) {
+        LineBuilder line(width);
+        line.spaces(indent).add(piece, style);
+        lines.push_back(line.finish());
+    }
+}
+
+std::vector<FrameLine> detailLines(const ScreenController& controller, Date now, int width,
+                                   int height) {
+    std::vector<FrameLine> lines;
+    const Session* session = controller.selected();
+    if (!session) {
+        addWrapped(lines,
+                   "No sessions yet. Connect an agent (for example: tidewick connect claude) "
+                   "and start it; its sessions appear here. Try tidewick demo for a tour.",
+                   0, Style::dim, width, 4);
+        return lines;
+    }
+    const SessionDetail detail = Screen::detail(*session, now, static_cast<std::size_t>(height));
+    {
+        LineBuilder line(width);
+        line.add(detail.row.agent, Style::bold).add(" · ", Style::dim);
+        line.add(detail.row.statusLabel, styleFor(detail.row.status));
+        if (detail.title && !detail.title->empty())
+            line.add(" · ", Style::dim).add(DisplayText::singleLine(*detail.title), Style::plain);
+        std::string where;
+        if (detail.hostApp)
+            where = *detail.hostApp;
+        if (detail.model)
+            where += (where.empty() ? "" : " · ") + *detail.model;
+        if (!where.empty() && line.left() > DisplayText::width(where) + 2)
+            line.addRight(DisplayText::singleLine(where), Style::dim);
+        lines.push_back(line.finish());
+    }
+    if (detail.projectPath) {
+        LineBuilder line(width);
+        line.add(DisplayText::singleLine(*detail.projectPath), Style::dim);
+        lines.push_back(line.finish());
+    }
+    if (controller.mode() == ScreenController::Mode::reply) {
+        LineBuilder heading(width);
+        heading.add("Quick replies — press a number, or type your own and press Enter:",
+                    Style::key);
+        lines.push_back(heading.finish());
+        const auto& replies = controller.quickReplies();
+        for (std::size_t i = 0; i < replies.size() && i < 9; ++i) {
+            LineBuilder line(width);
+            line.spaces(2)
+                .add(std::to_string(i + 1), Style::key)
+                .spaces(1)
+                .add(DisplayText::singleLine(replies[i]), Style::plain);
+            lines.push_back(line.finish());
+        }
+    }
+    for (std::size_t i = 0; i < detail.held.size(); ++i) {
+        const HeldRequestView& request = detail.held[i];
+        if (static_cast<int>(lines.size()) >= height - 1 && i < detail.held.size()) {
+            LineBuilder more(width);
+            more.add("… and " + std::to_string(detail.held.size() - i) + " more held", Style::dim);
+            lines.push_back(more.finish());
+            break;
+        }
+        LineBuilder head(width);
+        const std::string state =
+            request.expired ? request.waiting : request.waiting + " · " + request.countdown;
+        const int stateWidth = DisplayText::width(state);
+        head.add("● ", request.expired ? Style::expired : Style::waiting);
+        head.add(DisplayText::fit(DisplayText::singleLine(request.title),
+                                  std::max(8, head.left() - stateWidth - 2)),
+                 Style::bold);
+        head.addRight(state, request.expired ? Style::expired : Style::waiting);
+        lines.push_back(head.finish());
+        if (request.detail) {
+            const std::size_t room = request.kind == PendingKind::permission ? 4 : 3;
+            addWrapped(lines, *request.detail, 4, Style::plain, width, room);
+        }
+        if (request.risk) {
+            LineBuilder risk(width);
+            risk.spaces(4).add(" ⚠ Risk: " + *request.risk + " ", Style::risk);
+            lines.push_back(risk.finish());
+        }
+        if (!request.expired) {
+            LineBuilder keys(width);
+            keys.spaces(4);
+            if (request.kind == PendingKind::permission)
+                keys.add(controller.allowKey(), Style::key)
+                    .add(" allow · ", Style::dim)
+                    .add(controller.denyKey(), Style::key)
+                    .add(" deny", Style::dim);
+            else
+                keys.add("r", Style::key)
+                    .add(" reply · ", Style::dim)
+                    .add("s", Style::key)
+                    .add(" let it stop", Style::dim);
+            lines.push_back(keys.finish());
+        }
+    }
+    if (detail.lastMessage && !detail.lastMessage->empty() &&
+        static_cast<int>(lines.size()) + 2 <= height) {
+        LineBuilder heading(width);
+        heading.add("Last message", Style::heading);
+        lines.push_back(heading.finish());
+        addWrapped(lines, *detail.lastMessage, 2, Style::plain, width,
+                   static_cast<std::size_t>(std::min(3, height - static_cast<int>(lines.size()))));
+    }
+    const int room = height - static_cast<int>(lines.size()) - 1;
+    if (room > 0 && !detail.timeline.empty()) {
+        LineBuilder heading(width);
+        heading.add("Timeline", Style::heading);
+        lines.push_back(heading.finish());
+        const std::size_t shown =
+            std::min<std::size_t>(static_cast<std::size_t>(room), detail.timeline.size());
+        for (std::size_t i = detail.timeline.size() - shown; i < detail.timeline.size(); ++i) {
+            const TimelineLine& item = detail.timeline[i];
+            LineBuilder line(width);
+            line.spaces(2)
+                .add(clockTime(item.time), Style::dim)
+                .spaces(1)
+                .add(item.text, item.kind == TimelineKind::error ? Style::error : Style::plain);
+            lines.push_back(line.finish());
+        }
+    }
+    if (static_cast<int>(lines.size()) > height)
+        lines.resize(static_cast<std::size_t>(height));
+    return lines;
+}
+
+std::vector<FrameLine> helpLines(const ScreenController& controller, int width) {
+    const std::string allow = controller.allowKey(), deny = controller.denyKey();
+    const std::vector<std::pair<std::string, std::string>> keys = {
+        {"↑ ↓  j k", "move between sessions (PgUp PgDn Home End jump)"},
+        {allow, "allow the selected session's permission request"},
+        {deny, "deny it; type a message for the agent or just press Enter"},
+        {"r", "reply to a session waiting for you; 1–9 send a quick reply"},
+        {"s", "let a session waiting for your reply stop"},
+        {"Esc", "cancel the line you are typing"},
+        {"?", "show these keys"},
+        {"q", "quit (asks first while requests are held)"},
+    };
+    std::vector<FrameLine> lines;
+    LineBuilder title(width);
+    title.add("Keys", Style::heading);
+    lines.push_back(title.finish());
+    for (const auto& [key, meaning] : keys) {
+        LineBuilder line(width);
+        line.spaces(2).add(key, Style::key, false, 12).add(meaning, Style::plain);
+        lines.push_back(line.finish());
+    }
+    lines.push_back(LineBuilder(width).finish());
+    LineBuilder quick(width);
+    quick.add("Quick replies", Style::heading);
+    lines.push_back(quick.finish());
+    const auto& replies = controller.quickReplies();
+    for (std::size_t i = 0; i < replies.size() && i < 9; ++i) {
+        LineBuilder line(width);
+        line.spaces(2)
+            .add(std::to_string(i + 1), Style::key, false, 12)
+            .add(DisplayText::singleLine(replies[i]), Style::plain);
+        lines.push_back(line.finish());
+    }
+    lines.push_back(LineBuilder(width).finish());
+    LineBuilder back(width);
+    back.add("Press any key to go back.", Style::dim);
+    lines.push_back(back.finish());
+    return lines;
+}
+
+FrameLine framed(FrameLine content, Style frame) {
+    FrameLine line;
+    line.push_back({"│ ", frame, false});
+    for (Segment& segment : content)
+        line.push_back(std::move(segment));
+    line.push_back({" │", frame, false});
+    return line;
+}
+
+FrameLine rule(const char* leftCorner, const char* rightCorner, int width, Style frame) {
+    return {{leftCorner + repeated("─", width - 2) + rightCorner, frame, false}};
+}
+
+FrameLine topRule(const ScreenController& controller, int width, Style frame,
+                  LayoutOptions options) {
+    LineBuilder line(width);
+    line.add("┌─ ", frame).add("Tidewick", Style::bold);
+    const std::size_t count = controller.sessions().size();
+    line.add(" " + std::to_string(count) + (count == 1 ? " session " : " sessions "), Style::dim);
+    std::string chip;
+    if (options.alertChip && controller.heldCount() > 0)
+        chip = " " + std::to_string(controller.heldCount()) + " held ";
+    const int tail = DisplayText::width(chip) + 3;
+    line.add(repeated("─", std::max(0, line.left() - tail)), frame);
+    if (!chip.empty())
+        line.add(chip, Style::chip);
+    line.add(repeated("─", std::max(0, line.left() - 1)), frame).add("┐", frame);
+    return line.finish();
+}
+
+FrameLine statusLine(const ScreenController& controller, Date now, int width,
+                     std::optional<std::pair<int, int>>& cursor, int row) {
+    LineBuilder line(width);
+    switch (controller.mode()) {
+    case ScreenController::Mode::denyMessage:
+    case ScreenController::Mode::reply: {
+        const bool deny = controller.mode() == ScreenController::Mode::denyMessage;
+        const std::string prompt =
+            deny ? "Deny — message for the agent (optional), Enter sends, Esc cancels: "
+                 : "Reply (Enter sends, Esc cancels): ";
+        // Show the end of a long line, where the user is typing.
+        const int promptWidth = DisplayText::width(prompt);
+        const int room = std::max(1, width - std::min(promptWidth, width / 2) - 1);
+        std::string shown = controller.input();
+        while (DisplayText::width(shown) > room) {
+            shown.erase(0, 1);
+            while (!shown.empty() && (static_cast<unsigned char>(shown[0]) & 0xC0) == 0x80)
+                shown.erase(0, 1);
+        }
+        line.add(DisplayText::fit(prompt, std::min(promptWidth, width / 2)), Style::key);
+        const int column = width - line.left();
+        line.add(shown, Style::plain);
+        cursor = std::make_pair(row, std::min(width - 1, column + DisplayText::width(shown)));
+        break;
+    }
+    case ScreenController::Mode::confirmQuit: {
+        const std::size_t held = controller.heldCount();
+        line.add(std::to_string(held) + (held == 1 ? " request is" : " requests are") +
+                     " held. Quit anyway? Their agents then ask in their own windows. (y/N)",
+                 Style::warning);
+        break;
+    }
+    default:
+        if (auto message = controller.message(now)) {
+            const Style style = message->tone == ScreenController::Tone::warning   ? Style::warning
+                                : message->tone == ScreenController::Tone::success ? Style::success
+                                                                                   : Style::plain;
+            line.add(DisplayText::singleLine(message->text), style);
+            break;
+        }
+        line.add("↑↓", Style::key).add(" move  ", Style::dim);
+        line.add(controller.allowKey(), Style::key).add(" allow  ", Style::dim);
+        line.add(controller.denyKey(), Style::key).add(" deny  ", Style::dim);
+        line.add("r", Style::key).add(" reply  ", Style::dim);
+        line.add("s", Style::key).add(" stop  ", Style::dim);
+        line.add("?", Style::key).add(" keys  ", Style::dim);
+        line.add("q", Style::key).add(" quit", Style::dim);
+        break;
+    }
+    return line.finish();
+}
+
+} // namespace
+
+Style styleFor(SessionStatus status) {
+    switch (status) {
+    case SessionStatus::working:
+        return Style::working;
+    case SessionStatus::needsPermission:
+        return Style::needsPermission;
+    case SessionStatus::waitingReply:
+        return Style::waitingReply;
+    case SessionStatus::finished:
+        return Style::finished;
+    case SessionStatus::idle:
+        return Style::idle;
+    case SessionStatus::error:
+        return Style::error;
+    case SessionStatus::ended:
+        return Style::ended;
+    }
+    return Style::plain;
+}
+
+std::string Frame::text(int row) const {
+    std::string result;
+    if (row < 0 || row >= static_cast<int>(lines.size()))
+        return result;
+    for (const Segment& segment : lines[static_cast<std::size_t>(row)])
+        result += segment.text;
+    return result;
+}
+
+std::string Frame::text() const {
+    std::string result;
+    for (int row = 0; row < static_cast<int>(lines.size()); ++row)
+        result += text(row) + "\n";
+    return result;
+}
+
+Frame layoutScreen(const ScreenController& controller, Date now, int width, int height,
+                   LayoutOptions options) {
+    Frame frame;
+    frame.width = std::max(width, 0);
+    frame.height = std::max(height, 0);
+    if (width < minimumWidth || height < minimumHeight) {
+        for (int row = 0; row < frame.height; ++row) {
+            LineBuilder line(frame.width);
+            if (row == 0)
+                line.add("Tidewick: " + std::to_string(controller.heldCount()) + " held",
+                         Style::bold);
+            else if (row == 1)
+                line.add("Make the terminal at least " + std::to_string(minimumWidth) + "×" +
+                             std::to_string(minimumHeight) + ".",
+                         Style::warning);
+            frame.lines.push_back(line.finish());
+        }
+        return frame;
+    }
+
+    const Style border = controller.isGlowing() ? Style::glow : Style::frame;
+    const int inner = width - 4;
+    // Fixed rows: top rule, headings, separator, bottom rule, status line.
+    const int interior = height - 5;
+    const int sessionCount = static_cast<int>(controller.sessions().size());
+    const int listRows = std::clamp(sessionCount, 1, std::max(3, interior * 2 / 5));
+    const int detailRows = interior - listRows;
+
+    frame.lines.push_back(topRule(controller, width, border, options));
+    if (controller.mode() == ScreenController::Mode::help) {
+        std::vector<FrameLine> help = helpLines(controller, inner);
+        for (int row = 0; row < interior + 2; ++row)
+            frame.lines.push_back(framed(row < static_cast<int>(help.size())
+                                             ? std::move(help[static_cast<std::size_t>(row)])
+                                             : LineBuilder(inner).finish(),
+                                         border));
+    } else {
+        frame.lines.push_back(framed(headingRow(inner), border));
+        const auto selected = controller.selectedIndex();
+        // Keep the selected row in view, as near the middle as the list allows.
+        int first = 0;
+        if (selected && sessionCount > listRows)
+            first =
+                std::clamp(static_cast<int>(*selected) - listRows / 2, 0, sessionCount - listRows);
+        for (int row = 0; row < listRows; ++row) {
+            const int index = first + row;
+            if (index < sessionCount) {
+                const Session& session = controller.sessions()[static_cast<std::size_t>(index)];
+                frame.lines.push_back(
+                    framed(sessionRow(Screen::row(session, now),
+                                      selected && static_cast<int>(*selected) == index, inner),
+                           border));
+            } else {
+                frame.lines.push_back(framed(LineBuilder(inner).finish(), border));
+            }
+        }
+        frame.lines.push_back(rule("├", "┤", width, border));
+        std::vector<FrameLine> detail = detailLines(controller, now, inner, detailRows);
+        for (int row = 0; row < detailRows; ++row)
+            frame.lines.push_back(framed(row < static_cast<int>(detail.size())
+                                             ? std::move(detail[static_cast<std::size_t>(row)])
+                                             : LineBuilder(inner).finish(),
+                                         border));
+    }
+    frame.lines.push_back(rule("└", "┘", width, border));
+    frame.lines.push_back(statusLine(controller, now, width, frame.cursor, height - 1));
+    return frame;
+}
+
+} // namespace tidewick

@@ -1,0 +1,184 @@
+#include "Layout.h"
+
+#include "DisplayText.h"
+
+#include <gtest/gtest.h>
+
+namespace tidewick {
+namespace {
+
+const Date t0 = dateFromSeconds(1'800'000'000);
+
+class NoActions : public UIActions {
+public:
+    bool answerPermission(const SessionKey&, TidewickService::Answer,
+                          std::optional<std::string>) override {
+        return true;
+    }
+    bool reply(const SessionKey&, std::string) override { return true; }
+    bool letStop(const SessionKey&) override { return true; }
+};
+
+Session makeSession(AgentKind agent, std::string id, double lastActivity) {
+    Session session;
+    session.key = {agent, std::move(id)};
+    session.status = SessionStatus::working;
+    session.startedAt = t0;
+    session.lastActivityAt = addSeconds(t0, lastActivity);
+    session.projectPath = "/home/ana/src/" + session.key.sessionId;
+    return session;
+}
+
+Session asking(std::string command) {
+    Session session = makeSession(AgentKind::claude, "webshop", 0);
+    session.status = SessionStatus::needsPermission;
+    session.currentAction = "Run " + command;
+    session.lastMessage = "I will clean the build folder and rebuild.";
+    PendingRequest request;
+    request.id = UUID::random();
+    request.title = "Run " + command;
+    request.detail = command;
+    request.createdAt = t0;
+    request.deadline = addSeconds(t0, 300);
+    session.pending.push_back(request);
+    session.timeline =
+        Timeline({{UUID::random(), t0, TimelineKind::shell, "Ran make", std::nullopt}});
+    return session;
+}
+
+void expectExactSize(const Frame& frame, int width, int height) {
+    ASSERT_EQ(static_cast<int>(frame.lines.size()), height);
+    for (int row = 0; row < height; ++row)
+        EXPECT_EQ(DisplayText::width(frame.text(row)), width)
+            << "row " << row << ": " << frame.text(row);
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+class LayoutTest : public ::testing::Test {
+protected:
+    NoActions actions;
+    ScreenController controller{actions};
+};
+
+TEST_F(LayoutTest, HeldRequestIsShownWithCommandRiskAndCountdownIn80x24) {
+    controller.setSessions({makeSession(AgentKind::codex, "api", 30),
+                            asking("rm -rf build && make"),
+                            makeSession(AgentKind::cursor, "notes", 20)});
+    const Frame frame = layoutScreen(controller, addSeconds(t0, 9), 80, 24);
+    expectExactSize(frame, 80, 24);
+    const std::string screen = frame.text();
+    EXPECT_TRUE(frame.text(0).starts_with("┌─ Tidewick 3 sessions")) << frame.text(0);
+    EXPECT_TRUE(contains(frame.text(0), " 1 held ")) << "the chip counts held requests";
+    EXPECT_TRUE(contains(frame.text(2), "▸ Claude Code")) << "the session needing you is first";
+    EXPECT_TRUE(contains(frame.text(2), "Needs permission"));
+    EXPECT_TRUE(contains(frame.text(2), "webshop"));
+    EXPECT_TRUE(contains(screen, "● Run rm -rf build && make"));
+    EXPECT_TRUE(contains(screen, "Waiting for you · 4:51"));
+    EXPECT_TRUE(contains(screen, "⚠ Risk: deletes files for good"));
+    EXPECT_TRUE(contains(screen, "y allow · n deny"));
+    EXPECT_TRUE(contains(screen, "I will clean the build folder"));
+    EXPECT_TRUE(contains(screen, "Ran make"));
+    EXPECT_TRUE(contains(frame.text(23), "y allow")) << "key hints on the status line";
+    EXPECT_FALSE(frame.cursor);
+
+    LayoutOptions noChip;
+    noChip.alertChip = false;
+    EXPECT_FALSE(contains(layoutScreen(controller, t0, 80, 24, noChip).text(0), "held"));
+}
+
+TEST_F(LayoutTest, ScalesUpAndRefusesTooSmallTerminals) {
+    Session session = asking(std::string(300, 'x'));
+    controller.setSessions({session});
+    for (auto [width, height] : std::vector<std::pair<int, int>>{
+             {80, 24}, {100, 30}, {200, 60}, {minimumWidth, minimumHeight}})
+        expectExactSize(layoutScreen(controller, t0, width, height), width, height);
+
+    const Frame wide = layoutScreen(controller, t0, 200, 60);
+    EXPECT_TRUE(contains(wide.text(), std::string(150, 'x'))) << "a wide terminal shows more";
+
+    const Frame tiny = layoutScreen(controller, t0, 39, 11);
+    expectExactSize(tiny, 39, 11);
+    EXPECT_TRUE(contains(tiny.text(1), "Make the terminal at least 40×12."));
+}
+
+TEST_F(LayoutTest, TwoHundredSessionsScrollToKeepTheSelectionVisible) {
+    std::vector<Session> many;
+    for (int i = 0; i < 200; ++i)
+        many.push_back(makeSession(AgentKind::cursor, "s" + std::to_string(1000 + i), -i));
+    controller.setSessions(many);
+    for (int i = 0; i < 150; ++i)
+        (void)controller.handleKey(Key::special(Key::Kind::down), t0);
+    const Frame frame = layoutScreen(controller, t0, 80, 24);
+    expectExactSize(frame, 80, 24);
+    EXPECT_TRUE(contains(frame.text(), "▸ Cursor      s1150"));
+    EXPECT_TRUE(contains(frame.text(0), "200 sessions"));
+}
+
+TEST_F(LayoutTest, LinesBeingTypedHelpAndQuitQuestion) {
+    controller.setSessions({asking("git push --force")});
+    (void)controller.handleKey(Key::of('n'), t0);
+    (void)controller.handleKey(Key::of(U'é'), t0);
+    Frame deny = layoutScreen(controller, t0, 80, 24);
+    EXPECT_TRUE(deny.text(23).starts_with("Deny — message for the agent")) << deny.text(23);
+    ASSERT_TRUE(deny.cursor);
+    EXPECT_EQ(deny.cursor->first, 23);
+    EXPECT_EQ(deny.text(23).find("é"), deny.text(23).rfind("é"));
+    EXPECT_EQ(DisplayText::width(deny.text(23).substr(0, deny.text(23).find("é"))) + 1,
+              deny.cursor->second)
+        << "the cursor stands after what was typed";
+    (void)controller.handleKey(Key::special(Key::Kind::escape), t0);
+
+    (void)controller.handleKey(Key::of('?'), t0);
+    const std::string help = layoutScreen(controller, t0, 80, 24).text();
+    EXPECT_TRUE(contains(help, "allow the selected session's permission request"));
+    EXPECT_TRUE(contains(help, "4           Explain what you changed."));
+    (void)controller.handleKey(Key::of(' '), t0);
+
+    (void)controller.handleKey(Key::of('q'), t0);
+    EXPECT_TRUE(
+        contains(layoutScreen(controller, t0, 80, 24).text(23), "1 request is held. Quit anyway?"));
+}
+
+TEST_F(LayoutTest, ReplyLineListsTheQuickReplies) {
+    Session session = makeSession(AgentKind::codex, "api", 0);
+    session.status = SessionStatus::waitingReply;
+    PendingRequest request;
+    request.id = UUID::random();
+    request.kind = PendingKind::reply;
+    request.title = "Finished the turn";
+    request.createdAt = t0;
+    request.deadline = addSeconds(t0, 3600);
+    session.pending.push_back(request);
+    controller.setSessions({session});
+    const std::string before = layoutScreen(controller, t0, 80, 24).text();
+    EXPECT_TRUE(contains(before, "Waiting for your reply · 1:00:00"));
+    EXPECT_TRUE(contains(before, "r reply · s let it stop"));
+    (void)controller.handleKey(Key::of('r'), t0);
+    const Frame frame = layoutScreen(controller, t0, 80, 24);
+    EXPECT_TRUE(contains(frame.text(), "1 Continue working."));
+    EXPECT_TRUE(contains(frame.text(), "2 Run the tests."));
+    EXPECT_TRUE(frame.text(23).starts_with("Reply (Enter sends, Esc cancels): "));
+}
+
+TEST_F(LayoutTest, GlowChangesOnlyTheFrameStyle) {
+    Session session = asking("ls");
+    controller.setSessions({session});
+    EXPECT_EQ(layoutScreen(controller, t0, 80, 24).lines[0][0].style, Style::frame);
+    controller.glowFor(session.pending[0].id);
+    const Frame glowing = layoutScreen(controller, t0, 80, 24);
+    EXPECT_EQ(glowing.lines[0][0].style, Style::glow);
+    EXPECT_EQ(glowing.lines[22][0].style, Style::glow);
+    EXPECT_EQ(glowing.text(), layoutScreen(controller, t0, 80, 24).text());
+}
+
+TEST_F(LayoutTest, EmptyListExplainsHowSessionsArrive) {
+    const std::string screen = layoutScreen(controller, t0, 80, 24).text();
+    EXPECT_TRUE(contains(screen, "No sessions yet.")) << screen;
+    EXPECT_TRUE(contains(screen, "0 sessions"));
+}
+
+} // namespace
+} // namespace tidewick

@@ -1,0 +1,152 @@
+#include "Screen.h"
+
+#include "DisplayText.h"
+#include "foundation/File.h"
+#include "sessions/CommandRisk.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace tidewick::Screen {
+
+namespace {
+
+double secondsBetween(Date from, Date to) {
+    return std::chrono::duration<double>(to - from).count();
+}
+
+/// When the session started waiting for the user: its oldest held request.
+Date waitingSince(const Session& session) {
+    if (session.pending.empty())
+        return session.lastActivityAt;
+    Date earliest = session.pending.front().createdAt;
+    for (const PendingRequest& request : session.pending)
+        earliest = std::min(earliest, request.createdAt);
+    return earliest;
+}
+
+/// 0: needs the user, 1: live, 2: ended.
+int group(const Session& session) {
+    if (needsYou(session.status) || !session.pending.empty())
+        return 0;
+    return session.status == SessionStatus::ended ? 2 : 1;
+}
+
+std::string twoDigits(long value) {
+    char buffer[8];
+    std::snprintf(buffer, sizeof buffer, "%02ld", value);
+    return buffer;
+}
+
+} // namespace
+
+std::vector<Session> ordered(std::vector<Session> sessions) {
+    std::sort(sessions.begin(), sessions.end(), [](const Session& a, const Session& b) {
+        const int groupA = group(a), groupB = group(b);
+        if (groupA != groupB)
+            return groupA < groupB;
+        if (groupA == 0) {
+            const Date sinceA = waitingSince(a), sinceB = waitingSince(b);
+            if (sinceA != sinceB)
+                return sinceA < sinceB;
+        } else if (a.lastActivityAt != b.lastActivityAt) {
+            return a.lastActivityAt > b.lastActivityAt;
+        }
+        return a.key < b.key;
+    });
+    return sessions;
+}
+
+SessionRow row(const Session& session, Date now) {
+    SessionRow row;
+    row.key = session.key;
+    row.agent = std::string(displayName(session.key.agent));
+    row.project = "—";
+    if (session.projectPath && !session.projectPath->empty()) {
+        std::string path = *session.projectPath;
+        while (path.size() > 1 && path.back() == '/')
+            path.pop_back();
+        row.project = DisplayText::singleLine(File::lastComponent(path));
+    }
+    row.status = session.status;
+    row.statusLabel = std::string(label(session.status));
+    if (session.currentAction)
+        row.action = DisplayText::singleLine(*session.currentAction);
+    row.held = session.pending.size();
+    row.sinceActivity = age(secondsBetween(session.lastActivityAt, now));
+    return row;
+}
+
+SessionDetail detail(const Session& session, Date now, std::size_t timelineLimit) {
+    SessionDetail detail;
+    detail.row = row(session, now);
+    detail.projectPath = session.projectPath;
+    detail.title = session.title;
+    detail.model = session.model;
+    detail.hostApp = session.hostApp;
+    detail.lastMessage = session.lastMessage;
+    for (const PendingRequest& request : session.pending) {
+        HeldRequestView view;
+        view.id = request.id;
+        view.kind = request.kind;
+        view.title = request.title;
+        view.detail = request.detail;
+        if (request.kind == PendingKind::permission && request.detail) {
+            if (auto finding = CommandRisk::assess(commandPart(*request.detail)))
+                view.risk = finding->reason;
+        }
+        const double left = secondsBetween(now, request.deadline);
+        view.expired = left <= 0;
+        if (view.expired) {
+            // The agent has been answered with the time-out by now: say what it does instead.
+            view.waiting = request.kind == PendingKind::permission
+                               ? "No answer in Tidewick — asking in " +
+                                     std::string(displayName(session.key.agent))
+                               : "No reply — it stopped";
+        } else {
+            view.waiting = request.kind == PendingKind::permission ? "Waiting for you"
+                                                                   : "Waiting for your reply";
+            view.countdown = countdown(left);
+        }
+        detail.held.push_back(std::move(view));
+    }
+    const std::size_t count = session.timeline.size();
+    const std::size_t first = count > timelineLimit ? count - timelineLimit : 0;
+    for (std::size_t i = first; i < count; ++i) {
+        const TimelineItem& item = session.timeline[i];
+        std::string text = item.text;
+        if (item.detail && !item.detail->empty())
+            text += " — " + *item.detail;
+        detail.timeline.push_back({item.time, item.kind, DisplayText::singleLine(text)});
+    }
+    return detail;
+}
+
+std::string age(double seconds) {
+    if (!(seconds > 0))
+        return "0s";
+    const auto whole = static_cast<long long>(seconds);
+    if (whole < 60)
+        return std::to_string(whole) + "s";
+    if (whole < 3600)
+        return std::to_string(whole / 60) + "m";
+    if (whole < 86400)
+        return std::to_string(whole / 3600) + "h";
+    return std::to_string(whole / 86400) + "d";
+}
+
+std::string countdown(double seconds) {
+    const long total = seconds > 0 ? static_cast<long>(std::ceil(seconds)) : 0;
+    const long hours = total / 3600, minutes = total / 60 % 60, rest = total % 60;
+    if (hours > 0)
+        return std::to_string(hours) + ":" + twoDigits(minutes) + ":" + twoDigits(rest);
+    return std::to_string(minutes) + ":" + twoDigits(rest);
+}
+
+std::string_view commandPart(std::string_view detail) {
+    const auto blank = detail.find("\n\n");
+    return blank == std::string_view::npos ? detail : detail.substr(0, blank);
+}
+
+} // namespace tidewick::Screen

@@ -1,0 +1,334 @@
+#include "ScreenController.h"
+
+#include "Screen.h"
+
+#include <algorithm>
+#include <utf8proc.h>
+
+namespace tidewick {
+
+namespace {
+
+void appendUTF8(std::string& text, char32_t character) {
+    utf8proc_uint8_t buffer[4];
+    const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(character), buffer);
+    text.append(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(length));
+}
+
+std::string utf8(char32_t character) {
+    std::string text;
+    appendUTF8(text, character);
+    return text;
+}
+
+/// `setting` when it is exactly one printable character, else `fallback`.
+std::string singleKey(const std::string& setting, const char* fallback) {
+    utf8proc_int32_t codePoint = 0;
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(setting.data());
+    const auto size = static_cast<utf8proc_ssize_t>(setting.size());
+    if (size == 0 || utf8proc_iterate(bytes, size, &codePoint) != size)
+        return fallback;
+    if (utf8proc_category(codePoint) == UTF8PROC_CATEGORY_CC || codePoint == ' ')
+        return fallback;
+    return setting;
+}
+
+/// Removes the last code point of UTF-8 `text`.
+void dropLastCharacter(std::string& text) {
+    while (!text.empty()) {
+        const auto byte = static_cast<unsigned char>(text.back());
+        text.pop_back();
+        if ((byte & 0xC0) != 0x80)
+            break;
+    }
+}
+
+std::string agentName(const Session& session) {
+    return std::string(displayName(session.key.agent));
+}
+
+} // namespace
+
+ScreenController::ScreenController(UIActions& actions) : actions_(actions) {}
+
+void ScreenController::setSessions(std::vector<Session> sessions) {
+    sessions_ = Screen::ordered(std::move(sessions));
+    heldCount_ = 0;
+    std::set<UUID> stillHeld;
+    for (const Session& session : sessions_) {
+        heldCount_ += session.pending.size();
+        for (const PendingRequest& request : session.pending)
+            if (glowing_.count(request.id))
+                stillHeld.insert(request.id);
+    }
+    glowing_ = std::move(stillHeld);
+
+    if (pinned_) {
+        auto found = std::find_if(sessions_.begin(), sessions_.end(),
+                                  [&](const Session& s) { return s.key == *pinned_; });
+        if (found != sessions_.end()) {
+            selected_ = static_cast<std::size_t>(found - sessions_.begin());
+            return;
+        }
+        // The session is gone: stay at the same height in the list.
+        pinned_.reset();
+    }
+    if (sessions_.empty())
+        selected_ = 0;
+    else
+        selected_ = std::min(selected_, sessions_.size() - 1);
+}
+
+void ScreenController::setSettings(const TidewickSettings& settings) {
+    allowKey_ = singleKey(settings.allowKey, "y");
+    denyKey_ = singleKey(settings.denyKey, "n");
+    if (denyKey_ == allowKey_) {
+        // One key cannot mean both: keep the defaults rather than guess.
+        allowKey_ = "y";
+        denyKey_ = "n";
+    }
+    quickReplies_ = settings.quickReplies;
+}
+
+std::optional<std::size_t> ScreenController::selectedIndex() const {
+    if (sessions_.empty())
+        return std::nullopt;
+    return selected_;
+}
+
+const Session* ScreenController::selected() const {
+    return sessions_.empty() ? nullptr : &sessions_[selected_];
+}
+
+std::optional<ScreenController::Message> ScreenController::message(Date now) const {
+    if (!message_ || now >= message_->until)
+        return std::nullopt;
+    return message_;
+}
+
+void ScreenController::showMessage(std::string text, Tone tone, Date now) {
+    message_ = Message{std::move(text), tone, addSeconds(now, messageSeconds)};
+}
+
+void ScreenController::glowFor(const UUID& id) {
+    for (const Session& session : sessions_)
+        for (const PendingRequest& request : session.pending)
+            if (request.id == id) {
+                glowing_.insert(id);
+                return;
+            }
+}
+
+ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) {
+    switch (mode_) {
+    case Mode::browse:
+        return browse(key, now);
+    case Mode::help:
+        mode_ = Mode::browse;
+        return Outcome::stay;
+    case Mode::confirmQuit:
+        mode_ = Mode::browse;
+        if (key.kind == Key::Kind::character && (key.character == 'y' || key.character == 'Y'))
+            return Outcome::quit;
+        showMessage("Still running.", Tone::info, now);
+        return Outcome::stay;
+    case Mode::denyMessage:
+    case Mode::reply:
+        typeInto(key, now);
+        return Outcome::stay;
+    }
+    return Outcome::stay;
+}
+
+ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
+    switch (key.kind) {
+    case Key::Kind::up:
+        move(-1);
+        return Outcome::stay;
+    case Key::Kind::down:
+        move(1);
+        return Outcome::stay;
+    case Key::Kind::pageUp:
+        move(-10);
+        return Outcome::stay;
+    case Key::Kind::pageDown:
+        move(10);
+        return Outcome::stay;
+    case Key::Kind::home:
+        move(-static_cast<long>(sessions_.size()));
+        return Outcome::stay;
+    case Key::Kind::end:
+        move(static_cast<long>(sessions_.size()));
+        return Outcome::stay;
+    case Key::Kind::character:
+        break;
+    default:
+        return Outcome::stay;
+    }
+    const std::string typed = utf8(key.character);
+    // The configured keys come first, so they may take over a built-in letter.
+    if (typed == allowKey_) {
+        allow(now);
+        return Outcome::stay;
+    }
+    if (typed == denyKey_) {
+        startDeny(now);
+        return Outcome::stay;
+    }
+    switch (key.character) {
+    case 'j':
+        move(1);
+        break;
+    case 'k':
+        move(-1);
+        break;
+    case 'r':
+        startReply(now);
+        break;
+    case 's':
+        letStop(now);
+        break;
+    case '?':
+        mode_ = Mode::help;
+        break;
+    case 'q':
+        if (heldCount_ == 0)
+            return Outcome::quit;
+        mode_ = Mode::confirmQuit;
+        break;
+    default:
+        break;
+    }
+    return Outcome::stay;
+}
+
+void ScreenController::move(long rows) {
+    if (sessions_.empty())
+        return;
+    const long last = static_cast<long>(sessions_.size()) - 1;
+    selected_ = static_cast<std::size_t>(std::clamp(static_cast<long>(selected_) + rows, 0L, last));
+    pinned_ = sessions_[selected_].key;
+}
+
+const PendingRequest* ScreenController::held(PendingKind kind) const {
+    const Session* session = selected();
+    if (!session)
+        return nullptr;
+    for (const PendingRequest& request : session->pending)
+        if (request.kind == kind)
+            return &request;
+    return nullptr;
+}
+
+void ScreenController::allow(Date now) {
+    const PendingRequest* request = held(PendingKind::permission);
+    if (!request) {
+        showMessage(selected() ? agentName(*selected()) + " isn't asking for permission here."
+                               : "No session is selected.",
+                    Tone::warning, now);
+        return;
+    }
+    const std::string title = request->title;
+    if (actions_.answerPermission(selected()->key, TidewickService::Answer::allow, std::nullopt))
+        showMessage("Allowed: " + title, Tone::success, now);
+    else
+        showMessage("Not delivered: that request had already ended.", Tone::warning, now);
+}
+
+void ScreenController::startDeny(Date now) {
+    if (!held(PendingKind::permission)) {
+        showMessage(selected() ? agentName(*selected()) + " isn't asking for permission here."
+                               : "No session is selected.",
+                    Tone::warning, now);
+        return;
+    }
+    target_ = selected()->key;
+    input_.clear();
+    mode_ = Mode::denyMessage;
+}
+
+void ScreenController::startReply(Date now) {
+    if (!held(PendingKind::reply)) {
+        showMessage(selected() ? agentName(*selected()) + " isn't waiting for a reply."
+                               : "No session is selected.",
+                    Tone::warning, now);
+        return;
+    }
+    target_ = selected()->key;
+    input_.clear();
+    mode_ = Mode::reply;
+}
+
+void ScreenController::letStop(Date now) {
+    const Session* session = selected();
+    if (!held(PendingKind::reply)) {
+        showMessage(session ? agentName(*session) + " isn't waiting for a reply."
+                            : "No session is selected.",
+                    Tone::warning, now);
+        return;
+    }
+    if (actions_.letStop(session->key))
+        showMessage("Let " + agentName(*session) + " stop.", Tone::success, now);
+    else
+        showMessage("Not delivered: that turn had already ended.", Tone::warning, now);
+}
+
+void ScreenController::typeInto(const Key& key, Date now) {
+    switch (key.kind) {
+    case Key::Kind::escape:
+        mode_ = Mode::browse;
+        input_.clear();
+        return;
+    case Key::Kind::backspace:
+        dropLastCharacter(input_);
+        return;
+    case Key::Kind::enter:
+        if (mode_ == Mode::denyMessage)
+            sendDeny(now);
+        else if (!input_.empty())
+            sendReply(input_, now);
+        return;
+    case Key::Kind::character:
+        break;
+    default:
+        return;
+    }
+    // On an empty reply line a number picks that quick reply and sends it at once.
+    if (mode_ == Mode::reply && input_.empty() && key.character >= '1' && key.character <= '9') {
+        const std::size_t index = key.character - '1';
+        if (index < quickReplies_.size())
+            sendReply(quickReplies_[index], now);
+        return;
+    }
+    if (key.character < ' ' || key.character == 0x7F)
+        return;
+    appendUTF8(input_, key.character);
+}
+
+void ScreenController::sendDeny(Date now) {
+    mode_ = Mode::browse;
+    std::optional<std::string> message;
+    if (!input_.empty())
+        message = input_;
+    input_.clear();
+    if (!target_)
+        return;
+    if (actions_.answerPermission(*target_, TidewickService::Answer::deny, std::move(message)))
+        showMessage("Denied.", Tone::success, now);
+    else
+        showMessage("Not delivered: that request had already ended.", Tone::warning, now);
+}
+
+void ScreenController::sendReply(std::string text, Date now) {
+    mode_ = Mode::browse;
+    input_.clear();
+    if (!target_)
+        return;
+    const std::string agent(displayName(target_->agent));
+    if (actions_.reply(*target_, text))
+        showMessage("Sent to " + agent + ": " + text, Tone::success, now);
+    else
+        showMessage("Not delivered: " + agent + " had stopped waiting.", Tone::warning, now);
+}
+
+} // namespace tidewick

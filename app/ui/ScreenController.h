@@ -1,0 +1,112 @@
+// The terminal UI's state and key handling: which session is selected, which
+// line is being typed, what was last said to the user, and which decisions a
+// key sends. No curses here, so every key path is tested directly.
+#pragma once
+
+#include "Key.h"
+#include "UIActions.h"
+#include "foundation/Clock.h"
+#include "service/TidewickSettings.h"
+#include "sessions/Session.h"
+
+#include <cstddef>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tidewick {
+
+class ScreenController {
+public:
+    enum class Mode {
+        /// Moving through the sessions.
+        browse,
+        /// Typing the optional message of a denial.
+        denyMessage,
+        /// Typing a reply, or picking a quick reply by number.
+        reply,
+        /// The list of keys.
+        help,
+        /// Asked whether to quit although requests are held.
+        confirmQuit,
+    };
+    enum class Outcome { stay, quit };
+    enum class Tone { info, success, warning };
+
+    /// A short message on the status line, shown until `until`.
+    struct Message {
+        std::string text;
+        Tone tone = Tone::info;
+        Date until;
+    };
+
+    /// How long a status message stays.
+    static constexpr double messageSeconds = 6;
+
+    /// Decisions go to `actions`, which must outlive the controller.
+    explicit ScreenController(UIActions& actions);
+
+    /// Replaces the sessions (any order; they are put in screen order). The selection
+    /// stays on the same session once the user has moved it; before that it stays on
+    /// the first row, so the request needing the user is the one shown.
+    void setSessions(std::vector<Session> sessions);
+    /// Takes the allow and deny keys and the quick replies. A key setting that is not
+    /// exactly one character keeps the default ("y", "n").
+    void setSettings(const TidewickSettings& settings);
+
+    /// Handles one key at `now`; Outcome::quit when the UI should end.
+    [[nodiscard]] Outcome handleKey(const Key& key, Date now);
+
+    /// Shows `text` on the status line for messageSeconds.
+    void showMessage(std::string text, Tone tone, Date now);
+    /// Marks the frame as glowing until the request `id` is no longer held.
+    void glowFor(const UUID& id);
+    /// Whether any request that made the frame glow is still held.
+    [[nodiscard]] bool isGlowing() const { return !glowing_.empty(); }
+
+    [[nodiscard]] const std::vector<Session>& sessions() const { return sessions_; }
+    /// The selected row; nothing when there are no sessions.
+    [[nodiscard]] std::optional<std::size_t> selectedIndex() const;
+    [[nodiscard]] const Session* selected() const;
+    [[nodiscard]] Mode mode() const { return mode_; }
+    /// The line being typed (deny message or reply).
+    [[nodiscard]] const std::string& input() const { return input_; }
+    /// The status message still showing at `now`.
+    [[nodiscard]] std::optional<Message> message(Date now) const;
+    /// Held requests over all sessions.
+    [[nodiscard]] std::size_t heldCount() const { return heldCount_; }
+    [[nodiscard]] const std::vector<std::string>& quickReplies() const { return quickReplies_; }
+    [[nodiscard]] const std::string& allowKey() const { return allowKey_; }
+    [[nodiscard]] const std::string& denyKey() const { return denyKey_; }
+
+private:
+    Outcome browse(const Key& key, Date now);
+    void typeInto(const Key& key, Date now);
+    void move(long rows);
+    void allow(Date now);
+    void startDeny(Date now);
+    void sendDeny(Date now);
+    void startReply(Date now);
+    void sendReply(std::string text, Date now);
+    void letStop(Date now);
+    [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
+
+    UIActions& actions_;
+    std::vector<Session> sessions_;
+    std::size_t selected_ = 0;
+    /// Set once the user moves the selection: from then on it follows the session.
+    std::optional<SessionKey> pinned_;
+    /// The session a deny or reply line was opened for.
+    std::optional<SessionKey> target_;
+    Mode mode_ = Mode::browse;
+    std::string input_;
+    std::optional<Message> message_;
+    std::set<UUID> glowing_;
+    std::size_t heldCount_ = 0;
+    std::vector<std::string> quickReplies_ = TidewickSettings::defaultQuickReplies();
+    std::string allowKey_ = "y";
+    std::string denyKey_ = "n";
+};
+
+} // namespace tidewick

@@ -1,0 +1,143 @@
+#include "Screen.h"
+
+#include <gtest/gtest.h>
+
+namespace tidewick {
+namespace {
+
+const Date t0 = dateFromSeconds(1'800'000'000);
+
+Session makeSession(AgentKind agent, std::string id, SessionStatus status, double lastActivity) {
+    Session session;
+    session.key = {agent, std::move(id)};
+    session.status = status;
+    session.startedAt = t0;
+    session.lastActivityAt = addSeconds(t0, lastActivity);
+    return session;
+}
+
+PendingRequest request(PendingKind kind, std::string title, std::optional<std::string> detail,
+                       double createdAt, double timeout) {
+    PendingRequest request;
+    request.id = UUID::random();
+    request.kind = kind;
+    request.title = std::move(title);
+    request.detail = std::move(detail);
+    request.createdAt = addSeconds(t0, createdAt);
+    request.deadline = addSeconds(request.createdAt, timeout);
+    return request;
+}
+
+std::vector<std::string> ids(const std::vector<Session>& sessions) {
+    std::vector<std::string> result;
+    for (const Session& s : sessions)
+        result.push_back(s.key.sessionId);
+    return result;
+}
+
+TEST(Screen, SessionsNeedingYouComeFirstLongestWaitingFirstEndedLast) {
+    Session working = makeSession(AgentKind::codex, "working", SessionStatus::working, 50);
+    Session ended = makeSession(AgentKind::cursor, "ended", SessionStatus::ended, 90);
+    Session idle = makeSession(AgentKind::cursor, "idle", SessionStatus::idle, 10);
+    Session askedLate =
+        makeSession(AgentKind::claude, "askedLate", SessionStatus::needsPermission, 80);
+    askedLate.pending.push_back(request(PendingKind::permission, "Run ls", "ls", 80, 300));
+    Session askedEarly =
+        makeSession(AgentKind::codex, "askedEarly", SessionStatus::waitingReply, 99);
+    askedEarly.pending.push_back(request(PendingKind::reply, "Finished", std::nullopt, 20, 3600));
+
+    EXPECT_EQ(ids(Screen::ordered({working, ended, idle, askedLate, askedEarly})),
+              (std::vector<std::string>{"askedEarly", "askedLate", "working", "idle", "ended"}));
+
+    // Equal times fall back to the key, so the order never depends on the input order.
+    Session twinA = makeSession(AgentKind::claude, "a", SessionStatus::working, 5);
+    Session twinB = makeSession(AgentKind::claude, "b", SessionStatus::working, 5);
+    EXPECT_EQ(ids(Screen::ordered({twinB, twinA})), ids(Screen::ordered({twinA, twinB})));
+}
+
+TEST(Screen, RowCarriesTheListColumns) {
+    Session session = makeSession(AgentKind::antigravity, "s", SessionStatus::needsPermission, 0);
+    session.projectPath = "/home/ana/src/webshop/";
+    session.currentAction = "Run make\ntest";
+    session.pending.push_back(request(PendingKind::permission, "Run make", "make", 0, 300));
+    session.pending.push_back(request(PendingKind::reply, "Finished", std::nullopt, 0, 300));
+
+    SessionRow row = Screen::row(session, addSeconds(t0, 125));
+    EXPECT_EQ(row.agent, "Antigravity");
+    EXPECT_EQ(row.project, "webshop") << "a trailing slash does not hide the folder's name";
+    EXPECT_EQ(row.statusLabel, "Needs permission");
+    EXPECT_EQ(row.action, "Run make test");
+    EXPECT_EQ(row.held, 2u);
+    EXPECT_EQ(row.sinceActivity, "2m");
+
+    session.projectPath.reset();
+    EXPECT_EQ(Screen::row(session, t0).project, "—");
+}
+
+TEST(Screen, HeldRequestsSayWhatTheyWaitForAndWhatHappensAfterTheDeadline) {
+    Session session = makeSession(AgentKind::codex, "s", SessionStatus::needsPermission, 0);
+    session.pending.push_back(request(PendingKind::permission, "Run rm",
+                                      std::string("rm -rf build\n\nClean the build folder"), 0,
+                                      300));
+    session.pending.push_back(request(PendingKind::reply, "Finished", std::nullopt, 0, 3600));
+
+    SessionDetail live = Screen::detail(session, addSeconds(t0, 0.5), 10);
+    ASSERT_EQ(live.held.size(), 2u);
+    EXPECT_EQ(live.held[0].waiting, "Waiting for you");
+    EXPECT_EQ(live.held[0].countdown, "5:00") << "rounded up: 299.5 s left";
+    EXPECT_EQ(live.held[0].risk, "deletes files for good");
+    EXPECT_EQ(live.held[0].detail, "rm -rf build\n\nClean the build folder");
+    EXPECT_EQ(live.held[1].waiting, "Waiting for your reply");
+    EXPECT_EQ(live.held[1].countdown, "1:00:00");
+    EXPECT_FALSE(live.held[1].risk) << "replies are not commands";
+
+    SessionDetail late = Screen::detail(session, addSeconds(t0, 300), 10);
+    EXPECT_TRUE(late.held[0].expired);
+    EXPECT_EQ(late.held[0].waiting, "No answer in Tidewick — asking in Codex");
+    EXPECT_EQ(late.held[0].countdown, "");
+    EXPECT_FALSE(late.held[1].expired);
+
+    SessionDetail over = Screen::detail(session, addSeconds(t0, 4000), 10);
+    EXPECT_EQ(over.held[1].waiting, "No reply — it stopped");
+}
+
+TEST(Screen, RiskLooksOnlyAtTheCommandNotTheAgentsDescription) {
+    Session session = makeSession(AgentKind::claude, "s", SessionStatus::needsPermission, 0);
+    session.pending.push_back(request(PendingKind::permission, "Run ls",
+                                      std::string("ls build\n\nCheck before running sudo make"), 0,
+                                      300));
+    EXPECT_FALSE(Screen::detail(session, t0, 10).held[0].risk);
+    EXPECT_EQ(Screen::commandPart("sudo make\n\nwhy"), "sudo make");
+    EXPECT_EQ(Screen::commandPart("a\nb"), "a\nb");
+}
+
+TEST(Screen, TimelineKeepsTheMostRecentEntriesOnOneLine) {
+    Session session = makeSession(AgentKind::claude, "s", SessionStatus::working, 0);
+    std::vector<TimelineItem> items;
+    for (int i = 0; i < 30; ++i)
+        items.push_back({UUID::random(), addSeconds(t0, i), TimelineKind::tool,
+                         "Step " + std::to_string(i), std::nullopt});
+    items.push_back({UUID::random(), addSeconds(t0, 31), TimelineKind::shell, "Ran", "make\ntest"});
+    session.timeline = Timeline(items);
+    SessionDetail detail = Screen::detail(session, t0, 4);
+    ASSERT_EQ(detail.timeline.size(), 4u);
+    EXPECT_EQ(detail.timeline[0].text, "Step 27");
+    EXPECT_EQ(detail.timeline[3].text, "Ran — make test");
+}
+
+TEST(Screen, AgesAndCountdowns) {
+    EXPECT_EQ(Screen::age(-4), "0s");
+    EXPECT_EQ(Screen::age(59.9), "59s");
+    EXPECT_EQ(Screen::age(60), "1m");
+    EXPECT_EQ(Screen::age(3599), "59m");
+    EXPECT_EQ(Screen::age(7200), "2h");
+    EXPECT_EQ(Screen::age(86400 * 3 + 5), "3d");
+    EXPECT_EQ(Screen::countdown(0.2), "0:01");
+    EXPECT_EQ(Screen::countdown(59), "0:59");
+    EXPECT_EQ(Screen::countdown(3599.5), "1:00:00");
+    EXPECT_EQ(Screen::countdown(3661), "1:01:01");
+    EXPECT_EQ(Screen::countdown(-1), "0:00");
+}
+
+} // namespace
+} // namespace tidewick
