@@ -6,6 +6,7 @@
 #include "sessions/UTF8.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -18,6 +19,19 @@ namespace {
 // Valid UTF-8 and bounded: one line must never make the log unreadable or huge.
 std::string cleaned(const std::string& text) {
     return Text::cut(UTF8::repaired(text), ActivityLog::textLimit, Text::ellipsis);
+}
+
+// Seconds with at most three decimals in plain notation, easy to read and to sort.
+JSONValue seconds(Date time) {
+    char buffer[64];
+    auto result = std::to_chars(buffer, buffer + sizeof buffer, secondsSince1970(time),
+                                std::chars_format::fixed, 3);
+    std::string text(buffer, result.ptr);
+    while (text.back() == '0')
+        text.pop_back();
+    if (text.back() == '.')
+        text.pop_back();
+    return JSONValue::number(std::move(text));
 }
 
 class Descriptor {
@@ -42,7 +56,7 @@ ActivityLog::ActivityLog(std::string path, std::uintmax_t limitBytes)
 
 JSONValue ActivityLog::record(const AgentEvent& event, Date time) {
     JSONValue::Object object = {
-        {"time", JSONValue::real(secondsSince1970(time))},
+        {"time", seconds(time)},
         {"agent", rawValue(event.agent)},
         {"session", cleaned(event.sessionId)},
         {"kind", rawValue(event.kind)},

@@ -1,0 +1,107 @@
+#include "service/ActivityLog.h"
+
+#include "foundation/File.h"
+#include "foundation/SystemError.h"
+#include "foundation/Text.h"
+#include "service/ServiceTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+namespace tidewick {
+namespace {
+
+using namespace tidewick::testing;
+
+AgentEvent event(std::string detail) {
+    AgentEvent made;
+    made.agent = AgentKind::codex;
+    made.sessionId = "s-1";
+    made.kind = EventKind::toolStarted;
+    made.title = "Run make";
+    made.detail = std::move(detail);
+    return made;
+}
+
+std::vector<std::string> lines(const std::string& path) {
+    std::vector<std::string> found;
+    if (!File::exists(path))
+        return found;
+    std::string text = File::read(path);
+    for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
+         start = end + 1)
+        found.push_back(text.substr(start, end - start));
+    return found;
+}
+
+TEST(ActivityLog, WritesOneCompactLinePerEvent) {
+    TemporaryHome home;
+    ActivityLog log(home.path() + "/new/activity.jsonl");
+    log.append(event("make all"), dateFromSeconds(1763702400.25));
+    AgentEvent bare = event("");
+    bare.title.reset();
+    bare.detail.reset();
+    bare.kind = EventKind::sessionEnded;
+    log.append(bare, dateFromSeconds(1763702401));
+    // Invalid UTF-8 is repaired and long texts are cut, so every line stays readable.
+    log.append(event("\xff" + std::string(3000, 'x')), dateFromSeconds(1763702402));
+
+    std::vector<std::string> written = lines(log.path());
+    ASSERT_EQ(written.size(), 3u);
+    EXPECT_EQ(
+        written[0],
+        R"({"time":1763702400.25,"agent":"codex","session":"s-1","kind":"toolStarted","title":"Run make","detail":"make all"})");
+    EXPECT_EQ(written[1],
+              R"({"time":1763702401,"agent":"codex","session":"s-1","kind":"sessionEnded"})");
+    const std::string detail = *JSONValue::parse(written[2]).get("detail")->stringValue();
+    EXPECT_TRUE(detail.starts_with("\xEF\xBF\xBD"));
+    EXPECT_TRUE(detail.ends_with(Text::ellipsis));
+    EXPECT_LT(detail.size(), 2100u);
+
+    struct stat info {};
+    ASSERT_EQ(::stat(log.path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+}
+
+TEST(ActivityLog, RotatesToOnePreviousFilePastItsLimit) {
+    TemporaryHome home;
+    const std::string line = ActivityLog::record(event("0123456789"), Date()).compact() + "\n";
+    ActivityLog log(home.path() + "/activity.jsonl", line.size() * 3);
+    for (int i = 0; i < 3; ++i)
+        log.append(event("0123456789"), Date());
+    EXPECT_EQ(lines(log.path()).size(), 3u);
+    EXPECT_FALSE(File::exists(log.previousPath()));
+
+    log.append(event("abcdefghij"), Date());
+    EXPECT_EQ(lines(log.previousPath()).size(), 3u);
+    ASSERT_EQ(lines(log.path()).size(), 1u);
+    EXPECT_NE(lines(log.path())[0].find("abcdefghij"), std::string::npos);
+
+    // A second rotation replaces the previous file: at most two files ever exist.
+    for (int i = 0; i < 3; ++i)
+        log.append(event("ABCDEFGHIJ"), Date());
+    EXPECT_EQ(lines(log.previousPath()).size(), 3u);
+    EXPECT_NE(lines(log.previousPath())[0].find("abcdefghij"), std::string::npos);
+    EXPECT_EQ(lines(log.path()).size(), 1u);
+    EXPECT_FALSE(File::exists(log.path() + ".2"));
+}
+
+TEST(ActivityLog, ALineLargerThanTheLimitStillGetsWritten) {
+    TemporaryHome home;
+    ActivityLog log(home.path() + "/activity.jsonl", 10);
+    log.append(event("first"), Date());
+    log.append(event("second"), Date());
+    EXPECT_EQ(lines(log.path()).size(), 1u);
+    EXPECT_EQ(lines(log.previousPath()).size(), 1u);
+}
+
+TEST(ActivityLog, ReportsAFolderItCannotWriteTo) {
+    TemporaryHome home;
+    File::writeAtomically(home.path() + "/file", "x", 0600);
+    ActivityLog log(home.path() + "/file/activity.jsonl");
+    EXPECT_THROW(log.append(event("x"), Date()), SystemError);
+}
+
+} // namespace
+} // namespace tidewick
