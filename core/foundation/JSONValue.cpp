@@ -1,8 +1,10 @@
 #include "foundation/JSONValue.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 
 namespace tidewick {
 
@@ -11,10 +13,12 @@ namespace {
 constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
 constexpr std::uint64_t kHighs = 0x8080808080808080ULL;
 
-// True when any byte of `word` equals `byte` (the classic SWAR zero-byte test).
-inline bool wordHasByte(std::uint64_t word, unsigned char byte) {
+// The high bit of each byte of `word` that equals `byte` (the classic SWAR
+// zero-byte test). Bits above the first match may be false alarms, so only the
+// lowest set bit is meaningful.
+inline std::uint64_t matchBytes(std::uint64_t word, unsigned char byte) {
     std::uint64_t x = word ^ (kOnes * byte);
-    return ((x - kOnes) & ~x & kHighs) != 0;
+    return (x - kOnes) & ~x & kHighs;
 }
 
 inline std::uint64_t loadWord(const char* p) {
@@ -201,17 +205,20 @@ private:
             fail("Nesting deeper than " + std::to_string(JSONValue::maxDepth) + " levels", pos_);
     }
 
+    // Elements and pairs collect on scratch stacks shared by every level and
+    // move into a vector of exactly the right size when their container
+    // closes: one allocation per container instead of one per doubling.
     JSONValue parseArray(int depth) {
         checkDepth(depth);
         ++pos_;
-        JSONValue::Array elements;
         skipWhiteSpace();
         if (pos_ < text_.size() && text_[pos_] == ']') {
             ++pos_;
-            return JSONValue(std::move(elements));
+            return JSONValue(JSONValue::Array{});
         }
+        const size_t base = elementStack_.size();
         for (;;) {
-            elements.push_back(parseValue(depth));
+            elementStack_.push_back(parseValue(depth));
             skipWhiteSpace();
             if (pos_ >= text_.size())
                 fail("Unterminated array", pos_);
@@ -222,7 +229,7 @@ private:
             }
             if (c == ']') {
                 ++pos_;
-                return JSONValue(std::move(elements));
+                return JSONValue(takeFrom(elementStack_, base));
             }
             fail("Expected , or ]", pos_);
         }
@@ -231,12 +238,12 @@ private:
     JSONValue parseObject(int depth) {
         checkDepth(depth);
         ++pos_;
-        JSONValue::Object pairs;
         skipWhiteSpace();
         if (pos_ < text_.size() && text_[pos_] == '}') {
             ++pos_;
-            return JSONValue(std::move(pairs));
+            return JSONValue(JSONValue::Object{});
         }
+        const size_t base = pairStack_.size();
         for (;;) {
             skipWhiteSpace();
             if (pos_ >= text_.size() || text_[pos_] != '"')
@@ -247,7 +254,7 @@ private:
                 fail("Expected :", pos_);
             ++pos_;
             JSONValue value = parseValue(depth);
-            pairs.emplace_back(std::move(key), std::move(value));
+            pairStack_.emplace_back(std::move(key), std::move(value));
             skipWhiteSpace();
             if (pos_ >= text_.size())
                 fail("Unterminated object", pos_);
@@ -258,10 +265,18 @@ private:
             }
             if (c == '}') {
                 ++pos_;
-                return JSONValue(std::move(pairs));
+                return JSONValue(takeFrom(pairStack_, base));
             }
             fail("Expected , or }", pos_);
         }
+    }
+
+    template <typename T> static std::vector<T> takeFrom(std::vector<T>& stack, size_t base) {
+        std::vector<T> out(
+            std::make_move_iterator(stack.begin() + static_cast<std::ptrdiff_t>(base)),
+            std::make_move_iterator(stack.end()));
+        stack.resize(base);
+        return out;
     }
 
     // Reads four hexadecimal digits after "\u" at `escapeStart`; -1 when they are not there.
@@ -278,30 +293,46 @@ private:
         return value;
     }
 
-    std::string parseString() {
-        ++pos_; // opening quote
-        std::string out;
+    // Index of the next quote or backslash at or after `from`, or the end.
+    size_t findSpecial(size_t from) const {
         const size_t size = text_.size();
         const char* data = text_.data();
-        for (;;) {
-            // Copy the plain run up to the next quote or backslash in bulk.
-            size_t runStart = pos_;
-            while (pos_ + 8 <= size) {
-                std::uint64_t w = loadWord(data + pos_);
-                if (wordHasByte(w, '"') || wordHasByte(w, '\\'))
-                    break;
-                pos_ += 8;
+        while (from + 8 <= size) {
+            std::uint64_t w = loadWord(data + from);
+            std::uint64_t hits = matchBytes(w, '"') | matchBytes(w, '\\');
+            if (hits != 0) {
+                // Bytes load little-endian: the lowest hit is the first special byte.
+                static_assert(std::endian::native == std::endian::little);
+                return from + static_cast<size_t>(std::countr_zero(hits) / 8);
             }
-            while (pos_ < size && data[pos_] != '"' && data[pos_] != '\\')
-                ++pos_;
-            out.append(data + runStart, pos_ - runStart);
-            if (pos_ >= size)
+            from += 8;
+        }
+        while (from < size && data[from] != '"' && data[from] != '\\')
+            ++from;
+        return from;
+    }
+
+    std::string parseString() {
+        ++pos_; // opening quote
+        size_t end = findSpecial(pos_);
+        // Most strings hold no escape: build them in one allocation.
+        if (end < text_.size() && text_[end] == '"') {
+            std::string out(text_.data() + pos_, end - pos_);
+            pos_ = end + 1;
+            return out;
+        }
+        std::string out;
+        for (;;) {
+            out.append(text_.data() + pos_, end - pos_);
+            pos_ = end;
+            if (pos_ >= text_.size())
                 fail("Unterminated string", pos_);
-            if (data[pos_] == '"') {
+            if (text_[pos_] == '"') {
                 ++pos_;
                 return out;
             }
             parseEscape(out);
+            end = findSpecial(pos_);
         }
     }
 
@@ -360,15 +391,21 @@ private:
 
     std::string_view text_;
     size_t pos_ = 0;
+    JSONValue::Array elementStack_;
+    JSONValue::Object pairStack_;
 };
 
-JSONValue JSONValue::boolean(bool value) { return JSONValue(Storage(std::in_place_index<0>, value)); }
+JSONValue JSONValue::boolean(bool value) {
+    return JSONValue(Storage(std::in_place_index<0>, value));
+}
 
 JSONValue JSONValue::number(std::string text) {
     return JSONValue(Storage(std::in_place_index<1>, NumberText{std::move(text)}));
 }
 
-JSONValue JSONValue::integer(std::int64_t value) { return number(std::to_string(value)); }
+JSONValue JSONValue::integer(std::int64_t value) {
+    return number(std::to_string(value));
+}
 
 JSONValue JSONValue::real(double value) {
     char buffer[64];
@@ -402,7 +439,9 @@ JSONValue JSONValue::from(const JSONValue& value) {
     return value;
 }
 
-const std::string* JSONValue::stringValue() const { return std::get_if<std::string>(&storage_); }
+const std::string* JSONValue::stringValue() const {
+    return std::get_if<std::string>(&storage_);
+}
 
 const std::string* JSONValue::numberText() const {
     const NumberText* n = std::get_if<NumberText>(&storage_);
@@ -428,7 +467,8 @@ std::optional<std::int64_t> JSONValue::intValue() const {
         return value;
     // 5.0 or 1e3 still name a whole number.
     std::optional<double> d = doubleValue();
-    if (d && *d == static_cast<double>(static_cast<std::int64_t>(*d)) && *d >= -9.2e18 && *d <= 9.2e18)
+    if (d && *d == static_cast<double>(static_cast<std::int64_t>(*d)) && *d >= -9.2e18 &&
+        *d <= 9.2e18)
         return static_cast<std::int64_t>(*d);
     return std::nullopt;
 }
@@ -449,10 +489,18 @@ std::optional<double> JSONValue::doubleValue() const {
     return value;
 }
 
-const JSONValue::Array* JSONValue::arrayValue() const { return std::get_if<Array>(&storage_); }
-JSONValue::Array* JSONValue::arrayValue() { return std::get_if<Array>(&storage_); }
-const JSONValue::Object* JSONValue::objectPairs() const { return std::get_if<Object>(&storage_); }
-JSONValue::Object* JSONValue::objectPairs() { return std::get_if<Object>(&storage_); }
+const JSONValue::Array* JSONValue::arrayValue() const {
+    return std::get_if<Array>(&storage_);
+}
+JSONValue::Array* JSONValue::arrayValue() {
+    return std::get_if<Array>(&storage_);
+}
+const JSONValue::Object* JSONValue::objectPairs() const {
+    return std::get_if<Object>(&storage_);
+}
+JSONValue::Object* JSONValue::objectPairs() {
+    return std::get_if<Object>(&storage_);
+}
 
 const JSONValue* JSONValue::get(std::string_view key) const {
     const Object* pairs = objectPairs();
