@@ -1,0 +1,59 @@
+#include "Alerts.h"
+
+#include "DisplayText.h"
+#include "Screen.h"
+#include "foundation/Text.h"
+#include "sessions/CommandRisk.h"
+
+namespace tidewick {
+
+namespace {
+
+/// Notification bodies stay short: servers show a few lines at most.
+constexpr std::size_t bodyLimit = 300;
+
+Notification notificationFor(const Alert& alert) {
+    const std::string agent(displayName(alert.session.agent));
+    Notification notification;
+    notification.session = alert.session;
+    notification.requestId = alert.requestId;
+    std::string body = alert.title;
+    if (alert.detail && !alert.detail->empty())
+        body += "\n" + Text::cut(*alert.detail, bodyLimit, Text::ellipsis);
+    switch (alert.kind) {
+    case Alert::Kind::needsPermission:
+        notification.summary = agent + " needs permission";
+        notification.offersAnswers = alert.requestId.has_value();
+        notification.urgent = true;
+        if (alert.detail)
+            if (auto risk = CommandRisk::assess(Screen::commandPart(*alert.detail)))
+                body += "\n⚠ " + risk->reason;
+        break;
+    case Alert::Kind::waitingReply:
+        notification.summary = agent + " is waiting for your reply";
+        break;
+    case Alert::Kind::finished:
+        notification.summary = agent + " finished";
+        body = "No reply — it stopped";
+        break;
+    }
+    notification.body = std::move(body);
+    return notification;
+}
+
+} // namespace
+
+AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings) {
+    AlertEffects effects;
+    const bool held = alert.kind != Alert::Kind::finished;
+    const bool audible = !settings.quietMode;
+    effects.bell = held && settings.soundEnabled && audible;
+    effects.glow = held && settings.glowEnabled && alert.requestId.has_value();
+    if (settings.systemNotificationsEnabled && audible)
+        effects.notification = notificationFor(alert);
+    if (!held)
+        effects.message = std::string(displayName(alert.session.agent)) + ": No reply — it stopped";
+    return effects;
+}
+
+} // namespace tidewick
