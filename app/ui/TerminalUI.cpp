@@ -1,0 +1,443 @@
+#include "TerminalUI.h"
+
+#include "Alerts.h"
+#include "DesktopNotifier.h"
+#include "Layout.h"
+#include "ScreenController.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <cstring>
+#include <curses.h>
+#include <langinfo.h>
+#include <memory>
+#include <mutex>
+#include <poll.h>
+#include <pthread.h>
+#include <set>
+#include <stdexcept>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace tidewick {
+
+namespace {
+
+using Milliseconds = std::chrono::milliseconds;
+
+/// Redraws caused by a burst of changes are spaced at least this far apart; keys are
+/// answered at once.
+constexpr Milliseconds minimumRedrawInterval{40};
+
+class ServiceActions final : public UIActions {
+public:
+    explicit ServiceActions(TidewickService& service) : service_(service) {}
+    bool answerPermission(const SessionKey& session, TidewickService::Answer answer,
+                          std::optional<std::string> message) override {
+        return service_.answerPermission(session, answer, std::move(message));
+    }
+    bool reply(const SessionKey& session, std::string text) override {
+        return service_.reply(session, std::move(text));
+    }
+    bool letStop(const SessionKey& session) override { return service_.letStop(session); }
+
+private:
+    TidewickService& service_;
+};
+
+/// What other threads hand the UI loop: the service's changes and alerts, and answers
+/// given on notifications. Shared with the service's handlers, which outlive the loop, so
+/// it is reference-counted and goes quiet once closed.
+class Mailbox {
+public:
+    Mailbox() : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        if (fd_ < 0)
+            throw std::runtime_error(
+                std::string("Tidewick couldn't start its interface: eventfd: ") +
+                std::strerror(errno));
+    }
+    ~Mailbox() { ::close(fd_); }
+
+    int fd() const { return fd_; }
+
+    void markChanged() {
+        std::lock_guard guard(lock_);
+        if (closed_)
+            return;
+        changed_ = true;
+        ring();
+    }
+    void post(Alert alert) {
+        std::lock_guard guard(lock_);
+        if (closed_)
+            return;
+        alerts_.push_back(std::move(alert));
+        ring();
+    }
+    void say(std::string message) {
+        std::lock_guard guard(lock_);
+        if (closed_)
+            return;
+        messages_.push_back(std::move(message));
+        ring();
+    }
+    void close() {
+        std::lock_guard guard(lock_);
+        closed_ = true;
+    }
+
+    struct Contents {
+        bool changed = false;
+        std::vector<Alert> alerts;
+        std::vector<std::string> messages;
+    };
+    Contents take() {
+        std::uint64_t count = 0;
+        (void)!::read(fd_, &count, sizeof count);
+        std::lock_guard guard(lock_);
+        Contents contents{changed_, std::move(alerts_), std::move(messages_)};
+        changed_ = false;
+        alerts_.clear();
+        messages_.clear();
+        return contents;
+    }
+
+private:
+    void ring() {
+        const std::uint64_t one = 1;
+        (void)!::write(fd_, &one, sizeof one);
+    }
+
+    int fd_;
+    std::mutex lock_;
+    bool closed_ = false;
+    bool changed_ = true;
+    std::vector<Alert> alerts_;
+    std::vector<std::string> messages_;
+};
+
+/// Curses on standard input and output for the lifetime of the object.
+class CursesScreen {
+public:
+    CursesScreen() {
+        useUTF8();
+        screen_ = ::newterm(nullptr, stdout, stdin);
+        if (!screen_)
+            throw std::runtime_error("Tidewick couldn't use this terminal (is TERM set?).");
+        ::set_term(screen_);
+        ::cbreak();
+        ::noecho();
+        ::nonl();
+        ::keypad(stdscr, TRUE);
+        ::nodelay(stdscr, TRUE);
+        ::set_escdelay(25);
+        ::curs_set(0);
+        if (::has_colors()) {
+            ::start_color();
+            ::use_default_colors();
+            colours_ = true;
+            definePairs();
+        }
+    }
+    ~CursesScreen() {
+        ::endwin();
+        ::delscreen(screen_);
+    }
+    CursesScreen(const CursesScreen&) = delete;
+    CursesScreen& operator=(const CursesScreen&) = delete;
+
+    int width() const { return COLS; }
+    int height() const { return LINES; }
+
+    /// Draws `frame` over the previous one. erase() only clears curses' picture of the
+    /// screen; refresh() then sends just the cells that differ, so nothing flickers.
+    void draw(const Frame& frame) {
+        ::erase();
+        for (int row = 0; row < frame.height && row < static_cast<int>(frame.lines.size()); ++row) {
+            ::move(row, 0);
+            for (const Segment& segment : frame.lines[static_cast<std::size_t>(row)]) {
+                ::attrset(attributes(segment.style) | (segment.reverse ? A_REVERSE : A_NORMAL));
+                // The bottom-right cell makes addstr report an error after writing it.
+                (void)::addstr(segment.text.c_str());
+            }
+        }
+        ::attrset(A_NORMAL);
+        if (frame.cursor) {
+            ::curs_set(1);
+            ::move(frame.cursor->first, frame.cursor->second);
+        } else {
+            ::curs_set(0);
+        }
+        ::refresh();
+    }
+
+    void bell() { ::beep(); }
+
+private:
+    static void useUTF8() {
+        std::setlocale(LC_ALL, "");
+        const char* codeset = ::nl_langinfo(CODESET);
+        if (!codeset || std::strcmp(codeset, "UTF-8") != 0)
+            std::setlocale(LC_CTYPE, "C.UTF-8");
+    }
+
+    enum Pair : short { green = 1, yellow, cyan, blue, red, chip, risk, magenta };
+
+    void definePairs() {
+        ::init_pair(green, COLOR_GREEN, -1);
+        ::init_pair(yellow, COLOR_YELLOW, -1);
+        ::init_pair(cyan, COLOR_CYAN, -1);
+        ::init_pair(blue, COLOR_BLUE, -1);
+        ::init_pair(red, COLOR_RED, -1);
+        ::init_pair(chip, COLOR_BLACK, COLOR_YELLOW);
+        ::init_pair(risk, COLOR_WHITE, COLOR_RED);
+        ::init_pair(magenta, COLOR_MAGENTA, -1);
+    }
+
+    attr_t colour(short pair) const { return colours_ ? COLOR_PAIR(pair) : A_NORMAL; }
+
+    attr_t attributes(Style style) const {
+        switch (style) {
+        case Style::plain:
+            return A_NORMAL;
+        case Style::dim:
+        case Style::frame:
+        case Style::ended:
+            return A_DIM;
+        case Style::bold:
+        case Style::heading:
+            return A_BOLD;
+        case Style::glow:
+            return colour(yellow) | A_BOLD;
+        case Style::chip:
+            return colours_ ? colour(chip) | A_BOLD : A_REVERSE | A_BOLD;
+        case Style::risk:
+            return colours_ ? colour(risk) | A_BOLD : A_REVERSE | A_BOLD;
+        case Style::waiting:
+        case Style::needsPermission:
+        case Style::warning:
+            return colour(yellow) | A_BOLD;
+        case Style::expired:
+        case Style::error:
+            return colour(red) | A_BOLD;
+        case Style::success:
+        case Style::working:
+            return colour(green);
+        case Style::key:
+            return colour(cyan) | A_BOLD;
+        case Style::waitingReply:
+            return colour(magenta) | A_BOLD;
+        case Style::finished:
+            return colour(blue);
+        case Style::idle:
+            return A_NORMAL;
+        }
+        return A_NORMAL;
+    }
+
+    SCREEN* screen_ = nullptr;
+    bool colours_ = false;
+};
+
+std::optional<Key> translate(int kind, wint_t code) {
+    if (kind == KEY_CODE_YES) {
+        switch (code) {
+        case KEY_UP:
+            return Key::special(Key::Kind::up);
+        case KEY_DOWN:
+            return Key::special(Key::Kind::down);
+        case KEY_PPAGE:
+            return Key::special(Key::Kind::pageUp);
+        case KEY_NPAGE:
+            return Key::special(Key::Kind::pageDown);
+        case KEY_HOME:
+            return Key::special(Key::Kind::home);
+        case KEY_END:
+            return Key::special(Key::Kind::end);
+        case KEY_ENTER:
+            return Key::special(Key::Kind::enter);
+        case KEY_BACKSPACE:
+            return Key::special(Key::Kind::backspace);
+        default:
+            return std::nullopt;
+        }
+    }
+    switch (code) {
+    case 27:
+        return Key::special(Key::Kind::escape);
+    case '\n':
+    case '\r':
+        return Key::special(Key::Kind::enter);
+    case 8:
+    case 127:
+        return Key::special(Key::Kind::backspace);
+    default:
+        return Key::of(static_cast<char32_t>(code));
+    }
+}
+
+/// A button on a notification answers its request only while it is still the one the
+/// service would answer for that session: never a different request than the one shown.
+void answerFromNotification(TidewickService& service, const DesktopNotifier::Action& action,
+                            Mailbox& mailbox) {
+    for (const auto& [session, request] : service.pendingRequests()) {
+        if (session != action.session || request.kind != PendingKind::permission)
+            continue;
+        if (request.id != action.requestId)
+            return; // an older request of the session is first: leave this to the screen
+        const bool allow = action.key == "allow";
+        if (service.answerPermission(session, allow ? TidewickService::Answer::allow
+                                                    : TidewickService::Answer::deny))
+            mailbox.say(
+                (allow ? "Allowed from the notification: " : "Denied from the notification: ") +
+                request.title);
+        return;
+    }
+}
+
+int signalDescriptor(const std::vector<int>& signals) {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int signal : signals)
+        sigaddset(&set, signal);
+    // Already blocked process-wide by the caller; blocking here too keeps this thread safe.
+    (void)::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    return ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+Milliseconds untilNextSecond(Date now) {
+    const auto sinceEpoch = now.time_since_epoch();
+    const auto intoSecond = std::chrono::duration_cast<Milliseconds>(
+        sinceEpoch - std::chrono::floor<std::chrono::seconds>(sinceEpoch));
+    return std::max(Milliseconds(10), Milliseconds(1000) - intoSecond);
+}
+
+/// The requests a notification was sent for and that are no longer held.
+std::vector<UUID> gone(const std::set<UUID>& notified, const std::vector<Session>& sessions) {
+    std::set<UUID> held;
+    for (const Session& session : sessions)
+        for (const PendingRequest& request : session.pending)
+            held.insert(request.id);
+    std::vector<UUID> result;
+    for (const UUID& id : notified)
+        if (!held.count(id))
+            result.push_back(id);
+    return result;
+}
+
+} // namespace
+
+int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
+    auto mailbox = std::make_shared<Mailbox>();
+    service.addChangeHandler([mailbox](const StoreChange&) { mailbox->markChanged(); });
+    service.setAlertHandler([mailbox](const Alert& alert) { mailbox->post(alert); });
+    struct Cleanup {
+        TidewickService& service;
+        Mailbox& mailbox;
+        ~Cleanup() {
+            service.setAlertHandler({});
+            mailbox.close();
+        }
+    } cleanup{service, *mailbox};
+
+    const int signals = signalDescriptor(options.stopSignals);
+    struct CloseSignals {
+        int fd;
+        ~CloseSignals() {
+            if (fd >= 0)
+                ::close(fd);
+        }
+    } closeSignals{signals};
+
+    ServiceActions actions(service);
+    ScreenController controller(actions);
+    DesktopNotifier notifier(options.busAddress,
+                             [&service, mailbox](const DesktopNotifier::Action& action) {
+                                 answerFromNotification(service, action, *mailbox);
+                             });
+    std::set<UUID> notified;
+    CursesScreen screen;
+
+    auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;
+    bool dirty = true;
+    for (;;) {
+        Mailbox::Contents mail = mailbox->take();
+        const TidewickSettings settings = service.settings();
+        controller.setSettings(settings);
+        const Date now = tidewick::now();
+        if (mail.changed || !mail.alerts.empty()) {
+            controller.setSessions(service.sessions());
+            for (const UUID& id : gone(notified, controller.sessions())) {
+                notifier.withdraw(id);
+                notified.erase(id);
+            }
+            dirty = true;
+        }
+        for (const Alert& alert : mail.alerts) {
+            AlertEffects effects = alertEffects(alert, settings);
+            if (effects.bell)
+                screen.bell();
+            if (effects.glow && alert.requestId)
+                controller.glowFor(*alert.requestId);
+            if (effects.notification && notifier.isAvailable()) {
+                if (effects.notification->requestId)
+                    notified.insert(*effects.notification->requestId);
+                notifier.notify(std::move(*effects.notification));
+            }
+            if (effects.message)
+                controller.showMessage(*effects.message, ScreenController::Tone::warning, now);
+            dirty = true;
+        }
+        for (std::string& message : mail.messages) {
+            controller.showMessage(std::move(message), ScreenController::Tone::success, now);
+            dirty = true;
+        }
+
+        wint_t code = 0;
+        int kind = 0;
+        bool quit = false;
+        while (!quit && (kind = ::get_wch(&code)) != ERR) {
+            dirty = true;
+            if (kind == KEY_CODE_YES && code == KEY_RESIZE)
+                continue; // the next draw takes the new size
+            if (auto key = translate(kind, code))
+                quit =
+                    controller.handleKey(*key, tidewick::now()) == ScreenController::Outcome::quit;
+        }
+        if (quit)
+            return 0;
+
+        const auto sinceDraw = std::chrono::steady_clock::now() - lastDraw;
+        Milliseconds wait = untilNextSecond(tidewick::now());
+        if (dirty && sinceDraw < minimumRedrawInterval) {
+            wait = std::min(
+                wait, std::chrono::duration_cast<Milliseconds>(minimumRedrawInterval - sinceDraw) +
+                          Milliseconds(1));
+        } else if (dirty) {
+            LayoutOptions layout;
+            layout.alertChip = settings.alertChip;
+            screen.draw(
+                layoutScreen(controller, tidewick::now(), screen.width(), screen.height(), layout));
+            lastDraw = std::chrono::steady_clock::now();
+            dirty = false;
+            wait = untilNextSecond(tidewick::now());
+        }
+
+        pollfd fds[3] = {
+            {STDIN_FILENO, POLLIN, 0}, {mailbox->fd(), POLLIN, 0}, {signals, POLLIN, 0}};
+        const int ready = ::poll(fds, signals >= 0 ? 3 : 2, static_cast<int>(wait.count()));
+        if (ready < 0 && errno != EINTR)
+            throw std::runtime_error(std::string("Tidewick's interface stopped: poll: ") +
+                                     std::strerror(errno));
+        if (signals >= 0 && (fds[2].revents & POLLIN))
+            return 0;
+        if (fds[0].revents & (POLLHUP | POLLERR))
+            return 0; // the terminal went away
+        if (ready == 0 || ready < 0)
+            dirty = true; // a second passed (countdowns) or the window changed size
+    }
+}
+
+} // namespace tidewick
