@@ -4,6 +4,7 @@
 #include "CommandFailure.h"
 #include "ConnectCommands.h"
 #include "ControlCommands.h"
+#include "DemoCommand.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
 #include "install/HookConfigError.h"
@@ -25,6 +26,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerConnectCommands(app, context);
     registerAppCommand(app, context);
     registerControlCommands(app, context);
+    registerDemoCommand(app, context);
 
     Terminal& terminal = context.terminal();
     try {
