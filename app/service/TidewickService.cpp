@@ -18,7 +18,7 @@
 #include <mutex>
 #include <sys/file.h>
 #include <unistd.h>
-#include <unordered_set>
+#include <unordered_map>
 
 namespace tidewick {
 
@@ -166,8 +166,11 @@ struct TidewickService::State {
     /// Set while stopping and after: nothing new is held.
     bool closed = false;
     int inFlight = 0;
-    /// The requests being held now, so that stop() can answer them.
-    std::unordered_set<UUID> held;
+    /// The requests being held now, with the decision accepted for each (first wins).
+    /// The request is listed in its session before its thread waits in the broker, so a
+    /// quick answer can arrive before the broker knows the waiter: kept here, it is
+    /// never lost (the waiter looks here every quarter second).
+    std::unordered_map<UUID, std::optional<Decision>> held;
 
     int instanceLock = -1;
     std::string secret;
@@ -256,16 +259,14 @@ void TidewickService::drain() {
     State& s = *state_;
     std::unique_lock guard(s.lock);
     s.closed = true;
-    while (s.inFlight > 0) {
-        // A request registered but not yet waiting in the broker misses this round;
-        // the next one, a moment later, reaches it.
-        std::vector<UUID> ids(s.held.begin(), s.held.end());
-        guard.unlock();
-        for (const UUID& id : ids)
-            (void)s.broker.resolve(id, Decision::timeout());
-        guard.lock();
-        s.idle.wait_for(guard, std::chrono::milliseconds(50), [&s] { return s.inFlight == 0; });
-    }
+    std::vector<UUID> ids;
+    for (const auto& entry : s.held)
+        ids.push_back(entry.first);
+    guard.unlock();
+    for (const UUID& id : ids)
+        (void)deliver(id, Decision::timeout());
+    guard.lock();
+    s.idle.wait(guard, [&s] { return s.inFlight == 0; });
 }
 
 bool TidewickService::isRunning() const {
@@ -401,7 +402,7 @@ HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentA
         std::lock_guard guard(s.lock);
         if (s.closed)
             return HookResponse{adapter.output(parsed, Decision::timeout())};
-        s.held.insert(request.id);
+        s.held.emplace(request.id, std::nullopt);
     }
     s.work->sync([&] { s.store.addPending(request, key); });
 
@@ -415,9 +416,18 @@ HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentA
     alert.turnEnded = !permission;
     raise(alert);
 
-    const DecisionBroker::Result result = s.broker.wait(request.id, timeout, isClientGone);
+    auto accepted = [&s, id = request.id]() -> std::optional<Decision> {
+        std::lock_guard guard(s.lock);
+        return s.held.at(id);
+    };
+    DecisionBroker::Result result = s.broker.wait(
+        request.id, timeout, [&] { return accepted().has_value() || isClientGone(); });
     {
         std::lock_guard guard(s.lock);
+        // A decision accepted here was promised to its sender: it wins over a time-out
+        // or a vanished client seen at the same moment.
+        if (std::optional<Decision> decision = s.held.at(request.id))
+            result = DecisionBroker::Result::decided(std::move(*decision));
         s.held.erase(request.id);
     }
     const SessionStore::Outcome outcome = outcomeOf(result);
@@ -448,7 +458,21 @@ bool TidewickService::resolveFirst(const SessionKey& session, PendingKind kind, 
                                 [kind](const PendingRequest& r) { return r.kind == kind; });
     if (request == found->pending.end())
         return false;
-    return state_->broker.resolve(request->id, std::move(decision));
+    return deliver(request->id, std::move(decision));
+}
+
+bool TidewickService::deliver(const UUID& id, Decision decision) {
+    State& s = *state_;
+    {
+        std::lock_guard guard(s.lock);
+        auto found = s.held.find(id);
+        if (found == s.held.end() || found->second)
+            return false;
+        found->second = decision;
+    }
+    // Wakes the waiter at once; one not yet waiting finds the decision at its first look.
+    (void)s.broker.resolve(id, std::move(decision));
+    return true;
 }
 
 bool TidewickService::answerPermission(const SessionKey& session, Answer answer,

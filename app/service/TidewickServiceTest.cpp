@@ -161,6 +161,18 @@ TEST_F(TidewickServiceTest, HoldsAPermissionRequestUntilTheUserAllowsOrDenies) {
     EXPECT_TRUE(contains(timelineTexts(claudeKey), "Denied"));
 }
 
+TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
+    // The change handler answers before the connection's thread has begun to wait.
+    writeSettings(R"({"permissionTimeoutSeconds": 5})");
+    std::atomic<bool> delivered = false;
+    service->addChangeHandler([&](const StoreChange& change) {
+        if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
+            delivered = service->answerPermission(change.key, TidewickService::Answer::allow);
+    });
+    EXPECT_EQ(handleNow(claudePermission()).output, (HookOutput{claudeAllow, 0}));
+    EXPECT_TRUE(delivered);
+}
+
 TEST_F(TidewickServiceTest, HoldsTheEndOfATurnForAReplyOrLettingItStop) {
     auto replied = handleAsync(claudeStop());
     ASSERT_TRUE(pendingCountIs(1));
