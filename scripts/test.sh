@@ -11,6 +11,7 @@ cmake --preset dev >/dev/null
 cmake --build --preset dev -j"$jobs"
 ctest --preset dev -j"$jobs"
 
+# ThreadSanitizer: only the programs that hold concurrency tests.
 cmake --preset tsan >/dev/null
-cmake --build --preset tsan -j"$jobs"
+cmake --build --preset tsan -j"$jobs" --target foundationTests wireTests sessionsTests hookTests serviceTests
 ctest --preset tsan -j"$jobs"
