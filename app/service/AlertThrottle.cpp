@@ -18,9 +18,4 @@ bool AlertThrottle::admit(const SessionKey& session, Date time) {
     return true;
 }
 
-void AlertThrottle::reset() {
-    std::lock_guard guard(lock_);
-    lastAdmitted_.clear();
-}
-
 } // namespace tidewick

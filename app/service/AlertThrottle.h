@@ -21,9 +21,6 @@ public:
     /// clock was set back) starts a new window rather than silencing the session.
     [[nodiscard]] bool admit(const SessionKey& session, Date time);
 
-    /// Forgets every session's window.
-    void reset();
-
 private:
     /// Windows long past are dropped once the table grows beyond this, so a long-running
     /// service does not keep one entry per session it ever saw.

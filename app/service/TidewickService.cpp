@@ -117,7 +117,19 @@ struct TidewickService::State {
             handlers = changeHandlers;
         }
         for (const ChangeHandler& handler : handlers)
-            handler(change);
+            guarded("a change handler", [&] { handler(change); });
+    }
+
+    // A failing handler of the UI must not cost an agent its answer nor leave a request
+    // listed that nobody holds any more.
+    template <typename Call> void guarded(const char* what, Call&& call) const {
+        try {
+            call();
+        } catch (const std::exception& error) {
+            report(std::string("Tidewick's ") + what + " failed: " + error.what() + ".");
+        } catch (...) {
+            report(std::string("Tidewick's ") + what + " failed.");
+        }
     }
 
     // Keeps count of running handle() calls so that stop() can wait for them.
@@ -375,7 +387,7 @@ void TidewickService::raise(const Alert& alert) {
     }
     if (!handler || !s.throttle.admit(alert.session, s.options.clock()))
         return;
-    handler(alert);
+    s.guarded("alert handler", [&] { handler(alert); });
 }
 
 HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentAdapter& adapter,

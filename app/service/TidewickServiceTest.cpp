@@ -11,7 +11,6 @@
 #include <atomic>
 #include <future>
 #include <mutex>
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
@@ -37,6 +36,7 @@ protected:
         service.reset();
     }
 
+    /// A service on the test's home and clock whose alerts and problems the test collects.
     std::unique_ptr<TidewickService> make(double throttleSeconds = 0) {
         TidewickService::Options options;
         options.clock = clock.clock();
@@ -82,6 +82,11 @@ protected:
         return alerts;
     }
 
+    bool answer(const SessionKey& key, TidewickService::Answer answer,
+                std::optional<std::string> message = std::nullopt) {
+        return service->answerPermission(key, answer, std::move(message));
+    }
+
     std::vector<std::string> timelineTexts(const SessionKey& key) {
         std::vector<std::string> texts;
         for (const Session& session : service->sessions())
@@ -91,11 +96,12 @@ protected:
         return texts;
     }
 
-    std::optional<Session> session(const SessionKey& key) {
-        for (Session& found : service->sessions())
+    SessionStatus status(const SessionKey& key) {
+        for (const Session& found : service->sessions())
             if (found.key == key)
-                return found;
-        return std::nullopt;
+                return found.status;
+        ADD_FAILURE() << "no session " << key.sessionId;
+        return SessionStatus::idle;
     }
 
     static bool contains(const std::vector<std::string>& texts, const std::string& text) {
@@ -111,6 +117,8 @@ protected:
     std::unique_ptr<TidewickService> service;
 };
 
+using Answer = TidewickService::Answer;
+
 TEST_F(TidewickServiceTest, HoldsAPermissionRequestUntilTheUserAllowsOrDenies) {
     auto allowed = handleAsync(claudePermission());
     ASSERT_TRUE(pendingCountIs(1));
@@ -121,56 +129,52 @@ TEST_F(TidewickServiceTest, HoldsAPermissionRequestUntilTheUserAllowsOrDenies) {
     EXPECT_EQ(request.detail, std::string(recordedCommand) + "\n\nRun a command");
     EXPECT_EQ(request.createdAt, clock.now());
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 300));
-    EXPECT_EQ(session(claudeKey)->status, SessionStatus::needsPermission);
-    EXPECT_EQ(session(claudeKey)->hostApp, "com.apple.Terminal");
-    EXPECT_EQ(session(claudeKey)->agentPid, 4200);
-    ASSERT_EQ(alertsSoFar().size(), 1u);
-    Alert alert = alertsSoFar().front();
-    EXPECT_EQ(alert.kind, Alert::Kind::needsPermission);
-    EXPECT_EQ(alert.session, claudeKey);
-    EXPECT_EQ(alert.title, request.title);
-    EXPECT_EQ(alert.detail, request.detail);
-    EXPECT_EQ(alert.requestId, request.id);
-    EXPECT_FALSE(alert.informational);
-    EXPECT_FALSE(alert.turnEnded);
+    Session held = service->sessions().front();
+    EXPECT_EQ(held.status, SessionStatus::needsPermission);
+    EXPECT_EQ(held.hostApp, "com.apple.Terminal");
+    EXPECT_EQ(held.agentPid, 4200);
+    EXPECT_EQ(alertsSoFar(),
+              (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
+                                   request.detail, request.id, false, false}}));
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
     EXPECT_FALSE(service->letStop(claudeKey));
 
     // The first decision wins; a second click is reported as not delivered.
-    EXPECT_TRUE(service->answerPermission(claudeKey, TidewickService::Answer::allow));
-    EXPECT_FALSE(service->answerPermission(claudeKey, TidewickService::Answer::deny, "late"));
+    EXPECT_TRUE(answer(claudeKey, Answer::allow));
+    EXPECT_FALSE(answer(claudeKey, Answer::deny, "late"));
     EXPECT_EQ(allowed.get().output, (HookOutput{claudeAllow, 0}));
     EXPECT_TRUE(service->pendingRequests().empty());
-    EXPECT_EQ(session(claudeKey)->status, SessionStatus::working);
+    EXPECT_EQ(status(claudeKey), SessionStatus::working);
     EXPECT_TRUE(contains(timelineTexts(claudeKey), "Allowed"));
-    EXPECT_FALSE(service->answerPermission(claudeKey, TidewickService::Answer::allow));
+    EXPECT_FALSE(answer(claudeKey, Answer::allow));
 
     auto denied = handleAsync(claudePermission());
     ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_TRUE(service->answerPermission(claudeKey, TidewickService::Answer::deny));
+    EXPECT_TRUE(answer(claudeKey, Answer::deny));
     EXPECT_EQ(denied.get().output, (HookOutput{claudeDeny, 0}));
-
     auto deniedWithWhy = handleAsync(claudePermission());
     ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_TRUE(
-        service->answerPermission(claudeKey, TidewickService::Answer::deny, "Use make clean."));
+    EXPECT_TRUE(answer(claudeKey, Answer::deny, "Use make clean."));
     EXPECT_EQ(
         deniedWithWhy.get().output.stdoutText,
         R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":"Use make clean."}}})");
-    EXPECT_TRUE(contains(timelineTexts(claudeKey), "Denied"));
 }
 
 TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
-    // The change handler answers before the connection's thread has begun to wait.
+    // The change handler answers before the connection's thread has begun to wait; an
+    // alert handler that fails meanwhile is reported and changes nothing.
     writeSettings(R"({"permissionTimeoutSeconds": 5})");
+    service->setAlertHandler([](const Alert&) { throw std::runtime_error("no display"); });
     std::atomic<bool> delivered = false;
     service->addChangeHandler([&](const StoreChange& change) {
         if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
-            delivered = service->answerPermission(change.key, TidewickService::Answer::allow);
+            delivered = answer(change.key, Answer::allow);
     });
     EXPECT_EQ(handleNow(claudePermission()).output, (HookOutput{claudeAllow, 0}));
     EXPECT_TRUE(delivered);
+    std::lock_guard guard(mutex);
+    EXPECT_EQ(problems, std::vector<std::string>{"Tidewick's alert handler failed: no display."});
 }
 
 TEST_F(TidewickServiceTest, HoldsTheEndOfATurnForAReplyOrLettingItStop) {
@@ -181,51 +185,45 @@ TEST_F(TidewickServiceTest, HoldsTheEndOfATurnForAReplyOrLettingItStop) {
     EXPECT_EQ(request.title, "Finished the turn");
     EXPECT_EQ(request.detail, "All done.");
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 3600));
-    EXPECT_EQ(session(claudeKey)->status, SessionStatus::waitingReply);
-    ASSERT_EQ(alertsSoFar().size(), 1u);
-    EXPECT_EQ(alertsSoFar()[0].kind, Alert::Kind::waitingReply);
-    EXPECT_TRUE(alertsSoFar()[0].turnEnded);
-    EXPECT_FALSE(service->answerPermission(claudeKey, TidewickService::Answer::allow));
+    EXPECT_EQ(status(claudeKey), SessionStatus::waitingReply);
+    EXPECT_EQ(alertsSoFar(),
+              (std::vector<Alert>{{Alert::Kind::waitingReply, claudeKey, request.title,
+                                   request.detail, request.id, false, true}}));
+    EXPECT_FALSE(answer(claudeKey, Answer::allow));
 
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
     EXPECT_EQ(
         replied.get().output.stdoutText,
         R"({"decision":"block","reason":"Message from the user, sent via Tidewick: Run the tests."})");
-    EXPECT_EQ(session(claudeKey)->status, SessionStatus::working);
+    EXPECT_EQ(status(claudeKey), SessionStatus::working);
     EXPECT_TRUE(contains(timelineTexts(claudeKey), "You replied"));
 
     auto stopped = handleAsync(claudeStop());
     ASSERT_TRUE(pendingCountIs(1));
     EXPECT_TRUE(service->letStop(claudeKey));
     EXPECT_EQ(stopped.get().output, HookOutput::silent());
-    EXPECT_EQ(session(claudeKey)->status, SessionStatus::finished);
-    EXPECT_TRUE(contains(timelineTexts(claudeKey), "You let it stop"));
+    EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     EXPECT_FALSE(service->reply(claudeKey, "too late"));
 }
 
-TEST_F(TidewickServiceTest, ARequestNobodyAnswersTimesOutWithTheTimeOutAnswer) {
+TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     writeSettings(R"({"permissionTimeoutSeconds": 0.2, "replyTimeoutSeconds": 0.2})");
     EXPECT_EQ(handleNow(cursorShell("rm -rf build")).output, (HookOutput{cursorAsk, 0}));
     EXPECT_TRUE(contains(timelineTexts(cursorKey), "No answer in Tidewick — asking in Cursor"));
-    EXPECT_EQ(session(cursorKey)->status, SessionStatus::working);
+    EXPECT_EQ(status(cursorKey), SessionStatus::working);
 
     EXPECT_EQ(handleNow(claudeStop()).output, HookOutput::silent());
     EXPECT_TRUE(contains(timelineTexts(claudeKey), "No reply — it stopped"));
-    EXPECT_EQ(session(claudeKey)->status, SessionStatus::finished);
+    EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
     std::vector<Alert> raised = alertsSoFar();
     ASSERT_EQ(raised.size(), 3u);
     EXPECT_EQ(raised[1].kind, Alert::Kind::waitingReply);
-    EXPECT_EQ(raised[2].kind, Alert::Kind::finished);
-    EXPECT_EQ(raised[2].session, claudeKey);
-    EXPECT_EQ(raised[2].title, "Finished");
-    EXPECT_FALSE(raised[2].requestId);
-    EXPECT_FALSE(raised[2].informational);
-    EXPECT_FALSE(raised[2].turnEnded);
-    EXPECT_TRUE(service->pendingRequests().empty());
-}
+    EXPECT_EQ(raised[2], (Alert{Alert::Kind::finished, claudeKey, "Finished", "All done.",
+                                std::nullopt, false, false}));
 
-TEST_F(TidewickServiceTest, AHookCommandThatGoesAwayWithdrawsItsRequest) {
+    // A hook command that goes away withdraws its request.
+    writeSettings("{}");
     auto gone = std::make_shared<std::atomic<bool>>(false);
     auto withdrawn = handleAsync(claudePermission(), gone);
     ASSERT_TRUE(pendingCountIs(1));
@@ -233,29 +231,27 @@ TEST_F(TidewickServiceTest, AHookCommandThatGoesAwayWithdrawsItsRequest) {
     EXPECT_EQ(withdrawn.get().output, HookOutput::silent());
     EXPECT_TRUE(service->pendingRequests().empty());
     EXPECT_TRUE(contains(timelineTexts(claudeKey), "The request was withdrawn"));
-    EXPECT_FALSE(service->answerPermission(claudeKey, TidewickService::Answer::allow));
+    EXPECT_FALSE(answer(claudeKey, Answer::allow));
 }
 
 TEST_F(TidewickServiceTest, ReadOnlyCommandsAreAllowedAtOnceAndOthersHeld) {
     EXPECT_EQ(handleNow(cursorShell("ls -la")).output, (HookOutput{cursorAllow, 0}));
     EXPECT_TRUE(service->pendingRequests().empty());
-    std::vector<std::string> texts = timelineTexts(cursorKey);
-    EXPECT_TRUE(contains(texts, "Allowed (read-only): ls -la"));
-    EXPECT_TRUE(contains(texts, "Run ls -la"));
-    EXPECT_EQ(session(cursorKey)->status, SessionStatus::working);
-    EXPECT_EQ(session(cursorKey)->currentAction, "Run ls -la");
+    EXPECT_EQ(timelineTexts(cursorKey),
+              (std::vector<std::string>{"Allowed (read-only): ls -la", "Run ls -la"}));
+    EXPECT_EQ(status(cursorKey), SessionStatus::working);
     EXPECT_TRUE(alertsSoFar().empty());
 
     auto risky = handleAsync(cursorShell("rm -rf build"));
     ASSERT_TRUE(pendingCountIs(1));
     EXPECT_EQ(service->pendingRequests().front().second.title, "Run rm -rf build");
-    EXPECT_TRUE(service->answerPermission(cursorKey, TidewickService::Answer::allow));
+    EXPECT_TRUE(answer(cursorKey, Answer::allow));
     EXPECT_EQ(risky.get().output, (HookOutput{cursorAllow, 0}));
 
     // Claude Code's requests are always held, even for a read-only command.
     auto claude = handleAsync(claudePermission("ls -la"));
     ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_TRUE(service->answerPermission(claudeKey, TidewickService::Answer::deny));
+    EXPECT_TRUE(answer(claudeKey, Answer::deny));
     EXPECT_EQ(claude.get().output, (HookOutput{claudeDeny, 0}));
 
     // An agent whose commands are not gated is left to ask in its own way.
@@ -265,24 +261,17 @@ TEST_F(TidewickServiceTest, ReadOnlyCommandsAreAllowedAtOnceAndOthersHeld) {
     EXPECT_TRUE(service->pendingRequests().empty());
 }
 
-TEST_F(TidewickServiceTest, NeverHoldsANoHoldRequestNorAnythingWhilePaused) {
+TEST_F(TidewickServiceTest, HoldsNothingForNoHoldRequestsWhilePausedOrUnreadable) {
     // Short time-outs, so that a request held by mistake fails the test (alerts, timeline)
     // instead of stalling it.
     writeSettings(R"({"permissionTimeoutSeconds": 1, "replyTimeoutSeconds": 1})");
-    HookRequest permission = claudePermission();
-    permission.noHold = true;
-    EXPECT_EQ(handleNow(permission).output, HookOutput::silent());
-    HookRequest stop = claudeStop();
-    stop.noHold = true;
-    EXPECT_EQ(handleNow(stop).output, HookOutput::silent());
-    HookRequest readOnly = cursorShell("ls");
-    readOnly.noHold = true;
-    EXPECT_EQ(handleNow(readOnly).output, (HookOutput{cursorAsk, 0}));
-    EXPECT_TRUE(service->pendingRequests().empty());
-    EXPECT_TRUE(alertsSoFar().empty());
-    EXPECT_EQ(session(claudeKey)->status, SessionStatus::finished);
+    for (HookRequest request : {claudePermission(), claudeStop(), cursorShell("ls")}) {
+        request.noHold = true;
+        EXPECT_EQ(handleNow(request).output.stdoutText, request.agent == "cursor" ? cursorAsk : "");
+    }
+    EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     EXPECT_TRUE(contains(timelineTexts(claudeKey), "Finished the turn"));
-    EXPECT_FALSE(contains(timelineTexts(cursorKey), "Allowed (read-only): ls"));
+    EXPECT_TRUE(timelineTexts(cursorKey).empty());
 
     writeSettings(R"({"gating": {"gateCommands": {}, "safePrefixes": ["ls"], "paused": true},
                      "permissionTimeoutSeconds": 1, "replyTimeoutSeconds": 1})");
@@ -291,34 +280,29 @@ TEST_F(TidewickServiceTest, NeverHoldsANoHoldRequestNorAnythingWhilePaused) {
     EXPECT_EQ(handleNow(cursorShell("ls")).output, (HookOutput{cursorAsk, 0}));
     EXPECT_TRUE(service->pendingRequests().empty());
     EXPECT_TRUE(alertsSoFar().empty());
-}
 
-TEST_F(TidewickServiceTest, AnswersWhatItCannotReadWithoutTouchingTheSessions) {
+    // An unknown agent gets silence; what its adapter ignores, the adapter's fail-safe.
     HookRequest stranger = claudeStop();
     stranger.agent = "claude-code";
+    stranger.payload.set("session_id", "s-2");
     EXPECT_EQ(handleNow(stranger).output, HookOutput::silent());
-    // Ignored invocations get the adapter's fail-safe answer.
-    HookRequest noCommand = cursorShell("ls");
+    HookRequest noCommand = cursorShell("ls", "c-2");
     noCommand.payload.remove("command");
     EXPECT_EQ(handleNow(noCommand).output, (HookOutput{cursorAsk, 0}));
-    HookRequest unknownEvent = cursorShell("ls");
+    HookRequest unknownEvent = cursorShell("ls", "c-2");
     unknownEvent.event = "afterFileEdit";
     unknownEvent.payload.set("hook_event_name", "afterFileEdit");
     EXPECT_EQ(handleNow(unknownEvent).output, (HookOutput{"{}", 0}));
-    HookRequest noSession = claudeStop();
-    noSession.payload.remove("session_id");
-    EXPECT_EQ(handleNow(noSession).output, HookOutput::silent());
-    EXPECT_TRUE(service->sessions().empty());
+    EXPECT_EQ(service->sessions().size(), 2u);
 }
 
 TEST_F(TidewickServiceTest, ASettingsEditAppliesToTheNextRequest) {
     auto held = handleAsync(cursorShell("rm -rf build"));
     ASSERT_TRUE(pendingCountIs(1));
-    PendingRequest first = service->pendingRequests().front().second;
+    const PendingRequest first = service->pendingRequests().front().second;
     EXPECT_EQ(first.deadline, addSeconds(first.createdAt, 300));
 
     writeSettings(R"({"permissionTimeoutSeconds": 0.1, "someday": [1, 2]})");
-    EXPECT_EQ(service->settings().permissionTimeoutSeconds, 0.1);
     EXPECT_EQ(handleNow(cursorShell("rm -rf dist", "c-2")).output, (HookOutput{cursorAsk, 0}));
     // The request already held keeps the time-out it started with.
     ASSERT_EQ(service->pendingRequests().size(), 1u);
@@ -327,81 +311,60 @@ TEST_F(TidewickServiceTest, ASettingsEditAppliesToTheNextRequest) {
     TidewickSettings changed = service->settings();
     changed.permissionTimeoutSeconds = 120;
     service->saveSettings(changed);
-    JSONValue written = JSONValue::parse(File::read(paths.settingsFile()));
-    EXPECT_EQ(written.get("permissionTimeoutSeconds")->doubleValue(), 120);
-    EXPECT_TRUE(written.get("someday"));
-    auto next = handleAsync(cursorShell("rm -rf out", "c-3"));
-    ASSERT_TRUE(pendingCountIs(2));
-    for (const auto& [key, request] : service->pendingRequests()) {
-        if (key.sessionId == "c-3") {
-            EXPECT_EQ(request.deadline, addSeconds(clock.now(), 120));
-        }
-    }
-
-    EXPECT_TRUE(service->answerPermission(cursorKey, TidewickService::Answer::deny));
-    EXPECT_TRUE(
-        service->answerPermission({AgentKind::cursor, "c-3"}, TidewickService::Answer::allow));
+    EXPECT_TRUE(JSONValue::parse(File::read(paths.settingsFile())).get("someday"));
+    EXPECT_EQ(service->settings().permissionTimeoutSeconds, 120);
+    EXPECT_TRUE(answer(cursorKey, Answer::deny));
     EXPECT_EQ(
         held.get().output.stdoutText,
         R"({"permission":"deny","user_message":"Denied in Tidewick.","agent_message":"The user denied this command in Tidewick. Do not retry it; ask how to proceed."})");
-    EXPECT_EQ(next.get().output, (HookOutput{cursorAllow, 0}));
+
+    // A broken file is reported once, gives the defaults and stays as the user left it.
+    writeSettings("{\"quietMode\": true,");
+    EXPECT_EQ(service->settings(), TidewickSettings());
+    (void)handleNow(cursorShell("ls"));
+    std::lock_guard guard(mutex);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_NE(problems[0].find(paths.settingsFile()), std::string::npos);
+    EXPECT_EQ(File::read(paths.settingsFile()), "{\"quietMode\": true,");
 }
 
 TEST_F(TidewickServiceTest, ABurstInOneSessionRaisesOneAlert) {
     service = make(3.0);
-    std::vector<std::future<HookResponse>> burst;
+    std::vector<std::future<HookResponse>> held;
     for (int i = 0; i < 3; ++i)
-        burst.push_back(handleAsync(cursorShell("rm -rf build" + std::to_string(i))));
+        held.push_back(handleAsync(cursorShell("rm -rf build" + std::to_string(i))));
     ASSERT_TRUE(pendingCountIs(3));
-    auto other = handleAsync(claudePermission());
-    ASSERT_TRUE(pendingCountIs(4));
-    std::vector<Alert> raised = alertsSoFar();
-    ASSERT_EQ(raised.size(), 2u);
-    EXPECT_EQ(raised[0].session, cursorKey);
-    EXPECT_EQ(raised[1].session, claudeKey);
-    // Each answer goes to the oldest request still held in the session.
-    for (std::size_t held = 4; held > 1; --held) {
-        ASSERT_TRUE(pendingCountIs(held));
-        EXPECT_TRUE(service->answerPermission(cursorKey, TidewickService::Answer::allow));
-    }
-    for (auto& response : burst)
-        EXPECT_EQ(response.get().output, (HookOutput{cursorAllow, 0}));
-
-    ASSERT_TRUE(pendingCountIs(1));
-
+    EXPECT_EQ(alertsSoFar().size(), 1u);
     clock.advance(3.0);
-    auto later = handleAsync(cursorShell("rm -rf again"));
-    ASSERT_TRUE(pendingCountIs(2));
-    EXPECT_EQ(alertsSoFar().size(), 3u);
-    EXPECT_TRUE(service->answerPermission(cursorKey, TidewickService::Answer::allow));
-    EXPECT_TRUE(service->answerPermission(claudeKey, TidewickService::Answer::allow));
-    EXPECT_EQ(later.get().output, (HookOutput{cursorAllow, 0}));
-    EXPECT_EQ(other.get().output, (HookOutput{claudeAllow, 0}));
+    held.push_back(handleAsync(cursorShell("rm -rf again")));
+    ASSERT_TRUE(pendingCountIs(4));
+    EXPECT_EQ(alertsSoFar().size(), 2u);
+    // Ending the service answers whatever is still held with the time-out.
+    service.reset();
+    for (auto& response : held)
+        EXPECT_EQ(response.get().output, (HookOutput{cursorAsk, 0}));
 }
 
 TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
-    std::atomic<int> changes = 0;
-    service->addChangeHandler([&changes](const StoreChange&) { ++changes; });
     (void)handleNow(claudeRequest("UserPromptSubmit", R"({"prompt":"Fix the build"})"));
     (void)handleNow(cursorShell("ls -la"));
-    EXPECT_GT(changes.load(), 0);
-
-    std::vector<JSONValue> lines;
+    std::vector<std::string> lines;
     ASSERT_TRUE(eventually([&] {
-        if (!File::exists(paths.activityFile()))
-            return false;
         lines.clear();
-        std::string text = File::read(paths.activityFile());
+        std::string text =
+            File::exists(paths.activityFile()) ? File::read(paths.activityFile()) : std::string();
         for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
              start = end + 1)
-            lines.push_back(JSONValue::parse(text.substr(start, end - start)));
+            lines.push_back(text.substr(start, end - start));
         return lines.size() == 3;
     }));
     EXPECT_EQ(
-        lines[0].compact(),
+        lines[0],
         R"({"time":1800000000,"agent":"claude","session":"d4e23369-98ea-4e04-8cd7-5fb639c89c36","kind":"userPrompt","title":"You","detail":"Fix the build"})");
-    EXPECT_EQ(*lines[1].get("title")->stringValue(), "Allowed (read-only): ls -la");
-    EXPECT_EQ(*lines[2].get("kind")->stringValue(), "toolStarted");
+    EXPECT_EQ(
+        lines[1],
+        R"({"time":1800000000,"agent":"cursor","session":"c-1","kind":"notification","title":"Allowed (read-only): ls -la"})");
+    EXPECT_EQ(*JSONValue::parse(lines[2]).get("kind")->stringValue(), "toolStarted");
 
     // The debounced save writes the sessions without waiting for stop().
     ASSERT_TRUE(
@@ -412,7 +375,6 @@ TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
     service->start();
     EXPECT_TRUE(service->isRunning());
     EXPECT_TRUE(File::exists(paths.socketPath()));
-    EXPECT_GE(service->secret().size(), 32u);
     auto claude = handleAsync(claudePermission());
     auto cursor = handleAsync(cursorShell("rm -rf build"));
     auto stop = handleAsync(claudeStop());
@@ -425,9 +387,9 @@ TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
     EXPECT_EQ(stop.get().output, HookOutput::silent());
     EXPECT_FALSE(File::exists(paths.socketPath()));
     std::vector<Session> saved = SessionPersistence(paths.sessionsFile()).load();
+    EXPECT_EQ(saved, service->sessions());
     ASSERT_EQ(saved.size(), 2u);
-    for (const Session& each : saved)
-        EXPECT_TRUE(each.pending.empty());
+    EXPECT_TRUE(saved[0].pending.empty() && saved[1].pending.empty());
     EXPECT_TRUE(contains(timelineTexts(cursorKey), "No answer in Tidewick — asking in Cursor"));
 
     // Stopped: nothing is held any more, and stopping again changes nothing.
@@ -436,8 +398,10 @@ TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
     service->stop();
 }
 
-TEST_F(TidewickServiceTest, ASecondInstanceFailsToStartAndLeavesTheSocketAlone) {
+TEST_F(TidewickServiceTest, RunsOnceAtATimeAndKeepsSessionsAcrossARestart) {
     service->start();
+    EXPECT_GE(service->secret().size(), 32u);
+    (void)handleNow(cursorShell("ls -la"));
     auto second = make();
     try {
         second->start();
@@ -450,37 +414,16 @@ TEST_F(TidewickServiceTest, ASecondInstanceFailsToStartAndLeavesTheSocketAlone) 
     HookRequest prompt = claudeRequest("UserPromptSubmit", R"({"prompt":"hi"})");
     EXPECT_EQ(HookClient::send(prompt, paths.socketPath(), service->secret(), 1, 5).output,
               HookOutput::silent());
+    const std::vector<Session> before = service->sessions();
+    ASSERT_EQ(before.size(), 2u);
 
     service->stop();
     second->start();
-    EXPECT_TRUE(second->isRunning());
-    // The sessions of the first instance were saved and are read back.
-    ASSERT_EQ(second->sessions().size(), 1u);
-    EXPECT_EQ(second->sessions()[0].key, claudeKey);
+    EXPECT_EQ(second->sessions(), before);
     second->stop();
-}
-
-TEST_F(TidewickServiceTest, SessionsSurviveAStopAndAStart) {
-    service->start();
-    (void)handleNow(cursorShell("ls -la"));
-    (void)handleNow(claudeRequest("UserPromptSubmit", R"({"prompt":"Fix the build"})"));
-    std::vector<Session> before = service->sessions();
-    service->stop();
-
-    service = make();
-    EXPECT_TRUE(service->sessions().empty());
-    service->start();
-    std::vector<Session> after = service->sessions();
-    EXPECT_EQ(after, before);
-    EXPECT_TRUE(contains(timelineTexts(cursorKey), "Allowed (read-only): ls -la"));
-
-    // The same service starts again after a stop, with the same sessions.
-    service->stop();
+    // The first one may start again once the other has stopped.
     service->start();
     EXPECT_EQ(service->sessions(), before);
-    struct stat info {};
-    ASSERT_EQ(::stat(paths.sessionsFile().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
 }
 
 TEST_F(TidewickServiceTest, AnswersHookCommandsThroughTheSocket) {
@@ -494,7 +437,7 @@ TEST_F(TidewickServiceTest, AnswersHookCommandsThroughTheSocket) {
         held.get().output.stdoutText,
         R"({"decision":"block","reason":"Message from the user, sent via Tidewick: say \"hi\""})");
 
-    // A hook command killed while its request is held withdraws it.
+    // A hook command that gives up while its request is held withdraws it.
     auto abandoned = std::async(std::launch::async, [&] {
         return HookClient::attempt(cursorShell("rm -rf build"), paths.socketPath(),
                                    service->secret(), 1, 2);
@@ -504,22 +447,11 @@ TEST_F(TidewickServiceTest, AnswersHookCommandsThroughTheSocket) {
     ASSERT_TRUE(eventually([&] { return service->pendingRequests().empty(); }));
     EXPECT_TRUE(contains(timelineTexts(cursorKey), "The request was withdrawn"));
 
-    // A wrong secret gets no answer at all.
+    // A wrong secret gets no answer at all and changes nothing.
     EXPECT_THROW(
         (void)HookClient::send(claudeStop(), paths.socketPath(), std::string(64, 'a'), 1, 2),
         HookClient::Failure);
     EXPECT_TRUE(service->pendingRequests().empty());
-}
-
-TEST_F(TidewickServiceTest, AMalformedSettingsFileIsReportedOnceAndKept) {
-    writeSettings("{\"permissionTimeoutSeconds\": 0.1,");
-    service->start();
-    EXPECT_EQ(service->settings(), TidewickSettings());
-    (void)handleNow(claudeRequest("UserPromptSubmit", R"({"prompt":"hi"})"));
-    std::lock_guard guard(mutex);
-    ASSERT_EQ(problems.size(), 1u);
-    EXPECT_NE(problems[0].find(paths.settingsFile()), std::string::npos);
-    EXPECT_EQ(File::read(paths.settingsFile()), "{\"permissionTimeoutSeconds\": 0.1,");
 }
 
 } // namespace
