@@ -222,7 +222,12 @@ std::vector<FrameLine> detailLines(const ScreenController& controller, Date now,
             lines.push_back(keys.finish());
         }
     }
-    if (detail.lastMessage && !detail.lastMessage->empty() &&
+    // A turn held for a reply shows the agent's last message as its detail already.
+    const bool messageShown =
+        std::any_of(detail.held.begin(), detail.held.end(), [&](const HeldRequestView& r) {
+            return r.detail && r.detail == detail.lastMessage;
+        });
+    if (detail.lastMessage && !detail.lastMessage->empty() && !messageShown &&
         static_cast<int>(lines.size()) + 2 <= height) {
         LineBuilder heading(width);
         heading.add("Last message", Style::heading);

@@ -116,8 +116,13 @@ SessionDetail detail(const Session& session, Date now, std::size_t timelineLimit
     for (std::size_t i = first; i < count; ++i) {
         const TimelineItem& item = session.timeline[i];
         std::string text = item.text;
-        if (item.detail && !item.detail->empty())
-            text += " — " + *item.detail;
+        // A command's entry often names the command in its text already ("Run ls — ls").
+        if (item.detail && !item.detail->empty()) {
+            const std::string_view firstLine =
+                std::string_view(*item.detail).substr(0, item.detail->find('\n'));
+            if (text.find(firstLine) == std::string::npos)
+                text += " — " + *item.detail;
+        }
         detail.timeline.push_back({item.time, item.kind, DisplayText::singleLine(text)});
     }
     return detail;

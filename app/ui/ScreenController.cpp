@@ -202,6 +202,11 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
     return Outcome::stay;
 }
 
+void ScreenController::returnToTop() {
+    pinned_.reset();
+    selected_ = 0;
+}
+
 void ScreenController::move(long rows) {
     if (sessions_.empty())
         return;
@@ -229,9 +234,10 @@ void ScreenController::allow(Date now) {
         return;
     }
     const std::string title = request->title;
-    if (actions_.answerPermission(selected()->key, TidewickService::Answer::allow, std::nullopt))
+    if (actions_.answerPermission(selected()->key, TidewickService::Answer::allow, std::nullopt)) {
         showMessage("Allowed: " + title, Tone::success, now);
-    else
+        returnToTop();
+    } else
         showMessage("Not delivered: that request had already ended.", Tone::warning, now);
 }
 
@@ -267,9 +273,10 @@ void ScreenController::letStop(Date now) {
                     Tone::warning, now);
         return;
     }
-    if (actions_.letStop(session->key))
+    if (actions_.letStop(session->key)) {
         showMessage("Let " + agentName(*session) + " stop.", Tone::success, now);
-    else
+        returnToTop();
+    } else
         showMessage("Not delivered: that turn had already ended.", Tone::warning, now);
 }
 
@@ -313,9 +320,10 @@ void ScreenController::sendDeny(Date now) {
     input_.clear();
     if (!target_)
         return;
-    if (actions_.answerPermission(*target_, TidewickService::Answer::deny, std::move(message)))
+    if (actions_.answerPermission(*target_, TidewickService::Answer::deny, std::move(message))) {
         showMessage("Denied.", Tone::success, now);
-    else
+        returnToTop();
+    } else
         showMessage("Not delivered: that request had already ended.", Tone::warning, now);
 }
 
@@ -325,9 +333,10 @@ void ScreenController::sendReply(std::string text, Date now) {
     if (!target_)
         return;
     const std::string agent(displayName(target_->agent));
-    if (actions_.reply(*target_, text))
+    if (actions_.reply(*target_, text)) {
         showMessage("Sent to " + agent + ": " + text, Tone::success, now);
-    else
+        returnToTop();
+    } else
         showMessage("Not delivered: " + agent + " had stopped waiting.", Tone::warning, now);
 }
 

@@ -48,8 +48,9 @@ public:
     explicit ScreenController(UIActions& actions);
 
     /// Replaces the sessions (any order; they are put in screen order). The selection
-    /// stays on the same session once the user has moved it; before that it stays on
-    /// the first row, so the request needing the user is the one shown.
+    /// stays on the same session once the user has moved it; before that, and again after
+    /// each answer delivered, it stays on the first row, where the longest-waiting request
+    /// is.
     void setSessions(std::vector<Session> sessions);
     /// Takes the allow and deny keys and the quick replies. A key setting that is not
     /// exactly one character keeps the default ("y", "n").
@@ -84,6 +85,8 @@ private:
     Outcome browse(const Key& key, Date now);
     void typeInto(const Key& key, Date now);
     void move(long rows);
+    /// After an answer the top row is shown again: the next longest-waiting request is there.
+    void returnToTop();
     void allow(Date now);
     void startDeny(Date now);
     void sendDeny(Date now);

@@ -205,6 +205,15 @@ TEST_F(ScreenControllerTest, SelectionFollowsTheTopUntilMovedThenTheSession) {
     (void)press(Key::Kind::pageDown);
     (void)press('k');
     EXPECT_EQ(selectedId(), "b");
+
+    // After an answer the selection goes back to the top, where the next request waits.
+    controller.setSessions({makeSession("x", 10, PendingKind::permission),
+                            makeSession("y", 20, PendingKind::permission)});
+    (void)press(Key::Kind::down);
+    (void)press('y');
+    controller.setSessions({makeSession("x", 10, PendingKind::permission), makeSession("y", 30)});
+    EXPECT_EQ(selectedId(), "x");
+
     controller.setSessions({});
     EXPECT_FALSE(controller.selectedIndex());
     (void)press('y');

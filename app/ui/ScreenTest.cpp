@@ -117,11 +117,14 @@ TEST(Screen, TimelineKeepsTheMostRecentEntriesOnOneLine) {
     for (int i = 0; i < 30; ++i)
         items.push_back({UUID::random(), addSeconds(t0, i), TimelineKind::tool,
                          "Step " + std::to_string(i), std::nullopt});
+    items.push_back({UUID::random(), addSeconds(t0, 31), TimelineKind::shell, "Run make", "make"});
     items.push_back({UUID::random(), addSeconds(t0, 31), TimelineKind::shell, "Ran", "make\ntest"});
     session.timeline = Timeline(items);
     SessionDetail detail = Screen::detail(session, t0, 4);
     ASSERT_EQ(detail.timeline.size(), 4u);
-    EXPECT_EQ(detail.timeline[0].text, "Step 27");
+    EXPECT_EQ(detail.timeline[0].text, "Step 28");
+    EXPECT_EQ(detail.timeline[2].text, "Run make")
+        << "a detail the text already names is not repeated";
     EXPECT_EQ(detail.timeline[3].text, "Ran — make test");
 }
 
