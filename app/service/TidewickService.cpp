@@ -120,6 +120,19 @@ struct TidewickService::State {
             guarded("a change handler", [&] { handler(change); });
     }
 
+    // Runs on the work queue.
+    void appendActivity(const AgentEvent& event, Date time) {
+        try {
+            activity.append(event, time);
+            activityFailing = false;
+        } catch (const std::exception& error) {
+            if (!activityFailing)
+                report(std::string("Tidewick couldn't write its activity log: ") + error.what() +
+                       ".");
+            activityFailing = true;
+        }
+    }
+
     // A failing handler of the UI must not cost an agent its answer nor leave a request
     // listed that nobody holds any more.
     template <typename Call> void guarded(const char* what, Call&& call) const {
@@ -340,24 +353,16 @@ HookResponse TidewickService::handle(const HookRequest& request,
 void TidewickService::record(const AgentEvent& event, const HookRequest& request) {
     State& s = *state_;
     const SessionKey key = keyOf(event);
+    const Date time = s.options.clock();
     s.work->sync([&] {
         (void)s.store.apply(event);
         if (request.host)
             s.store.setHost(key, request.host);
         if (request.agentPid)
             s.store.setAgentPid(key, request.agentPid);
-    });
-    // The log is for the user to read later: the agent need not wait for the write.
-    s.work->async([&s, event, time = s.options.clock()] {
-        try {
-            s.activity.append(event, time);
-            s.activityFailing = false;
-        } catch (const std::exception& error) {
-            if (!s.activityFailing)
-                s.report(std::string("Tidewick couldn't write its activity log: ") + error.what() +
-                         ".");
-            s.activityFailing = true;
-        }
+        // Queued behind this task: the log is for the user to read later, the agent need
+        // not wait for the write.
+        s.work->async([&s, event, time] { s.appendActivity(event, time); });
     });
 }
 

@@ -371,6 +371,15 @@ TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
         eventually([&] { return SessionPersistence(paths.sessionsFile()).load().size() == 2; }));
 }
 
+TEST_F(TidewickServiceTest, AnActivityLogThatCannotBeWrittenIsReportedOnce) {
+    File::makeDirectories(paths.activityFile(), 0700);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(handleNow(cursorShell("ls -la")).output, (HookOutput{cursorAllow, 0}));
+    service.reset(); // Runs what is queued.
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_TRUE(problems[0].starts_with("Tidewick couldn't write its activity log: open("));
+}
+
 TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
     service->start();
     EXPECT_TRUE(service->isRunning());
