@@ -11,7 +11,7 @@ class AntigravityEditor final : public HookConfigEditor {
 public:
     [[nodiscard]] std::string configPath(const std::string& home) const override;
     /// Replaces the whole "tidewick" member with a fresh block ("enabled": true
-    /// first, then one list per spec). Throws HookConfigError when the root is
+    /// first, then one list per HookSpec). Throws HookConfigError when the root is
     /// not an object.
     [[nodiscard]] JSONValue install(const std::optional<JSONValue>& document,
                                     const std::vector<HookSpec>& specs,

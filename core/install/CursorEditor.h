@@ -11,7 +11,7 @@ class CursorEditor final : public HookConfigEditor {
 public:
     [[nodiscard]] std::string configPath(const std::string& home) const override;
     /// Adds "version": 1 first when missing, drops every earlier Tidewick
-    /// handler and appends one per spec to its event's list. Throws
+    /// handler and appends one per HookSpec to its event's list. Throws
     /// HookConfigError when the root or "hooks" is not an object.
     [[nodiscard]] JSONValue install(const std::optional<JSONValue>& document,
                                     const std::vector<HookSpec>& specs,

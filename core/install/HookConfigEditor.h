@@ -27,7 +27,7 @@ public:
     /// The path of the agent's file under `home`.
     [[nodiscard]] virtual std::string configPath(const std::string& home) const = 0;
 
-    /// The whole new document with one Tidewick entry per spec (earlier
+    /// The whole new document with one Tidewick entry per HookSpec (earlier
     /// Tidewick entries replaced). `document` is empty when the file is absent.
     /// Throws HookConfigError, before changing anything, on an unexpected shape.
     [[nodiscard]] virtual JSONValue install(const std::optional<JSONValue>& document,

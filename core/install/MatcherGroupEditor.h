@@ -16,7 +16,7 @@ public:
     explicit MatcherGroupEditor(Flavor flavor) : flavor_(flavor) {}
 
     [[nodiscard]] std::string configPath(const std::string& home) const override;
-    /// Removes earlier Tidewick groups, then appends one group per spec to its
+    /// Removes earlier Tidewick groups, then appends one group per HookSpec to its
     /// event's list (events new to the file after the user's own); for Claude
     /// Code also sets the status line unless the user has one of their own.
     /// Throws HookConfigError when the root or "hooks" is not an object.
