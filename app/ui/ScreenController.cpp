@@ -51,8 +51,11 @@ std::string agentName(const Session& session) {
 
 ScreenController::ScreenController(UIActions& actions) : actions_(actions) {}
 
-void ScreenController::setSessions(std::vector<Session> sessions) {
+void ScreenController::setSessions(std::vector<Session> sessions, std::optional<Date> now) {
+    std::vector<Session> previous = std::move(sessions_);
     sessions_ = Screen::ordered(std::move(sessions));
+    if (now)
+        reportTimeOuts(previous, *now);
     heldCount_ = 0;
     std::set<UUID> stillHeld;
     for (const Session& session : sessions_) {
@@ -77,6 +80,22 @@ void ScreenController::setSessions(std::vector<Session> sessions) {
         selected_ = 0;
     else
         selected_ = std::min(selected_, sessions_.size() - 1);
+}
+
+void ScreenController::reportTimeOuts(const std::vector<Session>& previous, Date now) {
+    std::set<UUID> held;
+    for (const Session& session : sessions_)
+        for (const PendingRequest& request : session.pending)
+            held.insert(request.id);
+    for (const Session& session : previous)
+        for (const PendingRequest& request : session.pending) {
+            // The service lets go of a request within a quarter second of its deadline.
+            if (request.kind != PendingKind::permission || held.count(request.id) ||
+                addSeconds(request.deadline, -0.5) > now)
+                continue;
+            const std::string agent = agentName(session);
+            showMessage(agent + ": No answer in Tidewick — asking in " + agent, Tone::warning, now);
+        }
 }
 
 void ScreenController::setSettings(const TidewickSettings& settings) {

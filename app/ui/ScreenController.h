@@ -51,7 +51,10 @@ public:
     /// stays on the same session once the user has moved it; before that, and again after
     /// each answer delivered, it stays on the first row, where the longest-waiting request
     /// is.
-    void setSessions(std::vector<Session> sessions);
+    /// With `now`, a permission request that left the list at its deadline is reported on
+    /// the status line ("No answer in Tidewick — asking in Codex"): the agent now asks in
+    /// its own window.
+    void setSessions(std::vector<Session> sessions, std::optional<Date> now = std::nullopt);
     /// Takes the allow and deny keys and the quick replies. A key setting that is not
     /// exactly one character keeps the default ("y", "n").
     void setSettings(const TidewickSettings& settings);
@@ -83,6 +86,7 @@ public:
 
 private:
     Outcome browse(const Key& key, Date now);
+    void reportTimeOuts(const std::vector<Session>& previous, Date now);
     void typeInto(const Key& key, Date now);
     void move(long rows);
     /// After an answer the top row is shown again: the next longest-waiting request is there.

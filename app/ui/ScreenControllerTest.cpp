@@ -252,6 +252,20 @@ TEST_F(ScreenControllerTest, GlowLastsWhileTheAlertedRequestIsHeldAndMessagesExp
     EXPECT_FALSE(controller.isGlowing());
     EXPECT_EQ(controller.heldCount(), 0u);
 
+    // A permission request gone at its deadline means the agent asks in its own window;
+    // one answered before it says nothing of the kind.
+    Session timesOut = makeSession("late", 0, PendingKind::permission, AgentKind::codex);
+    controller.setSessions({timesOut}, t0);
+    controller.setSessions({makeSession("late", 0, std::nullopt, AgentKind::codex)},
+                           addSeconds(t0, 100));
+    EXPECT_FALSE(controller.message(addSeconds(t0, 100)));
+    controller.setSessions({timesOut}, t0);
+    controller.setSessions({makeSession("late", 0, std::nullopt, AgentKind::codex)},
+                           addSeconds(t0, 300));
+    ASSERT_TRUE(controller.message(addSeconds(t0, 300)));
+    EXPECT_EQ(controller.message(addSeconds(t0, 300))->text,
+              "Codex: No answer in Tidewick — asking in Codex");
+
     controller.showMessage("hello", ScreenController::Tone::info, t0);
     EXPECT_TRUE(controller.message(addSeconds(t0, ScreenController::messageSeconds - 0.1)));
     EXPECT_FALSE(controller.message(addSeconds(t0, ScreenController::messageSeconds)));

@@ -368,7 +368,7 @@ int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
         controller.setSettings(settings);
         const Date now = tidewick::now();
         if (mail.changed || !mail.alerts.empty()) {
-            controller.setSessions(service.sessions());
+            controller.setSessions(service.sessions(), now);
             for (const UUID& id : gone(notified, controller.sessions())) {
                 notifier.withdraw(id);
                 notified.erase(id);
