@@ -1,0 +1,290 @@
+// The application under load: the release-built `tidewick app --headless`
+// holds 200 permission requests (200 real tidewick-hook processes waiting)
+// while 50 concurrent hook processes send 10,000 events that are never held,
+// each with the hook command's own client and time-outs. Afterwards the
+// sessions must hold exactly the events sent (none lost) and every held
+// request must still be answerable. Prints the round-trip percentiles.
+//
+//   cmake -S . -B build/control-release -G Ninja -DCMAKE_BUILD_TYPE=Release
+//   cmake --build build/control-release --target ServiceLoadBench tidewick tidewick-hook
+//   build/control-release/bin/ServiceLoadBench [workers] [events] [held]
+//
+// A plain program rather than a Google Benchmark loop: one run is the
+// measurement (a few thousand processes and connections), not a repeatable
+// micro-operation. Exit status 0 only when every check passed (the latency is
+// reported, not checked).
+#include "foundation/File.h"
+#include "foundation/JSONValue.h"
+#include "foundation/TidewickPaths.h"
+#include "wire/HookClient.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace tidewick;
+using Clock = std::chrono::steady_clock;
+
+const std::string binaries = TIDEWICK_BINARY_DIR "/bin/";
+
+// The hook command's time-outs for an event that is not held.
+constexpr double connectSeconds = 0.4;
+constexpr double responseSeconds = 1.0;
+
+struct Child {
+    pid_t pid = -1;
+    std::string output;
+};
+
+// Starts `argv` with `environment`, standard input from `input`, output to `output`.
+Child spawn(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
+            const std::string& input, const std::string& output) {
+    const std::string inputFile = output + ".in";
+    File::writeAtomically(inputFile, input, 0600);
+    std::vector<char*> args, env;
+    for (const std::string& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    for (const std::string& e : environment)
+        env.push_back(const_cast<char*>(e.c_str()));
+    env.push_back(nullptr);
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        int in = ::open(inputFile.c_str(), O_RDONLY);
+        int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ::dup2(in, 0);
+        ::dup2(out, 1);
+        ::dup2(out, 2);
+        ::execve(args[0], args.data(), env.data());
+        ::_exit(127);
+    }
+    return Child{pid, output};
+}
+
+std::string readIfAny(const std::string& path) {
+    return File::exists(path) ? File::read(path) : std::string();
+}
+
+int waitFor(pid_t pid) {
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Runs `tidewick ARGS` to completion; its output, or nothing when it failed.
+std::optional<std::string> runTidewick(const std::vector<std::string>& arguments,
+                                       const std::vector<std::string>& environment,
+                                       const std::string& scratch) {
+    std::vector<std::string> argv = {binaries + "tidewick"};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    Child child = spawn(argv, environment, "", scratch + "/tidewick.out");
+    if (waitFor(child.pid) != 0)
+        return std::nullopt;
+    return File::read(child.output);
+}
+
+std::string permissionPayload(int index) {
+    char id[32];
+    std::snprintf(id, sizeof id, "held-%03d", index);
+    return std::string(R"({"session_id":")") + id +
+           R"(","cwd":"/work/load","hook_event_name":"PermissionRequest","tool_name":"Bash",)"
+           R"("tool_input":{"command":"rm -rf build-)" +
+           std::to_string(index) + R"("}})";
+}
+
+std::string loadSession(int worker, int session) {
+    return "load-" + std::to_string(worker) + "-" + std::to_string(session);
+}
+
+// One hook process's share of the load: `count` events spread over
+// `sessions` sessions, each round trip timed. Writes the times (seconds, one
+// per line, "fail" for a failed exchange) to `report`.
+[[noreturn]] void runWorker(int worker, int count, int sessions, const TidewickPaths& paths,
+                            const std::string& secret, const std::string& report) {
+    std::string lines;
+    const std::string socket = paths.socketPath();
+    for (int i = 0; i < count; ++i) {
+        HookRequest request;
+        request.agent = "claude";
+        request.event = "PostToolUse";
+        request.pid = static_cast<std::int32_t>(::getpid());
+        request.payload = JSONValue::parse(
+            R"({"session_id":")" + loadSession(worker, i % sessions) +
+            R"(","cwd":"/work/load","hook_event_name":"PostToolUse","tool_name":"Bash",)"
+            R"("tool_input":{"command":"echo )" +
+            std::to_string(i) + R"("},"tool_response":{"stdout":"ok"}})");
+        const auto start = Clock::now();
+        auto outcome =
+            HookClient::attempt(request, socket, secret, connectSeconds, responseSeconds);
+        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        lines += outcome.response ? std::to_string(seconds) + "\n" : "fail\n";
+    }
+    File::writeAtomically(report, lines, 0600);
+    ::_exit(0);
+}
+
+double percentile(const std::vector<double>& sorted, double fraction) {
+    if (sorted.empty())
+        return 0;
+    auto index =
+        static_cast<std::size_t>(std::ceil(fraction * static_cast<double>(sorted.size()))) - 1;
+    return sorted[std::min(index, sorted.size() - 1)];
+}
+
+bool check(bool condition, const std::string& what) {
+    std::printf("%s %s\n", condition ? "ok:  " : "FAIL:", what.c_str());
+    return condition;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // progress lines as they happen, even into a file
+    const int workers = argc > 1 ? std::atoi(argv[1]) : 50;
+    const int events = argc > 2 ? std::atoi(argv[2]) : 10000;
+    const int held = argc > 3 ? std::atoi(argv[3]) : 200;
+    const int perWorker = events / workers;
+    // Few enough events per session that no timeline drops any (it keeps 200).
+    const int sessionsPerWorker = std::max(1, (perWorker + 99) / 100);
+    for (const char* program : {"tidewick", "tidewick-hook"})
+        if (!File::isExecutableFile(binaries + program)) {
+            std::fprintf(stderr, "%s%s is missing: build it first.\n", binaries.c_str(), program);
+            return 2;
+        }
+
+    char pattern[] = "/tmp/tw-load-XXXXXX";
+    const std::string home = ::mkdtemp(pattern);
+    const TidewickPaths paths(home);
+    const std::vector<std::string> environment = {"TIDEWICK_HOME=" + home, "HOME=" + home,
+                                                  "PATH=/usr/bin:/bin"};
+    bool passed = true;
+
+    Child app =
+        spawn({binaries + "tidewick", "app", "--headless"}, environment, "", home + "/app.out");
+    for (int i = 0;
+         i < 1000 && readIfAny(app.output).find("Tidewick is running.") == std::string::npos; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const std::string secret = paths.readSecret();
+
+    std::printf("holding %d permission requests...\n", held);
+    std::vector<Child> holders;
+    for (int i = 0; i < held; ++i)
+        holders.push_back(
+            spawn({binaries + "tidewick-hook", "--agent", "claude", "--event", "PermissionRequest"},
+                  environment, permissionPayload(i), home + "/held-" + std::to_string(i)));
+    std::size_t heldNow = 0;
+    for (int i = 0; i < 300 && heldNow < static_cast<std::size_t>(held); ++i) {
+        if (auto listing = runTidewick({"pending", "--json"}, environment, home))
+            heldNow = JSONValue::parse(*listing).arrayValue()->size();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    passed &= check(heldNow == static_cast<std::size_t>(held),
+                    std::to_string(heldNow) + " requests held before the load");
+
+    std::printf("sending %d events from %d hook processes (%d sessions each)...\n",
+                perWorker * workers, workers, sessionsPerWorker);
+    const auto loadStart = Clock::now();
+    std::vector<pid_t> loaders;
+    for (int w = 0; w < workers; ++w) {
+        pid_t pid = ::fork();
+        if (pid == 0)
+            runWorker(w, perWorker, sessionsPerWorker, paths, secret,
+                      home + "/worker-" + std::to_string(w));
+        loaders.push_back(pid);
+    }
+    for (pid_t pid : loaders)
+        (void)waitFor(pid);
+    const double loadSeconds = std::chrono::duration<double>(Clock::now() - loadStart).count();
+
+    std::vector<double> times;
+    int failures = 0;
+    for (int w = 0; w < workers; ++w) {
+        const std::string report = home + "/worker-" + std::to_string(w);
+        if (!File::exists(report)) {
+            failures += perWorker;
+            continue;
+        }
+        std::istringstream lines(File::read(report));
+        for (std::string line; std::getline(lines, line);) {
+            if (line == "fail")
+                ++failures;
+            else
+                times.push_back(std::stod(line));
+        }
+    }
+    std::sort(times.begin(), times.end());
+    std::printf("round trips: %zu in %.2f s (%.0f per second), failed %d\n", times.size(),
+                loadSeconds, static_cast<double>(times.size()) / loadSeconds, failures);
+    std::printf("latency ms: p50 %.2f  p90 %.2f  p99 %.2f  max %.2f\n",
+                percentile(times, 0.50) * 1e3, percentile(times, 0.90) * 1e3,
+                percentile(times, 0.99) * 1e3, (times.empty() ? 0 : times.back()) * 1e3);
+    passed &= check(failures == 0, "every event answered");
+    // A figure to watch rather than a check: it depends on what else the machine runs.
+    std::printf("%s p99 %s 20 ms\n", percentile(times, 0.99) < 0.020 ? "note:" : "NOTE:",
+                percentile(times, 0.99) < 0.020 ? "under" : "above the expected");
+
+    // The store's counts: every event is one timeline item of its session.
+    std::map<std::string, std::size_t> items;
+    std::size_t heldSessions = 0;
+    if (auto listing = runTidewick({"sessions", "--json"}, environment, home)) {
+        const JSONValue sessions = JSONValue::parse(*listing);
+        for (const JSONValue& session : *sessions.arrayValue()) {
+            const std::string id = *session.get("key")->get("sessionId")->stringValue();
+            if (id.rfind("load-", 0) == 0)
+                items[id] = session.get("timeline")->arrayValue()->size();
+            else if (!session.get("pending")->arrayValue()->empty())
+                ++heldSessions;
+        }
+    }
+    std::size_t recorded = 0;
+    bool everySessionExact = items.size() == static_cast<std::size_t>(workers * sessionsPerWorker);
+    for (int w = 0; w < workers; ++w)
+        for (int s = 0; s < sessionsPerWorker; ++s) {
+            const int expected =
+                perWorker / sessionsPerWorker + (s < perWorker % sessionsPerWorker);
+            const std::size_t got = items[loadSession(w, s)];
+            recorded += got;
+            everySessionExact &= got == static_cast<std::size_t>(expected);
+        }
+    passed &=
+        check(recorded == static_cast<std::size_t>(perWorker * workers) && everySessionExact,
+              std::to_string(recorded) + " events in the sessions' timelines, each session exact");
+    passed &= check(heldSessions == static_cast<std::size_t>(held),
+                    std::to_string(heldSessions) + " sessions still holding their request");
+
+    std::printf("answering the held requests...\n");
+    int delivered = 0, allowedOutputs = 0;
+    for (int i = 0; i < held; ++i) {
+        char id[32];
+        std::snprintf(id, sizeof id, "held-%03d", i);
+        delivered += runTidewick({"allow", id}, environment, home) ? 1 : 0;
+    }
+    for (const Child& holder : holders) {
+        const int status = waitFor(holder.pid);
+        allowedOutputs += status == 0 && File::read(holder.output).find(R"("behavior":"allow")") !=
+                                             std::string::npos;
+    }
+    passed &= check(delivered == held, std::to_string(delivered) + " allow decisions delivered");
+    passed &= check(allowedOutputs == held,
+                    std::to_string(allowedOutputs) + " hook processes printed the allow answer");
+
+    ::kill(app.pid, SIGTERM);
+    passed &= check(waitFor(app.pid) == 0, "the application stopped cleanly");
+    std::filesystem::remove_all(home);
+    return passed ? 0 : 1;
+}
