@@ -6,6 +6,7 @@
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "service/TidewickService.h"
+#include "ui/TerminalUI.h"
 
 #include <csignal>
 #include <memory>
@@ -53,7 +54,7 @@ std::string describeAlert(const Alert& alert) {
 
 } // namespace
 
-void runHeadless(AppContext& context) {
+void runApplication(AppContext& context, Interface interface) {
     const sigset_t signals = stopSignals();
     // Before the service starts its threads, which inherit the mask.
     if (int error = ::pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0)
@@ -62,10 +63,15 @@ void runHeadless(AppContext& context) {
     Terminal& terminal = context.terminal();
     auto outputLock = std::make_shared<std::mutex>();
     TidewickService service(context.paths());
-    service.setAlertHandler([&terminal, outputLock](const Alert& alert) {
-        std::lock_guard guard(*outputLock);
-        terminal.out() << describeAlert(alert) << std::endl;
-    });
+    auto printAlerts = [&] {
+        service.setAlertHandler([&terminal, outputLock](const Alert& alert) {
+            std::lock_guard guard(*outputLock);
+            terminal.out() << describeAlert(alert) << std::endl;
+        });
+    };
+    // The terminal interface installs its own alert handler.
+    if (interface == Interface::headless)
+        printAlerts();
     try {
         service.start();
     } catch (const TidewickService::AlreadyRunning& error) {
@@ -82,16 +88,28 @@ void runHeadless(AppContext& context) {
         service.stop();
         throw CommandFailure(1, std::string("Tidewick couldn't start: ") + error.what());
     }
-    {
-        std::lock_guard guard(*outputLock);
-        terminal.out() << "Tidewick is running. Hook socket: " << context.paths().socketPath()
-                       << "; control socket: " << control.socketPath() << ". Stop it with Ctrl-C."
-                       << std::endl;
+    bool headless = interface == Interface::headless;
+    if (!headless) {
+        try {
+            (void)runTerminalUI(service, TerminalUIOptions{{SIGINT, SIGTERM}, std::nullopt});
+        } catch (const std::runtime_error& error) {
+            // The terminal cannot be used after all: keep serving the agents without it.
+            terminal.err() << error.what() << " Running headless instead.\n";
+            headless = true;
+            printAlerts();
+        }
     }
-
-    int received = 0;
-    // sigwait fails only for an invalid set, which would stop at once rather than hang.
-    (void)::sigwait(&signals, &received);
+    if (headless) {
+        {
+            std::lock_guard guard(*outputLock);
+            terminal.out() << "Tidewick is running. Hook socket: " << context.paths().socketPath()
+                           << "; control socket: " << control.socketPath()
+                           << ". Stop it with Ctrl-C." << std::endl;
+        }
+        int received = 0;
+        // sigwait fails only for an invalid set, which would stop at once rather than hang.
+        (void)::sigwait(&signals, &received);
+    }
 
     // Decisions first: nothing can arrive through the control socket while the
     // service answers the held requests with their time-out.
@@ -107,10 +125,11 @@ void registerAppCommand(CLI::App& app, AppContext& context) {
     command->add_flag("--headless", *headless,
                       "Run without the terminal interface; answer with the control commands");
     command->callback([&context, headless] {
-        if (!*headless && ::isatty(STDOUT_FILENO) == 1)
-            context.terminal().err()
-                << "The terminal interface isn't part of this build yet; running headless.\n";
-        runHeadless(context);
+        // The interface needs a terminal on both ends; anywhere else (a service
+        // manager, a pipe) the application runs headless.
+        const bool onTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
+        runApplication(context,
+                       *headless || !onTerminal ? Interface::headless : Interface::terminal);
     });
 }
 

@@ -13,10 +13,20 @@ namespace tidewick {
 /// because another one already runs for the same home.
 void registerAppCommand(CLI::App& app, AppContext& context);
 
-/// Runs the application without a user interface until SIGINT or SIGTERM, then stops
-/// it cleanly: held requests get the time-out answer, sessions are saved and both
-/// sockets removed. Must be called before any thread is started, since it blocks the
-/// two signals for the whole process. Throws CommandFailure when start-up fails.
-void runHeadless(AppContext& context);
+/// How the application shows itself while it runs.
+enum class Interface {
+    /// No interface: one line per alert on standard output, decisions through the
+    /// control commands.
+    headless,
+    /// The full-screen terminal interface (the control commands work as well).
+    terminal,
+};
+
+/// Runs the application (the service and its control socket) with `interface` until
+/// SIGINT or SIGTERM (or the user quits the terminal interface), then stops it cleanly:
+/// held requests get the time-out answer, sessions are saved and both sockets removed.
+/// Must be called before any thread is started, since it blocks the two signals for the
+/// whole process. Throws CommandFailure when start-up fails.
+void runApplication(AppContext& context, Interface interface);
 
 } // namespace tidewick
