@@ -36,8 +36,12 @@ public:
 
     std::vector<Session> all;
 
-    std::vector<Session> sessions() const override { return all; }
+    std::vector<Session> sessions() const override {
+        std::lock_guard guard(mutex_);
+        return all;
+    }
     std::vector<HeldRequest> pendingRequests() const override {
+        std::lock_guard guard(mutex_);
         std::vector<HeldRequest> held;
         for (const Session& session : all)
             for (const PendingRequest& request : session.pending)
@@ -78,7 +82,7 @@ private:
         return false;
     }
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_; // Guards `all` once the server runs, and calls_.
     std::vector<Call> calls_;
 };
 
