@@ -7,7 +7,10 @@
 //
 //   cmake -S . -B build/control-release -G Ninja -DCMAKE_BUILD_TYPE=Release
 //   cmake --build build/control-release --target ServiceLoadBench tidewick tidewick-hook
-//   build/control-release/bin/ServiceLoadBench [workers] [events] [held]
+//   build/control-release/bin/ServiceLoadBench [--programs] [workers] [events] [held]
+//
+// With --programs each event is a run of the real tidewick-hook program, and
+// the time includes starting it.
 //
 // A plain program rather than a Google Benchmark loop: one run is the
 // measurement (a few thousand processes and connections), not a repeatable
@@ -28,6 +31,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <spawn.h>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -111,28 +115,78 @@ std::string loadSession(int worker, int session) {
     return "load-" + std::to_string(worker) + "-" + std::to_string(session);
 }
 
+std::string loadPayload(int worker, int session, int index) {
+    return R"({"session_id":")" + loadSession(worker, session) +
+           R"(","cwd":"/work/load","hook_event_name":"PostToolUse","tool_name":"Bash",)"
+           R"("tool_input":{"command":"echo )" +
+           std::to_string(index) + R"("},"tool_response":{"stdout":"ok"}})";
+}
+
+// How the load's events are sent.
+enum class Sender {
+    /// Each worker process sends its events itself with the hook command's client.
+    client,
+    /// Each worker runs the real tidewick-hook program once per event (process
+    /// start included in the time).
+    program,
+};
+
+// Runs tidewick-hook for one event, its payload on standard input; true when
+// it exited 0 (it also does when the application did not answer: the
+// store's counts tell).
+bool runHook(const std::string& payload, const std::vector<std::string>& environment) {
+    int in[2];
+    if (::pipe2(in, O_CLOEXEC) != 0)
+        return false;
+    const std::string program = binaries + "tidewick-hook";
+    std::vector<char*> args = {const_cast<char*>(program.c_str()), const_cast<char*>("--agent"),
+                               const_cast<char*>("claude"),        const_cast<char*>("--event"),
+                               const_cast<char*>("PostToolUse"),   nullptr};
+    std::vector<char*> env;
+    for (const std::string& e : environment)
+        env.push_back(const_cast<char*>(e.c_str()));
+    env.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    pid_t pid = -1;
+    const int spawned = ::posix_spawn(&pid, args[0], &actions, nullptr, args.data(), env.data());
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(in[0]);
+    // A payload this small fits the pipe, so the write never waits for the reader.
+    const bool written =
+        ::write(in[1], payload.data(), payload.size()) == static_cast<ssize_t>(payload.size());
+    ::close(in[1]);
+    return spawned == 0 && waitFor(pid) == 0 && written;
+}
+
 // One hook process's share of the load: `count` events spread over
 // `sessions` sessions, each round trip timed. Writes the times (seconds, one
 // per line, "fail" for a failed exchange) to `report`.
-[[noreturn]] void runWorker(int worker, int count, int sessions, const TidewickPaths& paths,
-                            const std::string& secret, const std::string& report) {
+[[noreturn]] void runWorker(Sender sender, int worker, int count, int sessions,
+                            const TidewickPaths& paths, const std::string& secret,
+                            const std::vector<std::string>& environment,
+                            const std::string& report) {
     std::string lines;
     const std::string socket = paths.socketPath();
     for (int i = 0; i < count; ++i) {
-        HookRequest request;
-        request.agent = "claude";
-        request.event = "PostToolUse";
-        request.pid = static_cast<std::int32_t>(::getpid());
-        request.payload = JSONValue::parse(
-            R"({"session_id":")" + loadSession(worker, i % sessions) +
-            R"(","cwd":"/work/load","hook_event_name":"PostToolUse","tool_name":"Bash",)"
-            R"("tool_input":{"command":"echo )" +
-            std::to_string(i) + R"("},"tool_response":{"stdout":"ok"}})");
+        const std::string payload = loadPayload(worker, i % sessions, i);
+        bool answered = false;
         const auto start = Clock::now();
-        auto outcome =
-            HookClient::attempt(request, socket, secret, connectSeconds, responseSeconds);
+        if (sender == Sender::program) {
+            answered = runHook(payload, environment);
+        } else {
+            HookRequest request;
+            request.agent = "claude";
+            request.event = "PostToolUse";
+            request.pid = static_cast<std::int32_t>(::getpid());
+            request.payload = JSONValue::parse(payload);
+            answered = HookClient::attempt(request, socket, secret, connectSeconds, responseSeconds)
+                           .response.has_value();
+        }
         const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-        lines += outcome.response ? std::to_string(seconds) + "\n" : "fail\n";
+        lines += answered ? std::to_string(seconds) + "\n" : "fail\n";
     }
     File::writeAtomically(report, lines, 0600);
     ::_exit(0);
@@ -155,9 +209,15 @@ bool check(bool condition, const std::string& what) {
 
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // progress lines as they happen, even into a file
-    const int workers = argc > 1 ? std::atoi(argv[1]) : 50;
-    const int events = argc > 2 ? std::atoi(argv[2]) : 10000;
-    const int held = argc > 3 ? std::atoi(argv[3]) : 200;
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    Sender sender = Sender::client;
+    if (!arguments.empty() && arguments.front() == "--programs") {
+        sender = Sender::program;
+        arguments.erase(arguments.begin());
+    }
+    const int workers = arguments.size() > 0 ? std::atoi(arguments[0].c_str()) : 50;
+    const int events = arguments.size() > 1 ? std::atoi(arguments[1].c_str()) : 10000;
+    const int held = arguments.size() > 2 ? std::atoi(arguments[2].c_str()) : 200;
     const int perWorker = events / workers;
     // Few enough events per session that no timeline drops any (it keeps 200).
     const int sessionsPerWorker = std::max(1, (perWorker + 99) / 100);
@@ -196,14 +256,15 @@ int main(int argc, char** argv) {
     passed &= check(heldNow == static_cast<std::size_t>(held),
                     std::to_string(heldNow) + " requests held before the load");
 
-    std::printf("sending %d events from %d hook processes (%d sessions each)...\n",
-                perWorker * workers, workers, sessionsPerWorker);
+    std::printf("sending %d events from %d hook processes (%d sessions each)%s...\n",
+                perWorker * workers, workers, sessionsPerWorker,
+                sender == Sender::program ? ", one tidewick-hook run per event" : "");
     const auto loadStart = Clock::now();
     std::vector<pid_t> loaders;
     for (int w = 0; w < workers; ++w) {
         pid_t pid = ::fork();
         if (pid == 0)
-            runWorker(w, perWorker, sessionsPerWorker, paths, secret,
+            runWorker(sender, w, perWorker, sessionsPerWorker, paths, secret, environment,
                       home + "/worker-" + std::to_string(w));
         loaders.push_back(pid);
     }
