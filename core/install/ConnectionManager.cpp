@@ -310,7 +310,9 @@ std::string ConnectionManager::backUp(AgentKind agent, const std::string& path,
                                       const std::string& text) const {
     const std::string directory = File::join(paths_.backupsDirectory(), rawValue(agent));
     const std::string stamp = backupStamp(clock_());
-    const std::string suffix = "-" + File::lastComponent(path);
+    std::string suffix = File::lastComponent(path);
+    suffix.insert(suffix.begin(), '-'); // not "-" + name: GCC 12 at -O3 warns falsely about restrict
+
     std::string target = File::join(directory, stamp + suffix);
     try {
         File::makeDirectories(directory, 0700);
