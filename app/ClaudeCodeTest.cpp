@@ -247,7 +247,8 @@ TEST(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
     auto pending = runProgram({tidewick, "pending", "--json"}, environment);
     EXPECT_EQ(JSONValue::parse(pending.out), JSONValue(JSONValue::Array{}));
 
-    // Prompts are not timeline items; the application's activity log keeps them.
+    // The session is titled by its prompt, and the activity log keeps the prompt too.
+    EXPECT_EQ(*session.get("title"), JSONValue("say hi")) << sessions.out;
     bool sawPrompt = false;
     std::istringstream activity(File::read(TidewickPaths(home.path()).activityFile()));
     for (std::string line; std::getline(activity, line);) {

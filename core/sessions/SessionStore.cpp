@@ -10,6 +10,13 @@ namespace tidewick {
 
 namespace {
 
+// The first line of a prompt, short enough for a list row.
+std::string promptTitle(std::string_view prompt) {
+    std::string_view text = Text::trimmed(prompt);
+    text = text.substr(0, text.find('\n'));
+    return Text::cut(UTF8::repaired(Text::trimmed(text)), 80, Text::ellipsis);
+}
+
 std::optional<std::string> cutText(const std::optional<std::string>& text) {
     if (!text)
         return std::nullopt;
@@ -238,6 +245,9 @@ Session SessionStore::apply(const AgentEvent& event) {
             break;
         case EventKind::userPrompt:
             setUnlessPending(SessionStatus::working);
+            // Agents that name no session are known to the user by what they first asked.
+            if (!session.title && event.detail)
+                session.title = promptTitle(*event.detail);
             // A new turn: an earlier interruption is over.
             session.interruptedAt.reset();
             break;

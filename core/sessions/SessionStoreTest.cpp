@@ -329,6 +329,14 @@ TEST(SessionStoreTest, EventFieldsTimesAndTimelineKinds) {
     Session interrupted = store.apply(event(EventKind::interrupted));
     EXPECT_EQ(interrupted.interruptedAt, clock.current);
     EXPECT_FALSE(store.apply(event(EventKind::userPrompt)).interruptedAt);
+
+    // A session that names itself nowhere is titled by the first line of its first prompt.
+    AgentEvent prompt =
+        event(EventKind::userPrompt, "You", "  Fix the flaky login test\nand run it");
+    prompt.sessionId = "untitled";
+    EXPECT_EQ(store.apply(prompt).title, "Fix the flaky login test");
+    prompt.detail = "Something else entirely";
+    EXPECT_EQ(store.apply(prompt).title, "Fix the flaky login test");
 }
 
 TEST(SessionStoreTest, SettersSnapshotPruneRemoveAndRestore) {
