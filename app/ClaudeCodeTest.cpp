@@ -2,13 +2,13 @@
 // SessionStart hook starts the installed tidewick-hook, and a whole print-mode
 // turn reaches the running application. Claude Code comes from the npm
 // registry (test only) and runs with no network at all.
-#include "BackgroundProgram.h"
-#include "ProgramRun.h"
+#include "testing/BackgroundProgram.h"
+#include "testing/ProgramRun.h"
 
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
 #include "foundation/TidewickPaths.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,13 +1,13 @@
 // End to end through the real programs: `tidewick app --headless` running in a
 // temporary home, `tidewick-hook` fed each agent's payloads, and the control
 // commands answering what it holds.
-#include "BackgroundProgram.h"
-#include "ProgramRun.h"
+#include "testing/BackgroundProgram.h"
+#include "testing/ProgramRun.h"
 
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
 #include "foundation/TidewickPaths.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 // `tidewick demo` against a real headless application, answered through the
 // control commands; and what each agent's answer is taken to mean.
 #include "DemoCommand.h"
-#include "ProgramRun.h"
+#include "testing/ProgramRun.h"
 
 #include "foundation/File.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <chrono>
 #include <csignal>

@@ -1,11 +1,11 @@
 // `tidewick app` on a real terminal: the interface runs in a tmux pane, held
 // requests come from the real hook command, and keys sent to the pane answer
 // them.
-#include "ProgramRun.h"
+#include "testing/ProgramRun.h"
 
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <atomic>
 #include <chrono>

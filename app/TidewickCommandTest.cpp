@@ -1,12 +1,12 @@
 // End to end through the real `tidewick` and `tidewick-hook` programs, in a
 // temporary home.
-#include "ProgramRun.h"
+#include "testing/ProgramRun.h"
 
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
 #include "foundation/TidewickPaths.h"
 #include "install/HookCatalog.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 
 #include "control/ControlClient.h"
 #include "control/ControlTestSupport.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 #include "wire/LocalClient.h"
 
 #include <gtest/gtest.h>

@@ -3,7 +3,7 @@
 #include "DesktopNotifier.h"
 
 #include "foundation/File.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <atomic>
 #include <chrono>

@@ -5,7 +5,7 @@
 #include "install/HookCatalog.h"
 #include "install/HookConfigError.h"
 #include "install/MatcherGroupEditor.h"
-#include "install/TemporaryDirectory.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <filesystem>
 #include <fstream>

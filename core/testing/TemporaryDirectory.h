@@ -12,7 +12,7 @@ namespace tidewick {
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
-        std::string pattern = "/tmp/tw-install-XXXXXX";
+        std::string pattern = "/tmp/tidewick-test-XXXXXX";
         if (!::mkdtemp(pattern.data()))
             throw std::runtime_error("mkdtemp failed");
         path_ = pattern;
