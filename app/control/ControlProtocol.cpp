@@ -1,6 +1,6 @@
 #include "control/ControlProtocol.h"
 
-#include "sessions/UTF8.h"
+#include "foundation/UTF8.h"
 
 #include <array>
 #include <stdexcept>

@@ -3,7 +3,7 @@
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
-#include "sessions/UTF8.h"
+#include "foundation/UTF8.h"
 
 #include <cerrno>
 #include <charconv>

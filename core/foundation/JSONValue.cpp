@@ -1,5 +1,7 @@
 #include "foundation/JSONValue.h"
 
+#include "foundation/UTF8.h"
+
 #include <algorithm>
 #include <bit>
 #include <charconv>
@@ -25,47 +27,6 @@ inline std::uint64_t loadWord(const char* p) {
     std::uint64_t w;
     std::memcpy(&w, p, sizeof w);
     return w;
-}
-
-// Strict UTF-8 check (no overlong forms, no surrogates, nothing above U+10FFFF),
-// with a fast path over runs of ASCII.
-bool isValidUTF8(std::string_view bytes) {
-    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
-    const auto* end = p + bytes.size();
-    while (p < end) {
-        while (end - p >= 8 && (loadWord(reinterpret_cast<const char*>(p)) & kHighs) == 0)
-            p += 8;
-        if (p == end)
-            break;
-        unsigned char c = *p;
-        if (c < 0x80) {
-            ++p;
-            continue;
-        }
-        int extra;
-        std::uint32_t min;
-        std::uint32_t cp;
-        if (c >= 0xC2 && c <= 0xDF) {
-            extra = 1, min = 0x80, cp = c & 0x1F;
-        } else if (c >= 0xE0 && c <= 0xEF) {
-            extra = 2, min = 0x800, cp = c & 0x0F;
-        } else if (c >= 0xF0 && c <= 0xF4) {
-            extra = 3, min = 0x10000, cp = c & 0x07;
-        } else {
-            return false;
-        }
-        if (end - p <= extra)
-            return false;
-        for (int i = 1; i <= extra; ++i) {
-            if ((p[i] & 0xC0) != 0x80)
-                return false;
-            cp = (cp << 6) | (p[i] & 0x3F);
-        }
-        if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
-            return false;
-        p += extra + 1;
-    }
-    return true;
 }
 
 void appendUTF8(std::string& out, std::uint32_t cp) {
@@ -414,7 +375,7 @@ JSONValue JSONValue::real(double value) {
 }
 
 JSONValue JSONValue::parse(std::string_view bytes) {
-    if (!isValidUTF8(bytes))
+    if (!UTF8::isValid(bytes))
         throw ParseError("File is not UTF-8");
     return JSONParser(bytes).parseDocument();
 }

@@ -1,7 +1,7 @@
 #include "sessions/SessionStore.h"
 
 #include "foundation/Text.h"
-#include "sessions/UTF8.h"
+#include "foundation/UTF8.h"
 
 #include <algorithm>
 #include <array>
