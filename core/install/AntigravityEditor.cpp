@@ -2,7 +2,6 @@
 
 #include "foundation/File.h"
 #include "install/HookCatalog.h"
-#include "install/HookConfigError.h"
 
 #include <algorithm>
 
@@ -12,13 +11,10 @@ namespace {
 
 constexpr const char* blockKey = "tidewick";
 
+// An entry of an event list is a handler, or a matcher group of handlers.
 bool holdsOurs(const JSONValue& entry) {
-    if (isOurs(entry))
-        return true;
-    const JSONValue::Array* handlers =
-        entry.get("hooks") ? entry.get("hooks")->arrayValue() : nullptr;
-    return handlers && std::any_of(handlers->begin(), handlers->end(),
-                                   [](const JSONValue& h) { return isOurs(h); });
+    const JSONValue* handlers = entry.get("hooks");
+    return isOurs(entry) || (handlers && containsOurs(*handlers));
 }
 
 } // namespace
@@ -30,16 +26,10 @@ std::string AntigravityEditor::configPath(const std::string& home) const {
 JSONValue AntigravityEditor::install(const std::optional<JSONValue>& document,
                                      const std::vector<HookSpec>& specs,
                                      const CommandBuilder& command) const {
-    JSONValue root = document ? *document : JSONValue(JSONValue::Object{});
-    if (!root.isObject())
-        throw HookConfigError::notAnObject("hooks.json");
+    JSONValue root = installRoot(document, "hooks.json");
     JSONValue block(JSONValue::Object{{"enabled", JSONValue::boolean(true)}});
     for (const HookSpec& spec : specs) {
-        JSONValue handler(JSONValue::Object{
-            {"type", "command"},
-            {"command", command(spec.event)},
-            {"timeout", JSONValue::integer(spec.timeoutSeconds)},
-        });
+        JSONValue handler = handlerEntry(spec, command, TypeKey::written);
         JSONValue::Array list;
         // Tool events are grouped by matcher; the others take the handler itself.
         if (spec.event == "PreToolUse" || spec.event == "PostToolUse")
@@ -62,16 +52,10 @@ JSONValue AntigravityEditor::remove(const JSONValue& document) const {
 }
 
 std::set<std::string> AntigravityEditor::installedEvents(const JSONValue& document) const {
-    std::set<std::string> events;
-    const JSONValue* block = document.get(blockKey);
-    if (!block || !block->isObject())
-        return events;
-    for (const auto& [event, value] : *block->objectPairs()) {
-        const JSONValue::Array* list = value.arrayValue();
-        if (list && std::any_of(list->begin(), list->end(), holdsOurs))
-            events.insert(event);
-    }
-    return events;
+    return eventsHolding(document.get(blockKey), [](const JSONValue& list) {
+        const JSONValue::Array* entries = list.arrayValue();
+        return entries && std::any_of(entries->begin(), entries->end(), holdsOurs);
+    });
 }
 
 bool AntigravityEditor::isEmptyShell(const JSONValue& document) const {

@@ -3,15 +3,12 @@
 #include "foundation/File.h"
 #include "install/ConnectionError.h"
 #include "install/HookCatalog.h"
-#include "install/HookConfigError.h"
-#include "install/MatcherGroupEditor.h"
 #include "testing/TemporaryDirectory.h"
 
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace tidewick {
 namespace {
@@ -20,11 +17,11 @@ namespace fs = std::filesystem;
 
 class FakeDetector final : public AgentDetector {
 public:
-    std::set<AgentKind> installed;
+    std::set<AgentKind> installed{allAgentKinds.begin(), allAgentKinds.end()};
     std::optional<std::string> detect(AgentKind agent) const override {
-        if (installed.contains(agent))
-            return "folder /fake/" + std::string(rawValue(agent));
-        return std::nullopt;
+        if (!installed.contains(agent))
+            return std::nullopt;
+        return "folder /fake/" + std::string(rawValue(agent));
     }
 };
 
@@ -41,12 +38,20 @@ void put(const std::string& path, const std::string& text, mode_t mode = 0644) {
 
 std::vector<std::string> namesIn(const std::string& directory) {
     std::vector<std::string> names;
-    if (!fs::exists(directory))
-        return names;
     for (const auto& entry : fs::directory_iterator(directory))
         names.push_back(entry.path().filename());
     std::sort(names.begin(), names.end());
     return names;
+}
+
+// The sentence `action` throws, or "no error".
+template <typename Action> std::string errorOf(Action action) {
+    try {
+        action();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "no error";
 }
 
 const char* userSettings = R"json({
@@ -58,119 +63,101 @@ const char* userSettings = R"json({
 
 class ConnectionManagerTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        home = dir.path();
-        bundled = File::join(home, "bundle/tidewick-hook");
-        put(bundled, "#!/bin/sh\nexit 0\n", 0755);
-        detector->installed = {AgentKind::claude, AgentKind::codex, AgentKind::cursor,
-                               AgentKind::antigravity};
-    }
+    void SetUp() override { put(bundled, "#!/bin/sh\nexit 0\n", 0755); }
 
     ConnectionManager manager() {
         return ConnectionManager(TidewickPaths(home), home, detector, bundled,
                                  [this] { return clockNow; });
     }
-
-    std::string claudeSettings() const { return File::join(home, ".claude/settings.json"); }
-    std::string backups(AgentKind agent) const {
-        return File::join(TidewickPaths(home).backupsDirectory(), rawValue(agent));
+    ConnectionState state(const ConnectionManager& connections, AgentKind agent) const {
+        return connections.status(agent, GateCommands::off).state;
+    }
+    std::string backups() const {
+        return File::join(TidewickPaths(home).backupsDirectory(), "claude");
     }
 
     TemporaryDirectory dir;
-    std::string home;
-    std::string bundled;
+    const std::string home = dir.path();
+    const std::string bundled = File::join(home, "bundle/tidewick-hook");
+    const std::string settings = File::join(home, ".claude/settings.json");
+    const std::string helper = TidewickPaths(home).helperPath();
     std::shared_ptr<FakeDetector> detector = std::make_shared<FakeDetector>();
     Date clockNow = dateFromSeconds(1772357400); // 2026-03-01T09:30:00Z
 };
 
 TEST_F(ConnectionManagerTest, ConnectAndDisconnectAUsersClaudeSettings) {
-    put(claudeSettings(), userSettings, 0600);
+    put(settings, userSettings, 0600);
     auto connections = manager();
-
     ConfigChange preview = connections.previewConnect(AgentKind::claude, GateCommands::off);
-    EXPECT_EQ(File::read(claudeSettings()), userSettings) << "a preview writes nothing";
+    EXPECT_EQ(File::read(settings), userSettings) << "a preview writes nothing";
+    EXPECT_FALSE(fs::exists(helper));
     EXPECT_TRUE(preview.fileExisted);
     EXPECT_EQ(preview.before, userSettings);
-    EXPECT_EQ(preview.addedEvents, HookCatalog::installedEvents(AgentKind::claude));
-    EXPECT_TRUE(preview.removedEvents.empty());
-    EXPECT_FALSE(preview.isNoChange());
-    EXPECT_EQ(preview.after.back(), '\n');
+    EXPECT_EQ(preview.after, JSONValue::parse(preview.after).pretty() + "\n");
     EXPECT_NE(preview.after.find(connections.hookCommand(AgentKind::claude, "Stop")),
               std::string::npos);
-    EXPECT_FALSE(fs::exists(TidewickPaths(home).helperPath()));
+    EXPECT_EQ(preview.addedEvents, HookCatalog::installedEvents(AgentKind::claude));
+    EXPECT_TRUE(preview.removedEvents.empty());
 
     ConfigChange change = connections.connect(AgentKind::claude, GateCommands::off);
-    EXPECT_EQ(File::read(claudeSettings()), preview.after);
-    EXPECT_EQ(modeOf(claudeSettings()), 0600u);
-    ASSERT_TRUE(change.backup);
-    EXPECT_EQ(*change.backup,
-              File::join(backups(AgentKind::claude), "2026-03-01T09-30-00Z-settings.json"));
-    EXPECT_EQ(File::read(*change.backup), userSettings);
-    EXPECT_EQ(modeOf(*change.backup), 0600u);
-    // The hook command is installed, executable, and what every entry runs.
-    const std::string helper = TidewickPaths(home).helperPath();
+    EXPECT_EQ(File::read(settings), preview.after);
+    EXPECT_EQ(modeOf(settings), 0600u);
+    EXPECT_EQ(change.backup, File::join(backups(), "2026-03-01T09-30-00Z-settings.json"));
+    EXPECT_EQ(File::read(change.backup.value()), userSettings);
+    EXPECT_EQ(modeOf(change.backup.value()), 0600u);
     EXPECT_EQ(File::read(helper), File::read(bundled));
     EXPECT_EQ(modeOf(helper), 0755u);
-    auto record = connections.record(AgentKind::claude);
-    ASSERT_TRUE(record);
-    EXPECT_FALSE(record->createdFile);
-    EXPECT_EQ(connections.status(AgentKind::claude, GateCommands::off).state,
-              ConnectionState::connected());
+    ASSERT_TRUE(connections.record(AgentKind::claude));
+    EXPECT_FALSE(connections.record(AgentKind::claude)->createdFile);
+    EXPECT_EQ(state(connections, AgentKind::claude), ConnectionState::connected());
 
     // Connecting again changes nothing and makes no second backup.
     clockNow = addSeconds(clockNow, 60);
     ConfigChange again = connections.connect(AgentKind::claude, GateCommands::off);
     EXPECT_TRUE(again.isNoChange());
     EXPECT_FALSE(again.backup);
-    EXPECT_EQ(namesIn(backups(AgentKind::claude)).size(), 1u);
+    EXPECT_EQ(namesIn(backups()).size(), 1u);
 
     ConfigChange removal = connections.disconnect(AgentKind::claude);
     EXPECT_EQ(removal.removedEvents, HookCatalog::installedEvents(AgentKind::claude));
-    EXPECT_EQ(File::read(claudeSettings()), JSONValue::parse(userSettings).pretty() + "\n");
-    EXPECT_EQ(modeOf(claudeSettings()), 0600u);
+    EXPECT_EQ(File::read(settings), JSONValue::parse(userSettings).pretty() + "\n");
+    EXPECT_EQ(modeOf(settings), 0600u);
     EXPECT_FALSE(connections.record(AgentKind::claude));
-    EXPECT_EQ(connections.status(AgentKind::claude, GateCommands::off).state,
-              ConnectionState::disconnected());
-    EXPECT_EQ(namesIn(backups(AgentKind::claude)).size(), 2u);
-
-    // Disconnecting what is not connected is no change and no backup.
+    EXPECT_EQ(state(connections, AgentKind::claude), ConnectionState::disconnected());
     EXPECT_TRUE(connections.disconnect(AgentKind::claude).isNoChange());
-    EXPECT_EQ(namesIn(backups(AgentKind::claude)).size(), 2u);
+    EXPECT_EQ(namesIn(backups()).size(), 2u);
 }
 
-TEST_F(ConnectionManagerTest, AFileTidewickCreatedIsDeletedOnDisconnect) {
+TEST_F(ConnectionManagerTest, RecordsSurviveAndAFileTidewickCreatedIsDeleted) {
+    const std::string path = File::join(home, ".cursor/hooks.json");
     {
         auto connections = manager();
         ConfigChange change = connections.connect(AgentKind::cursor, GateCommands::on);
         EXPECT_FALSE(change.fileExisted);
         EXPECT_FALSE(change.backup);
-        EXPECT_EQ(change.addedEvents.size(), 9u);
         EXPECT_EQ(modeOf(File::join(home, ".cursor")), 0700u);
-        // Reconnecting keeps the first answer to "who created the file".
+        // Reconnecting keeps the first answer to "who created the file" and when.
         clockNow = addSeconds(clockNow, 3600);
         (void)connections.connect(AgentKind::cursor, GateCommands::on);
-        ASSERT_TRUE(connections.record(AgentKind::cursor));
-        EXPECT_TRUE(connections.record(AgentKind::cursor)->createdFile);
-        EXPECT_EQ(connections.record(AgentKind::cursor)->connectedAt, addSeconds(clockNow, -3600));
     }
-    // A new manager reads the records back, gating choice included: the nine
-    // gated events are expected, so removing one shows up as missing.
+    // A new manager reads connections.json back, gating choice included: the
+    // nine gated events are expected, so removing one shows up as missing.
     auto connections = manager();
-    ASSERT_TRUE(connections.record(AgentKind::cursor));
-    EXPECT_EQ(connections.record(AgentKind::cursor)->gateCommands, GateCommands::on);
-    const std::string path = File::join(home, ".cursor/hooks.json");
+    auto record = connections.record(AgentKind::cursor);
+    ASSERT_TRUE(record);
+    EXPECT_TRUE(record->createdFile);
+    EXPECT_EQ(record->gateCommands, GateCommands::on);
+    EXPECT_EQ(record->connectedAt, addSeconds(clockNow, -3600));
     JSONValue document = JSONValue::parse(File::read(path));
     document.get("hooks")->remove("beforeMCPExecution");
     put(path, document.pretty());
-    EXPECT_EQ(connections.status(AgentKind::cursor, GateCommands::off).state,
+    EXPECT_EQ(state(connections, AgentKind::cursor),
               ConnectionState::needsReconnect({"beforeMCPExecution"}));
 
-    ConfigChange preview = connections.previewDisconnect(AgentKind::cursor);
-    EXPECT_TRUE(preview.deletesFile);
+    EXPECT_TRUE(connections.previewDisconnect(AgentKind::cursor).deletesFile);
     ConfigChange removal = connections.disconnect(AgentKind::cursor);
     EXPECT_FALSE(fs::exists(path));
-    ASSERT_TRUE(removal.backup);
-    EXPECT_EQ(File::read(*removal.backup), document.pretty());
+    EXPECT_EQ(File::read(removal.backup.value()), document.pretty());
 
     // A file the user had is never deleted, even when nothing else is left in it.
     put(path, "{}\n");
@@ -180,247 +167,189 @@ TEST_F(ConnectionManagerTest, AFileTidewickCreatedIsDeletedOnDisconnect) {
     EXPECT_EQ(File::read(path), "{\n  \"version\": 1,\n  \"hooks\": {}\n}\n");
 }
 
-TEST_F(ConnectionManagerTest, RefusesAbsentAgentsAndFilesItCannotRead) {
+TEST_F(ConnectionManagerTest, RefusesAbsentAgentsAndFilesItCannotSafelyRead) {
     auto connections = manager();
     detector->installed.clear();
-    auto sentence = [&](AgentKind agent) {
-        try {
-            (void)connections.previewConnect(agent, GateCommands::off);
-        } catch (const std::exception& error) {
-            return std::string(error.what());
-        }
-        return std::string("no error");
+    auto sentence = [&] {
+        return errorOf([&] { (void)connections.previewConnect(AgentKind::claude, {}); });
     };
-    EXPECT_EQ(sentence(AgentKind::cursor), "Cursor does not appear to be installed.");
-    EXPECT_EQ(sentence(AgentKind::claude), "Claude Code does not appear to be installed.");
-    EXPECT_EQ(connections.status(AgentKind::claude, GateCommands::off).state,
-              ConnectionState::notInstalled());
-    // An existing configuration file is evidence enough.
-    put(claudeSettings(), "{}");
-    EXPECT_EQ(sentence(AgentKind::claude), "no error");
+    EXPECT_EQ(sentence(), "Claude Code does not appear to be installed.");
+    EXPECT_EQ(state(connections, AgentKind::claude), ConnectionState::notInstalled());
+    put(settings, "{}"); // an existing configuration file is evidence enough
+    EXPECT_EQ(sentence(), "no error");
 
-    put(claudeSettings(), "{\"a\": tru}");
-    const std::string expected =
-        "Tidewick can't safely read " + claudeSettings() + " (it isn't valid JSON \u2014 ";
-    EXPECT_EQ(sentence(AgentKind::claude).substr(0, expected.size()), expected);
-    EXPECT_NE(sentence(AgentKind::claude).find(" at byte 6), so it left the file alone."),
-              std::string::npos);
-    auto state = connections.status(AgentKind::claude, GateCommands::off).state;
-    EXPECT_EQ(state.stateCase(), ConnectionState::Case::unreadable);
-    EXPECT_TRUE(state.reason().starts_with("it isn't valid JSON \u2014 ")) << state.reason();
-
-    put(claudeSettings(), "{\"a\": \"\xff\"}");
-    EXPECT_EQ(sentence(AgentKind::claude), "Tidewick can't safely read " + claudeSettings() +
-                                               " (File is not UTF-8), so it left the file alone.");
-
-    fs::remove(claudeSettings());
-    fs::create_directories(claudeSettings());
-    EXPECT_EQ(sentence(AgentKind::claude), "Tidewick can't safely read " + claudeSettings() +
-                                               " (it can't be opened), so it left the file alone.");
-    EXPECT_THROW((void)connections.connect(AgentKind::claude, GateCommands::off), ConnectionError);
-    EXPECT_TRUE(fs::is_directory(claudeSettings()));
+    const std::string cannot = "Tidewick can't safely read " + settings + " (";
+    put(settings, "{\"a\": tru}");
+    EXPECT_TRUE(sentence().starts_with(cannot + "it isn't valid JSON \u2014 ")) << sentence();
+    EXPECT_TRUE(sentence().ends_with(" at byte 6), so it left the file alone.")) << sentence();
+    EXPECT_TRUE(state(connections, AgentKind::claude).reason().starts_with("it isn't valid JSON"));
+    put(settings, "{\"a\": \"\xff\"}");
+    EXPECT_EQ(sentence(), cannot + "File is not UTF-8), so it left the file alone.");
+    fs::remove(settings);
+    fs::create_directories(settings);
+    EXPECT_EQ(sentence(), cannot + "it can't be opened), so it left the file alone.");
+    EXPECT_EQ(state(connections, AgentKind::claude),
+              ConnectionState::unreadable("it can't be opened"));
+    EXPECT_THROW((void)connections.connect(AgentKind::claude, {}), ConnectionError);
+    EXPECT_TRUE(fs::is_directory(settings));
 }
 
-TEST_F(ConnectionManagerTest, WrongShapeAndBlankFiles) {
+TEST_F(ConnectionManagerTest, WrongShapeIsLeftByteForByteAndBlankCountsAsAbsent) {
     auto connections = manager();
     const std::string array = "[\n  {\"hooks\": {}}\n]\n";
-    put(claudeSettings(), array);
-    try {
-        (void)connections.connect(AgentKind::claude, GateCommands::off);
-        FAIL() << "an array root was accepted";
-    } catch (const HookConfigError& error) {
-        EXPECT_STREQ(error.what(),
-                     "settings.json is not the shape Tidewick expects, so it was left untouched.");
-    }
-    EXPECT_EQ(File::read(claudeSettings()), array);
-    EXPECT_TRUE(namesIn(backups(AgentKind::claude)).empty());
+    put(settings, array);
+    EXPECT_EQ(errorOf([&] { (void)connections.connect(AgentKind::claude, {}); }),
+              "settings.json is not the shape Tidewick expects, so it was left untouched.");
+    EXPECT_EQ(File::read(settings), array);
+    EXPECT_FALSE(fs::exists(backups()));
     EXPECT_FALSE(connections.record(AgentKind::claude));
 
-    // A file of nothing but white space counts as absent, yet it did exist.
-    put(claudeSettings(), "\n  \t");
+    put(settings, "\n  \t");
     ConfigChange change = connections.previewConnect(AgentKind::claude, GateCommands::off);
     EXPECT_TRUE(change.fileExisted);
     EXPECT_EQ(change.before, "\n  \t");
-    EXPECT_EQ(JSONValue::parse(change.after),
-              MatcherGroupEditor(MatcherGroupEditor::Flavor::claudeCode)
-                  .install(std::nullopt, HookCatalog::specs(AgentKind::claude, GateCommands::off),
-                           [&](const std::string& e) {
-                               return connections.hookCommand(AgentKind::claude, e);
-                           }));
+    EXPECT_EQ(change.addedEvents, HookCatalog::installedEvents(AgentKind::claude));
     EXPECT_TRUE(connections.previewDisconnect(AgentKind::claude).isNoChange());
 }
 
 TEST_F(ConnectionManagerTest, TheTwentyFirstBackupRemovesTheOldest) {
-    put(claudeSettings(), userSettings);
+    put(settings, userSettings);
     auto connections = manager();
     std::vector<std::string> made;
     for (int i = 0; i < 21; ++i) {
         clockNow = addSeconds(clockNow, 61);
-        ConfigChange change = i % 2 == 0 ? connections.connect(AgentKind::claude, GateCommands::off)
+        ConfigChange change = i % 2 == 0 ? connections.connect(AgentKind::claude, {})
                                          : connections.disconnect(AgentKind::claude);
-        ASSERT_TRUE(change.backup);
-        made.push_back(File::lastComponent(*change.backup));
+        made.push_back(File::lastComponent(change.backup.value()));
     }
-    std::vector<std::string> kept = namesIn(backups(AgentKind::claude));
-    ASSERT_EQ(kept.size(), 20u);
-    EXPECT_EQ(kept, std::vector<std::string>(made.begin() + 1, made.end()));
     EXPECT_EQ(made.front(), "2026-03-01T09-31-01Z-settings.json");
+    EXPECT_EQ(namesIn(backups()), std::vector<std::string>(made.begin() + 1, made.end()));
 
     // Two changes within one second keep both backups, in order.
-    const std::string first = *connections.disconnect(AgentKind::claude).backup;
-    const std::string second = *connections.connect(AgentKind::claude, GateCommands::off).backup;
-    EXPECT_NE(first, second);
+    const std::string first = connections.disconnect(AgentKind::claude).backup.value();
+    const std::string second = connections.connect(AgentKind::claude, {}).backup.value();
     EXPECT_LT(File::lastComponent(first), File::lastComponent(second));
     EXPECT_NE(File::read(first).find("tidewick-hook"), std::string::npos);
     EXPECT_EQ(File::read(second).find("tidewick-hook"), std::string::npos);
-    kept = namesIn(backups(AgentKind::claude));
-    EXPECT_EQ(kept.size(), 20u);
-    EXPECT_EQ(kept.back(), File::lastComponent(second));
+    EXPECT_EQ(namesIn(backups()).size(), 20u);
+    EXPECT_EQ(namesIn(backups()).back(), File::lastComponent(second));
 }
 
 TEST_F(ConnectionManagerTest, EditsASymlinkedFileThroughItsTarget) {
     const std::string target = File::join(home, "dotfiles/claude/settings.json");
     put(target, userSettings, 0640);
-    File::makeDirectories(File::join(home, ".claude"), 0700);
-    fs::create_symlink("../dotfiles/claude/settings.json", claudeSettings());
+    File::makeDirectories(File::parent(settings), 0700);
+    fs::create_symlink("../dotfiles/claude/settings.json", settings);
     auto connections = manager();
 
     ConfigChange change = connections.connect(AgentKind::claude, GateCommands::off);
-    EXPECT_TRUE(fs::is_symlink(claudeSettings()));
     EXPECT_EQ(File::read(target), change.after);
-    EXPECT_EQ(modeOf(target), 0640u);
-    EXPECT_EQ(File::read(*change.backup), userSettings);
-    EXPECT_EQ(connections.status(AgentKind::claude, GateCommands::off).state,
-              ConnectionState::connected());
-
+    EXPECT_EQ(File::read(change.backup.value()), userSettings);
+    EXPECT_EQ(state(connections, AgentKind::claude), ConnectionState::connected());
     (void)connections.disconnect(AgentKind::claude);
-    EXPECT_TRUE(fs::is_symlink(claudeSettings()));
+    EXPECT_TRUE(fs::is_symlink(settings));
     EXPECT_EQ(JSONValue::parse(File::read(target)), JSONValue::parse(userSettings));
     EXPECT_EQ(modeOf(target), 0640u);
 
     // A link whose target does not exist yet is written through as well.
-    fs::create_directories(File::join(home, ".codex"));
-    fs::create_symlink(File::join(home, "dotfiles/codex-hooks.json"),
-                       File::join(home, ".codex/hooks.json"));
+    const std::string codexLink = File::join(home, ".codex/hooks.json");
+    fs::create_directories(File::parent(codexLink));
+    fs::create_symlink(File::join(home, "dotfiles/codex-hooks.json"), codexLink);
     ConfigChange codex = connections.connect(AgentKind::codex, GateCommands::off);
     EXPECT_FALSE(codex.fileExisted);
-    EXPECT_TRUE(fs::is_symlink(File::join(home, ".codex/hooks.json")));
+    EXPECT_TRUE(fs::is_symlink(codexLink));
     EXPECT_EQ(File::read(File::join(home, "dotfiles/codex-hooks.json")), codex.after);
 }
 
 TEST_F(ConnectionManagerTest, AFailedWriteLeavesTheOriginalInPlace) {
-    // Running as root, permission bits would not stop the write, so make the
-    // temporary file impossible instead: its name would exceed the file-name
-    // limit next to a target whose own name is just under it.
+    // Permission bits do not stop root, so make the temporary file impossible
+    // instead: its name would exceed the limit next to a target just under it.
     const std::string longName = std::string(245, 'x') + ".json";
     const std::string target = File::join(home, "dotfiles/" + longName);
     File::makeDirectories(File::parent(target), 0700);
-    std::ofstream(target) << userSettings;
-    File::makeDirectories(File::join(home, ".claude"), 0700);
-    fs::create_symlink(target, claudeSettings());
+    std::ofstream(target) << userSettings; // an atomic write could not make this name either
+    File::makeDirectories(File::parent(settings), 0700);
+    fs::create_symlink(target, settings);
     auto connections = manager();
-    try {
-        (void)connections.connect(AgentKind::claude, GateCommands::off);
-        FAIL() << "the write went through";
-    } catch (const ConnectionError& error) {
-        EXPECT_EQ(error.errorCase(), ConnectionError::Case::writeFailed);
-        EXPECT_EQ(std::string(error.what()), "Tidewick couldn't write " + target +
-                                                 ": File name too long. Nothing was changed.");
-    }
+    EXPECT_EQ(errorOf([&] { (void)connections.connect(AgentKind::claude, {}); }),
+              "Tidewick couldn't write " + target + ": File name too long. Nothing was changed.");
     EXPECT_EQ(File::read(target), userSettings);
-    EXPECT_EQ(namesIn(File::join(home, "dotfiles")), std::vector<std::string>{longName});
+    EXPECT_EQ(namesIn(File::parent(target)), std::vector<std::string>{longName});
     EXPECT_FALSE(connections.record(AgentKind::claude));
 
-    // A path component that is a regular file stops the write too, and the
-    // file in the way is left exactly as it was.
+    // A regular file where a folder should be stops the write too, untouched.
     const std::string blocker = File::join(home, ".codex");
     put(blocker, "not a folder\n");
-    try {
-        (void)connections.connect(AgentKind::codex, GateCommands::off);
-        FAIL() << "the write went through";
-    } catch (const ConnectionError& error) {
-        EXPECT_EQ(std::string(error.what()), "Tidewick couldn't write " +
-                                                 File::join(blocker, "hooks.json") +
-                                                 ": Not a directory. Nothing was changed.");
-    }
+    EXPECT_EQ(errorOf([&] { (void)connections.connect(AgentKind::codex, {}); }),
+              "Tidewick couldn't write " + blocker +
+                  "/hooks.json: Not a directory. Nothing was "
+                  "changed.");
     EXPECT_EQ(File::read(blocker), "not a folder\n");
 }
 
 TEST_F(ConnectionManagerTest, StatusReportsSwitchesNotesAndMissingPieces) {
     auto connections = manager();
-    EXPECT_EQ(connections.status(AgentKind::codex, GateCommands::off).state,
-              ConnectionState::disconnected());
-    EXPECT_EQ(connections.status(AgentKind::codex, GateCommands::off).evidence,
-              "folder /fake/codex");
-    EXPECT_TRUE(connections.status(AgentKind::codex, GateCommands::off).notes.empty());
-
-    (void)connections.connect(AgentKind::codex, GateCommands::off);
-    put(File::join(home, ".codex/config.toml"), "[features]\nhooks = false # off\n");
     ConnectionStatus codex = connections.status(AgentKind::codex, GateCommands::off);
-    EXPECT_EQ(codex.state,
-              ConnectionState::hooksDisabled("Hooks are turned off in ~/.codex/config.toml "
-                                             "([features] hooks = false). Set it to true."));
-    EXPECT_EQ(codex.notes,
-              std::vector<std::string>{
-                  "Codex needs your OK once. Open Codex, type /hooks and approve Tidewick."});
+    EXPECT_EQ(codex.state, ConnectionState::disconnected());
+    EXPECT_EQ(codex.evidence, "folder /fake/codex");
     EXPECT_EQ(codex.configPath, File::join(home, ".codex/hooks.json"));
-    put(File::join(home, ".codex/config.toml"),
-        "[features]\nhooks = false\nhooks = true\ncodex_hooks = false\n");
-    EXPECT_EQ(connections.status(AgentKind::codex, GateCommands::off).state.reason(),
-              "Hooks are turned off in ~/.codex/config.toml ([features] codex_hooks = false). Set "
-              "it to true.");
-    put(File::join(home, ".codex/config.toml"), "[features]\nhooks = true\n");
-    codex = connections.status(AgentKind::codex, GateCommands::off);
-    EXPECT_EQ(codex.state, ConnectionState::connected());
-    EXPECT_EQ(codex.notes.size(), 1u);
+    EXPECT_TRUE(codex.notes.empty());
 
-    put(claudeSettings(), R"({"disableAllHooks": true})");
+    // Once connected, Codex always carries its note; the last line of config.toml wins.
+    (void)connections.connect(AgentKind::codex, GateCommands::off);
+    const std::string off = "Hooks are turned off in ~/.codex/config.toml ([features] ";
+    for (const auto& [toml, expected] : std::vector<std::pair<const char*, ConnectionState>>{
+             {"[features]\nhooks = false # off\n",
+              ConnectionState::hooksDisabled(off + "hooks = false). Set it to true.")},
+             {"[features]\nhooks = false\nhooks = true\ncodex_hooks = false\n",
+              ConnectionState::hooksDisabled(off + "codex_hooks = false). Set it to true.")},
+             {"[features]\nhooks = true\n", ConnectionState::connected()}}) {
+        put(File::join(home, ".codex/config.toml"), toml);
+        codex = connections.status(AgentKind::codex, GateCommands::off);
+        EXPECT_EQ(codex.state, expected) << toml;
+        EXPECT_EQ(codex.notes, std::vector<std::string>{ConnectionManager::codexApprovalNote});
+    }
+
+    put(settings, R"({"disableAllHooks": true})");
     (void)connections.connect(AgentKind::claude, GateCommands::off);
-    EXPECT_EQ(connections.status(AgentKind::claude, GateCommands::off).state,
+    EXPECT_EQ(state(connections, AgentKind::claude),
               ConnectionState::hooksDisabled(
                   "Hooks are turned off in Claude Code's settings (disableAllHooks)."));
 
     (void)connections.connect(AgentKind::antigravity, GateCommands::off);
-    fs::remove(TidewickPaths(home).helperPath());
-    EXPECT_EQ(connections.status(AgentKind::antigravity, GateCommands::off).state,
-              ConnectionState::needsReconnect({"helper"}));
-    auto all = connections.allStatuses({{AgentKind::cursor, GateCommands::on}});
+    fs::remove(helper);
+    auto all = connections.allStatuses();
     ASSERT_EQ(all.size(), 4u);
-    EXPECT_EQ(all[0].kind, AgentKind::claude);
-    EXPECT_EQ(all[3].kind, AgentKind::antigravity);
+    EXPECT_EQ(all[2].kind, AgentKind::cursor);
     EXPECT_EQ(all[2].state, ConnectionState::disconnected());
+    EXPECT_EQ(all[3].state, ConnectionState::needsReconnect({"helper"}));
 }
 
 TEST_F(ConnectionManagerTest, HelperIsInstalledOnlyWhenMissingOrDifferent) {
     auto connections = manager();
-    const std::string helper = TidewickPaths(home).helperPath();
     connections.installHelperIfNeeded();
     EXPECT_EQ(File::read(helper), "#!/bin/sh\nexit 0\n");
     EXPECT_EQ(modeOf(TidewickPaths(home).appSupport()), 0700u);
-
     // An unchanged helper is left alone (same inode); a different one is replaced.
-    struct stat before {};
-    ASSERT_EQ(::stat(helper.c_str(), &before), 0);
+    auto inode = [&] {
+        struct stat info {};
+        EXPECT_EQ(::stat(helper.c_str(), &info), 0);
+        return info.st_ino;
+    };
+    const auto before = inode();
     connections.installHelperIfNeeded();
-    struct stat after {};
-    ASSERT_EQ(::stat(helper.c_str(), &after), 0);
-    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(inode(), before);
     put(bundled, "#!/bin/sh\nexit 1\n", 0755);
     connections.installHelperIfNeeded();
     EXPECT_EQ(File::read(helper), "#!/bin/sh\nexit 1\n");
     EXPECT_EQ(modeOf(helper), 0755u);
 
+    // Without a helper nothing is connected and no file is created.
     ConnectionManager without(TidewickPaths(home), home, detector, std::nullopt);
-    try {
-        without.installHelperIfNeeded();
-        FAIL() << "no helper, yet no error";
-    } catch (const ConnectionError& error) {
-        EXPECT_EQ(error.errorCase(), ConnectionError::Case::helperMissing);
-        EXPECT_STREQ(error.what(), "The Tidewick helper isn't available.");
-    }
-    // Without a helper nothing is connected and the file is not created.
+    EXPECT_EQ(errorOf([&] { without.installHelperIfNeeded(); }),
+              "The Tidewick helper isn't available.");
     EXPECT_THROW((void)without.connect(AgentKind::claude, GateCommands::off), ConnectionError);
-    EXPECT_FALSE(fs::exists(claudeSettings()));
+    EXPECT_FALSE(fs::exists(settings));
 }
 
 TEST(LinuxAgentDetector, FolderUnderHomeOrCommandOnPath) {

@@ -14,24 +14,37 @@ HookSpec waiting(std::string event) {
     return HookSpec{std::move(event), std::nullopt, userWaitTimeout, true, {}};
 }
 
+// The hooks Claude Code and Codex share, in writing order.
+std::vector<HookSpec> matcherGroupCore(std::int64_t sessionEndTimeout) {
+    return {quick("SessionStart", 10),
+            quick("UserPromptSubmit", 10),
+            quick("SessionEnd", sessionEndTimeout),
+            quick("PreToolUse", 10),
+            quick("PostToolUse", 10),
+            waiting("PermissionRequest"),
+            waiting("Stop")};
+}
+
 } // namespace
 
 std::vector<HookSpec> specs(AgentKind agent, GateCommands gate) {
     switch (agent) {
-    case AgentKind::claude:
-        return {quick("SessionStart", 10), quick("UserPromptSubmit", 10),
-                quick("SessionEnd", 5),    quick("PreToolUse", 10),
-                quick("PostToolUse", 10),  waiting("PermissionRequest"),
-                waiting("Stop"),           quick("Notification", 10),
-                quick("PreCompact", 10),   quick("PostCompact", 10)};
-    case AgentKind::codex:
+    case AgentKind::claude: {
+        std::vector<HookSpec> list = matcherGroupCore(5);
+        list.push_back(quick("Notification", 10));
+        list.push_back(quick("PreCompact", 10));
+        list.push_back(quick("PostCompact", 10));
+        return list;
+    }
+    case AgentKind::codex: {
         // Codex has no Notification hook but reports interruptions, and ends
         // sessions on a shorter fuse.
-        return {quick("SessionStart", 10), quick("UserPromptSubmit", 10),
-                quick("SessionEnd", 2),    quick("PreToolUse", 10),
-                quick("PostToolUse", 10),  waiting("PermissionRequest"),
-                waiting("Stop"),           quick("PreCompact", 10),
-                quick("PostCompact", 10),  quick("Interrupt", 2)};
+        std::vector<HookSpec> list = matcherGroupCore(2);
+        list.push_back(quick("PreCompact", 10));
+        list.push_back(quick("PostCompact", 10));
+        list.push_back(quick("Interrupt", 2));
+        return list;
+    }
     case AgentKind::cursor: {
         std::vector<HookSpec> list = {quick("sessionStart", 10), quick("sessionEnd", 5)};
         if (gate == GateCommands::on) {

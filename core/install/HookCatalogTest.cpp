@@ -5,94 +5,59 @@
 namespace tidewick {
 namespace {
 
-struct Row {
-    const char* event;
-    std::int64_t timeout;
-    bool waits;
-};
-
-void expectTable(const std::vector<HookSpec>& specs, const std::vector<Row>& rows) {
-    ASSERT_EQ(specs.size(), rows.size());
-    for (size_t i = 0; i < rows.size(); ++i) {
-        SCOPED_TRACE(rows[i].event);
-        EXPECT_EQ(specs[i].event, rows[i].event);
-        EXPECT_EQ(specs[i].timeoutSeconds, rows[i].timeout);
-        EXPECT_EQ(specs[i].waitsForUser, rows[i].waits);
-        EXPECT_FALSE(specs[i].matcher);
-        if (specs[i].event != "stop") {
-            EXPECT_TRUE(specs[i].extra.empty());
-        }
+// One row per entry, in writing order: "event timeout", plus " waits" for the
+// entries that hold the agent, a matcher after "~" and the extra pairs.
+std::vector<std::string> rows(AgentKind agent, GateCommands gate) {
+    std::vector<std::string> out;
+    for (const HookSpec& spec : HookCatalog::specs(agent, gate)) {
+        std::string row = spec.event + " " + std::to_string(spec.timeoutSeconds);
+        row += spec.waitsForUser ? " waits" : "";
+        row += spec.matcher ? " ~" + *spec.matcher : "";
+        for (const auto& [key, value] : spec.extra)
+            row += " " + key + "=" + value.compact();
+        out.push_back(row);
     }
+    return out;
 }
 
-TEST(HookCatalog, EveryAgentsTableInWritingOrder) {
-    const std::vector<Row> claude = {
-        {"SessionStart", 10, false}, {"UserPromptSubmit", 10, false},
-        {"SessionEnd", 5, false},    {"PreToolUse", 10, false},
-        {"PostToolUse", 10, false},  {"PermissionRequest", 90000, true},
-        {"Stop", 90000, true},       {"Notification", 10, false},
-        {"PreCompact", 10, false},   {"PostCompact", 10, false}};
-    const std::vector<Row> codex = {{"SessionStart", 10, false}, {"UserPromptSubmit", 10, false},
-                                    {"SessionEnd", 2, false},    {"PreToolUse", 10, false},
-                                    {"PostToolUse", 10, false},  {"PermissionRequest", 90000, true},
-                                    {"Stop", 90000, true},       {"PreCompact", 10, false},
-                                    {"PostCompact", 10, false},  {"Interrupt", 2, false}};
-    const std::vector<Row> cursor = {{"sessionStart", 10, false}, {"sessionEnd", 5, false},
-                                     {"postToolUse", 10, false},  {"afterAgentResponse", 10, false},
-                                     {"preCompact", 10, false},   {"preToolUse", 10, false},
-                                     {"stop", 90000, true}};
-    const std::vector<Row> gatedCursor = {{"sessionStart", 10, false},
-                                          {"sessionEnd", 5, false},
-                                          {"beforeShellExecution", 90000, true},
-                                          {"beforeMCPExecution", 90000, true},
-                                          {"postToolUse", 10, false},
-                                          {"afterAgentResponse", 10, false},
-                                          {"preCompact", 10, false},
-                                          {"preToolUse", 10, false},
-                                          {"stop", 90000, true}};
-    const std::vector<Row> antigravity = {{"SessionStart", 10, false},
-                                          {"PreInvocation", 10, false},
-                                          {"PostToolUse", 10, false},
-                                          {"Stop", 90000, true}};
-
+TEST(HookCatalog, EveryAgentsTableRowByRowInWritingOrder) {
+    using Rows = std::vector<std::string>;
+    const Rows claude = {"SessionStart 10",  "UserPromptSubmit 10", "SessionEnd 5",
+                         "PreToolUse 10",    "PostToolUse 10",      "PermissionRequest 90000 waits",
+                         "Stop 90000 waits", "Notification 10",     "PreCompact 10",
+                         "PostCompact 10"};
+    const Rows codex = {"SessionStart 10",  "UserPromptSubmit 10", "SessionEnd 2",
+                        "PreToolUse 10",    "PostToolUse 10",      "PermissionRequest 90000 waits",
+                        "Stop 90000 waits", "PreCompact 10",       "PostCompact 10",
+                        "Interrupt 2"};
+    const Rows antigravity = {"SessionStart 10", "PreInvocation 10", "PostToolUse 10",
+                              "Stop 90000 waits"};
     for (GateCommands gate : {GateCommands::off, GateCommands::on}) {
-        expectTable(HookCatalog::specs(AgentKind::claude, gate), claude);
-        expectTable(HookCatalog::specs(AgentKind::codex, gate), codex);
-        expectTable(HookCatalog::specs(AgentKind::antigravity, gate), antigravity);
+        EXPECT_EQ(rows(AgentKind::claude, gate), claude);
+        EXPECT_EQ(rows(AgentKind::codex, gate), codex);
+        EXPECT_EQ(rows(AgentKind::antigravity, gate), antigravity);
     }
-    expectTable(HookCatalog::specs(AgentKind::cursor, GateCommands::off), cursor);
-    expectTable(HookCatalog::specs(AgentKind::cursor, GateCommands::on), gatedCursor);
+    EXPECT_EQ(rows(AgentKind::cursor, GateCommands::off),
+              (Rows{"sessionStart 10", "sessionEnd 5", "postToolUse 10", "afterAgentResponse 10",
+                    "preCompact 10", "preToolUse 10", "stop 90000 waits loop_limit=null"}));
+    EXPECT_EQ(rows(AgentKind::cursor, GateCommands::on),
+              (Rows{"sessionStart 10", "sessionEnd 5", "beforeShellExecution 90000 waits",
+                    "beforeMCPExecution 90000 waits", "postToolUse 10", "afterAgentResponse 10",
+                    "preCompact 10", "preToolUse 10", "stop 90000 waits loop_limit=null"}));
 
-    // Cursor's stop entry writes "loop_limit": null after the standard keys.
-    const HookSpec stop = HookCatalog::specs(AgentKind::cursor, GateCommands::off).back();
-    ASSERT_EQ(stop.extra.size(), 1u);
-    EXPECT_EQ(stop.extra[0].first, "loop_limit");
-    EXPECT_TRUE(stop.extra[0].second.isNull());
-
-    EXPECT_EQ(HookCatalog::installedEvents(AgentKind::claude).size(), 10u);
-    EXPECT_EQ(HookCatalog::installedEvents(AgentKind::codex).size(), 10u);
-    EXPECT_EQ(HookCatalog::installedEvents(AgentKind::cursor).size(), 9u);
-    EXPECT_TRUE(HookCatalog::installedEvents(AgentKind::cursor).contains("beforeMCPExecution"));
-    EXPECT_EQ(HookCatalog::installedEvents(AgentKind::antigravity).size(), 4u);
-}
-
-TEST(HookCatalog, SpecsAreEqualOnlyWhenEveryFieldIs) {
-    HookSpec a{"stop", std::nullopt, 10, false, {{"loop_limit", nullptr}}};
-    HookSpec b = a;
-    EXPECT_EQ(a, b);
-    b.extra[0].second = JSONValue::integer(3);
-    EXPECT_NE(a, b);
-    b = a;
-    b.matcher = "Bash";
-    EXPECT_NE(a, b);
+    // Every event ever installed, gating included.
+    for (AgentKind agent : allAgentKinds) {
+        std::set<std::string> events;
+        for (const HookSpec& spec : HookCatalog::specs(agent, GateCommands::on))
+            events.insert(spec.event);
+        EXPECT_EQ(HookCatalog::installedEvents(agent), events) << rawValue(agent);
+    }
 }
 
 TEST(HookCatalog, CommandQuotesThePathForAShell) {
-    EXPECT_EQ(
-        HookCatalog::command("/Users/me/Library/Application Support/Tidewick/bin/tidewick-hook",
-                             AgentKind::claude, "PreToolUse"),
-        "'/Users/me/Library/Application Support/Tidewick/bin/tidewick-hook' --agent claude "
-        "--event PreToolUse");
+    EXPECT_EQ(HookCatalog::command("/Users/me/Application Support/tidewick-hook", AgentKind::claude,
+                                   "PreToolUse"),
+              "'/Users/me/Application Support/tidewick-hook' --agent claude --event PreToolUse");
     EXPECT_EQ(HookCatalog::command("/tmp/it's/tidewick-hook", AgentKind::cursor, "stop"),
               "'/tmp/it'\\''s/tidewick-hook' --agent cursor --event stop");
     // Nothing else is escaped: the quotes already protect $, \ and blanks.
@@ -101,16 +66,14 @@ TEST(HookCatalog, CommandQuotesThePathForAShell) {
 }
 
 TEST(HookCatalog, IsOursLooksForTheMarkerInAStringCommand) {
-    EXPECT_TRUE(isOurs(JSONValue::parse(R"({"command":"/usr/local/bin/tidewick-hook-old --x"})")));
-    EXPECT_TRUE(isOurs(
-        JSONValue::parse(R"({"type":"command","command":"'/x/tidewick-hook' --agent claude"})")));
-    EXPECT_FALSE(isOurs(JSONValue::parse(R"({"command":42})")));
-    EXPECT_FALSE(isOurs(JSONValue::parse(R"({"cmd":"tidewick-hook"})")));
-    EXPECT_FALSE(isOurs(JSONValue::parse(R"({"command":"~/bin/lint.sh"})")));
-    EXPECT_FALSE(isOurs(JSONValue::parse(R"(["tidewick-hook"])")));
-    EXPECT_FALSE(isOurs(JSONValue("tidewick-hook")));
+    for (const char* ours : {R"({"command":"/usr/local/bin/tidewick-hook-old --x"})",
+                             R"({"type":"command","command":"'/x/tidewick-hook' --agent claude"})"})
+        EXPECT_TRUE(isOurs(JSONValue::parse(ours))) << ours;
     // Case matters: only the exact file name is ours.
-    EXPECT_FALSE(isOurs(JSONValue::parse(R"({"command":"Tidewick-Hook"})")));
+    for (const char* other :
+         {R"({"command":42})", R"({"cmd":"tidewick-hook"})", R"({"command":"~/bin/lint.sh"})",
+          R"(["tidewick-hook"])", R"("tidewick-hook")", R"({"command":"Tidewick-Hook"})"})
+        EXPECT_FALSE(isOurs(JSONValue::parse(other))) << other;
 }
 
 } // namespace

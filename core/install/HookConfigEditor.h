@@ -52,6 +52,45 @@ public:
     [[nodiscard]] static std::unique_ptr<HookConfigEditor> forAgent(AgentKind agent);
 };
 
+/// The root object an install starts from: `document`, or an empty object when
+/// the file is absent. Throws HookConfigError naming `fileName` when it is not an object.
+[[nodiscard]] JSONValue installRoot(const std::optional<JSONValue>& document,
+                                    const std::string& fileName);
+
+/// The root's "hooks" object, or null when there is none. Throws HookConfigError
+/// (the hooks-section sentence) when "hooks" is something other than an object.
+[[nodiscard]] const JSONValue* hooksSection(const JSONValue& root);
+
+/// Whether `specs` has an entry for `event`.
+[[nodiscard]] bool mentions(const std::vector<HookSpec>& specs, const std::string& event);
+
+/// Whether a handler entry starts with "type": "command" (Cursor's have no type).
+enum class TypeKey { written, omitted };
+
+/// The handler entry for `spec`: ["type": "command",] "command", "timeout", then
+/// the spec's extra pairs (a pair whose key exists replaces the value in place).
+[[nodiscard]] JSONValue handlerEntry(const HookSpec& spec, const CommandBuilder& command,
+                                     TypeKey typeKey);
+
+/// Whether `list` is an array with at least one entry of Tidewick's (see isOurs).
+[[nodiscard]] bool containsOurs(const JSONValue& list);
+
+/// The members of `section` (an object, or null for none) whose value satisfies `holdsOurs`.
+[[nodiscard]] std::set<std::string>
+eventsHolding(const JSONValue* section, const std::function<bool(const JSONValue&)>& holdsOurs);
+
+/// The event lists of `hooks` (an object), each passed through `clean`. A list
+/// that only Tidewick's entries filled goes unless `keep(event)` says it is about
+/// to be refilled (so it keeps its place); lists the user left empty and values
+/// that are not lists stay as they are.
+[[nodiscard]] JSONValue::Object
+cleanedEvents(const JSONValue& hooks,
+              const std::function<JSONValue::Array(const JSONValue::Array&)>& clean,
+              const std::function<bool(const std::string&)>& keep);
+
+/// The handlers of a list without Tidewick's.
+[[nodiscard]] JSONValue::Array withoutOurHandlers(const JSONValue::Array& handlers);
+
 /// The groups of one matcher-group event list without Tidewick's handlers: a
 /// group keeps its other handlers and members, and disappears when every
 /// handler was Tidewick's. Groups of an unknown shape are kept unchanged.

@@ -2,9 +2,6 @@
 
 #include "foundation/File.h"
 #include "install/HookCatalog.h"
-#include "install/HookConfigError.h"
-
-#include <algorithm>
 
 namespace tidewick {
 
@@ -20,50 +17,26 @@ std::string MatcherGroupEditor::configPath(const std::string& home) const {
 JSONValue MatcherGroupEditor::install(const std::optional<JSONValue>& document,
                                       const std::vector<HookSpec>& specs,
                                       const CommandBuilder& command) const {
-    JSONValue root = document ? *document : JSONValue(JSONValue::Object{});
-    if (!root.isObject())
-        throw HookConfigError::notAnObject(fileName());
-    const JSONValue* existing = root.get("hooks");
-    if (existing && !existing->isObject())
-        throw HookConfigError::notAnObject(HookConfigError::hooksSection);
-
-    auto wanted = [&specs](const std::string& event) {
-        return std::any_of(specs.begin(), specs.end(),
-                           [&event](const HookSpec& spec) { return spec.event == event; });
-    };
+    JSONValue root = installRoot(document, fileName());
+    const JSONValue* existing = hooksSection(root);
 
     // Clear every earlier Tidewick group first. An event about to be refilled
     // keeps its place, so installing again leaves the file exactly as it was.
-    JSONValue::Object hooks;
-    if (existing) {
-        for (const auto& [event, value] : *existing->objectPairs()) {
-            if (!value.isArray()) {
-                hooks.emplace_back(event, value);
-                continue;
-            }
-            JSONValue::Array groups = withoutOurs(*value.arrayValue());
-            if (groups.empty() && !value.arrayValue()->empty() && !wanted(event))
-                continue;
-            hooks.emplace_back(event, JSONValue(std::move(groups)));
-        }
-    }
-    JSONValue hooksValue(std::move(hooks));
+    JSONValue hooksValue(existing ? cleanedEvents(*existing, withoutOurs,
+                                                  [&specs](const std::string& event) {
+                                                      return mentions(specs, event);
+                                                  })
+                                  : JSONValue::Object{});
 
     for (const HookSpec& spec : specs) {
         const JSONValue* slot = hooksValue.get(spec.event);
         JSONValue::Array groups =
             slot && slot->isArray() ? withoutOurs(*slot->arrayValue()) : JSONValue::Array{};
-        JSONValue handler(JSONValue::Object{
-            {"type", "command"},
-            {"command", command(spec.event)},
-            {"timeout", JSONValue::integer(spec.timeoutSeconds)},
-        });
-        for (const auto& [key, value] : spec.extra)
-            handler.set(key, value);
         JSONValue group(JSONValue::Object{});
         if (spec.matcher)
             group.set("matcher", *spec.matcher);
-        group.set("hooks", JSONValue(JSONValue::Array{std::move(handler)}));
+        group.set("hooks",
+                  JSONValue(JSONValue::Array{handlerEntry(spec, command, TypeKey::written)}));
         groups.push_back(std::move(group));
         hooksValue.set(spec.event, JSONValue(std::move(groups)));
     }
@@ -93,18 +66,9 @@ JSONValue MatcherGroupEditor::remove(const JSONValue& document) const {
     const JSONValue* hooks = root.get("hooks");
     if (!hooks || !hooks->isObject())
         return root;
-    JSONValue::Object kept;
-    for (const auto& [event, value] : *hooks->objectPairs()) {
-        if (!value.isArray()) {
-            kept.emplace_back(event, value);
-            continue;
-        }
-        JSONValue::Array groups = withoutOurs(*value.arrayValue());
-        // Only a list that Tidewick emptied goes; a user's empty list stays.
-        if (groups.empty() && !value.arrayValue()->empty())
-            continue;
-        kept.emplace_back(event, JSONValue(std::move(groups)));
-    }
+    // Only a list that Tidewick emptied goes; a user's empty list stays.
+    JSONValue::Object kept =
+        cleanedEvents(*hooks, withoutOurs, [](const std::string&) { return false; });
     if (kept.empty() && !hooks->objectPairs()->empty())
         root.remove("hooks");
     else
@@ -113,14 +77,7 @@ JSONValue MatcherGroupEditor::remove(const JSONValue& document) const {
 }
 
 std::set<std::string> MatcherGroupEditor::installedEvents(const JSONValue& document) const {
-    std::set<std::string> events;
-    const JSONValue* hooks = document.get("hooks");
-    if (!hooks || !hooks->isObject())
-        return events;
-    for (const auto& [event, value] : *hooks->objectPairs())
-        if (holdsOurGroup(value))
-            events.insert(event);
-    return events;
+    return eventsHolding(document.get("hooks"), holdsOurGroup);
 }
 
 bool MatcherGroupEditor::isEmptyShell(const JSONValue& document) const {
