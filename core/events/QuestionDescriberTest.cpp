@@ -5,13 +5,9 @@
 namespace tidewick {
 namespace {
 
-std::optional<AgentQuestion> ask(const char* tool, std::string_view input) {
-    JSONValue value = JSONValue::parse(input);
-    return QuestionDescriber::question(std::string(tool), &value);
-}
+using namespace QuestionDescriber;
 
 TEST(QuestionDescriber, RecognisesQuestionAndPermissionToolsIgnoringCase) {
-    using namespace QuestionDescriber;
     for (const char* name :
          {"AskUserQuestion", "request_user_input", "REQUEST_USER_INPUT_ASYNC", "AskQuestion",
           "ask_question", "request_permissions", "Ask_Permission"})
@@ -24,10 +20,9 @@ TEST(QuestionDescriber, RecognisesQuestionAndPermissionToolsIgnoringCase) {
 }
 
 TEST(QuestionDescriber, AsDictAcceptsObjectsAndJSONTextHoldingOne) {
-    using QuestionDescriber::asDict;
     JSONValue object = JSONValue::parse(R"({"a":1})");
-    EXPECT_EQ(asDict(&object), object);
     JSONValue text(R"({"a":1})");
+    EXPECT_EQ(asDict(&object), object);
     EXPECT_EQ(asDict(&text), object);
     for (const char* other : {R"("[1,2]")", R"("{not json")", R"("")", "[]", "3", "null"}) {
         JSONValue value = JSONValue::parse(other);
@@ -37,70 +32,61 @@ TEST(QuestionDescriber, AsDictAcceptsObjectsAndJSONTextHoldingOne) {
 }
 
 TEST(QuestionDescriber, UnwrapsGenericToolsThatNameAQuestionTool) {
-    using QuestionDescriber::unwrap;
     JSONValue wrapped = JSONValue::parse(
         R"({"tool_name":"ask_question","arguments":{"question":"Go?"},"args":{"question":"No"}})");
-    auto call = unwrap(std::string("mcp_call"), &wrapped);
-    EXPECT_EQ(call.tool, "ask_question");
-    EXPECT_EQ(call.input, JSONValue::parse(R"({"question":"Go?"})"));
-    EXPECT_EQ(ask("mcp_call", wrapped.compact())->text, "Go?");
-
+    EXPECT_EQ(unwrap(std::string("mcp_call"), &wrapped),
+              (UnwrappedCall{"ask_question", JSONValue::parse(R"({"question":"Go?"})")}));
     // Keys are tried in order, and only a key naming a question tool counts.
     JSONValue both = JSONValue::parse(
         R"({"toolName":"Bash","name":"AskUserQuestion","parameters":{"text":"Pick"}})");
-    call = unwrap(std::string("invoke"), &both);
-    EXPECT_EQ(call.tool, "AskUserQuestion");
-    EXPECT_EQ(call.input, JSONValue::parse(R"({"text":"Pick"})"));
-
+    EXPECT_EQ(unwrap(std::string("invoke"), &both),
+              (UnwrappedCall{"AskUserQuestion", JSONValue::parse(R"({"text":"Pick"})")}));
     JSONValue noArguments = JSONValue::parse(R"({"name":"ask_permission"})");
-    EXPECT_EQ(unwrap(std::string("invoke"), &noArguments).input, std::nullopt);
-    EXPECT_EQ(ask("invoke", noArguments.compact())->text, "Wants more permission");
+    EXPECT_EQ(unwrap(std::string("invoke"), &noArguments),
+              (UnwrappedCall{"ask_permission", std::nullopt}));
 
     JSONValue plain = JSONValue::parse(R"({"name":"deploy"})");
-    EXPECT_EQ(unwrap(std::string("invoke"), &plain),
-              (QuestionDescriber::UnwrappedCall{"invoke", plain}));
+    EXPECT_EQ(unwrap(std::string("invoke"), &plain), (UnwrappedCall{"invoke", plain}));
     EXPECT_EQ(unwrap(std::string("AskQuestion"), &wrapped),
-              (QuestionDescriber::UnwrappedCall{"AskQuestion", wrapped}));
-    EXPECT_EQ(unwrap(std::nullopt, nullptr), (QuestionDescriber::UnwrappedCall{}));
+              (UnwrappedCall{"AskQuestion", wrapped}));
+    EXPECT_EQ(unwrap(std::nullopt, nullptr), (UnwrappedCall{}));
 }
 
-TEST(QuestionDescriber, ExtractsTheFirstQuestionWithItsOptions) {
-    auto question = ask("AskUserQuestion", R"({"questions":[
-        {"question":"  Which?  ","header":"DB","options":[{"label":"A","description":"x"},"B",3,{"d":1}]},
-        {"question":"Second?"}]})");
-    ASSERT_TRUE(question);
-    EXPECT_EQ(*question, (AgentQuestion{"Which?", {"A", "B"}}));
-    EXPECT_EQ(question->recordText(), "Which?\n\u2022 A\n\u2022 B");
-
-    // Options fall back to "choices"; objects give label, else title, text, value.
-    EXPECT_EQ(*ask("ask_question",
-                   R"({"prompt":"Pick","choices":[{"value":"v"},{"title":"t","text":"x"}]})"),
-              (AgentQuestion{"Pick", {"v", "t"}}));
-    // A blank question gives way to the next key; "questions" that are not all objects are ignored.
-    EXPECT_EQ(ask("AskQuestion", R"({"question":" ","header":"Deploy?","questions":[1]})")->text,
-              "Deploy?");
-    EXPECT_EQ(ask("AskQuestion", R"({"question":"  ","options":["a"]})"), std::nullopt);
-    EXPECT_EQ(ask("AskQuestion", R"("not an object")"), std::nullopt);
-    EXPECT_EQ(ask("Bash", R"({"question":"Why?"})"), std::nullopt);
-}
-
-TEST(QuestionDescriber, PermissionRequestsExplainWhatIsWanted) {
-    EXPECT_EQ(*ask("request_permissions", R"({"reason":"","justification":"Needs network"})"),
-              (AgentQuestion{"Needs network", {}}));
-    EXPECT_EQ(ask("request_permissions", R"({"action":"deploy","options":["x"]})")->text,
-              "Wants permission for deploy");
-    EXPECT_EQ(ask("ask_permission", R"({"Target":"prod","action":"deploy"})")->text,
-              "Wants permission for prod");
-    EXPECT_EQ(ask("request_permissions", "{}")->text, "Wants more permission");
-    EXPECT_EQ(ask("request_permissions", "7")->text, "Wants more permission");
+TEST(QuestionDescriber, ExtractsTheQuestionOrWhatPermissionIsWanted) {
+    using Q = AgentQuestion;
+    const char* several = R"({"questions":[{"question":"  Which?  ","header":"DB",
+        "options":[{"label":"A","description":"x"},"B",3,{"d":1}]},{"question":"Second?"}]})";
+    const std::optional<Q> none;
+    // Option objects give label, else title, text, value; a blank question gives way to the
+    // next key; "questions" that are not all objects are ignored.
+    // clang-format off
+    const std::tuple<const char*, const char*, std::optional<Q>> rows[] = {
+        {"AskUserQuestion", several, Q{"Which?", {"A", "B"}}},
+        {"ask_question", R"({"prompt":"Pick","choices":[{"value":"v"},{"title":"t","text":"x"}]})", Q{"Pick", {"v", "t"}}},
+        {"AskQuestion", R"({"question":" ","header":"Deploy?","questions":[1]})", Q{"Deploy?", {}}},
+        {"AskQuestion", R"({"question":"  ","options":["a"]})", none},
+        {"AskQuestion", R"("not an object")", none},
+        {"Bash", R"({"question":"Why?"})", none},
+        {"mcp_call", R"({"tool_name":"ask_question","arguments":{"question":"Go?"}})", Q{"Go?", {}}},
+        {"invoke", R"({"name":"ask_permission"})", Q{"Wants more permission", {}}},
+        {"request_permissions", R"({"reason":"","justification":"Needs network"})", Q{"Needs network", {}}},
+        {"request_permissions", R"({"action":"deploy","options":["x"]})", Q{"Wants permission for deploy", {}}},
+        {"ask_permission", R"({"Target":"prod","action":"deploy"})", Q{"Wants permission for prod", {}}},
+        {"request_permissions", "7", Q{"Wants more permission", {}}},
+    };
+    // clang-format on
+    for (const auto& [tool, input, expected] : rows) {
+        JSONValue value = JSONValue::parse(input);
+        EXPECT_EQ(question(std::string(tool), &value), expected) << tool << " " << input;
+    }
 }
 
 TEST(AgentQuestion, RecordTextRoundTrips) {
     AgentQuestion question{"Which one?\n\nThink first.", {"A", "", "B c"}};
+    EXPECT_EQ((AgentQuestion{"Which?", {"A", "B"}}).recordText(), "Which?\n\u2022 A\n\u2022 B");
     EXPECT_EQ(AgentQuestion::fromRecord(question.recordText()), question);
     EXPECT_EQ(AgentQuestion::fromRecord("Plain"), (AgentQuestion{"Plain", {}}));
     EXPECT_EQ(AgentQuestion::fromRecord("\n\u2022 only\n  \n"), (AgentQuestion{"", {"only"}}));
-    EXPECT_EQ(AgentQuestion{}.recordText(), "");
 }
 
 } // namespace
