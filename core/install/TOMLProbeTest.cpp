@@ -8,12 +8,8 @@ namespace {
 TEST(TOMLProbe, ReadsOneBooleanFromTheRightSection) {
     const char* config = "model = \"o3\"\nhooks = false\n\n[features]\nhooks = false # off\n"
                          "web_search = true\n\n[profiles.fast]\nhooks = true\n";
-    struct Row {
-        const char* section;
-        const char* key;
-        const char* text;
-        std::optional<bool> expected;
-    };
+    // Section, key, text, and the value read.
+    using Row = std::tuple<const char*, const char*, const char*, std::optional<bool>>;
     const std::vector<Row> rows = {
         {"features", "hooks", config, false},
         {"features", "web_search", config, true},
@@ -32,10 +28,10 @@ TEST(TOMLProbe, ReadsOneBooleanFromTheRightSection) {
         {"features", "hooks", "[features]\nhooks = \"#\" \n", std::nullopt},
         {"features", "hooks", "[features]\n# hooks = false\n", std::nullopt},
     };
-    for (const Row& row : rows)
-        EXPECT_EQ(TOMLProbe::boolValue(row.section, row.key, row.text), row.expected)
-            << "[" << row.section << "] " << row.key << " in:\n"
-            << row.text;
+    for (const auto& [section, key, text, expected] : rows)
+        EXPECT_EQ(TOMLProbe::boolValue(section, key, text), expected)
+            << "[" << section << "] " << key << " in:\n"
+            << text;
 }
 
 } // namespace
