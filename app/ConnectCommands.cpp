@@ -23,6 +23,24 @@ void reportBackup(Terminal& terminal, const ConfigChange& change) {
         terminal.out() << "There was no file before, so no backup was needed.\n";
 }
 
+// Shows the preview of connecting or disconnecting and, unless --yes, asks; whether to
+// apply it.
+bool approved(Terminal& terminal, std::string_view action, AgentKind agent,
+              const ConfigChange& preview, bool yes) {
+    terminal.out() << action << " " << displayName(agent) << " changes:\n"
+                   << describeChange(preview, terminal);
+    if (yes || terminal.confirm("Apply these changes? [y/N]"))
+        return true;
+    terminal.out() << "Nothing was changed.\n";
+    return false;
+}
+
+void reportDone(Terminal& terminal, std::string_view done, AgentKind agent) {
+    terminal.out() << terminal.paint(Colour::green, std::string(done) + " " +
+                                                        std::string(displayName(agent)) + ".")
+                   << "\n";
+}
+
 void runConnect(AppContext& context, const ConnectOptions& options) {
     const AgentKind agent = agentFromArgument(options.agent);
     const GateCommands gate = options.gateCommands ? GateCommands::on : GateCommands::off;
@@ -37,16 +55,10 @@ void runConnect(AppContext& context, const ConnectOptions& options) {
                        << ". Nothing to change.\n";
         return;
     }
-    terminal.out() << "Connecting " << displayName(agent) << " changes:\n"
-                   << describeChange(preview, terminal);
-    if (!options.yes && !terminal.confirm("Apply these changes? [y/N]")) {
-        terminal.out() << "Nothing was changed.\n";
+    if (!approved(terminal, "Connecting", agent, preview, options.yes))
         return;
-    }
     ConfigChange change = connections.connect(agent, gate);
-    terminal.out() << terminal.paint(Colour::green,
-                                     "Connected " + std::string(displayName(agent)) + ".")
-                   << "\n";
+    reportDone(terminal, "Connected", agent);
     reportBackup(terminal, change);
     if (agent == AgentKind::codex)
         terminal.out() << "Note: " << ConnectionManager::codexApprovalNote << "\n";
@@ -64,16 +76,10 @@ void runDisconnect(AppContext& context, const ConnectOptions& options) {
                        << ". Nothing to change.\n";
         return;
     }
-    terminal.out() << "Disconnecting " << displayName(agent) << " changes:\n"
-                   << describeChange(preview, terminal);
-    if (!options.yes && !terminal.confirm("Apply these changes? [y/N]")) {
-        terminal.out() << "Nothing was changed.\n";
+    if (!approved(terminal, "Disconnecting", agent, preview, options.yes))
         return;
-    }
     ConfigChange change = connections.disconnect(agent);
-    terminal.out() << terminal.paint(Colour::green,
-                                     "Disconnected " + std::string(displayName(agent)) + ".")
-                   << "\n";
+    reportDone(terminal, "Disconnected", agent);
     if (change.deletesFile)
         terminal.out() << "Deleted " << change.path << ", which Tidewick had created.\n";
     reportBackup(terminal, change);

@@ -95,42 +95,51 @@ void runDecision(AppContext& context, ControlCommand command, const ControlOptio
     context.terminal().out() << confirmation(command, reply.session.value_or(SessionKey{})) << "\n";
 }
 
-void runSessions(AppContext& context, bool json) {
+// Asks the application for a listing; its reply, or the failure it stands for.
+ControlReply listing(AppContext& context, ControlCommand command) {
     ControlRequest request;
-    request.command = ControlCommand::sessions;
+    request.command = command;
     ControlReply reply = send(context, request);
     requireDone(reply);
+    return reply;
+}
+
+// Prints `items` as a pretty JSON array, or a line each (`none` when there are none).
+template <typename Item, typename AsJSON, typename AsLine>
+void print(AppContext& context, bool json, const std::vector<Item>& items, AsJSON asJSON,
+           AsLine asLine, std::string_view none) {
+    std::ostream& out = context.terminal().out();
     if (json) {
         JSONValue::Array array;
-        for (const Session& session : reply.sessions)
-            array.push_back(session.toJSON());
-        context.terminal().out() << JSONValue(std::move(array)).pretty() << "\n";
+        for (const Item& item : items)
+            array.push_back(asJSON(item));
+        out << JSONValue(std::move(array)).pretty() << "\n";
         return;
     }
-    if (reply.sessions.empty())
-        context.terminal().out() << "No sessions yet.\n";
-    for (const Session& session : reply.sessions)
-        context.terminal().out() << describeSessionLine(session) << "\n";
+    if (items.empty())
+        out << none << "\n";
+    for (const Item& item : items)
+        out << asLine(item) << "\n";
+}
+
+void runSessions(AppContext& context, bool json) {
+    print(
+        context, json, listing(context, ControlCommand::sessions).sessions,
+        [](const Session& session) { return session.toJSON(); }, describeSessionLine,
+        "No sessions yet.");
 }
 
 void runPending(AppContext& context, bool json) {
-    ControlRequest request;
-    request.command = ControlCommand::pending;
-    ControlReply reply = send(context, request);
-    requireDone(reply);
-    if (json) {
-        JSONValue::Array array;
-        for (const auto& [key, held] : reply.pending)
-            array.push_back(
-                JSONValue::Object{{"session", key.toJSON()}, {"request", held.toJSON()}});
-        context.terminal().out() << JSONValue(std::move(array)).pretty() << "\n";
-        return;
-    }
-    if (reply.pending.empty())
-        context.terminal().out() << "Nothing is waiting for you.\n";
+    const ControlReply reply = listing(context, ControlCommand::pending);
     const Date now = tidewick::now();
-    for (const HeldRequest& held : reply.pending)
-        context.terminal().out() << describeHeldLine(held, now) << "\n";
+    print(
+        context, json, reply.pending,
+        [](const HeldRequest& held) {
+            return JSONValue(JSONValue::Object{{"session", held.first.toJSON()},
+                                               {"request", held.second.toJSON()}});
+        },
+        [now](const HeldRequest& held) { return describeHeldLine(held, now); },
+        "Nothing is waiting for you.");
 }
 
 CLI::App* addDecision(CLI::App& app, AppContext& context, const char* name, const char* about,

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
+#include <functional>
 #include <mutex>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -118,6 +119,31 @@ JSONValue object(JSONValue::Object members) {
     return JSONValue(std::move(members));
 }
 
+/// A payload as compact JSON: the members all of a session's payloads share, then `extra`.
+std::string payload(JSONValue::Object shared, JSONValue::Object extra) {
+    for (auto& member : extra)
+        shared.push_back(std::move(member));
+    return object(std::move(shared)).compact();
+}
+
+using PayloadMaker = std::function<std::string(const char* event, JSONValue::Object extra)>;
+
+/// How a Claude Code or Codex session opens: it starts, is given `prompt`, and runs
+/// `command` with its `tool`, which answers `response`.
+std::vector<DemoStep> openingSteps(const PayloadMaker& make, const char* prompt, const char* tool,
+                                   const char* command, const char* response) {
+    const JSONValue input = object({{"command", command}});
+    return {
+        {"SessionStart", make("SessionStart", {{"source", "startup"}}), false, ""},
+        {"UserPromptSubmit", make("UserPromptSubmit", {{"prompt", prompt}}), false, ""},
+        {"PreToolUse", make("PreToolUse", {{"tool_name", tool}, {"tool_input", input}}), false, ""},
+        {"PostToolUse",
+         make("PostToolUse",
+              {{"tool_name", tool}, {"tool_input", input}, {"tool_response", response}}),
+         false, ""},
+    };
+}
+
 std::string stringAt(const JSONValue& value, std::initializer_list<const char*> path) {
     const JSONValue* current = &value;
     for (const char* key : path) {
@@ -141,83 +167,52 @@ std::vector<DemoScript> demoScripts(const std::string& home, const std::string& 
     std::vector<DemoScript> scripts;
 
     DemoScript claude{AgentKind::claude, "demo-claude-" + suffix, {}};
-    auto claudePayload = [&](const char* event, JSONValue::Object extra) {
-        JSONValue::Object members = {{"hook_event_name", event},
-                                     {"session_id", claude.sessionId},
-                                     {"cwd", webshop},
-                                     {"model", "claude-sonnet-4-5"}};
-        for (auto& member : extra)
-            members.push_back(std::move(member));
-        return object(std::move(members)).compact();
+    const PayloadMaker claudePayload = [&](const char* event, JSONValue::Object extra) {
+        return payload({{"hook_event_name", event},
+                        {"session_id", claude.sessionId},
+                        {"cwd", webshop},
+                        {"model", "claude-sonnet-4-5"}},
+                       std::move(extra));
     };
-    claude.steps = {
-        {"SessionStart", claudePayload("SessionStart", {{"source", "startup"}}), false, ""},
-        {"UserPromptSubmit",
-         claudePayload("UserPromptSubmit",
-                       {{"prompt", "Clean out the old build and rebuild the shop."}}),
-         false, ""},
-        {"PreToolUse",
-         claudePayload("PreToolUse",
-                       {{"tool_name", "Bash"}, {"tool_input", object({{"command", "ls build"}})}}),
-         false, ""},
-        {"PostToolUse",
-         claudePayload("PostToolUse", {{"tool_name", "Bash"},
-                                       {"tool_input", object({{"command", "ls build"}})},
-                                       {"tool_response", "assets  index.html  main.js"}}),
-         false, ""},
+    claude.steps = openingSteps(claudePayload, "Clean out the old build and rebuild the shop.",
+                                "Bash", "ls build", "assets  index.html  main.js");
+    claude.steps.push_back(
         {"PermissionRequest",
          claudePayload(
              "PermissionRequest",
              {{"tool_name", "Bash"},
               {"tool_input", object({{"command", "rm -rf build && npm run build"},
                                      {"description", "Remove the old build and rebuild"}})}}),
-         true, "asks to run `rm -rf build && npm run build`: allow or deny it in Tidewick"},
-    };
+         true, "asks to run `rm -rf build && npm run build`: allow or deny it in Tidewick"});
     scripts.push_back(std::move(claude));
 
     DemoScript codex{AgentKind::codex, "demo-codex-" + suffix, {}};
-    auto codexPayload = [&](const char* event, JSONValue::Object extra) {
-        JSONValue::Object members = {{"hook_event_name", event},
-                                     {"session_id", codex.sessionId},
-                                     {"cwd", api},
-                                     {"model", "gpt-5-codex"}};
-        for (auto& member : extra)
-            members.push_back(std::move(member));
-        return object(std::move(members)).compact();
+    const PayloadMaker codexPayload = [&](const char* event, JSONValue::Object extra) {
+        return payload({{"hook_event_name", event},
+                        {"session_id", codex.sessionId},
+                        {"cwd", api},
+                        {"model", "gpt-5-codex"}},
+                       std::move(extra));
     };
-    codex.steps = {
-        {"SessionStart", codexPayload("SessionStart", {{"source", "startup"}}), false, ""},
-        {"UserPromptSubmit",
-         codexPayload("UserPromptSubmit",
-                      {{"prompt", "Validate the email and password of the signup endpoint."}}),
-         false, ""},
-        {"PreToolUse",
-         codexPayload("PreToolUse", {{"tool_name", "shell"},
-                                     {"tool_input", object({{"command", "cargo test signup"}})}}),
-         false, ""},
-        {"PostToolUse",
-         codexPayload("PostToolUse", {{"tool_name", "shell"},
-                                      {"tool_input", object({{"command", "cargo test signup"}})},
-                                      {"tool_response", "test result: ok. 12 passed"}}),
-         false, ""},
+    codex.steps =
+        openingSteps(codexPayload, "Validate the email and password of the signup endpoint.",
+                     "shell", "cargo test signup", "test result: ok. 12 passed");
+    codex.steps.push_back(
         {"Stop",
          codexPayload("Stop", {{"last_assistant_message",
                                 "Signup now rejects malformed emails and short passwords; the "
                                 "12 tests pass. Shall I update the API docs too?"}}),
          true,
-         "finished its turn and waits for your reply: reply (r) or let it stop (s) in Tidewick"},
-    };
+         "finished its turn and waits for your reply: reply (r) or let it stop (s) in Tidewick"});
     scripts.push_back(std::move(codex));
 
     DemoScript cursor{AgentKind::cursor, "demo-cursor-" + suffix, {}};
     auto cursorPayload = [&](const char* event, JSONValue::Object extra) {
-        JSONValue::Object members = {{"hook_event_name", event},
-                                     {"conversation_id", cursor.sessionId},
-                                     {"workspace_roots", JSONValue(JSONValue::Array{notes})},
-                                     {"model", "cursor-fast"}};
-        for (auto& member : extra)
-            members.push_back(std::move(member));
-        return object(std::move(members)).compact();
+        return payload({{"hook_event_name", event},
+                        {"conversation_id", cursor.sessionId},
+                        {"workspace_roots", JSONValue(JSONValue::Array{notes})},
+                        {"model", "cursor-fast"}},
+                       std::move(extra));
     };
     cursor.steps = {
         {"sessionStart", cursorPayload("sessionStart", {{"composer_mode", "agent"}}), false, ""},
@@ -231,12 +226,10 @@ std::vector<DemoScript> demoScripts(const std::string& home, const std::string& 
 
     DemoScript antigravity{AgentKind::antigravity, "demo-antigravity-" + suffix, {}};
     auto antigravityPayload = [&](JSONValue::Object extra) {
-        JSONValue::Object members = {{"conversationId", antigravity.sessionId},
-                                     {"workspacePaths", JSONValue(JSONValue::Array{site})},
-                                     {"modelName", "gemini-3-pro"}};
-        for (auto& member : extra)
-            members.push_back(std::move(member));
-        return object(std::move(members)).compact();
+        return payload({{"conversationId", antigravity.sessionId},
+                        {"workspacePaths", JSONValue(JSONValue::Array{site})},
+                        {"modelName", "gemini-3-pro"}},
+                       std::move(extra));
     };
     antigravity.steps = {
         {"SessionStart", antigravityPayload({}), false, ""},

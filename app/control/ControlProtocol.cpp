@@ -45,9 +45,25 @@ std::optional<Enum> valueOf(const std::array<std::pair<Enum, std::string_view>, 
     return std::nullopt;
 }
 
-bool hasVersion(const JSONValue& object) {
-    const JSONValue* version = object.get("v");
-    return version && version->isNumber() && version->intValue() == protocolVersion;
+// A new line's object with the version set first.
+JSONValue startLine() {
+    JSONValue object{JSONValue::Object{}};
+    object.set("v", JSONValue::integer(protocolVersion));
+    return object;
+}
+
+// The JSON object a line holds, when it is one and of this protocol's version.
+std::optional<JSONValue> versionedObject(std::string_view line) {
+    JSONValue object;
+    try {
+        object = JSONValue::parse(line);
+    } catch (const JSONValue::ParseError&) {
+        return std::nullopt;
+    }
+    const JSONValue* version = object.isObject() ? object.get("v") : nullptr;
+    if (!version || !version->isNumber() || version->intValue() != protocolVersion)
+        return std::nullopt;
+    return object;
 }
 
 std::optional<std::string> optionalString(const JSONValue& object, std::string_view key) {
@@ -78,8 +94,7 @@ std::optional<ControlOutcome> controlOutcomeFromRaw(std::string_view raw) {
 namespace ControlProtocol {
 
 std::string encode(const ControlRequest& request, std::string_view secret) {
-    JSONValue object{JSONValue::Object{}};
-    object.set("v", JSONValue::integer(protocolVersion));
+    JSONValue object = startLine();
     object.set("secret", secret);
     object.set("command", rawValue(request.command));
     if (!request.session.empty())
@@ -98,14 +113,10 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
 }
 
 std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_view line) {
-    JSONValue object;
-    try {
-        object = JSONValue::parse(line);
-    } catch (const JSONValue::ParseError&) {
+    const std::optional<JSONValue> parsed = versionedObject(line);
+    if (!parsed)
         return std::nullopt;
-    }
-    if (!object.isObject() || !hasVersion(object))
-        return std::nullopt;
+    const JSONValue& object = *parsed;
     auto secret = optionalString(object, "secret");
     auto commandName = optionalString(object, "command");
     if (!secret || !commandName)
@@ -128,8 +139,7 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
 }
 
 std::string encode(const ControlReply& reply) {
-    JSONValue object{JSONValue::Object{}};
-    object.set("v", JSONValue::integer(protocolVersion));
+    JSONValue object = startLine();
     object.set("outcome", rawValue(reply.outcome));
     if (reply.message)
         object.set("message", *reply.message);
@@ -161,14 +171,10 @@ std::string encode(const ControlReply& reply) {
 }
 
 std::optional<ControlReply> decodeReply(std::string_view line) {
-    JSONValue object;
-    try {
-        object = JSONValue::parse(line);
-    } catch (const JSONValue::ParseError&) {
+    const std::optional<JSONValue> parsed = versionedObject(line);
+    if (!parsed)
         return std::nullopt;
-    }
-    if (!object.isObject() || !hasVersion(object))
-        return std::nullopt;
+    const JSONValue& object = *parsed;
     auto outcomeName = optionalString(object, "outcome");
     auto outcome = outcomeName ? controlOutcomeFromRaw(*outcomeName) : std::nullopt;
     if (!outcome)
