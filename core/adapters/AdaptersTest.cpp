@@ -5,21 +5,38 @@
 namespace tidewick {
 namespace {
 
-TEST(Adapters, EachAgentGetsAFreshAdapterOfItsOwnDialect) {
-    for (AgentKind kind : allAgentKinds) {
-        auto first = Adapters::adapter(kind);
-        auto second = Adapters::adapter(kind);
-        ASSERT_TRUE(first && second);
-        EXPECT_EQ(first->kind(), kind);
-        EXPECT_NE(first.get(), second.get());
+TEST(Adapters, EachAgentsAdapterFailsSafeAndKnowsItsFireAndForgetEvents) {
+    using enum AgentKind;
+    const char *allow = R"({"permission":"allow"})", *ask = R"({"permission":"ask"})";
+    // clang-format off
+    const struct { AgentKind agent; const char* event; const char* failSafe; bool fireAndForget; } rows[] = {
+        {claude, "PermissionRequest", "", false},
+        {claude, "Stop", "", false},
+        {claude, "SessionEnd", "", true},
+        {claude, "sessionEnd", "", false},
+        {codex, "Interrupt", "", true},
+        {codex, "whatever", "", false},
+        {cursor, "beforeReadFile", allow, false},
+        {cursor, "subagentStart", allow, false},
+        {cursor, "beforeShellExecution", ask, false},
+        {cursor, "preToolUse", ask, false},
+        {cursor, "beforeMCPExecution", ask, false},
+        {cursor, "BeforeReadFile", "{}", false},
+        {cursor, "stop", "{}", false},
+        {cursor, "sessionEnd", "{}", true},
+        {cursor, "SessionEnd", "{}", false},
+        {antigravity, "PreToolUse", R"({"decision":"ask"})", false},
+        {antigravity, "Stop", R"({"decision":"stop"})", false},
+        {antigravity, "stop", "{}", false},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        auto adapter = Adapters::adapter(row.agent);
+        SCOPED_TRACE(std::string(rawValue(row.agent)) + " " + row.event);
+        EXPECT_EQ(adapter->kind(), row.agent);
+        EXPECT_EQ(adapter->failSafe(row.event), (HookOutput{row.failSafe, 0}));
+        EXPECT_EQ(adapter->isFireAndForget(row.event), row.fireAndForget);
     }
-    // The fail-safe answer tells the dialects apart.
-    EXPECT_EQ(Adapters::adapter(AgentKind::claude)->failSafe("PreToolUse").stdoutText, "");
-    EXPECT_EQ(Adapters::adapter(AgentKind::codex)->failSafe("PreToolUse").stdoutText, "");
-    EXPECT_EQ(Adapters::adapter(AgentKind::cursor)->failSafe("preToolUse").stdoutText,
-              R"({"permission":"ask"})");
-    EXPECT_EQ(Adapters::adapter(AgentKind::antigravity)->failSafe("PreToolUse").stdoutText,
-              R"({"decision":"ask"})");
 }
 
 } // namespace

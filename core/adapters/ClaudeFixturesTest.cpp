@@ -14,78 +14,50 @@ using namespace tidewick::testing;
 
 const std::string fixtures = TIDEWICK_SOURCE_DIR "/../shared/fixtures/claude";
 
-const std::string bash = "rm -rf build && echo removed-ok";
-const std::string notes = "/home/dev/proj/notes.txt";
-const std::string newFile = "/home/dev/proj/new_file.txt";
-
-// Every recorded file, by name; nothing means the event must be ignored.
-const std::map<std::string, std::optional<Row>> expectations = {
-    {"MessageDisplay", std::nullopt},
-    {"PostToolBatch", std::nullopt},
-    {"PermissionRequest-Bash",
-     Row{"PermissionRequest", "", EventKind::permissionRequested, "Run " + bash,
-         bash + "\n\nRun a command", "Bash", HoldKind::permission}},
-    {"PermissionRequest-Edit", Row{"PermissionRequest", "", EventKind::permissionRequested,
-                                   "Edit notes.txt", notes, "Edit", HoldKind::permission}},
-    {"PermissionRequest-Write", Row{"PermissionRequest", "", EventKind::permissionRequested,
-                                    "Write new_file.txt", newFile, "Write", HoldKind::permission}},
-    {"PreToolUse-Bash",
-     Row{"PreToolUse", "", EventKind::toolStarted, "Run " + bash, bash, "Bash", HoldKind::none}},
-    {"PreToolUse-Edit", Row{"PreToolUse", "", EventKind::toolStarted, "Edit notes.txt", notes,
-                            "Edit", HoldKind::none}},
-    {"PreToolUse-Read", Row{"PreToolUse", "", EventKind::toolStarted, "Read notes.txt", notes,
-                            "Read", HoldKind::none}},
-    {"PreToolUse-Write", Row{"PreToolUse", "", EventKind::toolStarted, "Write new_file.txt",
-                             newFile, "Write", HoldKind::none}},
-    {"PostToolUse-Bash",
-     Row{"PostToolUse", "", EventKind::toolFinished, "Run " + bash, bash, "Bash", HoldKind::none}},
-    {"PostToolUse-Edit", Row{"PostToolUse", "", EventKind::toolFinished, "Edit notes.txt", notes,
-                             "Edit", HoldKind::none}},
-    {"PostToolUse-Read", Row{"PostToolUse", "", EventKind::toolFinished, "Read notes.txt", notes,
-                             "Read", HoldKind::none}},
-    {"PostToolUse-Write", Row{"PostToolUse", "", EventKind::toolFinished, "Write new_file.txt",
-                              newFile, "Write", HoldKind::none}},
-    {"SessionStart", Row{"SessionStart", "", EventKind::sessionStarted, std::nullopt, "startup",
-                         std::nullopt, HoldKind::none}},
-    {"SessionEnd", Row{"SessionEnd", "", EventKind::sessionEnded, std::nullopt, "other",
-                       std::nullopt, HoldKind::none}},
-    {"Stop", Row{"Stop", "", EventKind::turnFinished, "Finished the turn", "All done.",
-                 std::nullopt, HoldKind::reply}},
-    {"UserPromptSubmit", Row{"UserPromptSubmit", "", EventKind::userPrompt, "You",
-                             "clean the build", std::nullopt, HoldKind::none}},
-};
-
 TEST(ClaudeFixtures, EveryRecordedPayloadParsesToTheExpectedEvent) {
+    const std::string bash = "rm -rf build && echo removed-ok";
+    const std::string notes = "/home/dev/proj/notes.txt", newFile = "/home/dev/proj/new_file.txt";
+    // What each recorded file, by name, parses to; nothing means the event is ignored.
+    // clang-format off
+    std::map<std::string, std::optional<Row>> expected = {
+        {"MessageDisplay", std::nullopt},
+        {"PostToolBatch", std::nullopt},
+        {"PermissionRequest-Bash", Row{"PermissionRequest", "", permissionRequested, "Run " + bash, bash + "\n\nRun a command", "Bash", permission}},
+        {"PermissionRequest-Edit", Row{"PermissionRequest", "", permissionRequested, "Edit notes.txt", notes, "Edit", permission}},
+        {"PermissionRequest-Write", Row{"PermissionRequest", "", permissionRequested, "Write new_file.txt", newFile, "Write", permission}},
+        {"SessionStart", Row{"SessionStart", "", sessionStarted, {}, "startup", {}, none}},
+        {"SessionEnd", Row{"SessionEnd", "", sessionEnded, {}, "other", {}, none}},
+        {"Stop", Row{"Stop", "", turnFinished, "Finished the turn", "All done.", {}, reply}},
+        {"UserPromptSubmit", Row{"UserPromptSubmit", "", userPrompt, "You", "clean the build", {}, none}},
+    };
+    // A tool call is described alike before and after it runs.
+    const std::tuple<std::string, std::string, std::string> tools[] = {{"Bash", "Run " + bash, bash}, {"Edit", "Edit notes.txt", notes}, {"Read", "Read notes.txt", notes}, {"Write", "Write new_file.txt", newFile}};
+    for (const auto& [tool, title, detail] : tools) {
+        expected["PreToolUse-" + tool] = Row{"PreToolUse", "", toolStarted, title, detail, tool, none};
+        expected["PostToolUse-" + tool] = Row{"PostToolUse", "", toolFinished, title, detail, tool, none};
+    }
+    // clang-format on
     ASSERT_TRUE(std::filesystem::is_directory(fixtures))
-        << "The recorded payloads are missing: expected them in " << fixtures
-        << " (the shared/ folder beside the repository).";
-    ClaudeAdapter claude;
+        << "The recorded payloads are missing: " << fixtures << " (beside the repository)";
     size_t seen = 0;
     for (const auto& entry : std::filesystem::directory_iterator(fixtures)) {
         if (entry.path().extension() != ".json")
             continue;
         const std::string name = entry.path().stem().string();
         SCOPED_TRACE(name);
-        auto expected = expectations.find(name);
-        ASSERT_NE(expected, expectations.end()) << "a recorded payload without an expectation";
+        auto row = expected.find(name);
+        ASSERT_NE(row, expected.end()) << "a recorded payload without an expectation";
         ++seen;
-        // The command line names the event as the agent was configured to; the payload agrees.
-        const std::string event = name.substr(0, name.find('-'));
         Payload recorded(JSONValue::parse(File::read(entry.path().string())));
-        auto parsed = claude.parse(event, recorded);
-        if (!expected->second) {
-            EXPECT_FALSE(parsed);
-            continue;
-        }
-        ASSERT_TRUE(parsed);
-        expectRow(claude, recorded, *expected->second);
-        EXPECT_EQ(parsed->event.projectPath, "/home/dev/proj");
-        EXPECT_EQ(parsed->event.sessionId, *recorded.string("session_id"));
-        EXPECT_EQ(parsed->event.transcriptPath, "/home/dev/.claude/projects/-home-dev-proj/" +
-                                                    parsed->event.sessionId + ".jsonl");
-        EXPECT_EQ(parsed->event.model, std::nullopt);
+        const std::string session = recorded.string("session_id").value_or("");
+        const std::string transcript = "/home/dev/.claude/projects/-home-dev-proj/" + session;
+        if (!row->second) // the command line names the event as the agent was configured to
+            EXPECT_FALSE(ClaudeAdapter().parse(name.substr(0, name.find('-')), recorded));
+        else
+            expectEvent(ClaudeAdapter(), recorded, *row->second,
+                        {session, "/home/dev/proj", transcript + ".jsonl", {}});
     }
-    EXPECT_EQ(seen, expectations.size());
+    EXPECT_EQ(seen, expected.size());
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "adapters/CodexAdapter.h"
 
 #include "adapters/AdapterTestSupport.h"
+#include "foundation/Text.h"
 
 namespace tidewick {
 namespace {
@@ -11,140 +12,64 @@ using namespace tidewick::testing;
 constexpr std::string_view base =
     R"({"session_id":"s-1","cwd":"/home/dev/proj","transcript_path":"/t/s-1.jsonl","model":"opus"})";
 
-TEST(ClaudeStyleAdapter, ParsesEveryEventOfTheTable) {
+TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
+    const std::string bash = call("Bash", R"({"command":"ls"})");
+    // clang-format off
+    const char* askDB = R"({"questions":[{"question":"Which DB?","options":[{"label":"Postgres"},{"label":"SQLite"}]}]})";
     const Row rows[] = {
-        {"SessionStart", R"({"session_title":"Fix login","source":"resume"})",
-         EventKind::sessionStarted, "Fix login", "resume", std::nullopt, HoldKind::none},
-        {"SessionEnd", R"({"reason":"logout"})", EventKind::sessionEnded, std::nullopt, "logout",
-         std::nullopt, HoldKind::none},
-        {"PreToolUse",
-         R"({"tool_name":"AskUserQuestion","tool_input":{"questions":[{"question":"Which DB?",
-             "options":[{"label":"Postgres"},{"label":"SQLite"}]}]}})",
-         EventKind::notification, "Claude Code is asking you a question",
-         "Which DB?\n\u2022 Postgres\n\u2022 SQLite", "question", HoldKind::none},
-        {"PreToolUse",
-         R"({"tool_name":"request_permissions","tool_input":{"reason":"Needs network"}})",
-         EventKind::notification, "Claude Code is asking for your permission", "Needs network",
-         "question", HoldKind::none},
-        {"PreToolUse",
-         R"({"tool_name":"mcp__hub__call","tool_input":{"tool_name":"ask_permission","arguments":{"action":"deploy"}}})",
-         EventKind::notification, "Claude Code is asking for your permission",
-         "Wants permission for deploy", "question", HoldKind::none},
-        {"PreToolUse", R"({"tool_name":"Bash","tool_input":{"command":"npm test"}})",
-         EventKind::toolStarted, "Run npm test", "npm test", "Bash", HoldKind::none},
-        {"PostToolUse", R"({"tool_name":"Read","tool_input":{"file_path":"/p/a.txt"}})",
-         EventKind::toolFinished, "Read a.txt", "/p/a.txt", "Read", HoldKind::none},
-        {"PermissionRequest",
-         R"({"tool_name":"Bash","tool_input":{"command":"rm -rf build","description":"Delete the build"}})",
-         EventKind::permissionRequested, "Run rm -rf build", "rm -rf build\n\nDelete the build",
-         "Bash", HoldKind::permission},
-        {"PermissionRequest",
-         R"({"tool_name":"Edit","tool_input":{"file_path":"/p/a.c","description":"Fix it"}})",
-         EventKind::permissionRequested, "Edit a.c", "/p/a.c", "Edit", HoldKind::permission},
-        {"PermissionRequest",
-         R"({"tool_name":"Bash","tool_input":{"command":"ls","description":""}})",
-         EventKind::permissionRequested, "Run ls", "ls", "Bash", HoldKind::permission},
-        {"UserPromptSubmit", R"({"prompt":"clean the build"})", EventKind::userPrompt, "You",
-         "clean the build", std::nullopt, HoldKind::none},
-        {"Stop", R"({"last_assistant_message":"All done."})", EventKind::turnFinished,
-         "Finished the turn", "All done.", std::nullopt, HoldKind::reply},
-        {"Stop", "{}", EventKind::turnFinished, "Finished the turn", std::nullopt, std::nullopt,
-         HoldKind::reply},
-        {"Notification", R"({"title":"Waiting","message":"Needs your input"})",
-         EventKind::notification, "Waiting", "Needs your input", std::nullopt, HoldKind::none},
-        {"PreCompact", R"({"trigger":"auto","matcher":"manual"})", EventKind::compaction,
-         "Compacting context", "auto", std::nullopt, HoldKind::none},
-        {"PostCompact", R"({"matcher":"manual"})", EventKind::compaction, "Context compacted",
-         "manual", std::nullopt, HoldKind::none},
-        {"Interrupt", "{}", EventKind::interrupted, "Interrupted", std::nullopt, std::nullopt,
-         HoldKind::none},
+        {"SessionStart", R"({"session_title":"Fix login","source":"resume"})", sessionStarted, "Fix login", "resume", {}, none},
+        {"SessionEnd", R"({"reason":"logout"})", sessionEnded, {}, "logout", {}, none},
+        {"PreToolUse", call("AskUserQuestion", askDB), notification, "Claude Code is asking you a question", "Which DB?\n\u2022 Postgres\n\u2022 SQLite", "question", none},
+        {"PreToolUse", call("request_permissions", R"({"reason":"Needs network"})"), notification, "Claude Code is asking for your permission", "Needs network", "question", none},
+        {"PreToolUse", call("mcp__hub__call", R"({"tool_name":"ask_permission","arguments":{"action":"deploy"}})"), notification, "Claude Code is asking for your permission", "Wants permission for deploy", "question", none},
+        {"PreToolUse", call("Bash", R"({"command":"npm test"})"), toolStarted, "Run npm test", "npm test", "Bash", none},
+        {"PostToolUse", call("Read", R"({"file_path":"/p/a.txt"})"), toolFinished, "Read a.txt", "/p/a.txt", "Read", none},
+        {"PermissionRequest", call("Bash", R"({"command":"rm -rf build","description":"Delete the build"})"), permissionRequested, "Run rm -rf build", "rm -rf build\n\nDelete the build", "Bash", permission},
+        {"PermissionRequest", call("Edit", R"({"file_path":"/p/a.c","description":"Fix it"})"), permissionRequested, "Edit a.c", "/p/a.c", "Edit", permission},
+        {"PermissionRequest", call("Bash", R"({"command":"ls","description":""})"), permissionRequested, "Run ls", "ls", "Bash", permission},
+        {"UserPromptSubmit", R"({"prompt":"clean the build"})", userPrompt, "You", "clean the build", {}, none},
+        {"Stop", R"({"last_assistant_message":"All done."})", turnFinished, "Finished the turn", "All done.", {}, reply},
+        {"Stop", "{}", turnFinished, "Finished the turn", {}, {}, reply},
+        {"Notification", R"({"title":"Waiting","message":"Needs your input"})", notification, "Waiting", "Needs your input", {}, none},
+        {"PreCompact", R"({"trigger":"auto","matcher":"manual"})", compaction, "Compacting context", "auto", {}, none},
+        {"PostCompact", R"({"matcher":"manual"})", compaction, "Context compacted", "manual", {}, none},
+        {"Interrupt", "{}", interrupted, "Interrupted", {}, {}, none},
+        // A question tool without a readable question is reported as the tool call it is.
+        {"PreToolUse", call("AskUserQuestion", R"({"questions":[{"question":5,"options":"x"}]})"), toolStarted, "AskUserQuestion", R"({"questions":[{"options":"x","question":5}]})", "AskUserQuestion", none},
     };
+    const Answer answers[] = {
+        {"PermissionRequest", bash, {Decision::allow()}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"},
+        {"PermissionRequest", bash, {Decision::deny("no")}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":"no"}}})"},
+        {"PermissionRequest", bash, {Decision::deny(), Decision::deny("")}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":"Denied from Tidewick."}}})"},
+        {"PermissionRequest", bash, withoutVerdict, ""},
+        {"PreToolUse", bash, everyDecision, ""},
+        {"Stop", "{}", {Decision::reply("say \"hi\"\n")}, R"({"decision":"block","reason":"Message from the user, sent via Tidewick: say \"hi\"\n"})"},
+        {"Stop", "{}", withoutReply, ""},
+        {"Notification", "{}", {Decision::reply("x")}, ""},
+    };
+    // clang-format on
+    const Common common{"s-1", "/home/dev/proj", "/t/s-1.jsonl", "opus"};
     ClaudeAdapter claude;
-    for (const Row& row : rows)
-        expectRow(claude, base, row);
+    expectRows(claude, base, common, rows);
+    expectAnswers(claude, base, answers);
+    // Codex speaks the same dialect; only the name inside titles differs.
+    std::vector<Row> codex(std::begin(rows), std::end(rows));
+    for (Row& row : codex)
+        row.title = row.title ? Text::replacingAll(*row.title, "Claude Code", "Codex") : row.title;
+    expectRows(CodexAdapter(), base, common, codex);
+    expectAnswers(CodexAdapter(), base, answers);
 
-    auto parsed = claude.parse("Stop", payload(base));
-    EXPECT_EQ(parsed->event.sessionId, "s-1");
-    EXPECT_EQ(parsed->event.projectPath, "/home/dev/proj");
-    EXPECT_EQ(parsed->event.transcriptPath, "/t/s-1.jsonl");
-    EXPECT_EQ(parsed->event.model, "opus");
-}
-
-TEST(ClaudeStyleAdapter, IgnoresWhatItDoesNotReport) {
-    ClaudeAdapter claude;
+    // The payload names the event; without a session or for an unknown event nothing is reported.
+    auto named = claude.parse("Stop", payload(base, R"({"hook_event_name":"Interrupt"})"));
+    EXPECT_EQ(named->event.kind, EventKind::interrupted);
+    EXPECT_EQ(named->event.hookEvent, "Interrupt");
     EXPECT_FALSE(claude.parse("Stop", payload(R"({"session_id":""})")));
     EXPECT_FALSE(claude.parse("Stop", payload(R"({"cwd":"/p"})")));
     EXPECT_FALSE(claude.parse("stop", payload(base)));
     EXPECT_FALSE(claude.parse("MessageDisplay", payload(base)));
+    // The question was reported when asked; its answer is not a tool call.
     for (const char* tool : {"AskUserQuestion", "ask_question", "Request_Permissions"})
-        EXPECT_FALSE(claude.parse("PostToolUse",
-                                  payload(base, R"({"tool_name":")" + std::string(tool) + R"("})")))
-            << tool;
-    // The payload's own event name wins over the command line's.
-    auto parsed = claude.parse("Stop", payload(base, R"({"hook_event_name":"Interrupt"})"));
-    EXPECT_EQ(parsed->event.kind, EventKind::interrupted);
-    EXPECT_EQ(parsed->event.hookEvent, "Interrupt");
-}
-
-TEST(ClaudeStyleAdapter, CodexSpeaksTheSameDialectUnderItsOwnName) {
-    const char* question =
-        R"({"tool_name":"request_user_input","tool_input":{"question":"Ship?"}})";
-    CodexAdapter codex;
-    EXPECT_EQ(codex.kind(), AgentKind::codex);
-    auto parsed = codex.parse("PreToolUse", payload(base, question));
-    EXPECT_EQ(parsed->event.title, "Codex is asking you a question");
-    EXPECT_EQ(parsed->event.agent, AgentKind::codex);
-    EXPECT_EQ(ClaudeAdapter().parse("PreToolUse", payload(base, question))->event.title,
-              "Claude Code is asking you a question");
-    // The wrapper only forwards: apart from the time, the base adapter's event is identical.
-    auto direct = ClaudeStyleAdapter(AgentKind::codex).parse("PreToolUse", payload(base, question));
-    direct->event.receivedAt = parsed->event.receivedAt;
-    EXPECT_EQ(direct, parsed);
-}
-
-TEST(ClaudeStyleAdapter, RendersEveryAnswerOfTheTable) {
-    ClaudeAdapter claude;
-    auto out = [&](const char* event, const char* extra, std::optional<Decision> decision) {
-        return printed(claude, event, base, extra, decision);
-    };
-    const char* bash = R"({"tool_name":"Bash","tool_input":{"command":"ls"}})";
-    EXPECT_EQ(
-        out("PermissionRequest", bash, Decision::allow()),
-        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})");
-    EXPECT_EQ(
-        out("PermissionRequest", bash, Decision::deny("no")),
-        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":"no"}}})");
-    EXPECT_EQ(
-        out("PermissionRequest", bash, Decision::deny()),
-        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":"Denied from Tidewick."}}})");
-    for (auto decision : {std::optional(Decision::reply("x")), std::optional(Decision::letStop()),
-                          std::optional(Decision::timeout()), std::optional<Decision>()}) {
-        EXPECT_EQ(out("PermissionRequest", bash, decision), "");
-        EXPECT_EQ(out("PreToolUse", bash, decision), "");
-    }
-    EXPECT_EQ(
-        out("Stop", "{}", Decision::reply("say \"hi\"\n")),
-        R"({"decision":"block","reason":"Message from the user, sent via Tidewick: say \"hi\"\n"})");
-    for (auto decision : {std::optional(Decision::allow()), std::optional(Decision::deny("no")),
-                          std::optional(Decision::letStop()), std::optional(Decision::timeout()),
-                          std::optional<Decision>()})
-        EXPECT_EQ(out("Stop", "{}", decision), "");
-    EXPECT_EQ(out("PreToolUse", bash, Decision::allow()), "");
-    EXPECT_EQ(out("Notification", "{}", Decision::reply("x")), "");
-}
-
-TEST(ClaudeStyleAdapter, FailsSafeSilentlyAndWaitsBrieflyOnlyForEndings) {
-    ClaudeAdapter claude;
-    CodexAdapter codex;
-    for (const char* event : {"PermissionRequest", "Stop", "SessionEnd", "", "whatever"}) {
-        EXPECT_EQ(claude.failSafe(event), HookOutput::silent());
-        EXPECT_EQ(codex.failSafe(event), HookOutput::silent());
-    }
-    EXPECT_TRUE(claude.isFireAndForget("SessionEnd"));
-    EXPECT_TRUE(codex.isFireAndForget("Interrupt"));
-    EXPECT_FALSE(claude.isFireAndForget("sessionEnd"));
-    EXPECT_FALSE(claude.isFireAndForget("Stop"));
-    EXPECT_FALSE(codex.isFireAndForget("PermissionRequest"));
+        EXPECT_FALSE(claude.parse("PostToolUse", payload(base, call(tool, "{}")))) << tool;
 }
 
 } // namespace
