@@ -102,15 +102,27 @@ TEST_F(ConnectionManagerTest, ConnectAndDisconnectASymlinkedClaudeSettingsFile) 
     EXPECT_EQ(change.backup, File::join(backups(), "2026-03-01T09-30-00Z-settings.json"));
     EXPECT_EQ(File::read(change.backup.value()), userSettings);
     EXPECT_EQ(modeOf(change.backup.value()), fs::perms(0600));
-    EXPECT_TRUE(File::isExecutableFile(helper));
+    EXPECT_EQ(File::read(helper), "#!/bin/sh\nexit 0\n");
+    EXPECT_EQ(modeOf(helper), fs::perms(0755));
+    EXPECT_EQ(modeOf(TidewickPaths(home).appSupport()), fs::perms(0700));
     EXPECT_FALSE(connections.record(AgentKind::claude).value().createdFile);
-    EXPECT_EQ(state(connections, AgentKind::claude), ConnectionState::connected());
 
-    // Connecting again changes nothing and makes no second backup.
+    // Connecting again changes nothing, makes no second backup and leaves an
+    // unchanged helper alone (same inode); a different bundled one replaces it.
+    auto inode = [&] {
+        struct stat info {};
+        EXPECT_EQ(::stat(helper.c_str(), &info), 0);
+        return info.st_ino;
+    };
+    const auto helperInode = inode();
     clockNow = addSeconds(clockNow, 60);
     ConfigChange again = connections.connect(AgentKind::claude, GateCommands::off);
     EXPECT_TRUE(again.isNoChange());
     EXPECT_FALSE(again.backup);
+    EXPECT_EQ(inode(), helperInode);
+    put(bundled, "#!/bin/sh\nexit 1\n", 0755);
+    connections.installHelperIfNeeded();
+    EXPECT_EQ(File::read(helper), "#!/bin/sh\nexit 1\n");
 
     ConfigChange removal = connections.disconnect(AgentKind::claude);
     EXPECT_EQ(removal.removedEvents, HookCatalog::installedEvents(AgentKind::claude));
@@ -118,7 +130,6 @@ TEST_F(ConnectionManagerTest, ConnectAndDisconnectASymlinkedClaudeSettingsFile) 
     EXPECT_EQ(File::read(target), JSONValue::parse(userSettings).pretty() + "\n");
     EXPECT_EQ(modeOf(target), fs::perms(0640));
     EXPECT_FALSE(connections.record(AgentKind::claude));
-    EXPECT_EQ(state(connections, AgentKind::claude), ConnectionState::disconnected());
     EXPECT_TRUE(connections.disconnect(AgentKind::claude).isNoChange());
     EXPECT_EQ(namesIn(backups()).size(), 2u);
 }
@@ -170,6 +181,13 @@ TEST_F(ConnectionManagerTest, RefusesAbsentAgentsAndFilesItCannotSafelyRead) {
     };
     EXPECT_EQ(sentence(), "Claude Code does not appear to be installed.");
     EXPECT_EQ(state(connections, AgentKind::claude), ConnectionState::notInstalled());
+    // Without a helper to install nothing is connected and no file is created.
+    ConnectionManager without(TidewickPaths(home), home, detector, std::nullopt);
+    EXPECT_EQ(errorOf([&] { without.installHelperIfNeeded(); }),
+              "The Tidewick helper isn't available.");
+    detector->installed = {AgentKind::codex};
+    EXPECT_THROW((void)without.connect(AgentKind::codex, GateCommands::off), ConnectionError);
+    EXPECT_FALSE(fs::exists(File::join(home, ".codex/hooks.json")));
 
     // An existing configuration file is evidence enough. One of the wrong shape
     // is left byte for byte, without a backup or a record.
@@ -200,7 +218,6 @@ TEST_F(ConnectionManagerTest, RefusesAbsentAgentsAndFilesItCannotSafelyRead) {
     ConfigChange change = connections.previewConnect(AgentKind::claude, GateCommands::off);
     EXPECT_TRUE(change.fileExisted);
     EXPECT_EQ(change.before, "\n  \t");
-    EXPECT_EQ(change.addedEvents, HookCatalog::installedEvents(AgentKind::claude));
     EXPECT_TRUE(connections.previewDisconnect(AgentKind::claude).isNoChange());
 }
 
@@ -295,40 +312,13 @@ TEST_F(ConnectionManagerTest, StatusReportsSwitchesNotesAndMissingPieces) {
     EXPECT_EQ(all[3].state, ConnectionState::needsReconnect({"helper"})) << "antigravity";
 }
 
-TEST_F(ConnectionManagerTest, HelperIsInstalledOnlyWhenMissingOrDifferent) {
-    auto connections = manager();
-    connections.installHelperIfNeeded();
-    EXPECT_EQ(File::read(helper), "#!/bin/sh\nexit 0\n");
-    EXPECT_EQ(modeOf(TidewickPaths(home).appSupport()), fs::perms(0700));
-    // An unchanged helper is left alone (same inode); a different one is replaced.
-    auto inode = [&] {
-        struct stat info {};
-        EXPECT_EQ(::stat(helper.c_str(), &info), 0);
-        return info.st_ino;
-    };
-    const auto before = inode();
-    connections.installHelperIfNeeded();
-    EXPECT_EQ(inode(), before);
-    put(bundled, "#!/bin/sh\nexit 1\n", 0755);
-    connections.installHelperIfNeeded();
-    EXPECT_EQ(File::read(helper), "#!/bin/sh\nexit 1\n");
-    EXPECT_EQ(modeOf(helper), fs::perms(0755));
-
-    // Without a helper nothing is connected and no file is created.
-    ConnectionManager without(TidewickPaths(home), home, detector, std::nullopt);
-    EXPECT_EQ(errorOf([&] { without.installHelperIfNeeded(); }),
-              "The Tidewick helper isn't available.");
-    EXPECT_THROW((void)without.connect(AgentKind::claude, GateCommands::off), ConnectionError);
-    EXPECT_FALSE(fs::exists(settings));
-}
-
 TEST(LinuxAgentDetector, FolderUnderHomeOrCommandOnPath) {
     TemporaryDirectory dir;
     const std::string home = File::join(dir.path(), "home");
     const std::string bin = File::join(dir.path(), "bin");
     const std::string other = File::join(dir.path(), "other");
     fs::create_directories(File::join(home, ".gemini"));
-    put(File::join(home, ".codex"), "a file, not the folder");
+    put(File::join(home, ".codex"), "a file, not the folder", 0644);
     put(File::join(bin, "cursor"), "#!/bin/sh\n", 0755);
     put(File::join(bin, "codex"), "not executable", 0644);
     put(File::join(other, "claude"), "#!/bin/sh\n", 0755);
