@@ -29,7 +29,6 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         {"PermissionRequest", call("Bash", R"({"command":"ls","description":""})"), permissionRequested, "Run ls", "ls", "Bash", permission},
         {"UserPromptSubmit", R"({"prompt":"clean the build"})", userPrompt, "You", "clean the build", {}, none},
         {"Stop", R"({"last_assistant_message":"All done."})", turnFinished, "Finished the turn", "All done.", {}, reply},
-        {"Stop", "{}", turnFinished, "Finished the turn", {}, {}, reply},
         {"Notification", R"({"title":"Waiting","message":"Needs your input"})", notification, "Waiting", "Needs your input", {}, none},
         {"PreCompact", R"({"trigger":"auto","matcher":"manual"})", compaction, "Compacting context", "auto", {}, none},
         {"PostCompact", R"({"matcher":"manual"})", compaction, "Context compacted", "manual", {}, none},
