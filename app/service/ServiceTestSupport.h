@@ -1,5 +1,5 @@
-// Helpers shared by the service tests: a scratch home, a clock moved by hand,
-// agents' payloads as the hook command forwards them, and a bounded wait.
+// Helpers shared by the service tests: a clock moved by hand, agents' payloads as the
+// hook command forwards them, a file's lines and a bounded wait.
 #pragma once
 
 #include "foundation/Clock.h"
@@ -9,43 +9,17 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace tidewick::testing {
-
-/// A fresh directory under /tmp, removed with its content at the end. Short, so the
-/// socket under it stays within the address limit.
-class TemporaryHome {
-public:
-    TemporaryHome() {
-        std::string pattern = "/tmp/tw-svc-XXXXXX";
-        if (!::mkdtemp(pattern.data()))
-            throw std::runtime_error("mkdtemp failed");
-        path_ = pattern;
-    }
-    ~TemporaryHome() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TemporaryHome(const TemporaryHome&) = delete;
-    TemporaryHome& operator=(const TemporaryHome&) = delete;
-
-    [[nodiscard]] const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
 
 /// A clock that stands still until advanced; safe to read from any thread.
 class ManualClock {
 public:
-    explicit ManualClock(double seconds = 1'800'000'000) : seconds_(seconds) {}
     void advance(double seconds) { seconds_ = seconds_.load() + seconds; }
     [[nodiscard]] Date now() const { return dateFromSeconds(seconds_.load()); }
     [[nodiscard]] Clock clock() const {
@@ -53,15 +27,13 @@ public:
     }
 
 private:
-    std::atomic<double> seconds_;
+    std::atomic<double> seconds_{1'800'000'000};
 };
 
-/// Polls `condition` every few milliseconds until it holds; false after `limitSeconds`.
-/// The limit is a generous bound for a test that would otherwise hang, never a timing check.
-inline bool eventually(const std::function<bool()>& condition, double limitSeconds = 10) {
-    const auto deadline = std::chrono::steady_clock::now() +
-                          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                              std::chrono::duration<double>(limitSeconds));
+/// Polls `condition` until it holds; false after a generous bound that only keeps a
+/// broken test from hanging, never a timing check.
+inline bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= deadline)
             return false;
@@ -70,31 +42,35 @@ inline bool eventually(const std::function<bool()>& condition, double limitSecon
     return true;
 }
 
+/// The complete lines of the file at `path`; none when it does not exist.
+inline std::vector<std::string> fileLines(const std::string& path) {
+    std::vector<std::string> found;
+    const std::string text = File::exists(path) ? File::read(path) : std::string();
+    for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
+         start = end + 1)
+        found.push_back(text.substr(start, end - start));
+    return found;
+}
+
 /// The session of the recorded Claude Code payloads.
 inline constexpr std::string_view claudeSession = "d4e23369-98ea-4e04-8cd7-5fb639c89c36";
 /// The command of the recorded Claude Code permission request.
 inline constexpr std::string_view recordedCommand = "rm -rf build && echo removed-ok";
 
-/// `extra`'s members laid over the fields every recorded Claude Code payload carries.
-inline JSONValue claudePayload(std::string_view event, std::string_view extra = "{}") {
-    JSONValue object = JSONValue::parse(
-        R"({"session_id":"d4e23369-98ea-4e04-8cd7-5fb639c89c36",)"
-        R"("transcript_path":"/home/dev/.claude/projects/-home-dev-proj/d4e23369-98ea-4e04-8cd7-5fb639c89c36.jsonl",)"
-        R"("cwd":"/home/dev/proj","prompt_id":"3023a310-581d-4efb-a787-06cb5f681cb7",)"
-        R"("permission_mode":"default","effort":{"level":"medium"}})");
-    object.set("hook_event_name", std::string(event));
-    const JSONValue overlay = JSONValue::parse(extra);
-    for (const auto& [key, value] : *overlay.objectPairs())
-        object.set(key, value);
-    return object;
-}
-
-/// A request as the hook command sends it for Claude Code's `event`.
+/// A request as the hook command sends it for Claude Code's `event`: `extra`'s members
+/// laid over the fields every recorded payload carries.
 inline HookRequest claudeRequest(std::string_view event, std::string_view extra = "{}") {
     HookRequest request;
     request.agent = "claude";
     request.event = std::string(event);
-    request.payload = claudePayload(event, extra);
+    request.payload = JSONValue::parse(
+        R"({"session_id":"d4e23369-98ea-4e04-8cd7-5fb639c89c36",)"
+        R"("transcript_path":"/home/dev/.claude/projects/-home-dev-proj/d4e23369.jsonl",)"
+        R"("cwd":"/home/dev/proj","permission_mode":"default"})");
+    request.payload.set("hook_event_name", std::string(event));
+    const JSONValue overlay = JSONValue::parse(extra);
+    for (const auto& [key, value] : *overlay.objectPairs())
+        request.payload.set(key, value);
     request.pid = 4242;
     request.host = "com.apple.Terminal";
     request.agentPid = 4200;
@@ -112,8 +88,7 @@ inline HookRequest claudePermission(std::string_view command = recordedCommand) 
 /// The recorded Claude Code end of turn.
 inline HookRequest claudeStop() {
     return claudeRequest("Stop",
-                         R"({"stop_hook_active":false,"last_assistant_message":"All done.",)"
-                         R"("background_tasks":[],"session_crons":[]})");
+                         R"({"stop_hook_active":false,"last_assistant_message":"All done."})");
 }
 
 /// Cursor's request to run `command` in conversation `conversation`.
@@ -121,11 +96,10 @@ inline HookRequest cursorShell(std::string_view command, std::string_view conver
     HookRequest request;
     request.agent = "cursor";
     request.event = "beforeShellExecution";
-    JSONValue payload = JSONValue::parse(
+    request.payload = JSONValue::parse(
         R"({"hook_event_name":"beforeShellExecution","workspace_roots":["/w"],"cwd":"/w"})");
-    payload.set("conversation_id", std::string(conversation));
-    payload.set("command", std::string(command));
-    request.payload = std::move(payload);
+    request.payload.set("conversation_id", std::string(conversation));
+    request.payload.set("command", std::string(command));
     request.pid = 77;
     return request;
 }

@@ -17,57 +17,52 @@ Alert alert(Alert::Kind kind) {
     return alert;
 }
 
-TEST(Alerts, HeldRequestsRingGlowAndNotifyAsTheSettingsSay) {
-    TidewickSettings settings;
-    const Alert asks = alert(Alert::Kind::needsPermission);
-    AlertEffects all = alertEffects(asks, settings);
-    EXPECT_TRUE(all.bell);
-    EXPECT_TRUE(all.glow);
-    ASSERT_TRUE(all.notification);
-    EXPECT_EQ(all.notification->summary, "Cursor needs permission");
-    EXPECT_EQ(all.notification->body,
+TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
+    TidewickSettings usual, off, quiet;
+    off.soundEnabled = off.glowEnabled = off.systemNotificationsEnabled = false;
+    quiet.quietMode = true;
+    using enum Alert::Kind;
+    struct Row {
+        std::string name;
+        Alert::Kind kind;
+        TidewickSettings settings;
+        bool bell, glow;
+        std::string summary; // empty: no notification
+        bool offersAnswers;
+    };
+    for (const Row& row : std::vector<Row>{
+             {"permission", needsPermission, usual, true, true, "Cursor needs permission", true},
+             {"permission, all off", needsPermission, off, false, false, "", false},
+             // Quiet mode keeps the screen telling everything.
+             {"permission, quiet", needsPermission, quiet, false, true, "", false},
+             // A reply cannot be given with a button.
+             {"reply", waitingReply, usual, true, true, "Cursor is waiting for your reply", false},
+             {"finished", finished, usual, false, false, "Cursor finished", false},
+             {"finished, quiet", finished, quiet, false, false, "", false}}) {
+        const Alert raised = alert(row.kind);
+        const AlertEffects effects = alertEffects(raised, row.settings);
+        EXPECT_EQ(effects.bell, row.bell) << row.name;
+        EXPECT_EQ(effects.glow, row.glow) << row.name;
+        EXPECT_EQ(effects.notification ? effects.notification->summary : "", row.summary)
+            << row.name;
+        if (!effects.notification)
+            continue;
+        EXPECT_EQ(effects.notification->offersAnswers, row.offersAnswers) << row.name;
+        EXPECT_EQ(effects.notification->requestId, raised.requestId) << row.name;
+        EXPECT_EQ(effects.notification->session, raised.session) << row.name;
+    }
+
+    const AlertEffects asks = alertEffects(alert(needsPermission), usual);
+    EXPECT_EQ(asks.notification->body,
               "Run sudo make install\nsudo make install\n\nInstall it\n⚠ runs with admin rights");
-    EXPECT_TRUE(all.notification->offersAnswers);
-    EXPECT_EQ(all.notification->requestId, asks.requestId);
-    EXPECT_EQ(all.notification->session, asks.session);
-    EXPECT_FALSE(all.message);
+    EXPECT_FALSE(asks.message);
+    const AlertEffects ended = alertEffects(alert(finished), usual);
+    EXPECT_EQ(ended.notification->body, "No reply — it stopped");
+    EXPECT_EQ(ended.message, "Cursor: No reply — it stopped");
 
-    settings.soundEnabled = false;
-    settings.glowEnabled = false;
-    settings.systemNotificationsEnabled = false;
-    AlertEffects none = alertEffects(asks, settings);
-    EXPECT_FALSE(none.bell || none.glow || none.notification);
-
-    TidewickSettings quiet;
-    quiet.quietMode = true;
-    AlertEffects hushed = alertEffects(asks, quiet);
-    EXPECT_FALSE(hushed.bell);
-    EXPECT_FALSE(hushed.notification);
-    EXPECT_TRUE(hushed.glow) << "quiet mode keeps the screen telling everything";
-
-    AlertEffects reply = alertEffects(alert(Alert::Kind::waitingReply), TidewickSettings{});
-    EXPECT_TRUE(reply.bell);
-    ASSERT_TRUE(reply.notification);
-    EXPECT_EQ(reply.notification->summary, "Cursor is waiting for your reply");
-    EXPECT_FALSE(reply.notification->offersAnswers) << "a reply cannot be given with a button";
-}
-
-TEST(Alerts, AnEndedTurnOnlyNotifiesAndSaysItStopped) {
-    AlertEffects finished = alertEffects(alert(Alert::Kind::finished), TidewickSettings{});
-    EXPECT_FALSE(finished.bell);
-    EXPECT_FALSE(finished.glow);
-    ASSERT_TRUE(finished.notification);
-    EXPECT_EQ(finished.notification->summary, "Cursor finished");
-    EXPECT_EQ(finished.notification->body, "No reply — it stopped");
-    EXPECT_EQ(finished.message, "Cursor: No reply — it stopped");
-
-    TidewickSettings quiet;
-    quiet.quietMode = true;
-    EXPECT_FALSE(alertEffects(alert(Alert::Kind::finished), quiet).notification);
-
-    Alert longDetail = alert(Alert::Kind::needsPermission);
+    Alert longDetail = alert(needsPermission);
     longDetail.detail = std::string(5000, 'x');
-    EXPECT_LT(alertEffects(longDetail, TidewickSettings{}).notification->body.size(), 400u);
+    EXPECT_LT(alertEffects(longDetail, usual).notification->body.size(), 400u);
 }
 
 } // namespace

@@ -3,17 +3,15 @@
 #include "DesktopNotifier.h"
 
 #include "foundation/File.h"
+#include "testing/BackgroundProgram.h"
 #include "testing/TemporaryDirectory.h"
 
 #include <atomic>
 #include <chrono>
-#include <csignal>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <optional>
 #include <systemd/sd-bus.h>
 #include <thread>
-#include <unistd.h>
 
 namespace tidewick {
 namespace {
@@ -39,30 +37,19 @@ public:
                                   "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy>"
                                   "</busconfig>\n",
                               0600);
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            // Its complaints as root (file limits) are not the test's business.
-            const int devNull = ::open("/dev/null", O_WRONLY);
-            ::dup2(devNull, STDERR_FILENO);
-            ::execl(daemonPath, daemonPath, ("--config-file=" + config).c_str(), "--nofork",
-                    "--nopidfile", static_cast<char*>(nullptr));
-            ::_exit(127);
-        }
+        // Its complaints as root (file limits) land in a file nobody reads.
+        daemon_.emplace(std::vector<std::string>{daemonPath, "--config-file=" + config, "--nofork",
+                                                 "--nopidfile"},
+                        std::vector<std::string>{}, "", File::join(directory_.path(), "daemon"));
         for (int i = 0; i < 200 && !File::exists(socket); ++i)
             std::this_thread::sleep_for(25ms);
         address_ = "unix:path=" + socket;
-    }
-    ~PrivateBus() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            ::waitpid(pid_, nullptr, 0);
-        }
     }
     const std::string& address() const { return address_; }
 
 private:
     TemporaryDirectory directory_;
-    pid_t pid_ = -1;
+    std::optional<testing::BackgroundProgram> daemon_;
     std::string address_;
 };
 
@@ -74,11 +61,10 @@ struct NotifyCall {
 };
 
 /// Owns org.freedesktop.Notifications, answers Notify with ids from 41 on and presses
-/// `button` on each notification offering it, right after answering.
+/// the button set by press() on each notification offering it, right after answering.
 class StandInNotificationService {
 public:
-    StandInNotificationService(const std::string& address, std::string button)
-        : button_(std::move(button)) {
+    explicit StandInNotificationService(const std::string& address) {
         if (sd_bus_new(&bus_) < 0 || sd_bus_set_address(bus_, address.c_str()) < 0 ||
             sd_bus_set_bus_client(bus_, 1) < 0 || sd_bus_start(bus_) < 0 ||
             sd_bus_request_name(bus_, "org.freedesktop.Notifications", 0) < 0 ||
@@ -101,6 +87,10 @@ public:
         sd_bus_flush_close_unref(bus_);
     }
 
+    void press(std::string button) {
+        std::lock_guard guard(lock_);
+        button_ = std::move(button);
+    }
     std::vector<NotifyCall> calls() {
         std::lock_guard guard(lock_);
         return calls_;
@@ -163,19 +153,19 @@ private:
             (void)sd_bus_message_exit_container(message);
         }
         std::uint32_t id = 0;
-        bool press = false;
+        std::string button;
         {
             std::lock_guard guard(lock_);
             calls_.push_back(call);
             id = 40 + static_cast<std::uint32_t>(calls_.size());
-            press =
-                std::find(call.actions.begin(), call.actions.end(), button_) != call.actions.end();
+            if (std::find(call.actions.begin(), call.actions.end(), button_) != call.actions.end())
+                button = button_;
         }
         (void)sd_bus_reply_method_return(message, "u", id);
-        if (press)
+        if (!button.empty())
             (void)sd_bus_emit_signal(bus_, "/org/freedesktop/Notifications",
                                      "org.freedesktop.Notifications", "ActionInvoked", "us", id,
-                                     button_.c_str());
+                                     button.c_str());
         return 1;
     }
 
@@ -198,6 +188,25 @@ template <typename Condition> bool eventually(Condition condition) {
     return condition();
 }
 
+/// Collects the actions a notifier reports, from its own thread.
+class ActionRecorder {
+public:
+    DesktopNotifier::ActionHandler handler() {
+        return [this](const DesktopNotifier::Action& action) {
+            std::lock_guard guard(lock_);
+            actions_.push_back(action);
+        };
+    }
+    std::vector<DesktopNotifier::Action> actions() {
+        std::lock_guard guard(lock_);
+        return actions_;
+    }
+
+private:
+    std::mutex lock_;
+    std::vector<DesktopNotifier::Action> actions_;
+};
+
 class DesktopNotifierTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -205,7 +214,7 @@ protected:
             GTEST_SKIP() << "dbus-daemon is not installed (Debian package dbus)";
     }
 
-    Notification permission(std::string session, UUID id) {
+    static Notification permission(std::string session, UUID id) {
         Notification notification;
         notification.summary = "Claude Code needs permission";
         notification.body = "Run rm -rf build\n⚠ deletes files for good <now>";
@@ -216,32 +225,32 @@ protected:
         return notification;
     }
 
-    std::mutex lock;
-    std::vector<DesktopNotifier::Action> pressed;
-    DesktopNotifier::ActionHandler record = [this](const DesktopNotifier::Action& action) {
-        std::lock_guard guard(lock);
-        pressed.push_back(action);
-    };
-    std::vector<DesktopNotifier::Action> actions() {
-        std::lock_guard guard(lock);
-        return pressed;
-    }
+    ActionRecorder pressed;
 };
 
 TEST_F(DesktopNotifierTest, NotifiesWithAllowAndDenyAndReportsThePressedButton) {
     PrivateBus bus;
-    StandInNotificationService standIn(bus.address(), "allow");
-    DesktopNotifier notifier(bus.address(), record);
+    StandInNotificationService standIn(bus.address());
+    DesktopNotifier notifier(bus.address(), pressed.handler());
     ASSERT_TRUE(notifier.isAvailable());
+    // A second notifier on the same bus sees the signals for notifications it never sent
+    // and must not act on them.
+    ActionRecorder strangers;
+    DesktopNotifier other(bus.address(), strangers.handler());
 
-    const UUID id = UUID::random();
-    notifier.notify(permission("s1", id));
-    ASSERT_TRUE(eventually([&] { return !actions().empty(); }));
-    EXPECT_EQ(actions(),
-              (std::vector<DesktopNotifier::Action>{{{AgentKind::claude, "s1"}, id, "allow"}}));
+    const UUID allowed = UUID::random(), denied = UUID::random();
+    standIn.press("allow");
+    notifier.notify(permission("s1", allowed));
+    ASSERT_TRUE(eventually([&] { return pressed.actions().size() == 1; }));
+    standIn.press("deny");
+    notifier.notify(permission("s2", denied));
+    ASSERT_TRUE(eventually([&] { return pressed.actions().size() == 2; }));
+    EXPECT_EQ(pressed.actions(),
+              (std::vector<DesktopNotifier::Action>{{{AgentKind::claude, "s1"}, allowed, "allow"},
+                                                    {{AgentKind::claude, "s2"}, denied, "deny"}}));
 
     const std::vector<NotifyCall> calls = standIn.calls();
-    ASSERT_EQ(calls.size(), 1u);
+    ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[0].appName, "Tidewick");
     EXPECT_EQ(calls[0].summary, "Claude Code needs permission");
     EXPECT_EQ(calls[0].body, "Run rm -rf build\n⚠ deletes files for good &lt;now&gt;");
@@ -251,60 +260,35 @@ TEST_F(DesktopNotifierTest, NotifiesWithAllowAndDenyAndReportsThePressedButton) 
     // A reply notification offers no buttons, so nothing can be pressed on it.
     Notification reply;
     reply.summary = "Codex is waiting for your reply";
-    reply.session = {AgentKind::codex, "s2"};
+    reply.session = {AgentKind::codex, "s3"};
     reply.requestId = UUID::random();
     notifier.notify(reply);
-    ASSERT_TRUE(eventually([&] { return standIn.calls().size() == 2; }));
-    EXPECT_TRUE(standIn.calls()[1].actions.empty());
-    EXPECT_EQ(standIn.calls()[1].urgency, 1);
+    ASSERT_TRUE(eventually([&] { return standIn.calls().size() == 3; }));
+    EXPECT_TRUE(standIn.calls()[2].actions.empty());
+    EXPECT_EQ(standIn.calls()[2].urgency, 1);
 
     // Withdrawing closes the notification that shows the request.
     notifier.withdraw(*reply.requestId);
     ASSERT_TRUE(eventually([&] { return !standIn.closed().empty(); }));
-    EXPECT_EQ(standIn.closed(), (std::vector<std::uint32_t>{42}));
-    EXPECT_EQ(actions().size(), 1u);
-}
-
-TEST_F(DesktopNotifierTest, DenyButtonAndNotificationsThatOthersDidNotSend) {
-    PrivateBus bus;
-    StandInNotificationService standIn(bus.address(), "deny");
-    DesktopNotifier notifier(bus.address(), record);
-    ASSERT_TRUE(notifier.isAvailable());
-    const UUID id = UUID::random();
-    notifier.notify(permission("s1", id));
-    ASSERT_TRUE(eventually([&] { return !actions().empty(); }));
-    EXPECT_EQ(actions()[0].key, "deny");
-    EXPECT_EQ(actions()[0].requestId, id);
-
-    // A second notifier on the same bus sees the signal for a notification it never sent
-    // and must not act on it.
-    std::vector<DesktopNotifier::Action> strangers;
-    std::mutex strangersLock;
-    DesktopNotifier other(bus.address(), [&](const DesktopNotifier::Action& action) {
-        std::lock_guard guard(strangersLock);
-        strangers.push_back(action);
-    });
-    notifier.notify(permission("s2", UUID::random()));
-    ASSERT_TRUE(eventually([&] { return actions().size() == 2; }));
-    std::this_thread::sleep_for(200ms);
-    std::lock_guard guard(strangersLock);
-    EXPECT_TRUE(strangers.empty());
+    EXPECT_EQ(standIn.closed(), (std::vector<std::uint32_t>{43}));
+    EXPECT_EQ(pressed.actions().size(), 2u);
+    EXPECT_TRUE(strangers.actions().empty());
 }
 
 TEST_F(DesktopNotifierTest, WithoutABusItIsQuietlyUnavailable) {
     TemporaryDirectory empty;
-    DesktopNotifier nowhere("unix:path=" + File::join(empty.path(), "no-bus"), record);
+    DesktopNotifier nowhere("unix:path=" + File::join(empty.path(), "no-bus"), pressed.handler());
     EXPECT_FALSE(nowhere.isAvailable());
     nowhere.notify(permission("s", UUID::random()));
     nowhere.withdraw(UUID::random());
 
     // A bus without a notification service: the call fails and is ignored.
     PrivateBus bus;
-    DesktopNotifier lonely(bus.address(), record);
+    DesktopNotifier lonely(bus.address(), pressed.handler());
     ASSERT_TRUE(lonely.isAvailable());
     lonely.notify(permission("s", UUID::random()));
     std::this_thread::sleep_for(200ms);
-    EXPECT_TRUE(actions().empty());
+    EXPECT_TRUE(pressed.actions().empty());
 }
 
 } // namespace

@@ -1,46 +1,20 @@
 #include "Layout.h"
 
 #include "DisplayText.h"
+#include "UITestSupport.h"
 
 #include <gtest/gtest.h>
 
 namespace tidewick {
 namespace {
 
-const Date t0 = dateFromSeconds(1'800'000'000);
-
-class NoActions : public UIActions {
-public:
-    bool answerPermission(const SessionKey&, TidewickService::Answer,
-                          std::optional<std::string>) override {
-        return true;
-    }
-    bool reply(const SessionKey&, std::string) override { return true; }
-    bool letStop(const SessionKey&) override { return true; }
-};
-
-Session makeSession(AgentKind agent, std::string id, double lastActivity) {
-    Session session;
-    session.key = {agent, std::move(id)};
-    session.status = SessionStatus::working;
-    session.startedAt = t0;
-    session.lastActivityAt = addSeconds(t0, lastActivity);
-    session.projectPath = "/home/ana/src/" + session.key.sessionId;
-    return session;
-}
+using namespace tidewick::testing;
 
 Session asking(std::string command) {
-    Session session = makeSession(AgentKind::claude, "webshop", 0);
-    session.status = SessionStatus::needsPermission;
+    Session session = holding(makeSession("webshop"),
+                              heldRequest(PendingKind::permission, "Run " + command, command));
     session.currentAction = "Run " + command;
     session.lastMessage = "I will clean the build folder and rebuild.";
-    PendingRequest request;
-    request.id = UUID::random();
-    request.title = "Run " + command;
-    request.detail = command;
-    request.createdAt = t0;
-    request.deadline = addSeconds(t0, 300);
-    session.pending.push_back(request);
     session.timeline =
         Timeline({{UUID::random(), t0, TimelineKind::shell, "Ran make", std::nullopt}});
     return session;
@@ -59,14 +33,14 @@ bool contains(const std::string& text, const std::string& part) {
 
 class LayoutTest : public ::testing::Test {
 protected:
-    NoActions actions;
+    RecordingActions actions;
     ScreenController controller{actions};
 };
 
 TEST_F(LayoutTest, HeldRequestIsShownWithCommandRiskAndCountdownIn80x24) {
-    controller.setSessions({makeSession(AgentKind::codex, "api", 30),
+    controller.setSessions({makeSession("api", 30, AgentKind::codex),
                             asking("rm -rf build && make"),
-                            makeSession(AgentKind::cursor, "notes", 20)});
+                            makeSession("notes", 20, AgentKind::cursor)});
     const Frame frame = layoutScreen(controller, addSeconds(t0, 9), 80, 24);
     expectExactSize(frame, 80, 24);
     const std::string screen = frame.text();
@@ -107,7 +81,7 @@ TEST_F(LayoutTest, ScalesUpAndRefusesTooSmallTerminals) {
 TEST_F(LayoutTest, TwoHundredSessionsScrollToKeepTheSelectionVisible) {
     std::vector<Session> many;
     for (int i = 0; i < 200; ++i)
-        many.push_back(makeSession(AgentKind::cursor, "s" + std::to_string(1000 + i), -i));
+        many.push_back(makeSession("s" + std::to_string(1000 + i), -i, AgentKind::cursor));
     controller.setSessions(many);
     for (int i = 0; i < 150; ++i)
         (void)controller.handleKey(Key::special(Key::Kind::down), t0);
@@ -143,15 +117,9 @@ TEST_F(LayoutTest, LinesBeingTypedHelpAndQuitQuestion) {
 }
 
 TEST_F(LayoutTest, ReplyLineListsTheQuickReplies) {
-    Session session = makeSession(AgentKind::codex, "api", 0);
-    session.status = SessionStatus::waitingReply;
-    PendingRequest request;
-    request.id = UUID::random();
-    request.kind = PendingKind::reply;
-    request.title = "Finished the turn";
-    request.createdAt = t0;
-    request.deadline = addSeconds(t0, 3600);
-    session.pending.push_back(request);
+    const Session session =
+        holding(makeSession("api", 0, AgentKind::codex),
+                heldRequest(PendingKind::reply, "Finished the turn", std::nullopt, 0, 3600));
     controller.setSessions({session});
     const std::string before = layoutScreen(controller, t0, 80, 24).text();
     EXPECT_TRUE(contains(before, "Waiting for your reply · 1:00:00"));

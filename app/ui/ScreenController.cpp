@@ -244,14 +244,23 @@ const PendingRequest* ScreenController::held(PendingKind kind) const {
     return nullptr;
 }
 
+const PendingRequest* ScreenController::heldOrExplain(PendingKind kind, Date now) {
+    if (const PendingRequest* request = held(kind))
+        return request;
+    const Session* session = selected();
+    if (!session)
+        showMessage("No session is selected.", Tone::warning, now);
+    else if (kind == PendingKind::permission)
+        showMessage(agentName(*session) + " isn't asking for permission here.", Tone::warning, now);
+    else
+        showMessage(agentName(*session) + " isn't waiting for a reply.", Tone::warning, now);
+    return nullptr;
+}
+
 void ScreenController::allow(Date now) {
-    const PendingRequest* request = held(PendingKind::permission);
-    if (!request) {
-        showMessage(selected() ? agentName(*selected()) + " isn't asking for permission here."
-                               : "No session is selected.",
-                    Tone::warning, now);
+    const PendingRequest* request = heldOrExplain(PendingKind::permission, now);
+    if (!request)
         return;
-    }
     const std::string title = request->title;
     if (actions_.answerPermission(selected()->key, TidewickService::Answer::allow, std::nullopt)) {
         showMessage("Allowed: " + title, Tone::success, now);
@@ -261,37 +270,25 @@ void ScreenController::allow(Date now) {
 }
 
 void ScreenController::startDeny(Date now) {
-    if (!held(PendingKind::permission)) {
-        showMessage(selected() ? agentName(*selected()) + " isn't asking for permission here."
-                               : "No session is selected.",
-                    Tone::warning, now);
+    if (!heldOrExplain(PendingKind::permission, now))
         return;
-    }
     target_ = selected()->key;
     input_.clear();
     mode_ = Mode::denyMessage;
 }
 
 void ScreenController::startReply(Date now) {
-    if (!held(PendingKind::reply)) {
-        showMessage(selected() ? agentName(*selected()) + " isn't waiting for a reply."
-                               : "No session is selected.",
-                    Tone::warning, now);
+    if (!heldOrExplain(PendingKind::reply, now))
         return;
-    }
     target_ = selected()->key;
     input_.clear();
     mode_ = Mode::reply;
 }
 
 void ScreenController::letStop(Date now) {
-    const Session* session = selected();
-    if (!held(PendingKind::reply)) {
-        showMessage(session ? agentName(*session) + " isn't waiting for a reply."
-                            : "No session is selected.",
-                    Tone::warning, now);
+    if (!heldOrExplain(PendingKind::reply, now))
         return;
-    }
+    const Session* session = selected();
     if (actions_.letStop(session->key)) {
         showMessage("Let " + agentName(*session) + " stop.", Tone::success, now);
         returnToTop();

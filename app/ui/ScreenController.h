@@ -98,6 +98,8 @@ private:
     void sendReply(std::string text, Date now);
     void letStop(Date now);
     [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
+    /// Like held(), but when nothing of `kind` is held tells the user why and gives null.
+    const PendingRequest* heldOrExplain(PendingKind kind, Date now);
 
     UIActions& actions_;
     std::vector<Session> sessions_;

@@ -1,31 +1,18 @@
 #include "Screen.h"
 
+#include "UITestSupport.h"
+
 #include <gtest/gtest.h>
 
 namespace tidewick {
 namespace {
 
-const Date t0 = dateFromSeconds(1'800'000'000);
+using namespace tidewick::testing;
 
 Session makeSession(AgentKind agent, std::string id, SessionStatus status, double lastActivity) {
-    Session session;
-    session.key = {agent, std::move(id)};
+    Session session = testing::makeSession(std::move(id), lastActivity, agent);
     session.status = status;
-    session.startedAt = t0;
-    session.lastActivityAt = addSeconds(t0, lastActivity);
     return session;
-}
-
-PendingRequest request(PendingKind kind, std::string title, std::optional<std::string> detail,
-                       double createdAt, double timeout) {
-    PendingRequest request;
-    request.id = UUID::random();
-    request.kind = kind;
-    request.title = std::move(title);
-    request.detail = std::move(detail);
-    request.createdAt = addSeconds(t0, createdAt);
-    request.deadline = addSeconds(request.createdAt, timeout);
-    return request;
 }
 
 std::vector<std::string> ids(const std::vector<Session>& sessions) {
@@ -41,10 +28,11 @@ TEST(Screen, SessionsNeedingYouComeFirstLongestWaitingFirstEndedLast) {
     Session idle = makeSession(AgentKind::cursor, "idle", SessionStatus::idle, 10);
     Session askedLate =
         makeSession(AgentKind::claude, "askedLate", SessionStatus::needsPermission, 80);
-    askedLate.pending.push_back(request(PendingKind::permission, "Run ls", "ls", 80, 300));
+    askedLate.pending.push_back(heldRequest(PendingKind::permission, "Run ls", "ls", 80, 300));
     Session askedEarly =
         makeSession(AgentKind::codex, "askedEarly", SessionStatus::waitingReply, 99);
-    askedEarly.pending.push_back(request(PendingKind::reply, "Finished", std::nullopt, 20, 3600));
+    askedEarly.pending.push_back(
+        heldRequest(PendingKind::reply, "Finished", std::nullopt, 20, 3600));
 
     EXPECT_EQ(ids(Screen::ordered({working, ended, idle, askedLate, askedEarly})),
               (std::vector<std::string>{"askedEarly", "askedLate", "working", "idle", "ended"}));
@@ -59,8 +47,8 @@ TEST(Screen, RowCarriesTheListColumns) {
     Session session = makeSession(AgentKind::antigravity, "s", SessionStatus::needsPermission, 0);
     session.projectPath = "/home/ana/src/webshop/";
     session.currentAction = "Run make\ntest";
-    session.pending.push_back(request(PendingKind::permission, "Run make", "make", 0, 300));
-    session.pending.push_back(request(PendingKind::reply, "Finished", std::nullopt, 0, 300));
+    session.pending.push_back(heldRequest(PendingKind::permission, "Run make", "make", 0, 300));
+    session.pending.push_back(heldRequest(PendingKind::reply, "Finished", std::nullopt, 0, 300));
 
     SessionRow row = Screen::row(session, addSeconds(t0, 125));
     EXPECT_EQ(row.agent, "Antigravity");
@@ -76,10 +64,10 @@ TEST(Screen, RowCarriesTheListColumns) {
 
 TEST(Screen, HeldRequestsSayWhatTheyWaitForAndWhatHappensAfterTheDeadline) {
     Session session = makeSession(AgentKind::codex, "s", SessionStatus::needsPermission, 0);
-    session.pending.push_back(request(PendingKind::permission, "Run rm",
-                                      std::string("rm -rf build\n\nClean the build folder"), 0,
-                                      300));
-    session.pending.push_back(request(PendingKind::reply, "Finished", std::nullopt, 0, 3600));
+    session.pending.push_back(heldRequest(PendingKind::permission, "Run rm",
+                                          std::string("rm -rf build\n\nClean the build folder"), 0,
+                                          300));
+    session.pending.push_back(heldRequest(PendingKind::reply, "Finished", std::nullopt, 0, 3600));
 
     SessionDetail live = Screen::detail(session, addSeconds(t0, 0.5), 10);
     ASSERT_EQ(live.held.size(), 2u);
@@ -99,15 +87,10 @@ TEST(Screen, HeldRequestsSayWhatTheyWaitForAndWhatHappensAfterTheDeadline) {
 
     SessionDetail over = Screen::detail(session, addSeconds(t0, 4000), 10);
     EXPECT_EQ(over.held[1].waiting, "No reply — it stopped");
-}
 
-TEST(Screen, RiskLooksOnlyAtTheCommandNotTheAgentsDescription) {
-    Session session = makeSession(AgentKind::claude, "s", SessionStatus::needsPermission, 0);
-    session.pending.push_back(request(PendingKind::permission, "Run ls",
-                                      std::string("ls build\n\nCheck before running sudo make"), 0,
-                                      300));
+    // Risk looks only at the command, not at the agent's description of it.
+    session.pending[0].detail = "ls build\n\nCheck before running sudo make";
     EXPECT_FALSE(Screen::detail(session, t0, 10).held[0].risk);
-    EXPECT_EQ(Screen::commandPart("sudo make\n\nwhy"), "sudo make");
     EXPECT_EQ(Screen::commandPart("a\nb"), "a\nb");
 }
 

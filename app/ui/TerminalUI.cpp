@@ -20,6 +20,7 @@
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace tidewick {
 
@@ -243,26 +244,15 @@ private:
 
 std::optional<Key> translate(int kind, wint_t code) {
     if (kind == KEY_CODE_YES) {
-        switch (code) {
-        case KEY_UP:
-            return Key::special(Key::Kind::up);
-        case KEY_DOWN:
-            return Key::special(Key::Kind::down);
-        case KEY_PPAGE:
-            return Key::special(Key::Kind::pageUp);
-        case KEY_NPAGE:
-            return Key::special(Key::Kind::pageDown);
-        case KEY_HOME:
-            return Key::special(Key::Kind::home);
-        case KEY_END:
-            return Key::special(Key::Kind::end);
-        case KEY_ENTER:
-            return Key::special(Key::Kind::enter);
-        case KEY_BACKSPACE:
-            return Key::special(Key::Kind::backspace);
-        default:
-            return std::nullopt;
-        }
+        static constexpr std::pair<wint_t, Key::Kind> functionKeys[] = {
+            {KEY_UP, Key::Kind::up},        {KEY_DOWN, Key::Kind::down},
+            {KEY_PPAGE, Key::Kind::pageUp}, {KEY_NPAGE, Key::Kind::pageDown},
+            {KEY_HOME, Key::Kind::home},    {KEY_END, Key::Kind::end},
+            {KEY_ENTER, Key::Kind::enter},  {KEY_BACKSPACE, Key::Kind::backspace}};
+        for (const auto& [curses, key] : functionKeys)
+            if (code == curses)
+                return Key::special(key);
+        return std::nullopt;
     }
     switch (code) {
     case 27:

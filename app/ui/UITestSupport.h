@@ -1,0 +1,80 @@
+// Helpers shared by the terminal UI tests: sessions and held requests at a fixed
+// moment, and a stand-in for the service that records what the keys asked for.
+#pragma once
+
+#include "UIActions.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tidewick::testing {
+
+/// The moment every UI test starts from.
+inline const Date t0 = dateFromSeconds(1'800'000'000);
+
+/// A working session of `agent` in /home/ana/src/`id`, last active `lastActivity` s after t0.
+inline Session makeSession(std::string id, double lastActivity = 0,
+                           AgentKind agent = AgentKind::claude) {
+    Session session;
+    session.key = {agent, std::move(id)};
+    session.status = SessionStatus::working;
+    session.startedAt = t0;
+    session.lastActivityAt = addSeconds(t0, lastActivity);
+    session.projectPath = "/home/ana/src/" + session.key.sessionId;
+    return session;
+}
+
+/// A request of `kind` made `createdAt` s after t0 whose deadline is `timeout` s later.
+inline PendingRequest heldRequest(PendingKind kind, std::string title,
+                                  std::optional<std::string> detail = std::nullopt,
+                                  double createdAt = 0, double timeout = 300) {
+    PendingRequest request;
+    request.id = UUID::random();
+    request.kind = kind;
+    request.title = std::move(title);
+    request.detail = std::move(detail);
+    request.createdAt = addSeconds(t0, createdAt);
+    request.deadline = addSeconds(request.createdAt, timeout);
+    return request;
+}
+
+/// `session` with `request` held, its status saying what it waits for.
+inline Session holding(Session session, PendingRequest request) {
+    session.status = request.kind == PendingKind::permission ? SessionStatus::needsPermission
+                                                             : SessionStatus::waitingReply;
+    session.pending.push_back(std::move(request));
+    return session;
+}
+
+/// One decision handed on by the UI.
+struct UICall {
+    std::string what;
+    SessionKey session;
+    std::optional<std::string> text;
+    friend bool operator==(const UICall&, const UICall&) = default;
+};
+
+/// Records every decision; each is delivered while `delivered` is true.
+class RecordingActions : public UIActions {
+public:
+    bool answerPermission(const SessionKey& session, TidewickService::Answer answer,
+                          std::optional<std::string> message) override {
+        calls.push_back({answer == TidewickService::Answer::allow ? "allow" : "deny", session,
+                         std::move(message)});
+        return delivered;
+    }
+    bool reply(const SessionKey& session, std::string text) override {
+        calls.push_back({"reply", session, std::move(text)});
+        return delivered;
+    }
+    bool letStop(const SessionKey& session) override {
+        calls.push_back({"letStop", session, std::nullopt});
+        return delivered;
+    }
+
+    std::vector<UICall> calls;
+    bool delivered = true;
+};
+
+} // namespace tidewick::testing
