@@ -1,6 +1,7 @@
 #include "sessions/CommandRisk.h"
 
 #include "foundation/Text.h"
+#include "sessions/ShellWords.h"
 
 #include <algorithm>
 #include <array>
@@ -10,19 +11,7 @@ namespace tidewick::CommandRisk {
 
 namespace {
 
-std::vector<std::string_view> split(std::string_view text, std::string_view separators) {
-    std::vector<std::string_view> pieces;
-    std::size_t start = 0;
-    while (start <= text.size()) {
-        std::size_t end = text.find_first_of(separators, start);
-        if (end == std::string_view::npos)
-            end = text.size();
-        if (end > start)
-            pieces.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return pieces;
-}
+using ShellWords::split;
 
 // Whether the command's words inside quotes are data (a message, a pattern) rather than
 // commands. Only these first words: elsewhere a quoted string may well be a script.

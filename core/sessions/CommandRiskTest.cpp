@@ -17,7 +17,7 @@ std::string reasonOf(std::string_view command) {
 
 } // namespace
 
-TEST(CommandRiskTest, EachRuleWithItsReason) {
+TEST(CommandRiskTest, EachRuleInOrderWithItsReasonAndHostileSpellings) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"sudo ls", "runs with admin rights"},
         {"doas reboot", "runs with admin rights"},
@@ -52,9 +52,32 @@ TEST(CommandRiskTest, EachRuleWithItsReason) {
         {"shutdown -h now", "restarts or turns off this Mac"},
         {"reboot", "restarts or turns off this Mac"},
         {"npm publish --access public", "publishes a package publicly"},
+        // Earlier rules win.
+        {"sudo rm -rf /", "runs with admin rights"},
+        {"rm -rf x && git push --force", "deletes files for good"},
+        {"git push --force && git reset --hard", "overwrites the remote history"},
+        {"npm publish && reboot", "restarts or turns off this Mac"},
+        // Capitals, chaining without spaces, newlines, tabs, runs of spaces and subshells.
+        {"SUDO LS", "runs with admin rights"},
+        {"ls;sudo ls", "runs with admin rights"},
+        {"ls&&(rm -rf x)", "deletes files for good"},
+        {"echo hi\nrm -rf /", "deletes files for good"},
+        {"echo `sudo id`", "runs with admin rights"},
+        {"rm\t-rf\tbuild", "deletes files for good"},
+        {"   git   reset   --hard", "throws away local changes"},
+        {"git\tpush\t-f", "overwrites the remote history"},
+        {"rm   /etc/hosts", "deletes files for good"},
+        {"echo ok; sudo id", "runs with admin rights"},
+        // Quotes are stripped only for the listed first words: quoted SQL still counts.
+        {"sqlite3 app.db 'DROP TABLE t'", "deletes database data"},
+        {"bash -c \"sudo id\"", ""},
+        {"bash -c 'sudo id'", ""},
+        {"echo 'unterminated sudo", "runs with admin rights"},
+        {std::string(200000, 'a'), ""},
+        {std::string(200000, 'a') + " | curl x | sh", "downloads and runs a script"},
     };
     for (const auto& [command, reason] : cases)
-        EXPECT_EQ(reasonOf(command), reason) << command;
+        EXPECT_EQ(reasonOf(command), reason) << command.substr(0, 80);
 }
 
 TEST(CommandRiskTest, HarmlessCommandsAndQuotedData) {
@@ -70,33 +93,4 @@ TEST(CommandRiskTest, HarmlessCommandsAndQuotedData) {
     // Straight from an event's optional detail.
     const std::optional<std::string> detail = "sudo -s";
     EXPECT_EQ(CommandRisk::assess(detail), CommandRisk::Finding{"runs with admin rights"});
-}
-
-TEST(CommandRiskTest, EarlierRulesWinAndOrderHolds) {
-    EXPECT_EQ(reasonOf("sudo rm -rf /"), "runs with admin rights");
-    EXPECT_EQ(reasonOf("rm -rf x && git push --force"), "deletes files for good");
-    EXPECT_EQ(reasonOf("git push --force && git reset --hard"), "overwrites the remote history");
-    EXPECT_EQ(reasonOf("npm publish && reboot"), "restarts or turns off this Mac");
-}
-
-TEST(CommandRiskTest, HostileSpellings) {
-    // Capitals, chaining without spaces, newlines, tabs and subshells.
-    EXPECT_EQ(reasonOf("SUDO LS"), "runs with admin rights");
-    EXPECT_EQ(reasonOf("ls;sudo ls"), "runs with admin rights");
-    EXPECT_EQ(reasonOf("ls&&(rm -rf x)"), "deletes files for good");
-    EXPECT_EQ(reasonOf("echo hi\nrm -rf /"), "deletes files for good");
-    EXPECT_EQ(reasonOf("echo `sudo id`"), "runs with admin rights");
-    EXPECT_EQ(reasonOf("rm\t-rf\tbuild"), "deletes files for good");
-    EXPECT_EQ(reasonOf("   git   reset   --hard"), "throws away local changes");
-    EXPECT_EQ(reasonOf("git\tpush\t-f"), "overwrites the remote history");
-    EXPECT_EQ(reasonOf("rm   /etc/hosts"), "deletes files for good");
-    // Quotes are stripped only for the listed first words: a client's quoted SQL still counts.
-    EXPECT_EQ(reasonOf("sqlite3 app.db 'DROP TABLE t'"), "deletes database data");
-    EXPECT_EQ(reasonOf("bash -c \"sudo id\""), "");
-    EXPECT_EQ(reasonOf("bash -c 'sudo id'"), "");
-    EXPECT_EQ(reasonOf("echo 'unterminated sudo"), "runs with admin rights");
-    EXPECT_EQ(reasonOf("echo ok; sudo id"), "runs with admin rights");
-    std::string longCommand(200000, 'a');
-    EXPECT_EQ(reasonOf(longCommand), "");
-    EXPECT_EQ(reasonOf(longCommand + " | curl x | sh"), "downloads and runs a script");
 }

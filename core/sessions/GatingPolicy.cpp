@@ -1,6 +1,7 @@
 #include "sessions/GatingPolicy.h"
 
 #include "foundation/Text.h"
+#include "sessions/ShellWords.h"
 
 #include <algorithm>
 #include <array>
@@ -30,20 +31,6 @@ constexpr std::array<std::string_view, 9> branchListingOptions = {
 template <std::size_t N>
 bool contains(const std::array<std::string_view, N>& list, std::string_view word) {
     return std::find(list.begin(), list.end(), word) != list.end();
-}
-
-std::vector<std::string_view> words(std::string_view text) {
-    std::vector<std::string_view> pieces;
-    std::size_t start = 0;
-    while (start <= text.size()) {
-        std::size_t end = text.find(' ', start);
-        if (end == std::string_view::npos)
-            end = text.size();
-        if (end > start)
-            pieces.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return pieces;
 }
 
 // The shell removes quotes before the program sees its arguments, so "--pre=x"
@@ -152,7 +139,7 @@ bool GatingPolicy::isReadOnly(std::string_view command) const {
         return false;
 
     const std::string lower = Text::lowercased(text);
-    const std::vector<std::string_view> list = words(lower);
+    const std::vector<std::string_view> list = ShellWords::split(lower, " ");
     for (std::size_t i = 1; i < list.size(); ++i)
         if (isDangerousOption(list[i]))
             return false;

@@ -23,44 +23,26 @@ AgentEvent permissionEvent(AgentKind agent, std::optional<std::string> command) 
 
 } // namespace
 
-TEST(GatingPolicyTest, DefaultsAreEveryAgentGatedAndTheThirtyThreePrefixes) {
+TEST(GatingPolicyTest, ReadOnlyCommandsAndEveryWayToRefuseThem) {
     GatingPolicy policy;
-    EXPECT_FALSE(policy.paused);
-    for (AgentKind agent : allAgentKinds)
-        EXPECT_TRUE(policy.gateCommands.at(agent));
-    const auto& prefixes = GatingPolicy::defaultSafePrefixes();
-    ASSERT_EQ(prefixes.size(), 33u);
-    EXPECT_EQ(prefixes.front(), "ls");
-    EXPECT_EQ(prefixes[16], "git status");
-    EXPECT_EQ(prefixes[22], "git remote -v");
-    EXPECT_EQ(prefixes.back(), "cargo --version");
-    EXPECT_EQ(policy.safePrefixes, prefixes);
-}
-
-TEST(GatingPolicyTest, ReadOnlyCommandsOfTheEveryDayKind) {
-    GatingPolicy policy;
+    EXPECT_EQ(policy.safePrefixes.size(), 33u);
     for (const char* command :
          {"ls -la", "ls\n", "  pwd  ", "LS", "Ls -LA /tmp", "git status", "git branch",
           "git branch -a --list", "git branch --show-current", "git log --oneline -5",
-          "cat README.md", "rg TODO src", "node --version", "git remote -v",
-          "grep \"two words\" file.txt", "echo 'hello there'", "wc -l a b c"})
+          "cat README.md", "rg TODO src", "node --version", "git remote -v", "cargo --version",
+          "grep \"two words\" file.txt", "echo 'hello there'", "wc -l a b c",
+          // Options that merely resemble the dangerous ones.
+          "git log --pretty=oneline", "git log --stat", "ls --sort=size", "rg -n x"})
         EXPECT_TRUE(policy.isReadOnly(command)) << command;
-}
 
-TEST(GatingPolicyTest, EveryMetacharacterRefusesReadOnly) {
-    GatingPolicy policy;
     for (const char* command :
-         {"ls -la | grep x", "ls; rm -rf /", "ls && rm x", "ls & rm x", "cat a > b", "cat < a",
+         {// Every metacharacter, inside quotes too.
+          "ls -la | grep x", "ls; rm -rf /", "ls && rm x", "ls & rm x", "cat a > b", "cat < a",
           "echo `whoami`", "echo $(whoami)", "echo $HOME", "ls (x)", "ls\nrm -rf /", "ls\\ x",
           "echo {a,b}", "cat x}", "ls -la ||true", "cat 'a;b'", "grep \"a|b\" f",
-          "echo \"$(rm -rf ~)\"", "ls\r\nrm x"})
-        EXPECT_FALSE(policy.isReadOnly(command)) << command;
-}
-
-TEST(GatingPolicyTest, OptionsThatWriteRunOrPageRefuseReadOnly) {
-    GatingPolicy policy;
-    for (const char* command :
-         {"cat -s notes.txt", "rg --pre=sh pattern", "rg --pre sh x", "git log --output=/tmp/x",
+          "echo \"$(rm -rf ~)\"", "ls\r\nrm x",
+          // Options that write, run or page.
+          "cat -s notes.txt", "rg --pre=sh pattern", "rg --pre sh x", "git log --output=/tmp/x",
           "git diff --output /tmp/x", "git diff --ext-diff", "git log --textconv",
           "tree -o out.txt", "date -s 12:00", "rg -i x", "git show --open-files-in-pager",
           "git log --exec=x", "grep --exec x", "ls --delete", "fd -exec rm", "LS -O x",
@@ -70,27 +52,17 @@ TEST(GatingPolicyTest, OptionsThatWriteRunOrPageRefuseReadOnly) {
           "rg \"--pre=sh\" x", "rg '--pre' sh x", "cat \"-s\" f", "rg --p''re=sh x",
           // Abbreviated long options, which git accepts.
           "git log --outp=/tmp/x", "git diff --ext x", "git log --textc",
-          // Words split by the shell at tabs but not by this test.
-          "rg x\t--pre=sh", "ls\t-la", "cat\x0b-s f"})
+          // Words split by the shell at tabs but not by a reading that splits at spaces.
+          "rg x\t--pre=sh", "ls\t-la", "cat\x0b-s f",
+          // Empty, unlisted or disguised.
+          "", " \n\t ", "lsof", "rm -rf build", "\"ls\" -la", "python3 -c 'print(1)'"})
         EXPECT_FALSE(policy.isReadOnly(command)) << command;
-    // Options that merely resemble the dangerous ones stay allowed.
-    for (const char* command :
-         {"git log --pretty=oneline", "git log --stat", "ls --sort=size", "rg -n x"})
-        EXPECT_TRUE(policy.isReadOnly(command)) << command;
 }
 
-TEST(GatingPolicyTest, EmptyLongAndUnlistedCommands) {
+TEST(GatingPolicyTest, LongCommandsCountCharactersAndPrefixesCanChange) {
     GatingPolicy policy;
-    EXPECT_FALSE(policy.isReadOnly(""));
-    EXPECT_FALSE(policy.isReadOnly(" \n\t "));
-    EXPECT_FALSE(policy.isReadOnly("lsof"));
-    EXPECT_FALSE(policy.isReadOnly("rm -rf build"));
-    EXPECT_FALSE(policy.isReadOnly("\"ls\" -la"));
-    EXPECT_FALSE(policy.isReadOnly("python3 -c 'print(1)'"));
-
-    std::string padded = "ls " + std::string(396, 'a');
-    ASSERT_EQ(padded.size(), 399u);
-    EXPECT_TRUE(policy.isReadOnly(padded));
+    const std::string padded = "ls " + std::string(396, 'a');
+    EXPECT_TRUE(policy.isReadOnly(padded)) << "399 characters";
     EXPECT_FALSE(policy.isReadOnly(padded + "a"));
     // Characters, not bytes: 396 two-byte letters make 399 characters.
     std::string accented = "ls ";
@@ -111,34 +83,31 @@ TEST(GatingPolicyTest, EmptyLongAndUnlistedCommands) {
 }
 
 TEST(GatingPolicyTest, Verdicts) {
+    auto verdict = [](const GatingPolicy& policy, AgentKind agent,
+                      std::optional<std::string> command) {
+        return policy.evaluate(permissionEvent(agent, std::move(command)));
+    };
     GatingPolicy policy;
-    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::claude, "ls")), Verdict::ask);
-    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::codex, "ls")), Verdict::ask);
-    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::cursor, "ls -la")),
-              Verdict::allowSilently);
-    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::antigravity, "rm -rf /")), Verdict::ask);
-    EXPECT_EQ(policy.evaluate(permissionEvent(AgentKind::cursor, std::nullopt)), Verdict::ask);
-
+    EXPECT_EQ(verdict(policy, AgentKind::claude, "ls"), Verdict::ask);
+    EXPECT_EQ(verdict(policy, AgentKind::codex, "ls"), Verdict::ask);
+    EXPECT_EQ(verdict(policy, AgentKind::cursor, "ls -la"), Verdict::allowSilently);
+    EXPECT_EQ(verdict(policy, AgentKind::antigravity, "rm -rf /"), Verdict::ask);
+    EXPECT_EQ(verdict(policy, AgentKind::cursor, std::nullopt), Verdict::ask);
     AgentEvent notPermission = permissionEvent(AgentKind::cursor, "ls");
     notPermission.decisionType = DecisionType::reply;
     EXPECT_EQ(policy.evaluate(notPermission), Verdict::passThrough);
 
-    GatingPolicy cursorOff;
-    cursorOff.gateCommands[AgentKind::cursor] = false;
-    EXPECT_EQ(cursorOff.evaluate(permissionEvent(AgentKind::cursor, "rm -rf /")),
-              Verdict::passThrough);
-    EXPECT_EQ(cursorOff.evaluate(permissionEvent(AgentKind::antigravity, "rm x")), Verdict::ask);
-    cursorOff.gateCommands[AgentKind::claude] = false;
-    EXPECT_EQ(cursorOff.evaluate(permissionEvent(AgentKind::claude, "rm x")), Verdict::ask)
+    policy.gateCommands[AgentKind::cursor] = false;
+    policy.gateCommands[AgentKind::claude] = false;
+    EXPECT_EQ(verdict(policy, AgentKind::cursor, "rm -rf /"), Verdict::passThrough);
+    EXPECT_EQ(verdict(policy, AgentKind::antigravity, "rm x"), Verdict::ask);
+    EXPECT_EQ(verdict(policy, AgentKind::claude, "rm x"), Verdict::ask)
         << "Claude Code is always held";
-    GatingPolicy cursorMissing;
-    cursorMissing.gateCommands.erase(AgentKind::cursor);
-    EXPECT_EQ(cursorMissing.evaluate(permissionEvent(AgentKind::cursor, "rm x")), Verdict::ask);
-
-    GatingPolicy paused;
-    paused.paused = true;
+    policy.gateCommands.erase(AgentKind::cursor);
+    EXPECT_EQ(verdict(policy, AgentKind::cursor, "rm x"), Verdict::ask) << "missing means gated";
+    policy.paused = true;
     for (AgentKind agent : allAgentKinds)
-        EXPECT_EQ(paused.evaluate(permissionEvent(agent, "rm -rf /")), Verdict::passThrough);
+        EXPECT_EQ(verdict(policy, agent, "rm -rf /"), Verdict::passThrough);
 }
 
 TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {
@@ -151,7 +120,6 @@ TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {
     EXPECT_EQ(json.compact(), R"({"gateCommands":{"claude":true,"codex":true,"cursor":false},)"
                               R"("safePrefixes":["ls","make -n"],"paused":true})");
     EXPECT_EQ(GatingPolicy::fromJSON(JSONValue::parse(json.compact())), policy);
-    EXPECT_EQ(GatingPolicy::fromJSON(GatingPolicy().toJSON()), GatingPolicy());
 
     for (const char* text :
          {R"({"safePrefixes":[],"paused":false})", R"({"gateCommands":{},"paused":false})",
@@ -161,12 +129,4 @@ TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {
           R"({"gateCommands":{},"safePrefixes":["ls",3],"paused":false})",
           R"({"gateCommands":{},"safePrefixes":[],"paused":0})", R"([])", R"("gating")"})
         EXPECT_EQ(GatingPolicy::fromJSON(JSONValue::parse(text)), std::nullopt) << text;
-
-    // An agent this version does not know is skipped rather than failing the settings.
-    auto future = GatingPolicy::fromJSON(JSONValue::parse(
-        R"({"gateCommands":{"zed":false,"codex":false},"safePrefixes":[],"paused":false})"));
-    ASSERT_TRUE(future);
-    EXPECT_EQ(future->gateCommands.size(), 1u);
-    EXPECT_FALSE(future->gateCommands.at(AgentKind::codex));
-    EXPECT_TRUE(future->safePrefixes.empty());
 }

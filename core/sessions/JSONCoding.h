@@ -43,6 +43,21 @@ template <typename T> struct Field {
 [[nodiscard]] Field<UUID> uuid(JSONValue& object, std::string_view key);
 [[nodiscard]] Field<std::vector<std::string>> strings(JSONValue& object, std::string_view key);
 
+/// Every element of `elements` decoded by T::fromJSON(JSONValue&&), which may move out of
+/// them; nothing when any element fails to decode.
+template <typename T>
+[[nodiscard]] std::optional<std::vector<T>> decodeEach(JSONValue::Array& elements) {
+    std::vector<T> decoded;
+    decoded.reserve(elements.size());
+    for (JSONValue& element : elements) {
+        std::optional<T> one = T::fromJSON(std::move(element));
+        if (!one)
+            return std::nullopt;
+        decoded.push_back(std::move(*one));
+    }
+    return decoded;
+}
+
 /// Appends `key` with `value` to `object` when `value` is present; absent fields are omitted.
 void setOptional(JSONValue::Object& object, std::string_view key,
                  const std::optional<std::string>& value);

@@ -127,22 +127,14 @@ std::optional<Session> Session::fromJSON(JSONValue&& value) {
     JSONValue::Array* items = timelineValue ? timelineValue->arrayValue() : nullptr;
     if (!requests || !items)
         return std::nullopt;
-    session.pending.reserve(requests->size());
-    for (JSONValue& element : *requests) {
-        std::optional<PendingRequest> request = PendingRequest::fromJSON(std::move(element));
-        if (!request)
-            return std::nullopt;
-        session.pending.push_back(std::move(*request));
-    }
-    std::vector<TimelineItem> history;
-    history.reserve(items->size());
-    for (JSONValue& element : *items) {
-        std::optional<TimelineItem> item = TimelineItem::fromJSON(std::move(element));
-        if (!item)
-            return std::nullopt;
-        history.push_back(std::move(*item));
-    }
-    session.timeline = Timeline(std::move(history));
+    auto pending = decodeEach<PendingRequest>(*requests);
+    if (!pending)
+        return std::nullopt;
+    auto history = decodeEach<TimelineItem>(*items);
+    if (!history)
+        return std::nullopt;
+    session.pending = std::move(*pending);
+    session.timeline = Timeline(std::move(*history));
     return session;
 }
 

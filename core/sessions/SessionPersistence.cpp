@@ -74,15 +74,30 @@ public:
         key(name);
         string(text);
     }
+    void uuidMember(std::string_view name, const UUID& id) {
+        key(name);
+        uuid(id);
+    }
+    void dateMember(std::string_view name, Date value) {
+        key(name);
+        date(value);
+    }
+    /// `name` with an array of `elements`, each written by `writeOne`.
+    template <typename Range, typename Write>
+    void arrayMember(std::string_view name, const Range& elements, Write&& writeOne) {
+        key(name);
+        begin('[');
+        for (const auto& element : elements)
+            writeOne(element);
+        end(']');
+    }
     void optionalMember(std::string_view name, const std::optional<std::string>& text) {
         if (text)
             member(name, std::string_view(*text));
     }
     void optionalMember(std::string_view name, const std::optional<Date>& value) {
-        if (value) {
-            key(name);
-            date(*value);
-        }
+        if (value)
+            dateMember(name, *value);
     }
     void optionalMember(std::string_view name, const std::optional<std::int64_t>& value) {
         if (value) {
@@ -107,24 +122,19 @@ private:
 
 void write(CompactWriter& w, const PendingRequest& request) {
     w.begin('{');
-    w.key("id");
-    w.uuid(request.id);
+    w.uuidMember("id", request.id);
     w.member("kind", rawValue(request.kind));
     w.member("title", request.title);
     w.optionalMember("detail", request.detail);
-    w.key("createdAt");
-    w.date(request.createdAt);
-    w.key("deadline");
-    w.date(request.deadline);
+    w.dateMember("createdAt", request.createdAt);
+    w.dateMember("deadline", request.deadline);
     w.end('}');
 }
 
 void write(CompactWriter& w, const TimelineItem& item) {
     w.begin('{');
-    w.key("id");
-    w.uuid(item.id);
-    w.key("time");
-    w.date(item.time);
+    w.uuidMember("id", item.id);
+    w.dateMember("time", item.time);
     w.member("kind", rawValue(item.kind));
     w.member("text", item.text);
     w.optionalMember("detail", item.detail);
@@ -141,10 +151,8 @@ void write(CompactWriter& w, const Session& s) {
     w.optionalMember("projectPath", s.projectPath);
     w.optionalMember("title", s.title);
     w.member("status", rawValue(s.status));
-    w.key("startedAt");
-    w.date(s.startedAt);
-    w.key("lastActivityAt");
-    w.date(s.lastActivityAt);
+    w.dateMember("startedAt", s.startedAt);
+    w.dateMember("lastActivityAt", s.lastActivityAt);
     w.optionalMember("endedAt", s.endedAt);
     w.optionalMember("currentAction", s.currentAction);
     w.optionalMember("lastMessage", s.lastMessage);
@@ -156,24 +164,12 @@ void write(CompactWriter& w, const Session& s) {
     w.optionalMember("interruptedAt", s.interruptedAt);
     w.optionalMember("endedByYouAt", s.endedByYouAt);
     w.optionalMember("userMessagesAtEnd", s.userMessagesAtEnd);
-    if (s.sentBeforeEnd) {
-        w.key("sentBeforeEnd");
-        w.begin('[');
-        for (const std::string& text : *s.sentBeforeEnd)
-            w.string(text);
-        w.end(']');
-    }
+    if (s.sentBeforeEnd)
+        w.arrayMember("sentBeforeEnd", *s.sentBeforeEnd,
+                      [&w](const std::string& text) { w.string(text); });
     w.optionalMember("transcriptStep", s.transcriptStep);
-    w.key("pending");
-    w.begin('[');
-    for (const PendingRequest& request : s.pending)
-        write(w, request);
-    w.end(']');
-    w.key("timeline");
-    w.begin('[');
-    for (const TimelineItem& item : s.timeline)
-        write(w, item);
-    w.end(']');
+    w.arrayMember("pending", s.pending, [&w](const PendingRequest& r) { write(w, r); });
+    w.arrayMember("timeline", s.timeline, [&w](const TimelineItem& item) { write(w, item); });
     w.end('}');
 }
 
@@ -209,18 +205,8 @@ std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view 
         return std::nullopt;
     }
     JSONValue::Array* records = document.arrayValue();
-    if (!records)
-        return std::nullopt;
-    std::vector<Session> sessions;
-    sessions.reserve(records->size());
-    for (JSONValue& record : *records) {
-        std::optional<Session> session = Session::fromJSON(std::move(record));
-        // One bad record loses the list: a half-restored history would mislead more.
-        if (!session)
-            return std::nullopt;
-        sessions.push_back(std::move(*session));
-    }
-    return sessions;
+    // One bad record loses the list: a half-restored history would mislead more.
+    return records ? JSONCoding::decodeEach<Session>(*records) : std::nullopt;
 }
 
 std::vector<Session> SessionPersistence::load() const {

@@ -144,6 +144,16 @@ template <typename Change> void SessionStore::modify(const SessionKey& key, Chan
     notify(std::move(changes));
 }
 
+template <typename T>
+void SessionStore::setField(const SessionKey& key, T Session::*field, T value) {
+    modify(key, [&](Session& session) {
+        if (session.*field == value)
+            return false;
+        session.*field = std::move(value);
+        return true;
+    });
+}
+
 Session SessionStore::apply(const AgentEvent& event) {
     Changes changes;
     Session result;
@@ -456,21 +466,11 @@ void SessionStore::logReply(const SessionKey& key, const std::string& text) {
 
 void SessionStore::setTitle(const SessionKey& key, std::optional<std::string> title) {
     title = UTF8::repairedOptional(title);
-    modify(key, [&](Session& session) {
-        if (session.title == title)
-            return false;
-        session.title = std::move(title);
-        return true;
-    });
+    setField(key, &Session::title, std::move(title));
 }
 
 void SessionStore::setTranscriptStep(const SessionKey& key, std::optional<std::int64_t> step) {
-    modify(key, [&](Session& session) {
-        if (session.transcriptStep == step)
-            return false;
-        session.transcriptStep = step;
-        return true;
-    });
+    setField(key, &Session::transcriptStep, std::move(step));
 }
 
 void SessionStore::setWaitingInApp(const SessionKey& key) {
@@ -484,12 +484,7 @@ void SessionStore::setWaitingInApp(const SessionKey& key) {
 }
 
 void SessionStore::setMessagesAtEnd(const SessionKey& key, std::optional<std::int64_t> count) {
-    modify(key, [&](Session& session) {
-        if (session.userMessagesAtEnd == count)
-            return false;
-        session.userMessagesAtEnd = count;
-        return true;
-    });
+    setField(key, &Session::userMessagesAtEnd, std::move(count));
 }
 
 void SessionStore::markEndedByYou(const SessionKey& key,
@@ -524,21 +519,11 @@ void SessionStore::clearEndedByYou(const SessionKey& key) {
 
 void SessionStore::setHost(const SessionKey& key, std::optional<std::string> hostApp) {
     hostApp = UTF8::repairedOptional(hostApp);
-    modify(key, [&](Session& session) {
-        if (session.hostApp == hostApp)
-            return false;
-        session.hostApp = std::move(hostApp);
-        return true;
-    });
+    setField(key, &Session::hostApp, std::move(hostApp));
 }
 
 void SessionStore::setAgentPid(const SessionKey& key, std::optional<std::int32_t> pid) {
-    modify(key, [&](Session& session) {
-        if (session.agentPid == pid)
-            return false;
-        session.agentPid = pid;
-        return true;
-    });
+    setField(key, &Session::agentPid, std::move(pid));
 }
 
 } // namespace tidewick

@@ -169,6 +169,8 @@ private:
     /// Runs `change` on the session `key` under the lock; `change` returns whether it
     /// changed anything, and may append to the notices to send.
     template <typename Change> void modify(const SessionKey& key, Change&& change);
+    /// Sets one field of the session `key`, noticed only when the value really changes.
+    template <typename T> void setField(const SessionKey& key, T Session::*field, T value);
     void notify(Changes changes) const;
     void addToTimeline(Session& session, TimelineKind kind, std::string_view text,
                        const std::optional<std::string>& detail, Date time) const;
