@@ -2,19 +2,13 @@
 // SessionStart hook starts the installed tidewick-hook, and a whole print-mode
 // turn reaches the running application. Claude Code comes from the npm
 // registry (test only) and runs with no network at all.
-#include "testing/BackgroundProgram.h"
-#include "testing/ProgramRun.h"
+#include "TidewickPrograms.h"
 
-#include "foundation/File.h"
-#include "foundation/JSONValue.h"
 #include "foundation/TidewickPaths.h"
-#include "testing/TemporaryDirectory.h"
 
 #include <cstdlib>
 #include <filesystem>
-#include <gtest/gtest.h>
 #include <sstream>
-#include <thread>
 
 extern char** environ;
 
@@ -22,23 +16,6 @@ namespace tidewick {
 namespace {
 
 using testing::runProgram;
-
-const std::string binaryDir = TIDEWICK_BINARY_DIR;
-
-std::vector<std::string> currentEnvironment() {
-    std::vector<std::string> entries;
-    for (char** entry = environ; *entry; ++entry)
-        entries.emplace_back(*entry);
-    return entries;
-}
-
-// The folder Claude Code is installed into: shared between build trees when
-// TIDEWICK_CLAUDE_CODE_DIR says where, else inside this build tree.
-std::string claudeCodeFolder() {
-    if (const char* folder = std::getenv("TIDEWICK_CLAUDE_CODE_DIR"); folder && *folder)
-        return folder;
-    return binaryDir + "/claude-code";
-}
 
 std::string lastLine(const std::string& text) {
     std::string line;
@@ -49,74 +26,71 @@ std::string lastLine(const std::string& text) {
     return line;
 }
 
-// The `claude` command, installed on first use; nothing (with the reason in
-// `why`) when npm or the registry is out of reach.
-std::optional<std::string> installedClaude(std::string& why) {
-    auto install = runProgram({"/bin/bash",
-                               std::string(TIDEWICK_SOURCE_DIR) + "/scripts/install-claude-code.sh",
-                               claudeCodeFolder()},
-                              currentEnvironment(), {}, {}, std::chrono::seconds(660));
-    if (install.status == 77) {
-        why = "Claude Code could not be installed from npm: " + install.err;
-        return std::nullopt;
-    }
-    EXPECT_EQ(install.status, 0) << install.err;
-    if (install.status != 0) {
-        why = "the installation failed";
-        return std::nullopt;
-    }
-    return lastLine(install.out);
-}
-
 // Whether `unshare -n` can give a program a network of its own (loopback only).
 bool canIsolateNetwork() {
     return runProgram({"/usr/bin/unshare", "-n", "/bin/true"}, {"PATH=/usr/bin:/bin"}).status == 0;
 }
 
-TEST(ClaudeCode, SessionStartRunsTheInstalledHook) {
-    const std::string hookBinary = binaryDir + "/bin/tidewick-hook";
-    if (!File::isExecutableFile(hookBinary))
-        GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
+// Claude Code installed on first use (into TIDEWICK_CLAUDE_CODE_DIR when set, so
+// build trees can share it) and connected in a temporary home that serves as
+// both HOME and TIDEWICK_HOME.
+class ClaudeCode : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!testing::TidewickPrograms::built())
+            GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
+        const char* shared = std::getenv("TIDEWICK_CLAUDE_CODE_DIR");
+        std::vector<std::string> environment;
+        for (char** entry = environ; *entry; ++entry)
+            environment.emplace_back(*entry);
+        auto install = runProgram(
+            {"/bin/bash", std::string(TIDEWICK_SOURCE_DIR) + "/scripts/install-claude-code.sh",
+             shared && *shared ? shared : std::string(TIDEWICK_BINARY_DIR) + "/claude-code"},
+            environment, {}, {}, std::chrono::seconds(660));
+        if (install.status == 77)
+            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.err;
+        ASSERT_EQ(install.status, 0) << install.err;
+        claude = lastLine(install.out);
+        // `connect` looks for Claude Code on the PATH.
+        run.setVariable("PATH", File::parent(claude) + ":/usr/bin:/bin");
+        auto connect = run.tidewick({"connect", "claude", "--yes"});
+        ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
+    }
 
-    std::string why;
-    auto installed = installedClaude(why);
-    if (!installed)
-        GTEST_SKIP() << why;
-    const std::string claude = *installed;
+    // `argv` in the home, with no network: a network namespace of its own when one
+    // can be made, and `variables` besides the two homes.
+    testing::ProgramResult isolated(std::vector<std::string> argv,
+                                    std::vector<std::string> variables) {
+        if (canIsolateNetwork())
+            argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
+        variables.insert(variables.end(),
+                         {"HOME=" + run.home(), "TIDEWICK_HOME=" + run.home(),
+                          "DISABLE_AUTOUPDATER=1", "CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1"});
+        return runProgram(argv, variables, {}, run.home(), std::chrono::seconds(150));
+    }
+
+    testing::TidewickPrograms run;
+    std::string claude;
+};
+
+TEST_F(ClaudeCode, SessionStartRunsTheInstalledHook) {
     auto version = runProgram({claude, "--version"}, {"PATH=/usr/bin:/bin", "HOME=/nonexistent"});
     RecordProperty("claude_code_version", lastLine(version.out));
 
-    TemporaryDirectory home;
-    // Claude Code reads HOME, Tidewick TIDEWICK_HOME: both are the same temporary home.
-    const std::vector<std::string> homes = {"HOME=" + home.path(), "TIDEWICK_HOME=" + home.path()};
-    std::vector<std::string> environment = homes;
-    environment.push_back("PATH=" + File::parent(claude) + ":/usr/bin:/bin");
-    auto connect =
-        runProgram({binaryDir + "/bin/tidewick", "connect", "claude", "--yes"}, environment);
-    ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
-
     // The hook command appends a record of every call when this marker exists.
-    const std::string socketFolder = File::parent(TidewickPaths(home.path()).socketPath());
+    const std::string socketFolder = File::parent(TidewickPaths(run.home()).socketPath());
     File::writeAtomically(File::join(socketFolder, "debug-hooks"), "", 0600);
 
-    // No network: a network namespace of its own when one can be made, and in
-    // any case no key and every address pointed at a closed loopback port.
-    std::vector<std::string> argv = {claude, "-p", "hello"};
-    if (canIsolateNetwork())
-        argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
-    std::vector<std::string> agentEnvironment = homes;
-    agentEnvironment.insert(agentEnvironment.end(),
-                            {"PATH=/usr/bin:/bin", "ANTHROPIC_BASE_URL=http://127.0.0.1:9",
-                             "HTTPS_PROXY=http://127.0.0.1:9", "HTTP_PROXY=http://127.0.0.1:9",
-                             "DISABLE_AUTOUPDATER=1",
-                             "CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1"});
-    auto run = runProgram(argv, agentEnvironment, {}, home.path(), std::chrono::seconds(120));
-    EXPECT_FALSE(run.timedOut);
+    // No key, and every address pointed at a closed loopback port.
+    auto turn = isolated({claude, "-p", "hello"},
+                         {"PATH=/usr/bin:/bin", "ANTHROPIC_BASE_URL=http://127.0.0.1:9",
+                          "HTTPS_PROXY=http://127.0.0.1:9", "HTTP_PROXY=http://127.0.0.1:9"});
+    EXPECT_FALSE(turn.timedOut);
 
     const std::string log = File::join(socketFolder, "hook-debug.jsonl");
     ASSERT_TRUE(File::exists(log))
-        << "Claude Code never started tidewick-hook.\nstdout: " << run.out
-        << "\nstderr: " << run.err;
+        << "Claude Code never started tidewick-hook.\nstdout: " << turn.out
+        << "\nstderr: " << turn.err;
     bool sawSessionStart = false;
     std::istringstream lines(File::read(log));
     for (std::string line; std::getline(lines, line);) {
@@ -156,77 +130,40 @@ wait "$stand_in_pid" 2>/dev/null
 exit $status
 )";
 
-TEST(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
-    const std::string tidewick = binaryDir + "/bin/tidewick";
-    if (!File::isExecutableFile(binaryDir + "/bin/tidewick-hook"))
-        GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
+TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
     std::string python;
     for (const char* candidate : {"/usr/bin/python3", "/usr/local/bin/python3"})
         if (File::isExecutableFile(candidate))
             python = candidate;
     if (python.empty())
         GTEST_SKIP() << "python3 is needed for the model stand-in";
-    std::string why;
-    auto installed = installedClaude(why);
-    if (!installed)
-        GTEST_SKIP() << why;
-    const std::string claude = *installed;
-
-    TemporaryDirectory home;
-    const std::string work = File::join(home.path(), "work");
+    const std::string work = File::join(run.home(), "work");
     std::filesystem::create_directories(work);
-    const std::vector<std::string> homes = {"HOME=" + home.path(), "TIDEWICK_HOME=" + home.path()};
-    std::vector<std::string> environment = homes;
-    // `connect` looks for Claude Code on the PATH.
-    environment.push_back("PATH=" + File::parent(claude) + ":/usr/bin:/bin");
-    auto connect = runProgram({tidewick, "connect", "claude", "--yes"}, environment);
-    ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
+    ASSERT_TRUE(run.startApp());
 
-    testing::BackgroundProgram app({tidewick, "app", "--headless"}, environment, {},
-                                   File::join(home.path(), "app"));
-    for (int i = 0;
-         i < 1000 && app.isRunning() && app.out().find("Tidewick is running.") == std::string::npos;
-         ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_NE(app.out().find("Tidewick is running."), std::string::npos) << app.err();
-
-    // No network: a namespace of its own when one can be made (the Unix sockets
-    // still reach the application through the file system), and in any case
-    // only the loopback stand-in as the model and no traffic beyond it.
-    std::vector<std::string> argv = {"/bin/bash",
-                                     "-c",
-                                     printTurnScript,
-                                     "turn",
-                                     std::string(TIDEWICK_SOURCE_DIR) +
-                                         "/app/testing/model_stand_in.py",
-                                     claude,
-                                     work,
-                                     home.path()};
-    if (canIsolateNetwork())
-        argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
-    std::vector<std::string> agentEnvironment = homes;
-    agentEnvironment.insert(
-        agentEnvironment.end(),
+    // The Unix sockets still reach the application through the file system from
+    // the network namespace; the loopback stand-in is the only model.
+    auto turn = isolated(
+        {"/bin/bash", "-c", printTurnScript, "turn",
+         std::string(TIDEWICK_SOURCE_DIR) + "/app/testing/model_stand_in.py", claude, work,
+         run.home()},
         {"PATH=" + File::parent(python) + ":" + File::parent(claude) + ":/usr/sbin:/usr/bin:/bin",
-         "ANTHROPIC_API_KEY=test-key", "DISABLE_AUTOUPDATER=1", "DISABLE_TELEMETRY=1",
-         "CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1"});
-    auto turn = runProgram(argv, agentEnvironment, {}, home.path(), std::chrono::seconds(150));
-    const std::string standIn = File::exists(File::join(home.path(), "stand-in.log"))
-                                    ? File::read(File::join(home.path(), "stand-in.log"))
+         "ANTHROPIC_API_KEY=test-key", "DISABLE_TELEMETRY=1"});
+    const std::string standIn = File::exists(File::join(run.home(), "stand-in.log"))
+                                    ? File::read(File::join(run.home(), "stand-in.log"))
                                     : "";
     ASSERT_EQ(turn.status, 0) << turn.out << turn.err << "\nstand-in:\n" << standIn;
     EXPECT_NE(turn.out.find("Done: the marker command has run."), std::string::npos) << turn.out;
 
-    auto sessions = runProgram({tidewick, "sessions", "--json"}, environment);
-    ASSERT_EQ(sessions.status, 0) << sessions.err;
-    JSONValue list = JSONValue::parse(sessions.out);
-    ASSERT_EQ(list.arrayValue()->size(), 1u) << sessions.out;
+    const JSONValue list = run.listing("sessions");
+    const std::string sessions = list.compact();
+    ASSERT_EQ(list.arrayValue()->size(), 1u) << sessions;
     const JSONValue& session = (*list.arrayValue())[0];
     EXPECT_EQ(*session.get("key")->get("agent"), JSONValue("claude"));
     const std::string sessionId = *session.get("key")->get("sessionId")->stringValue();
     EXPECT_EQ(*session.get("projectPath"), JSONValue(work));
     EXPECT_TRUE(session.get("pending")->arrayValue()->empty()) << "print mode holds nothing";
-    EXPECT_EQ(*session.get("status"), JSONValue("ended")) << sessions.out;
+    EXPECT_EQ(*session.get("status"), JSONValue("ended")) << sessions;
 
     bool sawCommand = false, sawEnd = false, sawFinish = false;
     for (const JSONValue& item : *session.get("timeline")->arrayValue()) {
@@ -241,16 +178,16 @@ TEST(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
         EXPECT_EQ(text.find("No answer"), std::string::npos);
         EXPECT_EQ(text.find("withdrawn"), std::string::npos);
     }
-    EXPECT_TRUE(sawCommand) << sessions.out;
-    EXPECT_TRUE(sawFinish) << sessions.out;
-    EXPECT_TRUE(sawEnd) << sessions.out;
-    auto pending = runProgram({tidewick, "pending", "--json"}, environment);
-    EXPECT_EQ(JSONValue::parse(pending.out), JSONValue(JSONValue::Array{}));
+    EXPECT_TRUE(sawCommand) << sessions;
+    EXPECT_TRUE(sawFinish) << sessions;
+    EXPECT_TRUE(sawEnd) << sessions;
+    EXPECT_EQ(run.listing("pending"), JSONValue(JSONValue::Array{}));
 
     // The session is titled by its prompt, and the activity log keeps the prompt too.
-    EXPECT_EQ(*session.get("title"), JSONValue("say hi")) << sessions.out;
+    EXPECT_EQ(*session.get("title"), JSONValue("say hi")) << sessions;
+    const std::string activityLog = File::read(TidewickPaths(run.home()).activityFile());
     bool sawPrompt = false;
-    std::istringstream activity(File::read(TidewickPaths(home.path()).activityFile()));
+    std::istringstream activity(activityLog);
     for (std::string line; std::getline(activity, line);) {
         JSONValue record = JSONValue::parse(line);
         if (*record.get("session") == JSONValue(sessionId) &&
@@ -258,10 +195,9 @@ TEST(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
             *record.get("detail") == JSONValue("say hi"))
             sawPrompt = true;
     }
-    EXPECT_TRUE(sawPrompt) << File::read(TidewickPaths(home.path()).activityFile());
+    EXPECT_TRUE(sawPrompt) << activityLog;
 
-    app.signal(SIGTERM);
-    EXPECT_EQ(app.waitFor(std::chrono::seconds(20)), 0) << app.err();
+    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
 }
 
 } // namespace

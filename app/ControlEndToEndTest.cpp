@@ -1,361 +1,195 @@
 // End to end through the real programs: `tidewick app --headless` running in a
 // temporary home, `tidewick-hook` fed each agent's payloads, and the control
 // commands answering what it holds.
-#include "testing/BackgroundProgram.h"
-#include "testing/ProgramRun.h"
+#include "TidewickPrograms.h"
 
-#include "foundation/File.h"
-#include "foundation/JSONValue.h"
 #include "foundation/TidewickPaths.h"
-#include "testing/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <memory>
-#include <thread>
+#include <gmock/gmock.h>
 
 namespace tidewick {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::BackgroundProgram;
+using ::testing::Contains;
+using ::testing::HasSubstr;
 using testing::ProgramResult;
-using testing::runProgram;
 
-const std::string binaryDir = TIDEWICK_BINARY_DIR;
 const std::string fixtures = std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/claude/";
 const std::string claudeSession = "d4e23369-98ea-4e04-8cd7-5fb639c89c36";
+const std::string claudeAllowed = R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",)"
+                                  R"("decision":{"behavior":"allow"}}})"
+                                  "\n";
+const std::string timedOutText = "No answer in Tidewick — asking in Claude Code";
 
 std::string fixture(const std::string& name) {
     return File::read(fixtures + name + ".json");
 }
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
 class ControlEndToEnd : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!File::isExecutableFile(binaryDir + "/bin/tidewick-hook"))
+        if (!testing::TidewickPrograms::built())
             GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
         if (!File::exists(fixtures + "Stop.json"))
             GTEST_SKIP() << "the recorded Claude Code payloads are not at " << fixtures;
     }
 
-    void TearDown() override {
-        hooks.clear();
-        if (app && app->isRunning())
-            (void)stopApp();
+    // Starts tidewick-hook with the recorded Claude Code payload `name`: "Event" or
+    // "Event-Tool".
+    BackgroundProgram& claude(const std::string& name, std::vector<std::string> extra = {}) {
+        return run.hook("claude", name.substr(0, name.find('-')), fixture(name), std::move(extra));
     }
 
-    std::vector<std::string> environment(std::vector<std::string> extra = {}) const {
-        std::vector<std::string> entries = {"TIDEWICK_HOME=" + home.path(), "HOME=" + home.path(),
-                                            "PATH=/usr/bin:/bin"};
-        entries.insert(entries.end(), extra.begin(), extra.end());
-        return entries;
+    // Holds a Claude Code permission request, answers it with `command`, and returns
+    // the hook's output.
+    std::string answered(std::vector<std::string> command) {
+        BackgroundProgram& held = claude("PermissionRequest-Bash");
+        EXPECT_EQ(run.waitForHeld(1).size(), 1u);
+        EXPECT_TRUE(held.isRunning()) << "held until someone decides";
+        ProgramResult decided = run.tidewick(command);
+        EXPECT_EQ(decided.status, 0) << decided.err;
+        return testing::TidewickPrograms::finished(held);
     }
 
-    std::string scratch(const std::string& name) {
-        return File::join(home.path(), name + "-" + std::to_string(++programs));
-    }
-
-    // Starts the application and waits until it says both sockets listen.
-    void startApp() {
-        app = std::make_unique<BackgroundProgram>(
-            std::vector<std::string>{binaryDir + "/bin/tidewick", "app", "--headless"},
-            environment(), "", scratch("app"));
-        for (auto deadline = std::chrono::steady_clock::now() + 10s;
-             std::chrono::steady_clock::now() < deadline && app->isRunning();
-             std::this_thread::sleep_for(10ms))
-            if (contains(app->out(), "Tidewick is running."))
-                return;
-        FAIL() << "the application did not start: " << app->out() << app->err();
-    }
-
-    // Stops it with SIGTERM as a service manager would; its exit status.
-    int stopApp() {
-        app->signal(SIGTERM);
-        auto status = app->waitFor(20s);
-        EXPECT_TRUE(status) << "the application did not stop";
-        return status.value_or(-1);
-    }
-
-    ProgramResult tidewick(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), binaryDir + "/bin/tidewick");
-        return runProgram(arguments, environment(), {}, {}, 30s);
-    }
-
-    BackgroundProgram& hook(const std::string& agent, const std::string& event,
-                            const std::string& payload, std::vector<std::string> extra = {}) {
-        hooks.push_back(std::make_unique<BackgroundProgram>(
-            std::vector<std::string>{binaryDir + "/bin/tidewick-hook", "--agent", agent, "--event",
-                                     event},
-            environment(std::move(extra)), payload, scratch("hook")));
-        return *hooks.back();
-    }
-
-    JSONValue listing(const std::string& command) {
-        ProgramResult result = tidewick({command, "--json"});
-        EXPECT_EQ(result.status, 0) << result.err;
-        return result.status == 0 ? JSONValue::parse(result.out) : JSONValue(JSONValue::Array{});
-    }
-
-    // Waits (up to 10 s) until exactly `count` requests are held; the held requests.
-    JSONValue::Array waitForHeld(std::size_t count) {
-        JSONValue::Array held;
-        for (auto deadline = std::chrono::steady_clock::now() + 10s;
-             std::chrono::steady_clock::now() < deadline; std::this_thread::sleep_for(20ms)) {
-            held = *listing("pending").arrayValue();
-            if (held.size() == count)
-                return held;
-        }
-        ADD_FAILURE() << "expected " << count << " held requests, have " << held.size();
-        return held;
-    }
-
-    // The session's timeline texts, oldest first.
-    std::vector<std::string> timeline(const std::string& sessionId) {
-        std::vector<std::string> texts;
-        const JSONValue sessions = listing("sessions");
-        for (const JSONValue& session : *sessions.arrayValue()) {
-            if (*session.get("key")->get("sessionId") != JSONValue(sessionId))
-                continue;
-            for (const JSONValue& item : *session.get("timeline")->arrayValue())
-                texts.push_back(*item.get("text")->stringValue());
-        }
-        return texts;
-    }
-
-    static std::string finished(BackgroundProgram& program) {
-        auto status = program.waitFor(15s);
-        EXPECT_EQ(status, 0) << program.err();
-        return program.out();
-    }
-
-    TemporaryDirectory home;
-    std::unique_ptr<BackgroundProgram> app;
-    std::vector<std::unique_ptr<BackgroundProgram>> hooks;
-    int programs = 0;
+    testing::TidewickPrograms run;
 };
 
-bool hasItem(const std::vector<std::string>& texts, const std::string& text) {
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
-
 TEST_F(ControlEndToEnd, ClaudePermissionAllowedDeniedAndTheFirstDecisionWins) {
-    ASSERT_NO_FATAL_FAILURE(startApp());
-    const std::string permission = fixture("PermissionRequest-Bash");
+    ASSERT_TRUE(run.startApp());
+    EXPECT_EQ(answered({"allow", "d4e2"}), claudeAllowed);
+    EXPECT_EQ(run.tidewick({"allow", "d4e2"}).status, 1) << "nothing is held any more";
 
-    BackgroundProgram& first = hook("claude", "PermissionRequest", permission);
-    auto held = waitForHeld(1);
-    ASSERT_EQ(held.size(), 1u);
-    EXPECT_EQ(*held[0].get("session")->get("sessionId"), JSONValue(claudeSession));
-    EXPECT_EQ(*held[0].get("request")->get("kind"), JSONValue("permission"));
-    EXPECT_TRUE(first.isRunning()) << "held until someone decides";
+    const std::string denied = answered({"deny", claudeSession});
+    EXPECT_THAT(denied, HasSubstr(R"("behavior":"deny")"));
+    EXPECT_THAT(denied, HasSubstr("Denied from Tidewick."));
+    EXPECT_THAT(
+        answered({"deny", "d4e", "--agent", "claude", "--message", "Use the staging database."}),
+        HasSubstr(R"("message":"Use the staging database.")"));
 
-    ProgramResult allow = tidewick({"allow", "d4e2"});
-    EXPECT_EQ(allow.status, 0) << allow.err;
-    EXPECT_EQ(allow.out, "Allowed Claude Code session d4e23369.\n");
-    EXPECT_EQ(finished(first), R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",)"
-                               R"("decision":{"behavior":"allow"}}})"
-                               "\n");
-    // The first decision wins: a second one finds nothing waiting.
-    ProgramResult again = tidewick({"deny", "d4e2"});
-    EXPECT_EQ(again.status, 1);
-    EXPECT_TRUE(contains(again.err, "was not delivered")) << again.err;
+    auto texts = run.timeline(claudeSession);
+    EXPECT_THAT(texts, Contains("Allowed").Times(1));
+    EXPECT_THAT(texts, Contains("Denied").Times(2));
 
-    BackgroundProgram& second = hook("claude", "PermissionRequest", permission);
-    waitForHeld(1);
-    EXPECT_EQ(tidewick({"deny", claudeSession}).status, 0);
-    const std::string denied = finished(second);
-    EXPECT_TRUE(contains(denied, R"("behavior":"deny")")) << denied;
-    EXPECT_TRUE(contains(denied, "Denied from Tidewick.")) << denied;
-
-    BackgroundProgram& third = hook("claude", "PermissionRequest", permission);
-    waitForHeld(1);
-    ProgramResult withMessage =
-        tidewick({"deny", "d4e", "--agent", "claude", "--message", "Use the staging database."});
-    EXPECT_EQ(withMessage.status, 0) << withMessage.err;
-    const std::string deniedWithMessage = finished(third);
-    EXPECT_TRUE(contains(deniedWithMessage, R"("message":"Use the staging database.")"))
-        << deniedWithMessage;
-
-    auto texts = timeline(claudeSession);
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), "Allowed"), 1);
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), "Denied"), 2);
-    EXPECT_TRUE(waitForHeld(0).empty());
-
-    ProgramResult unknown = tidewick({"allow", "ffff"});
+    // Exit statuses: 1 for a refusal with its sentence, 2 for a usage error.
+    ProgramResult unknown = run.tidewick({"allow", "ffff"});
     EXPECT_EQ(unknown.status, 1);
     EXPECT_EQ(unknown.err, "No session matches \"ffff\".\n");
-    EXPECT_EQ(tidewick({"allow", "d4e2", "--agent", "vim"}).status, 2);
-    EXPECT_EQ(tidewick({"allow"}).status, 2);
+    EXPECT_EQ(run.tidewick({"allow", "d4e2", "--agent", "vim"}).status, 2);
+    EXPECT_EQ(run.tidewick({"allow"}).status, 2);
 }
 
 TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
-    ASSERT_NO_FATAL_FAILURE(startApp());
-    const std::string stop = fixture("Stop");
-
-    BackgroundProgram& first = hook("claude", "Stop", stop);
-    auto held = waitForHeld(1);
+    ASSERT_TRUE(run.startApp());
+    BackgroundProgram& first = claude("Stop");
+    auto held = run.waitForHeld(1);
     ASSERT_EQ(held.size(), 1u);
     EXPECT_EQ(*held[0].get("request")->get("kind"), JSONValue("reply"));
-    ProgramResult notAPermission = tidewick({"allow", "d4e"});
-    EXPECT_EQ(notAPermission.status, 1) << "a turn end is no permission request";
-    ProgramResult reply = tidewick({"reply", "d4e", "Run the tests."});
+    EXPECT_EQ(run.tidewick({"allow", "d4e"}).status, 1) << "a turn end is no permission request";
+    ProgramResult reply = run.tidewick({"reply", "d4e", "Run the tests."});
     EXPECT_EQ(reply.status, 0) << reply.err;
     EXPECT_EQ(reply.out, "Replied to Claude Code session d4e23369.\n");
-    EXPECT_EQ(finished(first), R"({"decision":"block","reason":"Message from the user, sent via )"
-                               R"(Tidewick: Run the tests."})"
-                               "\n");
+    EXPECT_EQ(run.finished(first), R"({"decision":"block","reason":"Message from the user, )"
+                                   R"(sent via Tidewick: Run the tests."})"
+                                   "\n");
 
-    BackgroundProgram& second = hook("claude", "Stop", stop);
-    waitForHeld(1);
-    ProgramResult letStop = tidewick({"let-stop", "d4e"});
-    EXPECT_EQ(letStop.status, 0) << letStop.err;
-    EXPECT_EQ(finished(second), "") << "letting it stop says nothing";
-    EXPECT_EQ(tidewick({"let-stop", "d4e"}).status, 1);
-    EXPECT_EQ(tidewick({"reply", "d4e", "more"}).status, 1);
+    BackgroundProgram& second = claude("Stop");
+    run.waitForHeld(1);
+    EXPECT_EQ(run.tidewick({"let-stop", "d4e"}).status, 0);
+    EXPECT_EQ(run.finished(second), "") << "letting it stop says nothing";
+    // A second decision finds nothing waiting and says so.
+    ProgramResult again = run.tidewick({"reply", "d4e", "more"});
+    EXPECT_EQ(again.status, 1);
+    EXPECT_THAT(again.err, HasSubstr("nothing was delivered"));
 
-    auto texts = timeline(claudeSession);
-    EXPECT_TRUE(hasItem(texts, "You replied"));
-    EXPECT_TRUE(hasItem(texts, "You let it stop"));
+    auto texts = run.timeline(claudeSession);
+    EXPECT_THAT(texts, Contains("You replied"));
+    EXPECT_THAT(texts, Contains("You let it stop"));
 }
 
-TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOut) {
-    TidewickPaths paths(home.path());
+TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn) {
+    TidewickPaths paths(run.home());
     paths.ensureDirectories();
     File::writeAtomically(paths.settingsFile(), R"({"permissionTimeoutSeconds": 1})", 0600);
-    ASSERT_NO_FATAL_FAILURE(startApp());
+    ASSERT_TRUE(run.startApp());
 
-    BackgroundProgram& held =
-        hook("claude", "PermissionRequest", fixture("PermissionRequest-Bash"));
     // Claude Code's time-out answer is silence: it asks in its own interface.
-    EXPECT_EQ(finished(held), "");
-    EXPECT_TRUE(hasItem(timeline(claudeSession), "No answer in Tidewick — asking in Claude Code"));
-    EXPECT_EQ(tidewick({"allow", "d4e"}).status, 1) << "too late";
-}
+    EXPECT_EQ(run.finished(claude("PermissionRequest-Bash")), "");
+    EXPECT_THAT(run.timeline(claudeSession), Contains(timedOutText));
+    EXPECT_EQ(run.tidewick({"allow", "d4e"}).status, 1) << "too late";
 
-TEST_F(ControlEndToEnd, AKilledHookIsWithdrawnWithinASecond) {
-    ASSERT_NO_FATAL_FAILURE(startApp());
-    BackgroundProgram& held =
-        hook("claude", "PermissionRequest", fixture("PermissionRequest-Bash"));
-    waitForHeld(1);
-
+    // A Stop waits for no time-out, so it is held until its hook process dies.
+    BackgroundProgram& held = claude("Stop");
+    run.waitForHeld(1);
     held.signal(SIGKILL);
     const auto killed = std::chrono::steady_clock::now();
-    while (!listing("pending").arrayValue()->empty() &&
+    while (!run.listing("pending").arrayValue()->empty() &&
            std::chrono::steady_clock::now() - killed < 10s)
         std::this_thread::sleep_for(10ms);
-    const auto noticed = std::chrono::steady_clock::now() - killed;
     // Generous bound: the server looks four times a second; listing costs a process start.
-    EXPECT_LT(noticed, 1s);
-    EXPECT_TRUE(hasItem(timeline(claudeSession), "The request was withdrawn"));
+    EXPECT_LT(std::chrono::steady_clock::now() - killed, 1s);
+    EXPECT_THAT(run.timeline(claudeSession), Contains("The request was withdrawn"));
 }
 
-TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceWhileRiskyOnesWait) {
-    ASSERT_NO_FATAL_FAILURE(startApp());
+TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
+    ASSERT_TRUE(run.startApp());
     const std::string base =
         R"({"conversation_id":"cursor-e2e-1","generation_id":"g-1","workspace_roots":["/w"],)"
         R"("cwd":"/w","hook_event_name":"beforeShellExecution","command":)";
-
-    BackgroundProgram& risky = hook("cursor", "beforeShellExecution", base + R"("rm -rf build"})");
-    waitForHeld(1);
-    BackgroundProgram& listingFiles = hook("cursor", "beforeShellExecution", base + R"("ls -la"})");
-    EXPECT_EQ(finished(listingFiles), "{\"permission\":\"allow\"}\n");
+    BackgroundProgram& risky =
+        run.hook("cursor", "beforeShellExecution", base + R"("rm -rf build"})");
+    run.waitForHeld(1);
+    EXPECT_EQ(run.finished(run.hook("cursor", "beforeShellExecution", base + R"("ls -la"})")),
+              "{\"permission\":\"allow\"}\n");
     EXPECT_TRUE(risky.isRunning());
-    EXPECT_EQ(waitForHeld(1).size(), 1u) << "ls -la was never held";
+    EXPECT_EQ(run.waitForHeld(1).size(), 1u) << "ls -la was never held";
+    EXPECT_EQ(run.tidewick({"deny", "cursor-e2e", "--message", "Not the build folder."}).status, 0);
+    const std::string denied = run.finished(risky);
+    EXPECT_THAT(denied, HasSubstr(R"("permission":"deny")"));
+    EXPECT_THAT(denied, HasSubstr("Not the build folder."));
 
-    EXPECT_EQ(tidewick({"deny", "cursor-e2e", "--message", "Not the build folder."}).status, 0);
-    const std::string denied = finished(risky);
-    EXPECT_TRUE(contains(denied, R"("permission":"deny")")) << denied;
-    EXPECT_TRUE(contains(denied, "Not the build folder.")) << denied;
-}
-
-TEST_F(ControlEndToEnd, EveryAgentsHeldRequestIsAnsweredByPrefix) {
-    ASSERT_NO_FATAL_FAILURE(startApp());
-    BackgroundProgram& codex =
-        hook("codex", "PermissionRequest",
-             R"({"session_id":"e2e-codex-1","cwd":"/w","hook_event_name":"PermissionRequest",)"
-             R"("tool_name":"Bash","tool_input":{"command":"cargo publish"}})");
-    BackgroundProgram& antigravity =
-        hook("antigravity", "PreToolUse",
-             R"({"conversationId":"e2e-ag-1","workspacePaths":["/ws"],)"
-             R"("toolCall":{"name":"run_command","args":{"CommandLine":"npm publish"}}})");
-    waitForHeld(2);
-
-    ProgramResult ambiguous = tidewick({"allow", "e2e"});
-    EXPECT_EQ(ambiguous.status, 2);
-    EXPECT_TRUE(contains(ambiguous.err, "matches 2 sessions")) << ambiguous.err;
-    EXPECT_EQ(tidewick({"allow", "e2e", "--agent", "codex"}).status, 0);
-    EXPECT_EQ(tidewick({"allow", "e2e-ag"}).status, 0);
-    EXPECT_EQ(finished(codex), R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",)"
-                               R"("decision":{"behavior":"allow"}}})"
-                               "\n");
-    EXPECT_EQ(finished(antigravity), "{\"decision\":\"allow\"}\n");
-
-    ProgramResult sessions = tidewick({"sessions"});
-    EXPECT_TRUE(contains(sessions.out, "Codex       e2e-code  ")) << sessions.out;
-    EXPECT_TRUE(contains(sessions.out, "Antigravity e2e-ag-1  ")) << sessions.out;
-}
-
-TEST_F(ControlEndToEnd, NoHoldNeverKeepsTheAgentWaiting) {
-    ASSERT_NO_FATAL_FAILURE(startApp());
-    BackgroundProgram& permission = hook("claude", "PermissionRequest",
-                                         fixture("PermissionRequest-Bash"), {"TIDEWICK_NO_HOLD=1"});
-    BackgroundProgram& stop = hook("claude", "Stop", fixture("Stop"), {"TIDEWICK_NO_HOLD=1"});
-    EXPECT_EQ(finished(permission), "");
-    EXPECT_EQ(finished(stop), "");
-    EXPECT_TRUE(listing("pending").arrayValue()->empty());
-    // Recorded all the same.
-    EXPECT_FALSE(timeline(claudeSession).empty());
+    for (const char* name : {"PermissionRequest-Bash", "Stop"}) {
+        EXPECT_EQ(run.finished(claude(name, {"TIDEWICK_NO_HOLD=1"})), "") << name;
+        EXPECT_TRUE(run.listing("pending").arrayValue()->empty()) << name;
+    }
+    EXPECT_FALSE(run.timeline(claudeSession).empty()) << "recorded all the same";
 }
 
 TEST_F(ControlEndToEnd, OneInstanceAtATimeAndSessionsSurviveARestart) {
-    ProgramResult before = tidewick({"sessions"});
+    ProgramResult before = run.tidewick({"sessions"});
     EXPECT_EQ(before.status, 3);
     EXPECT_EQ(before.err, "Tidewick isn't running. Start it with `tidewick app`.\n");
 
-    ASSERT_NO_FATAL_FAILURE(startApp());
-    ProgramResult second =
-        runProgram({binaryDir + "/bin/tidewick", "app", "--headless"}, environment(), {}, {}, 30s);
+    ASSERT_TRUE(run.startApp());
+    ProgramResult second = run.tidewick({"app", "--headless"});
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(second.err, "Tidewick is already running. Quit it before starting another.\n");
-    EXPECT_EQ(tidewick({"sessions"}).status, 0) << "the first one still answers";
+    EXPECT_EQ(run.tidewick({"sessions"}).status, 0) << "the first one still answers";
 
-    for (const char* name :
-         {"SessionStart", "UserPromptSubmit", "PreToolUse-Bash", "PostToolUse-Bash"}) {
-        std::string event(name);
-        event = event.substr(0, event.find('-'));
-        EXPECT_EQ(finished(hook("claude", event, fixture(name))), "") << name;
-    }
-    BackgroundProgram& held =
-        hook("claude", "PermissionRequest", fixture("PermissionRequest-Bash"));
-    waitForHeld(1);
+    for (const char* name : {"SessionStart", "UserPromptSubmit", "PreToolUse-Bash"})
+        EXPECT_EQ(run.finished(claude(name)), "") << name;
+    BackgroundProgram& held = claude("PermissionRequest-Bash");
+    run.waitForHeld(1);
 
     // Stopping answers what is held with the time-out answer and saves at once.
-    EXPECT_EQ(stopApp(), 0) << app->err();
-    EXPECT_EQ(finished(held), "");
-    TidewickPaths paths(home.path());
+    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
+    EXPECT_EQ(run.finished(held), "");
+    TidewickPaths paths(run.home());
     EXPECT_FALSE(File::exists(paths.socketPath()));
     EXPECT_FALSE(File::exists(paths.controlSocketPath()));
-    ASSERT_TRUE(File::exists(paths.sessionsFile()));
     JSONValue saved = JSONValue::parse(File::read(paths.sessionsFile()));
     ASSERT_EQ(saved.arrayValue()->size(), 1u);
-    const JSONValue savedTimeline = *(*saved.arrayValue())[0].get("timeline");
 
-    ASSERT_NO_FATAL_FAILURE(startApp());
-    JSONValue sessions = listing("sessions");
+    ASSERT_TRUE(run.startApp());
+    JSONValue sessions = run.listing("sessions");
     ASSERT_EQ(sessions.arrayValue()->size(), 1u);
-    const JSONValue& session = (*sessions.arrayValue())[0];
-    EXPECT_EQ(*session.get("key")->get("sessionId"), JSONValue(claudeSession));
-    EXPECT_EQ(*session.get("timeline"), savedTimeline);
-    auto texts = timeline(claudeSession);
-    EXPECT_TRUE(hasItem(texts, "Session started"));
-    EXPECT_TRUE(hasItem(texts, "No answer in Tidewick — asking in Claude Code"));
-    EXPECT_EQ(stopApp(), 0);
+    EXPECT_EQ(*(*sessions.arrayValue())[0].get("timeline"),
+              *(*saved.arrayValue())[0].get("timeline"));
+    auto texts = run.timeline(claudeSession);
+    EXPECT_THAT(texts, Contains("Session started"));
+    EXPECT_THAT(texts, Contains(timedOutText));
+    EXPECT_EQ(run.stopApp(), 0);
 }
 
 } // namespace
