@@ -34,8 +34,7 @@ inline std::string call(std::string_view name, std::string_view input) {
 
 /// One row of a parse table; `{}` for an absent text.
 struct Row {
-    std::string event;
-    std::string extra; // members laid over the base payload
+    std::string event, extra; // extra: the members laid over the base payload
     EventKind kind;
     MaybeText title, detail, toolName;
     HoldKind hold;
@@ -83,9 +82,8 @@ inline void expectRows(const AgentAdapter& adapter, std::string_view base, const
     }
 }
 
-/// One row of an output table: the event parsed from `extra` over the base payload makes
-/// the adapter print `printed`, with exit code 0, for each of the decisions (checked by
-/// expectAnswers).
+/// One row of an output table: the event parsed from `extra` over the base payload makes the
+/// adapter print `printed`, with exit code 0, for each of the decisions.
 struct Answer {
     const char* event;
     std::string extra;
