@@ -167,12 +167,7 @@ TEST(HookConfigEditor, SpecMatchersAndExtrasShapeTheEntry) {
 TEST(HookConfigEditor, CursorVersionGatingAndEmptyShell) {
     auto editor = HookConfigEditor::forAgent(AgentKind::cursor);
     JSONValue installed = install(AgentKind::cursor, JSONValue::parse(cursorFile));
-    EXPECT_EQ(keys(installed), (std::vector<std::string>{"version", "hooks", "comment"}));
-    EXPECT_EQ(*installed.get("version"), JSONValue::integer(1));
-    EXPECT_EQ(keys(*installed.get("hooks")),
-              (std::vector<std::string>{"afterFileEdit", "stop", "sessionStart", "sessionEnd",
-                                        "postToolUse", "afterAgentResponse", "preCompact",
-                                        "preToolUse"}));
+    // The user's handler stays first; Tidewick's follows, "loop_limit" last.
     EXPECT_EQ(installed.get("hooks")->get("stop")->compact(),
               R"([{"command":"./hooks/audit.sh","timeout":30},{"command":"'/h/App Support/)"
               R"(tidewick-hook' --agent cursor --event stop","timeout":90000,"loop_limit":null}])");
