@@ -1,22 +1,16 @@
 #include "HostApp.h"
 
+#include "foundation/Text.h"
+
 #include <string_view>
 
 namespace tidewick::HostApp {
 
 namespace {
 
-std::string lowercase(std::string_view text) {
-    std::string out(text);
-    for (char& c : out)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return out;
-}
-
 bool mentions(const Environment& environment, std::string_view name, std::string_view word) {
     auto value = environment.get(name);
-    return value && lowercase(*value).find(word) != std::string::npos;
+    return value && Text::lowercased(*value).find(word) != std::string::npos;
 }
 
 // The editors built on VS Code all announce themselves as "vscode"; the
@@ -35,7 +29,7 @@ std::string vscodeFamily(const Environment& environment) {
 }
 
 std::string fromTermProgram(std::string_view program) {
-    std::string name = lowercase(program);
+    std::string name = Text::lowercased(program);
     struct Known {
         std::string_view termProgram;
         std::string_view identifier;
@@ -72,7 +66,7 @@ std::optional<std::string> detect(const Environment& environment) {
     auto termProgram = environment.get("TERM_PROGRAM");
     // Editors first: their integrated terminals inherit the variables of
     // whatever terminal started the editor.
-    if (termProgram && lowercase(*termProgram) == "vscode")
+    if (termProgram && Text::lowercased(*termProgram) == "vscode")
         return vscodeFamily(environment);
     if (environment.contains("CURSOR_TRACE_ID"))
         return "cursor";

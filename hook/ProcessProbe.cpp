@@ -1,5 +1,7 @@
 #include "ProcessProbe.h"
 
+#include "foundation/Text.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -77,18 +79,6 @@ public:
     }
 };
 
-std::string lowercase(std::string_view text) {
-    std::string out(text);
-    for (char& c : out)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return out;
-}
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
 std::string_view baseName(std::string_view path) {
     size_t slash = path.rfind('/');
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
@@ -105,9 +95,9 @@ bool nameIsAgent(std::string_view name, AgentKind agent) {
         return name == "claude";
     case AgentKind::codex:
         // The native build is named after its target, e.g. "codex-x86_64-unknown-linux-musl".
-        return name == "codex" || startsWith(name, "codex-");
+        return name == "codex" || Text::startsWith(name, "codex-");
     case AgentKind::cursor:
-        return name == "cursor" || startsWith(name, "cursor-agent");
+        return name == "cursor" || Text::startsWith(name, "cursor-agent");
     case AgentKind::antigravity:
         return name == "antigravity";
     }
@@ -115,7 +105,7 @@ bool nameIsAgent(std::string_view name, AgentKind agent) {
 }
 
 bool scriptIsAgent(std::string_view script, AgentKind agent) {
-    std::string path = lowercase(script);
+    std::string path = Text::lowercased(script);
     std::string_view base = baseName(path);
     for (std::string_view extension : {".js", ".mjs", ".cjs"})
         if (base.size() > extension.size() && base.ends_with(extension))
@@ -136,17 +126,17 @@ bool scriptIsAgent(std::string_view script, AgentKind agent) {
 // The index of the first argument that belongs to the agent itself: after
 // the program, and after the script when a runtime runs it.
 size_t firstAgentArgument(const std::vector<std::string>& arguments) {
-    if (arguments.empty() || !isScriptRuntime(lowercase(baseName(arguments[0]))))
+    if (arguments.empty() || !isScriptRuntime(Text::lowercased(baseName(arguments[0]))))
         return 1;
     for (size_t i = 1; i < arguments.size(); ++i)
-        if (!startsWith(arguments[i], "-"))
+        if (!Text::startsWith(arguments[i], "-"))
             return i + 1;
     return arguments.size();
 }
 
 bool isAgent(std::int32_t pid, const ProcessRecord& record, AgentKind agent,
              const ProcessTable& table) {
-    std::string name = lowercase(record.name);
+    std::string name = Text::lowercased(record.name);
     if (nameIsAgent(name, agent))
         return true;
     if (!isScriptRuntime(name))
@@ -206,7 +196,7 @@ bool isHeadless(std::int32_t pid, AgentKind agent, const ProcessTable& table) {
         case AgentKind::antigravity:
             return false; // An editor: someone is always at it.
         }
-        if (!startsWith(argument, "-"))
+        if (!Text::startsWith(argument, "-"))
             firstPositional = false;
     }
     return false;

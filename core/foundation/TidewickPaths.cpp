@@ -3,6 +3,7 @@
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
+#include "foundation/UTF8.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -14,32 +15,14 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utf8proc.h>
 
 namespace tidewick {
 
 namespace {
 
 // The secret is text: bytes that are not UTF-8 make the file as unusable as a short one.
-bool isUTF8(std::string_view text) {
-    size_t pos = 0;
-    while (pos < text.size()) {
-        if (static_cast<unsigned char>(text[pos]) < 0x80) {
-            ++pos;
-            continue;
-        }
-        utf8proc_int32_t cp = -1;
-        auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + pos),
-                                       static_cast<utf8proc_ssize_t>(text.size() - pos), &cp);
-        if (length <= 0)
-            return false;
-        pos += static_cast<size_t>(length);
-    }
-    return true;
-}
-
 std::optional<std::string> usableSecretIn(const std::string& content) {
-    if (!isUTF8(content))
+    if (!UTF8::isValid(content))
         return std::nullopt;
     std::string secret(Text::trimmed(content));
     if (Text::characterCount(secret) < 32)

@@ -1,5 +1,6 @@
 #include "wire/Wire.h"
 
+#include "foundation/UTF8.h"
 #include "wire/Socket.h"
 
 #include <algorithm>
@@ -10,28 +11,10 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utf8proc.h>
 
 namespace tidewick::Wire {
 
 namespace {
-
-bool isUTF8(std::string_view text) {
-    size_t pos = 0;
-    while (pos < text.size()) {
-        if (static_cast<unsigned char>(text[pos]) < 0x80) {
-            ++pos;
-            continue;
-        }
-        utf8proc_int32_t cp = -1;
-        auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + pos),
-                                       static_cast<utf8proc_ssize_t>(text.size() - pos), &cp);
-        if (length <= 0)
-            return false;
-        pos += static_cast<size_t>(length);
-    }
-    return true;
-}
 
 enum class IntegerField { absent, inRange, outOfRange };
 
@@ -142,7 +125,7 @@ std::optional<std::pair<std::string, HookRequest>> decode(std::string_view line)
 }
 
 std::string encode(const HookOutput& output) {
-    if (!isUTF8(output.stdoutText))
+    if (!UTF8::isValid(output.stdoutText))
         return "{}\n";
     std::string out = "{\"v\":1,\"stdout\":";
     out += JSONValue::quote(output.stdoutText);
