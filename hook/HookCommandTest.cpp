@@ -2,144 +2,85 @@
 
 #include "FakeProcessTable.h"
 
-#include "foundation/Text.h"
-#include "foundation/TidewickPaths.h"
-#include "wire/HookServer.h"
-#include "wire/WireTestSupport.h"
+#include "RecordingServer.h"
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <mutex>
+#include <pty.h>
 
 namespace tidewick {
 namespace {
 
 using testing::FakeProcessTable;
 
-class StringInput final : public InputSource {
-public:
-    explicit StringInput(std::string data) : data_(std::move(data)) {}
-    bool isTerminal() const override { return false; }
-    ssize_t read(char* buffer, std::size_t size) override {
-        size_t count = std::min(size, data_.size() - offset_);
-        std::copy_n(data_.data() + offset_, count, buffer);
-        offset_ += count;
-        return static_cast<ssize_t>(count);
-    }
-
-private:
-    std::string data_;
-    size_t offset_ = 0;
-};
-
-TEST(HookCommand, ArgumentsAreReadOnlyInTheirTwoElementForm) {
-    const std::vector<std::string> args{"tidewick-hook", "--agent", "claude", "--event",
-                                        "Stop",          "--agent", "codex"};
-    EXPECT_EQ(HookCommand::arg(args, "--agent"), "claude") << "the first occurrence wins";
-    EXPECT_EQ(HookCommand::arg(args, "--event"), "Stop");
-    EXPECT_EQ(HookCommand::arg(args, "tidewick-hook"), "--agent")
-        << "the program name is scanned too";
-    EXPECT_FALSE(HookCommand::arg(args, "codex")) << "last element";
-    EXPECT_FALSE(HookCommand::arg({"x", "--agent=claude"}, "--agent"));
-    EXPECT_FALSE(HookCommand::arg({}, "--agent"));
-}
-
-TEST(HookCommand, TrimmingCutsLongStringsAtAnyDepthByCharacters) {
-    const std::string ellipsis(Text::ellipsis);
-    EXPECT_EQ(HookCommand::trimmed(JSONValue("abcd"), 4), JSONValue("abcd"));
-    EXPECT_EQ(HookCommand::trimmed(JSONValue("abcde"), 4), JSONValue("abcd" + ellipsis));
-    // A flag is one character of eight bytes; an accented letter built from
-    // two code points is one character too.
-    const std::string flag = "\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7";
-    const std::string accented = "e\xCC\x81";
-    EXPECT_EQ(HookCommand::trimmed(JSONValue(flag + flag + accented), 3),
-              JSONValue(flag + flag + accented));
-    EXPECT_EQ(HookCommand::trimmed(JSONValue(flag + accented + flag + "z"), 3),
-              JSONValue(flag + accented + flag + ellipsis));
-
-    JSONValue tree = JSONValue::parse(
-        R"({"long key name":"0123456789","a":[["0123456789",7,1.50,false,null]],"o":{"p":{"q":"xy"}}})");
-    EXPECT_EQ(HookCommand::trimmed(tree, 3),
-              JSONValue::parse(R"({"long key name":"012…","a":[["012…",7,1.50,false,null]],)"
-                               R"("o":{"p":{"q":"xy"}}})"));
-}
-
-TEST(HookCommand, FinishingPrintsTextWithALineFeedAndNeverExitsWithTwo) {
-    EXPECT_EQ(HookCommand::finish(HookOutput{"x", 2}), (HookCommand::Exit{"x\n", 0}));
-    EXPECT_EQ(HookCommand::finish(HookOutput{"{}", 0}), (HookCommand::Exit{"{}\n", 0}));
-    EXPECT_EQ(HookCommand::finish(HookOutput{"", 0}), (HookCommand::Exit{"", 0}));
-    EXPECT_EQ(HookCommand::finish(HookOutput{"", 1}), (HookCommand::Exit{"", 1}));
-    EXPECT_EQ(HookCommand::finish(HookOutput{"no", 3}), (HookCommand::Exit{"no\n", 3}));
-}
-
-// The in-process run against a real server, with a hand-made process list:
-// the one thing the program tests cannot arrange is an agent as parent.
+// The in-process run against a real server, with a hand-made process list
+// and input: what the program tests cannot arrange, an agent as parent and
+// a terminal as standard input.
 class HookCommandRun : public ::testing::Test {
 protected:
-    void SetUp() override {
-        secret_ = paths_.loadOrCreateSecret();
-        server_ = std::make_unique<HookServer>(
-            paths_.socketPath(), secret_, [this](const HookRequest& request, const ClientProbe&) {
-                std::lock_guard guard(mutex_);
-                requests_.push_back(request);
-                return HookResponse{HookOutput{"ok", 0}};
-            });
-        server_->start();
-    }
-    void TearDown() override { server_.reset(); }
+    void SetUp() override { app_.start(); }
 
-    HookRequest runUnder(AgentKind agent, const std::string& event, const FakeProcessTable& table) {
-        Environment environment({"TIDEWICK_HOME=" + home_.path()});
-        StringInput input(R"({"session_id":"s","conversation_id":"c"})");
-        HookCommand::Context context{
+    HookCommand::Exit run(AgentKind agent, const std::string& event, int inputFd,
+                          const FakeProcessTable& table) {
+        Environment environment(app_.environment());
+        DescriptorInput input(inputFd);
+        return HookCommand::run({
             .arguments = {"tidewick-hook", "--agent", std::string(rawValue(agent)), "--event",
                           event},
             .environment = environment,
             .input = input,
             .pid = 500,
             .processes = table,
-        };
-        EXPECT_EQ(HookCommand::run(context), (HookCommand::Exit{"ok\n", 0}));
-        std::lock_guard guard(mutex_);
-        EXPECT_FALSE(requests_.empty());
-        return requests_.empty() ? HookRequest{} : requests_.back();
+        });
     }
 
-    testing::TemporaryDirectory home_;
-    TidewickPaths paths_{home_.path()};
-    std::string secret_;
-    std::mutex mutex_;
-    std::vector<HookRequest> requests_;
-    std::unique_ptr<HookServer> server_;
+    testing::RecordingServer app_;
 };
 
 TEST_F(HookCommandRun, AScriptedAgentRunIsNeverHeld) {
-    // hook 500 <- sh 400 <- claude (run by node) 300 <- terminal 200
-    auto chain = [](std::vector<std::string> claudeCommand) {
-        return FakeProcessTable({
+    const std::string cli = "/usr/lib/node_modules/@anthropic-ai/claude-code/cli.js";
+    struct Row {
+        AgentKind hookFor;
+        std::vector<std::string> agentCommand;
+        std::optional<std::int32_t> agentPid;
+        bool noHold;
+    };
+    const Row rows[] = {
+        {AgentKind::claude, {"node", cli, "--model", "opus", "-p", "fix it"}, 300, true},
+        {AgentKind::claude, {"node", cli, "--model", "opus"}, 300, false},
+    };
+    for (const Row& row : rows) {
+        // hook 500 <- sh 400 <- claude (run by node) 300 <- terminal 200
+        FakeProcessTable chain({
             {500, {400, "tidewick-hook", {"tidewick-hook"}}},
             {400, {300, "sh", {"/bin/sh", "-c", "tidewick-hook"}}},
-            {300, {200, "node", std::move(claudeCommand)}},
+            {300, {200, "node", row.agentCommand}},
             {200, {1, "kitty", {"kitty"}}},
             {1, {0, "init", {"/sbin/init"}}},
         });
-    };
-    const std::string cli = "/usr/lib/node_modules/@anthropic-ai/claude-code/cli.js";
-    HookRequest scripted = runUnder(AgentKind::claude, "PermissionRequest",
-                                    chain({"node", cli, "--model", "opus", "-p", "fix it"}));
-    EXPECT_EQ(scripted.agentPid, 300);
-    EXPECT_TRUE(scripted.noHold);
+        int fds[2];
+        ASSERT_EQ(::pipe(fds), 0);
+        ASSERT_EQ(::write(fds[1], "{\"session_id\":\"s\"}", 18), 18);
+        ::close(fds[1]);
+        EXPECT_EQ(run(row.hookFor, "Stop", fds[0], chain),
+                  (HookCommand::Exit{"answer to Stop\n", 0}));
+        ::close(fds[0]);
+        const std::string name = ::testing::PrintToString(row.agentCommand);
+        ASSERT_FALSE(app_.requests().empty()) << name;
+        EXPECT_EQ(app_.requests().back().agentPid, row.agentPid) << name;
+        EXPECT_EQ(app_.requests().back().noHold, row.noHold) << name;
+    }
+}
 
-    HookRequest interactive =
-        runUnder(AgentKind::claude, "PermissionRequest", chain({"node", cli, "--model", "opus"}));
-    EXPECT_EQ(interactive.agentPid, 300);
-    EXPECT_FALSE(interactive.noHold);
-
-    // Another agent's hook finds no agent of its own kind in this chain.
-    HookRequest other = runUnder(AgentKind::codex, "Stop", chain({"node", cli, "-p", "x"}));
-    EXPECT_FALSE(other.agentPid);
-    EXPECT_FALSE(other.noHold);
+TEST_F(HookCommandRun, AnInteractiveTerminalIsNotRead) {
+    int controller = -1, terminal = -1;
+    ASSERT_EQ(::openpty(&controller, &terminal, nullptr, nullptr, nullptr), 0);
+    // Reading would block forever as nothing is typed; no input is no JSON.
+    EXPECT_EQ(run(AgentKind::cursor, "beforeShellExecution", terminal, FakeProcessTable({})),
+              (HookCommand::Exit{"{\"permission\":\"ask\"}\n", 0}));
+    EXPECT_TRUE(app_.requests().empty());
+    ::close(controller);
+    ::close(terminal);
 }
 
 } // namespace

@@ -24,46 +24,42 @@ FakeProcessTable chainWith(std::string name, std::vector<std::string> commandLin
 }
 
 TEST(ProcessProbe, RecognisesEachAgentNativeOrScripted) {
-    struct Case {
+    struct Row {
         AgentKind agent;
         std::string name;
         std::vector<std::string> commandLine;
+        bool found;
     };
-    const std::vector<Case> found = {
-        {AgentKind::claude, "claude", {"/home/u/.local/bin/claude"}},
-        {AgentKind::claude,
+    const std::string claudeCli = "/usr/lib/node_modules/@anthropic-ai/claude-code/cli.js";
+    const Row rows[] = {
+        {AgentKind::claude, "claude", {"/home/u/.local/bin/claude"}, true},
+        {AgentKind::claude, "node", {"node", claudeCli}, true},
+        {AgentKind::claude, "node", {"/usr/bin/node", "--no-warnings", "/opt/bin/claude"}, true},
+        {AgentKind::codex, "codex-x86_64-un", {"/x/codex-x86_64-unknown-linux-musl"}, true},
+        {AgentKind::codex,
          "node",
-         {"node", "/usr/lib/node_modules/@anthropic-ai/claude-code/cli.js"}},
-        {AgentKind::claude, "node", {"/usr/bin/node", "--no-warnings", "/opt/bin/claude"}},
-        {AgentKind::codex, "codex", {"codex"}},
-        {AgentKind::codex, "codex-x86_64-un", {"/x/codex-x86_64-unknown-linux-musl", "exec"}},
-        {AgentKind::codex, "node", {"node", "/usr/lib/node_modules/@openai/codex/bin/codex.js"}},
-        {AgentKind::cursor, "cursor-agent", {"cursor-agent"}},
-        {AgentKind::cursor, "Cursor", {"/opt/Cursor/cursor", "--type=utility"}},
+         {"node", "/usr/lib/node_modules/@openai/codex/bin/codex.js"},
+         true},
+        {AgentKind::cursor, "cursor-agent", {"cursor-agent"}, true},
+        {AgentKind::cursor, "Cursor", {"/opt/Cursor/cursor", "--type=utility"}, true},
         {AgentKind::cursor,
          "node",
-         {"node", "/home/u/.local/share/cursor-agent/versions/1/index.js"}},
-        {AgentKind::antigravity, "antigravity", {"/usr/share/antigravity/antigravity"}},
+         {"node", "/u/.local/share/cursor-agent/versions/1/index.js"},
+         true},
+        {AgentKind::antigravity, "antigravity", {"/usr/share/antigravity/antigravity"}, true},
+        // Near misses are not agents.
+        {AgentKind::claude, "claude-helper", {"claude-helper"}, false},
+        {AgentKind::claude, "node", {"node", "/srv/app/server.js"}, false},
+        {AgentKind::claude, "python3", {"python3", "/opt/claude/cli.py"}, false},
+        {AgentKind::codex, "claude", {"claude"}, false},
+        {AgentKind::cursor, "cursorless", {"cursorless"}, false},
+        {AgentKind::antigravity, "node", {"node"}, false},
     };
-    for (const Case& c : found) {
-        auto table = chainWith(c.name, c.commandLine);
-        EXPECT_EQ(ProcessProbe::agentAncestor(100, c.agent, 8, table), 98)
-            << rawValue(c.agent) << " as " << c.name;
-    }
-    // Near misses are not agents.
-    const std::vector<Case> missed = {
-        {AgentKind::claude, "claude-helper", {"claude-helper"}},
-        {AgentKind::claude, "node", {"node", "/srv/app/server.js"}},
-        {AgentKind::claude, "python3", {"python3", "/opt/claude/cli.py"}},
-        {AgentKind::codex, "claude", {"claude"}},
-        {AgentKind::cursor, "cursorless", {"cursorless"}},
-        {AgentKind::antigravity, "node", {"node"}},
-    };
-    for (const Case& c : missed) {
-        auto table = chainWith(c.name, c.commandLine);
-        EXPECT_FALSE(ProcessProbe::agentAncestor(100, c.agent, 8, table))
-            << rawValue(c.agent) << " as " << c.name;
-    }
+    for (const Row& row : rows)
+        EXPECT_EQ(
+            ProcessProbe::agentAncestor(100, row.agent, 8, chainWith(row.name, row.commandLine)),
+            row.found ? std::optional<std::int32_t>(98) : std::nullopt)
+            << rawValue(row.agent) << " as " << ::testing::PrintToString(row.commandLine);
 }
 
 TEST(ProcessProbe, WalksAtMostTheGivenNumberOfParents) {
@@ -88,27 +84,32 @@ TEST(ProcessProbe, WalksAtMostTheGivenNumberOfParents) {
 }
 
 TEST(ProcessProbe, ScriptedRunsAreHeadless) {
-    auto headless = [](AgentKind agent, std::vector<std::string> commandLine) {
-        FakeProcessTable table({{5, {1, "x", std::move(commandLine)}}});
-        return ProcessProbe::isHeadless(5, agent, table);
+    struct Row {
+        AgentKind agent;
+        std::vector<std::string> commandLine;
+        bool headless;
     };
-    EXPECT_TRUE(headless(AgentKind::claude, {"claude", "-p", "fix the tests"}));
-    EXPECT_TRUE(headless(AgentKind::claude, {"claude", "--model", "opus", "--print", "x"}));
-    EXPECT_TRUE(headless(AgentKind::claude, {"node", "/x/claude-code/cli.js", "-p", "x"}));
-    EXPECT_FALSE(headless(AgentKind::claude, {"claude"}));
-    EXPECT_FALSE(headless(AgentKind::claude, {"claude", "--resume", "abc"}));
-    EXPECT_FALSE(headless(AgentKind::claude, {"claude", "--", "-p"})) << "after -- it is a prompt";
-    EXPECT_FALSE(headless(AgentKind::claude, {"node", "-p", "/x/cli.js"}))
-        << "options of the runtime are not the agent's";
-    EXPECT_TRUE(headless(AgentKind::codex, {"codex", "exec", "write docs"}));
-    EXPECT_TRUE(headless(AgentKind::codex, {"codex", "-m", "o3", "exec", "x"}));
-    EXPECT_TRUE(headless(AgentKind::codex, {"codex", "e", "x"}));
-    EXPECT_FALSE(headless(AgentKind::codex, {"codex", "resume", "e"}));
-    EXPECT_FALSE(headless(AgentKind::codex, {"codex"}));
-    EXPECT_TRUE(headless(AgentKind::cursor, {"cursor-agent", "-p", "x"}));
-    EXPECT_FALSE(headless(AgentKind::cursor, {"cursor-agent", "chat"}));
-    EXPECT_FALSE(headless(AgentKind::antigravity, {"antigravity", "-p"}));
-    EXPECT_FALSE(headless(AgentKind::claude, {})) << "unreadable";
+    const Row rows[] = {
+        {AgentKind::claude, {"claude", "-p", "fix the tests"}, true},
+        {AgentKind::claude, {"claude", "--model", "opus", "--print", "x"}, true},
+        {AgentKind::claude, {"node", "/x/claude-code/cli.js", "-p", "x"}, true},
+        {AgentKind::claude, {"claude", "--resume", "abc"}, false},
+        {AgentKind::claude, {"claude", "--", "-p"}, false},      // after -- it is a prompt
+        {AgentKind::claude, {"node", "-p", "/x/cli.js"}, false}, // the runtime's own option
+        {AgentKind::claude, {}, false},                          // unreadable
+        {AgentKind::codex, {"codex", "-m", "o3", "exec", "x"}, true},
+        {AgentKind::codex, {"codex", "e", "x"}, true},
+        {AgentKind::codex, {"codex", "resume", "e"}, false},
+        {AgentKind::codex, {"codex"}, false},
+        {AgentKind::cursor, {"cursor-agent", "-p", "x"}, true},
+        {AgentKind::cursor, {"cursor-agent", "chat"}, false},
+        {AgentKind::antigravity, {"antigravity", "-p"}, false},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(ProcessProbe::isHeadless(5, row.agent,
+                                           FakeProcessTable({{5, {1, "x", row.commandLine}}})),
+                  row.headless)
+            << rawValue(row.agent) << " " << ::testing::PrintToString(row.commandLine);
 }
 
 TEST(ProcessProbe, ReadsTheLiveProcessList) {

@@ -1,7 +1,7 @@
 #include "StatusLineRecorder.h"
 
 #include "foundation/File.h"
-#include "wire/WireTestSupport.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ namespace tidewick {
 namespace {
 
 TEST(StatusLineRecorder, KeepsTheRateLimitWindowsWithTheTime) {
-    testing::TemporaryDirectory dir;
+    TemporaryDirectory dir;
     const std::string file =
         dir.path() + "/Library/Application Support/Tidewick/claude-limits.json";
     JSONValue payload =

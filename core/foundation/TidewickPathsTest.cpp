@@ -2,30 +2,17 @@
 
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace tidewick {
 namespace {
-
-class TemporaryHome {
-public:
-    TemporaryHome() {
-        char pattern[] = "/tmp/tw-paths-XXXXXX";
-        path_ = ::mkdtemp(pattern);
-    }
-    ~TemporaryHome() { std::filesystem::remove_all(path_); }
-    [[nodiscard]] const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
 
 mode_t modeOf(const std::string& path) {
     struct stat info {};
@@ -90,7 +77,7 @@ TEST(TidewickPaths, SocketMovesToTmpOnlyPastOneHundredBytes) {
 }
 
 TEST(TidewickPaths, SecretIsCreatedOnceWithOwnerOnlyPermissions) {
-    TemporaryHome home;
+    TemporaryDirectory home;
     TidewickPaths paths(home.path());
     ::umask(022);
 
@@ -113,7 +100,7 @@ TEST(TidewickPaths, SecretIsCreatedOnceWithOwnerOnlyPermissions) {
 }
 
 TEST(TidewickPaths, SecretFileContentsAreCheckedAndReplacedWhenDamaged) {
-    TemporaryHome home;
+    TemporaryDirectory home;
     TidewickPaths paths(home.path());
     paths.ensureDirectories();
 
@@ -145,7 +132,7 @@ TEST(TidewickPaths, SecretFileContentsAreCheckedAndReplacedWhenDamaged) {
 }
 
 TEST(TidewickPaths, EnsureDirectoriesNarrowsAnExistingApplicationDirectory) {
-    TemporaryHome home;
+    TemporaryDirectory home;
     TidewickPaths paths(home.path());
     File::makeDirectories(paths.appSupport(), 0755);
     ASSERT_EQ(modeOf(paths.appSupport()), 0755);
@@ -154,7 +141,7 @@ TEST(TidewickPaths, EnsureDirectoriesNarrowsAnExistingApplicationDirectory) {
     EXPECT_EQ(modeOf(paths.backupsDirectory()), 0700);
 
     // A file where a directory belongs is reported, naming the call.
-    TemporaryHome blocked;
+    TemporaryDirectory blocked;
     File::writeAtomically(blocked.path() + "/Library", "x", 0600);
     try {
         TidewickPaths(blocked.path()).ensureDirectories();

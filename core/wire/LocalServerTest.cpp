@@ -1,7 +1,8 @@
 #include "wire/LocalServer.h"
 
+#include "foundation/File.h"
+#include "testing/TemporaryDirectory.h"
 #include "wire/LocalClient.h"
-#include "wire/WireTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -12,13 +13,12 @@
 namespace tidewick {
 namespace {
 
-using testing::TemporaryDirectory;
+using Failure = LocalClient::Failure;
 
 TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
     TemporaryDirectory directory;
-    const std::string path = directory.file("line.sock");
-    std::atomic<bool> holding{false};
-    std::atomic<bool> sawGone{false};
+    const std::string path = directory.path() + "/line.sock";
+    std::atomic<bool> holding{false}, sawGone{false};
     LocalServer server(
         path,
         [&](std::string_view line, const ClientProbe& probe) -> std::optional<std::string> {
@@ -32,37 +32,38 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
             }
             if (line == "throw")
                 throw std::runtime_error("handler failed");
-            if (line.empty() || line == "silence")
+            if (line == "silence")
                 return std::nullopt;
             return "echo " + std::string(line) + "\n";
         },
         LocalServer::Options{});
+    auto exchange = [&](const char* line) { return LocalClient::exchange(path, line, 1.0, 30.0); };
 
-    auto missing = LocalClient::exchange(path, "hello\n", 1.0, 1.0);
-    EXPECT_FALSE(missing.line);
-    EXPECT_EQ(missing.failure, LocalClient::Failure::notConnected);
-
+    EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
+    File::writeAtomically(path, "stale", 0644); // replaced by the socket
     server.start();
     server.start(); // a second start changes nothing
-    EXPECT_EQ(*LocalClient::exchange(path, "hello\n", 1.0, 5.0).line, "echo hello");
+    EXPECT_EQ(exchange("hello\n").line, "echo hello");
     for (const char* refused : {"silence\n", "throw\n"}) {
-        auto result = LocalClient::exchange(path, refused, 1.0, 5.0);
+        auto result = exchange(refused);
         EXPECT_FALSE(result.line) << refused;
-        EXPECT_EQ(result.failure, LocalClient::Failure::noAnswer);
+        EXPECT_EQ(result.failure, Failure::noAnswer) << refused;
     }
 
-    std::thread held([&] { (void)LocalClient::exchange(path, "hold\n", 1.0, 30.0); });
+    std::thread held([&] { EXPECT_FALSE(exchange("hold\n").line); });
     for (int i = 0; i < 1000 && !holding; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     ASSERT_TRUE(holding);
+    server.stop();
     server.stop();
     server.closeConnections();
     held.join();
     EXPECT_TRUE(sawGone);
     EXPECT_FALSE(server.isRunning());
-    EXPECT_NE(::access(path.c_str(), F_OK), 0);
-    EXPECT_EQ(LocalClient::exchange(path, "hello\n", 1.0, 1.0).failure,
-              LocalClient::Failure::notConnected);
+    EXPECT_FALSE(File::exists(path)) << "stop removes the socket file";
+    EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
+    server.start();
+    EXPECT_EQ(exchange("again\n").line, "echo again") << "a stopped server starts again";
 }
 
 } // namespace

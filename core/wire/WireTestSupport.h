@@ -1,5 +1,5 @@
-// Helpers shared by the socket tests: temporary directories, raw clients and
-// listeners that speak (or break) the protocol on purpose.
+// Helpers shared by the socket tests: raw clients and listeners that speak (or
+// break) the protocol on purpose, and a second user for the peer checks.
 #pragma once
 
 #include "wire/Socket.h"
@@ -7,59 +7,43 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
+#include <atomic>
+#include <grp.h>
 #include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 namespace tidewick::testing {
 
-/// A fresh directory under /tmp, removed with everything in it.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory() {
-        char pattern[] = "/tmp/tw-wire-XXXXXX";
-        path_ = ::mkdtemp(pattern);
-    }
-    ~TemporaryDirectory() { std::filesystem::remove_all(path_); }
-    [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] std::string file(const std::string& name) const { return path_ + "/" + name; }
+enum class RawSocket { connected, bound, listening };
 
-private:
-    std::string path_;
-};
-
-/// A connected raw client socket, or -1.
-inline int connectRaw(const std::string& path) {
+/// A stream socket at `path`, connected to it or bound there (and listening),
+/// replacing any file there; -1 on failure.
+inline int openRaw(const std::string& path, RawSocket kind, int backlog = 8) {
     int fd = Socket::openStream();
     auto address = Wire::makeAddress(path);
     if (fd < 0 || !address)
         return -1;
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
+    const auto* raw = reinterpret_cast<const sockaddr*>(&*address);
+    if (kind != RawSocket::connected)
+        ::unlink(path.c_str());
+    bool ok = kind == RawSocket::connected
+                  ? ::connect(fd, raw, sizeof *address) == 0
+                  : ::bind(fd, raw, sizeof *address) == 0 &&
+                        (kind == RawSocket::bound || ::listen(fd, backlog) == 0);
+    if (!ok)
         ::close(fd);
-        return -1;
-    }
-    return fd;
+    return ok ? fd : -1;
 }
-
-/// A socket bound and listening at `path`, or -1.
+inline int connectRaw(const std::string& path) {
+    return openRaw(path, RawSocket::connected);
+}
 inline int listenRaw(const std::string& path, int backlog = 8) {
-    int fd = Socket::openStream();
-    auto address = Wire::makeAddress(path);
-    if (fd < 0 || !address)
-        return -1;
-    ::unlink(path.c_str());
-    if (::bind(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
-        ::listen(fd, backlog) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
+    return openRaw(path, RawSocket::listening, backlog);
 }
 
 /// Sends `line` on a new connection and returns everything the server sent
@@ -74,62 +58,75 @@ inline std::optional<std::string> exchangeRaw(const std::string& path, const std
         return std::nullopt;
     std::string received;
     char buffer[4096];
-    for (;;) {
-        pollfd entry{fd, POLLIN, 0};
-        if (::poll(&entry, 1, 5000) <= 0)
-            return std::nullopt;
+    for (pollfd entry{fd, POLLIN, 0}; ::poll(&entry, 1, 5000) > 0;) {
         ssize_t got = ::read(fd, buffer, sizeof buffer);
         if (got <= 0)
             return received;
         received.append(buffer, static_cast<size_t>(got));
     }
+    return std::nullopt;
 }
 
-/// A one-connection server that reads the request line, then sends `reply`
+/// A server that, on each connection, reads the request line, sends `reply`
 /// verbatim (nothing when it is empty) and either closes or keeps the
-/// connection open until the test ends.
+/// connection open until the server is destroyed.
 class FakeServer {
 public:
     enum class After { close, hold };
 
-    FakeServer(std::string path, std::string reply, After after = After::close)
-        : listener_(testing::listenRaw(path)) {
+    FakeServer(const std::string& path, std::string reply, After after = After::close)
+        : listener_(listenRaw(path)) {
         EXPECT_GE(listener_, 0);
         EXPECT_EQ(::pipe(stop_), 0);
         thread_ = std::thread([this, reply = std::move(reply), after] {
-            int fd = ::accept(listener_, nullptr, nullptr);
-            if (fd < 0)
-                return;
-            received_ = Wire::readLine(fd, 5);
-            if (!reply.empty())
-                (void)Wire::writeAll(fd, reply);
-            if (after == After::hold) {
-                pollfd entry{stop_[0], POLLIN, 0};
-                (void)::poll(&entry, 1, 10000);
+            std::vector<int> held;
+            for (;;) {
+                pollfd entries[2] = {{listener_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
+                if (::poll(entries, 2, 30000) <= 0 || entries[1].revents)
+                    break;
+                int fd = ::accept(listener_, nullptr, nullptr);
+                if (Wire::readLine(fd, 5))
+                    ++requests_;
+                if (!reply.empty())
+                    (void)Wire::writeAll(fd, reply);
+                after == After::hold ? held.push_back(fd) : (void)::close(fd);
             }
-            ::close(fd);
+            for (int fd : held)
+                ::close(fd);
         });
     }
-    ~FakeServer() { finish(); }
-
-    /// Lets the connection go and returns the request line that arrived.
-    std::optional<std::string> finish() {
-        if (thread_.joinable()) {
-            (void)::write(stop_[1], "x", 1);
-            thread_.join();
-            ::close(listener_);
-            ::close(stop_[0]);
-            ::close(stop_[1]);
-        }
-        return received_;
+    ~FakeServer() {
+        (void)::write(stop_[1], "x", 1);
+        thread_.join();
+        for (int fd : {listener_, stop_[0], stop_[1]})
+            ::close(fd);
     }
+
+    /// How many request lines arrived.
+    [[nodiscard]] int requests() const { return requests_; }
 
 private:
     int listener_;
     int stop_[2] = {-1, -1};
+    std::atomic<int> requests_ = 0;
     std::thread thread_;
-    std::optional<std::string> received_;
 };
+
+/// Runs `body` in a child process as the user "nobody" and returns its exit
+/// status. The child only makes system calls, as a forked copy of a threaded
+/// program must.
+template <typename Body> int runAsNobody(Body body) {
+    pid_t child = ::fork();
+    if (child == 0) {
+        if (::setgroups(0, nullptr) != 0 || ::setresgid(65534, 65534, 65534) != 0 ||
+            ::setresuid(65534, 65534, 65534) != 0)
+            ::_exit(90);
+        ::_exit(body());
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 99;
+}
 
 /// Seconds elapsed while running `body`.
 template <typename Body> double secondsTaken(Body&& body) {
