@@ -265,8 +265,7 @@ TEST_F(ConnectionManagerTest, AFailedWriteLeavesTheOriginalInPlace) {
     put(blocker, "not a folder\n");
     EXPECT_EQ(errorOf([&] { (void)connections.connect(AgentKind::codex, {}); }),
               "Tidewick couldn't write " + blocker +
-                  "/hooks.json: Not a directory. Nothing was "
-                  "changed.");
+                  "/hooks.json: Not a directory. Nothing was changed.");
     EXPECT_EQ(File::read(blocker), "not a folder\n");
 }
 
