@@ -41,7 +41,7 @@ struct SessionStoreTest : ::testing::Test {
         store.setOnChange([this](const StoreChange& change) { changes.push_back(change); });
     }
     void advance(double seconds) { current = addSeconds(current, seconds); }
-    Session now(const SessionKey& of = key) { return *store.session(of); }
+    Session stored(const SessionKey& of = key) { return *store.session(of); }
 };
 
 } // namespace
@@ -108,11 +108,11 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
     store.apply(event(EventKind::turnFinished));
     PendingRequest reply = request(PendingKind::reply, current);
     store.addPending(reply, key);
-    EXPECT_EQ(now().status, SessionStatus::waitingReply);
+    EXPECT_EQ(stored().status, SessionStatus::waitingReply);
     advance(1);
     PendingRequest permission = request(PendingKind::permission, current);
     store.addPending(permission, key);
-    EXPECT_EQ(now().status, SessionStatus::needsPermission) << "permission wins over reply";
+    EXPECT_EQ(stored().status, SessionStatus::needsPermission) << "permission wins over reply";
     EXPECT_EQ(changes.back().kind, StoreChange::Kind::pending);
     EXPECT_EQ(changes.back().pending.size(), 2u);
     auto listed = store.pendingRequests();
@@ -122,7 +122,7 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
 
     // Allowing the permission leaves the reply pending: the status follows what remains.
     store.resolvePending(permission.id, key, Outcome::allowed());
-    Session afterAllow = now();
+    Session afterAllow = stored();
     EXPECT_EQ(afterAllow.status, SessionStatus::waitingReply);
     EXPECT_EQ(afterAllow.timeline.back().text, "Allowed");
     // An unknown id, or one already resolved, or another session's, changes nothing.
@@ -131,12 +131,12 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
     store.resolvePending(UUID::random(), key, Outcome::denied());
     store.resolvePending(reply.id, SessionKey{AgentKind::codex, "other"}, Outcome::denied());
     EXPECT_EQ(changes.size(), changesBefore);
-    EXPECT_EQ(now(), afterAllow);
+    EXPECT_EQ(stored(), afterAllow);
 
     store.resolvePending(reply.id, key, Outcome::replied(std::string(3000, 'r')));
-    EXPECT_EQ(now().status, SessionStatus::working);
-    EXPECT_EQ(now().timeline.back().text, "You replied");
-    EXPECT_EQ(now().timeline.back().detail, std::string(2000, 'r'));
+    EXPECT_EQ(stored().status, SessionStatus::working);
+    EXPECT_EQ(stored().timeline.back().text, "You replied");
+    EXPECT_EQ(stored().timeline.back().detail, std::string(2000, 'r'));
 
     struct Ending {
         PendingKind kind;
@@ -159,9 +159,9 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
         PendingRequest held = request(ending.kind, current);
         store.addPending(held, key);
         store.resolvePending(held.id, key, ending.outcome);
-        EXPECT_EQ(now().status, ending.status) << ending.text;
-        EXPECT_EQ(now().timeline.back().text, ending.text);
-        EXPECT_TRUE(now().pending.empty());
+        EXPECT_EQ(stored().status, ending.status) << ending.text;
+        EXPECT_EQ(stored().timeline.back().text, ending.text);
+        EXPECT_TRUE(stored().pending.empty());
     }
 
     const SessionKey nobody{AgentKind::cursor, "nobody"};
@@ -172,7 +172,7 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
 TEST_F(SessionStoreTest, TimelineCapTextCutAndRepairedUTF8) {
     for (int i = 0; i < 200; ++i)
         store.apply(event(EventKind::toolStarted, "tool " + std::to_string(i)));
-    Session full = now();
+    Session full = stored();
     Session after = store.apply(event(EventKind::toolStarted, "tool 200"));
     ASSERT_EQ(after.timeline.size(), 200u);
     EXPECT_EQ(after.timeline.front().text, "tool 1") << "the oldest goes first";
@@ -202,7 +202,7 @@ TEST_F(SessionStoreTest, TimelineCapTextCutAndRepairedUTF8) {
     EXPECT_EQ(s.projectPath, good);
     EXPECT_EQ(s.timeline.back().detail, good);
     store.markEndedByYou(key, std::vector<std::string>{bad});
-    EXPECT_EQ(now().sentBeforeEnd, std::vector<std::string>{good});
+    EXPECT_EQ(stored().sentBeforeEnd, std::vector<std::string>{good});
 }
 
 TEST_F(SessionStoreTest, EventFieldsToolKindsEndsAndTheFirstPromptTitle) {
@@ -223,11 +223,11 @@ TEST_F(SessionStoreTest, EventFieldsToolKindsEndsAndTheFirstPromptTitle) {
         EXPECT_EQ(s.timeline.back().kind, kind) << name;
         EXPECT_EQ(s.currentAction, "Doing " + name);
     }
-    EXPECT_EQ(now().startedAt, startedAt);
-    EXPECT_EQ(now().lastActivityAt, current);
+    EXPECT_EQ(stored().startedAt, startedAt);
+    EXPECT_EQ(stored().lastActivityAt, current);
     store.apply(event(EventKind::turnFinished, "Finished the turn", "All tests pass."));
-    EXPECT_EQ(now().lastMessage, "All tests pass.");
-    EXPECT_FALSE(now().currentAction);
+    EXPECT_EQ(stored().lastMessage, "All tests pass.");
+    EXPECT_FALSE(stored().currentAction);
     Session failed = store.apply(event(EventKind::error, std::nullopt, "API overloaded"));
     EXPECT_EQ(failed.timeline.back().text, "API overloaded");
 
@@ -268,7 +268,7 @@ TEST_F(SessionStoreTest, SettersSnapshotOrderPruneAndRestore) {
 
     // Setters report only real changes and are not activity.
     changes.clear();
-    const Date activity = now().lastActivityAt;
+    const Date activity = stored().lastActivityAt;
     store.setTitle(key, "Title");
     store.setTitle(key, "Title");
     store.setTranscriptStep(key, 42);
@@ -277,19 +277,19 @@ TEST_F(SessionStoreTest, SettersSnapshotOrderPruneAndRestore) {
     store.setMessagesAtEnd(key, 7);
     store.setTitle(SessionKey{AgentKind::claude, "nobody"}, "x");
     EXPECT_EQ(changes.size(), 5u);
-    EXPECT_EQ(now().lastActivityAt, activity);
+    EXPECT_EQ(stored().lastActivityAt, activity);
 
     store.setWaitingInApp(key);
-    EXPECT_EQ(now().status, SessionStatus::waitingReply);
+    EXPECT_EQ(stored().status, SessionStatus::waitingReply);
     store.logReply(key, "carry on");
-    EXPECT_EQ(now().timeline.back().detail, "carry on");
+    EXPECT_EQ(stored().timeline.back().detail, "carry on");
     store.markEndedByYou(key, std::vector<std::string>{"stop please"});
-    EXPECT_EQ(now().status, SessionStatus::ended);
-    EXPECT_EQ(now().endedByYouAt, current);
+    EXPECT_EQ(stored().status, SessionStatus::ended);
+    EXPECT_EQ(stored().endedByYouAt, current);
     store.setWaitingInApp(key);
-    EXPECT_EQ(now().status, SessionStatus::ended) << "an ended session does not wait";
+    EXPECT_EQ(stored().status, SessionStatus::ended) << "an ended session does not wait";
     store.clearEndedByYou(key);
-    EXPECT_FALSE(now().endedByYouAt || now().userMessagesAtEnd || now().sentBeforeEnd);
+    EXPECT_FALSE(stored().endedByYouAt || stored().userMessagesAtEnd || stored().sentBeforeEnd);
 
     // Prune: older than the limit and nothing pending. Activity was at 0 (held), 20 (waiting),
     // 30 (newest) and 40 (key, through its logged reply); the cut-off falls at 25.
@@ -305,7 +305,7 @@ TEST_F(SessionStoreTest, SettersSnapshotOrderPruneAndRestore) {
     EXPECT_TRUE(store.pendingRequests().empty());
 
     // Restore: live sessions win, held requests are dropped, needs-you becomes idle.
-    Session restoredLive = now();
+    Session restoredLive = stored();
     restoredLive.title = "From disk";
     Session restoredHeld;
     restoredHeld.key = SessionKey{AgentKind::antigravity, "held"};
@@ -316,8 +316,8 @@ TEST_F(SessionStoreTest, SettersSnapshotOrderPruneAndRestore) {
         items.push_back({UUID::random(), current, TimelineKind::tool, std::to_string(i), {}});
     restoredHeld.timeline = Timeline(items);
     store.restore({restoredLive, restoredHeld});
-    EXPECT_EQ(now().title, "Title");
-    Session held = now(restoredHeld.key);
+    EXPECT_EQ(stored().title, "Title");
+    Session held = stored(restoredHeld.key);
     EXPECT_TRUE(held.pending.empty());
     EXPECT_EQ(held.status, SessionStatus::idle);
     EXPECT_EQ(held.timeline.size(), 200u);
