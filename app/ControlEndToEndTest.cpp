@@ -134,17 +134,23 @@ TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn)
 
 TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
     ASSERT_TRUE(run.startApp());
-    const std::string base =
-        R"({"conversation_id":"cursor-e2e-1","generation_id":"g-1","workspace_roots":["/w"],)"
-        R"("cwd":"/w","hook_event_name":"beforeShellExecution","command":)";
-    BackgroundProgram& risky =
-        run.hook("cursor", "beforeShellExecution", base + R"("rm -rf build"})");
+    auto shell = [this](const std::string& conversation, const std::string& command) -> auto& {
+        return run.hook("cursor", "beforeShellExecution",
+                        R"({"conversation_id":")" + conversation +
+                            R"(","generation_id":"g-1","workspace_roots":["/w"],"cwd":"/w",)"
+                            R"("hook_event_name":"beforeShellExecution","command":")" +
+                            command + "\"}");
+    };
+    BackgroundProgram& risky = shell("cursor-e2e-1", "rm -rf build");
     run.waitForHeld(1);
-    EXPECT_EQ(run.finished(run.hook("cursor", "beforeShellExecution", base + R"("ls -la"})")),
-              "{\"permission\":\"allow\"}\n");
+    EXPECT_EQ(run.finished(shell("cursor-e2e-2", "ls -la")), "{\"permission\":\"allow\"}\n");
     EXPECT_TRUE(risky.isRunning());
     EXPECT_EQ(run.waitForHeld(1).size(), 1u) << "ls -la was never held";
-    EXPECT_EQ(run.tidewick({"deny", "cursor-e2e", "--message", "Not the build folder."}).status, 0);
+    ProgramResult ambiguous = run.tidewick({"deny", "cursor-e2e"});
+    EXPECT_EQ(ambiguous.status, 2);
+    EXPECT_THAT(ambiguous.err, HasSubstr("matches 2 sessions"));
+    EXPECT_EQ(run.tidewick({"deny", "cursor-e2e-1", "--message", "Not the build folder."}).status,
+              0);
     const std::string denied = run.finished(risky);
     EXPECT_THAT(denied, HasSubstr(R"("permission":"deny")"));
     EXPECT_THAT(denied, HasSubstr("Not the build folder."));
