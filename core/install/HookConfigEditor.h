@@ -68,7 +68,7 @@ public:
 enum class TypeKey { written, omitted };
 
 /// The handler entry for `spec`: ["type": "command",] "command", "timeout", then
-/// the spec's extra pairs (a pair whose key exists replaces the value in place).
+/// the HookSpec's extra pairs (a pair whose key exists replaces the value in place).
 [[nodiscard]] JSONValue handlerEntry(const HookSpec& spec, const CommandBuilder& command,
                                      TypeKey typeKey);
 
