@@ -128,6 +128,15 @@ std::string payload(JSONValue::Object shared, JSONValue::Object extra) {
 
 using PayloadMaker = std::function<std::string(const char* event, JSONValue::Object extra)>;
 
+/// The payloads of one session in the shape Claude Code and Codex share.
+PayloadMaker claudeStyle(std::string sessionId, std::string cwd, std::string model) {
+    return [=](const char* event, JSONValue::Object extra) {
+        return payload(
+            {{"hook_event_name", event}, {"session_id", sessionId}, {"cwd", cwd}, {"model", model}},
+            std::move(extra));
+    };
+}
+
 /// How a Claude Code or Codex session opens: it starts, is given `prompt`, and runs
 /// `command` with its `tool`, which answers `response`.
 std::vector<DemoStep> openingSteps(const PayloadMaker& make, const char* prompt, const char* tool,
@@ -167,13 +176,7 @@ std::vector<DemoScript> demoScripts(const std::string& home, const std::string& 
     std::vector<DemoScript> scripts;
 
     DemoScript claude{AgentKind::claude, "demo-claude-" + suffix, {}};
-    const PayloadMaker claudePayload = [&](const char* event, JSONValue::Object extra) {
-        return payload({{"hook_event_name", event},
-                        {"session_id", claude.sessionId},
-                        {"cwd", webshop},
-                        {"model", "claude-sonnet-4-5"}},
-                       std::move(extra));
-    };
+    const PayloadMaker claudePayload = claudeStyle(claude.sessionId, webshop, "claude-sonnet-4-5");
     claude.steps = openingSteps(claudePayload, "Clean out the old build and rebuild the shop.",
                                 "Bash", "ls build", "assets  index.html  main.js");
     claude.steps.push_back(
@@ -187,13 +190,7 @@ std::vector<DemoScript> demoScripts(const std::string& home, const std::string& 
     scripts.push_back(std::move(claude));
 
     DemoScript codex{AgentKind::codex, "demo-codex-" + suffix, {}};
-    const PayloadMaker codexPayload = [&](const char* event, JSONValue::Object extra) {
-        return payload({{"hook_event_name", event},
-                        {"session_id", codex.sessionId},
-                        {"cwd", api},
-                        {"model", "gpt-5-codex"}},
-                       std::move(extra));
-    };
+    const PayloadMaker codexPayload = claudeStyle(codex.sessionId, api, "gpt-5-codex");
     codex.steps =
         openingSteps(codexPayload, "Validate the email and password of the signup endpoint.",
                      "shell", "cargo test signup", "test result: ok. 12 passed");
