@@ -1,5 +1,6 @@
 // The real `tidewick` and `tidewick-hook` programs run against one temporary
 // home, for the end-to-end tests: commands, the headless application, hooks.
+// Test-only: it needs the TIDEWICK_BINARY_DIR that appTests is compiled with.
 #pragma once
 
 #include "testing/BackgroundProgram.h"
@@ -24,7 +25,7 @@ public:
     inline static const std::string hookPath =
         std::string(TIDEWICK_BINARY_DIR) + "/bin/tidewick-hook";
 
-    /// Whether both programs were built (tests skip otherwise).
+    /// Whether tidewick-hook was built beside tidewick (the tests skip otherwise).
     [[nodiscard]] static bool built() { return File::isExecutableFile(hookPath); }
 
     /// The environment starts as TIDEWICK_HOME and HOME at the home, PATH=/usr/bin:/bin.
