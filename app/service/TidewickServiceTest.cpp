@@ -75,7 +75,13 @@ protected:
         return eventually([&] { return service->pendingRequests().size() == count; });
     }
 
-    std::vector<Alert> alertsSoFar() {
+    /// The alerts raised so far, once there are at least `count`: a held request is listed
+    /// just before its alert is raised.
+    std::vector<Alert> alertsSoFar(std::size_t count = 0) {
+        (void)eventually([&] {
+            std::lock_guard guard(mutex);
+            return alerts.size() >= count;
+        });
         std::lock_guard guard(mutex);
         return alerts;
     }
@@ -119,7 +125,7 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 300));
     EXPECT_EQ(status(claudeKey), SessionStatus::needsPermission);
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
-    EXPECT_EQ(alertsSoFar(),
+    EXPECT_EQ(alertsSoFar(1),
               (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
                                    request.detail, request.id, false, false}}));
     // A reply answers nothing here: the held request asks for permission.
@@ -152,7 +158,7 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     request = service->pendingRequests().front().second;
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 3600));
     EXPECT_EQ(status(claudeKey), SessionStatus::waitingReply);
-    EXPECT_EQ(alertsSoFar().back(),
+    EXPECT_EQ(alertsSoFar(4).back(),
               (Alert{Alert::Kind::waitingReply, claudeKey, "Finished the turn", "All done.",
                      request.id, false, true}));
     EXPECT_FALSE(answer(claudeKey, Answer::allow));
@@ -187,19 +193,29 @@ TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
 }
 
 TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
+    auto held = handleAsync(cursorShell("rm -rf build"));
+    ASSERT_TRUE(pendingCountIs(1));
+    // A settings edit applies from the next request on; the one held keeps its time-out.
     writeSettings(R"({"permissionTimeoutSeconds": 0.2, "replyTimeoutSeconds": 0.2})");
-    EXPECT_EQ(handleNow(cursorShell("rm -rf build")), cursorAsk);
-    EXPECT_TRUE(inTimeline(cursorKey, "No answer in Tidewick — asking in Cursor"));
-    EXPECT_EQ(status(cursorKey), SessionStatus::working);
+    const SessionKey other{AgentKind::cursor, "c-2"};
+    EXPECT_EQ(handleNow(cursorShell("rm -rf dist", other.sessionId)), cursorAsk);
+    EXPECT_TRUE(inTimeline(other, "No answer in Tidewick — asking in Cursor"));
+    EXPECT_EQ(status(other), SessionStatus::working);
 
     EXPECT_EQ(handleNow(claudeStop()), HookOutput::silent());
     EXPECT_TRUE(inTimeline(claudeKey, "No reply — it stopped"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
-    std::vector<Alert> raised = alertsSoFar();
-    ASSERT_EQ(raised.size(), 3u);
-    EXPECT_EQ(raised[2], (Alert{Alert::Kind::finished, claudeKey, "Finished", "All done.",
-                                std::nullopt, false, false}));
+    const std::vector<Alert> raised = alertsSoFar(4);
+    EXPECT_NE(std::find(raised.begin(), raised.end(),
+                        Alert{Alert::Kind::finished, claudeKey, "Finished", "All done.",
+                              std::nullopt, false, false}),
+              raised.end());
+    ASSERT_EQ(service->pendingRequests().size(), 1u);
+    EXPECT_TRUE(answer(cursorKey, Answer::deny));
+    EXPECT_EQ(
+        held.get().output.stdoutText,
+        R"({"permission":"deny","user_message":"Denied in Tidewick.","agent_message":"The user denied this command in Tidewick. Do not retry it; ask how to proceed."})");
 
     // A hook command that goes away withdraws its request.
     writeSettings("{}");
@@ -211,6 +227,13 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     EXPECT_TRUE(service->pendingRequests().empty());
     EXPECT_TRUE(inTimeline(claudeKey, "The request was withdrawn"));
     EXPECT_FALSE(answer(claudeKey, Answer::allow));
+
+    // A broken file gives the defaults and is reported through the service's reporter.
+    writeSettings("{\"quietMode\": true,");
+    EXPECT_EQ(service->settings(), TidewickSettings());
+    std::lock_guard guard(mutex);
+    ASSERT_EQ(problems.size(), 1u);
+    EXPECT_NE(problems[0].find(paths.settingsFile()), std::string::npos);
 }
 
 TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
@@ -257,30 +280,6 @@ TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
     EXPECT_EQ(service->sessions().size(), 2u);
 }
 
-TEST_F(TidewickServiceTest, ASettingsEditAppliesToTheNextRequest) {
-    auto held = handleAsync(cursorShell("rm -rf build"));
-    ASSERT_TRUE(pendingCountIs(1));
-    const PendingRequest first = service->pendingRequests().front().second;
-
-    writeSettings(R"({"permissionTimeoutSeconds": 0.1})");
-    EXPECT_EQ(handleNow(cursorShell("rm -rf dist", "c-2")), cursorAsk);
-    // The request already held keeps the time-out it started with.
-    ASSERT_EQ(service->pendingRequests().size(), 1u);
-    EXPECT_EQ(service->pendingRequests().front().second.id, first.id);
-    EXPECT_TRUE(answer(cursorKey, Answer::deny));
-    EXPECT_EQ(
-        held.get().output.stdoutText,
-        R"({"permission":"deny","user_message":"Denied in Tidewick.","agent_message":"The user denied this command in Tidewick. Do not retry it; ask how to proceed."})");
-
-    // A broken file gives the defaults and is reported through the service's reporter.
-    writeSettings("{\"quietMode\": true,");
-    EXPECT_EQ(service->settings(), TidewickSettings());
-    (void)handleNow(cursorShell("ls"));
-    std::lock_guard guard(mutex);
-    ASSERT_EQ(problems.size(), 1u);
-    EXPECT_NE(problems[0].find(paths.settingsFile()), std::string::npos);
-}
-
 TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
     (void)handleNow(claudeRequest("UserPromptSubmit", R"({"prompt":"Fix the build"})"));
     (void)handleNow(cursorShell("ls -la"));
@@ -307,28 +306,29 @@ TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
 }
 
 TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
+    // A burst in one session raises one alert until its window has passed. Each request
+    // times out before the next, so every alert has been decided when it is counted.
     service = make(3.0);
+    writeSettings(R"({"permissionTimeoutSeconds": 0.05})");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(handleNow(cursorShell("rm -rf build" + std::to_string(i))), cursorAsk);
+    EXPECT_EQ(alertsSoFar().size(), 1u);
+    clock.advance(3.0);
+    EXPECT_EQ(handleNow(cursorShell("rm -rf again")), cursorAsk);
+    EXPECT_EQ(alertsSoFar().size(), 2u);
+
+    writeSettings("{}");
     service->start();
     EXPECT_TRUE(File::exists(paths.socketPath()));
-    std::vector<std::future<HookResponse>> cursor;
     auto claude = handleAsync(claudePermission());
-    for (int i = 0; i < 3; ++i)
-        cursor.push_back(handleAsync(cursorShell("rm -rf build" + std::to_string(i))));
-    ASSERT_TRUE(pendingCountIs(4));
-    // A burst in one session raises one alert until its window has passed.
-    EXPECT_EQ(alertsSoFar().size(), 2u);
-    clock.advance(3.0);
+    auto cursor = handleAsync(cursorShell("rm -rf build"));
     auto stop = handleAsync(claudeStop());
-    cursor.push_back(handleAsync(cursorShell("rm -rf again")));
-    ASSERT_TRUE(pendingCountIs(6));
-    EXPECT_EQ(alertsSoFar().size(), 4u);
-
+    ASSERT_TRUE(pendingCountIs(3));
     service->stop();
     EXPECT_FALSE(service->isRunning());
     EXPECT_EQ(claude.get().output, HookOutput::silent());
     EXPECT_EQ(stop.get().output, HookOutput::silent());
-    for (auto& response : cursor)
-        EXPECT_EQ(response.get().output, cursorAsk);
+    EXPECT_EQ(cursor.get().output, cursorAsk);
     EXPECT_FALSE(File::exists(paths.socketPath()));
     std::vector<Session> saved = SessionPersistence(paths.sessionsFile()).load();
     EXPECT_EQ(saved, service->sessions());
