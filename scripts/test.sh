@@ -13,5 +13,5 @@ ctest --preset dev -j"$jobs"
 
 # ThreadSanitizer: only the programs that hold concurrency tests.
 cmake --preset tsan >/dev/null
-cmake --build --preset tsan -j"$jobs" --target foundationTests wireTests sessionsTests hookTests serviceTests
+cmake --build --preset tsan -j"$jobs" --target foundationTests wireTests sessionsTests hookTests serviceTests controlTests uiTests
 ctest --preset tsan -j"$jobs"
