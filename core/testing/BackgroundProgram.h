@@ -3,6 +3,7 @@
 #pragma once
 
 #include "foundation/File.h"
+#include "testing/ProgramRun.h"
 
 #include <chrono>
 #include <csignal>
@@ -27,28 +28,13 @@ public:
         int in[2];
         if (::pipe2(in, O_CLOEXEC) != 0)
             return;
-        std::vector<char*> args;
-        for (const std::string& a : argv)
-            args.push_back(const_cast<char*>(a.c_str()));
-        args.push_back(nullptr);
-        std::vector<char*> env;
-        for (const std::string& e : environment)
-            env.push_back(const_cast<char*>(e.c_str()));
-        env.push_back(nullptr);
-        const std::string outPath = outputBase_ + ".out", errPath = outputBase_ + ".err";
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::setpgid(0, 0);
-            int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            ::dup2(in[0], 0);
-            ::dup2(out, 1);
-            ::dup2(err, 2);
-            if (!directory.empty() && ::chdir(directory.c_str()) != 0)
-                ::_exit(126);
-            ::execve(args[0], args.data(), env.data());
-            ::_exit(127);
-        }
+        const int out =
+            ::open((outputBase_ + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int err =
+            ::open((outputBase_ + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        pid_ = spawnProgram(argv, environment, directory, in[0], out, err);
+        ::close(out);
+        ::close(err);
         ::close(in[0]);
         // Payloads are far smaller than a pipe's buffer.
         if (!input.empty() && ::write(in[1], input.data(), input.size()) < 0) {

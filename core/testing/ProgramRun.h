@@ -15,6 +15,34 @@
 
 namespace tidewick::testing {
 
+/// Starts `argv` with exactly `environment` ("NAME=value" entries) in its own
+/// process group, in `directory` (empty: the current one), with `in`, `out` and
+/// `err` as its standard descriptors. The child's pid, or -1.
+inline pid_t spawnProgram(const std::vector<std::string>& argv,
+                          const std::vector<std::string>& environment, const std::string& directory,
+                          int in, int out, int err) {
+    std::vector<char*> args;
+    for (const std::string& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    std::vector<char*> env;
+    for (const std::string& e : environment)
+        env.push_back(const_cast<char*>(e.c_str()));
+    env.push_back(nullptr);
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::setpgid(0, 0);
+        ::dup2(in, 0);
+        ::dup2(out, 1);
+        ::dup2(err, 2);
+        if (!directory.empty() && ::chdir(directory.c_str()) != 0)
+            ::_exit(126);
+        ::execve(args[0], args.data(), env.data());
+        ::_exit(127);
+    }
+    return pid;
+}
+
 struct ProgramResult {
     /// The exit status, or 128 + the signal that ended the program.
     int status = -1;
@@ -33,26 +61,7 @@ inline ProgramResult runProgram(const std::vector<std::string>& argv,
     int in[2], out[2], err[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0)
         return {};
-    std::vector<char*> args;
-    for (const std::string& a : argv)
-        args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    std::vector<char*> env;
-    for (const std::string& e : environment)
-        env.push_back(const_cast<char*>(e.c_str()));
-    env.push_back(nullptr);
-
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        ::setpgid(0, 0);
-        ::dup2(in[0], 0);
-        ::dup2(out[1], 1);
-        ::dup2(err[1], 2);
-        if (!directory.empty() && ::chdir(directory.c_str()) != 0)
-            ::_exit(126);
-        ::execve(args[0], args.data(), env.data());
-        ::_exit(127);
-    }
+    pid_t pid = spawnProgram(argv, environment, directory, in[0], out[1], err[1]);
     ::close(in[0]);
     ::close(out[1]);
     ::close(err[1]);
