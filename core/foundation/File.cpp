@@ -2,6 +2,7 @@
 
 #include "foundation/SystemError.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
@@ -80,13 +81,17 @@ std::string read(const std::string& path) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         throw SystemError("open", path, errno);
-    std::string data;
     struct stat info {};
-    if (::fstat(fd, &info) == 0 && info.st_size > 0)
-        data.reserve(static_cast<size_t>(info.st_size));
-    char buffer[65536];
+    size_t expected =
+        ::fstat(fd, &info) == 0 && info.st_size > 0 ? static_cast<size_t>(info.st_size) : 0;
+    // Read straight into the result; the size from fstat is only a hint (the file may
+    // grow, and some files report 0), so keep going until read() says the end.
+    std::string data(expected + 1, '\0');
+    size_t used = 0;
     for (;;) {
-        ssize_t got = ::read(fd, buffer, sizeof buffer);
+        if (used == data.size())
+            data.resize(std::max<size_t>(data.size() * 2, 65536));
+        ssize_t got = ::read(fd, data.data() + used, data.size() - used);
         if (got < 0) {
             if (errno == EINTR)
                 continue;
@@ -96,9 +101,10 @@ std::string read(const std::string& path) {
         }
         if (got == 0)
             break;
-        data.append(buffer, static_cast<size_t>(got));
+        used += static_cast<size_t>(got);
     }
     ::close(fd);
+    data.resize(used);
     return data;
 }
 

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
+#include <thread>
 
 namespace tidewick {
 
@@ -197,7 +199,9 @@ std::string SessionPersistence::encode(const std::vector<Session>& sessions) {
     return out;
 }
 
-std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view bytes) {
+namespace {
+
+std::optional<std::vector<Session>> decodeDocument(std::string_view bytes) {
     JSONValue document;
     try {
         document = JSONValue::parse(bytes);
@@ -207,6 +211,43 @@ std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view 
     JSONValue::Array* records = document.arrayValue();
     // One bad record loses the list: a half-restored history would mislead more.
     return records ? JSONCoding::decodeEach<Session>(*records) : std::nullopt;
+}
+
+// How every record the writer above starts, after the comma that separates it from the
+// previous one. A quotation mark inside a string is always escaped, so these bytes can
+// only be the start of a top-level record.
+constexpr std::string_view recordStart = ",{\"key\":{\"agent\":\"";
+
+// A large file is read as two halves, one on another thread: parsing and decoding take
+// most of the start-up time, and they split cleanly at a record. Nothing when the file
+// is small or has no such record past its middle (then it is read in one piece).
+std::optional<std::vector<Session>> decodeInHalves(std::string_view bytes) {
+    if (bytes.size() < SessionPersistence::splitBytes)
+        return std::nullopt;
+    const size_t cut = bytes.find(recordStart, bytes.size() / 2);
+    if (cut == std::string_view::npos)
+        return std::nullopt;
+    std::string first(bytes.substr(0, cut));
+    first.push_back(']');
+    std::string second = "[";
+    second.append(bytes.substr(cut + 1));
+    std::optional<std::vector<Session>> tail;
+    std::thread worker([&] { tail = decodeDocument(second); });
+    std::optional<std::vector<Session>> head = decodeDocument(first);
+    worker.join();
+    if (!head || !tail)
+        return std::nullopt;
+    head->insert(head->end(), std::make_move_iterator(tail->begin()),
+                 std::make_move_iterator(tail->end()));
+    return head;
+}
+
+} // namespace
+
+std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view bytes) {
+    if (auto sessions = decodeInHalves(bytes))
+        return sessions;
+    return decodeDocument(bytes);
 }
 
 std::vector<Session> SessionPersistence::load() const {

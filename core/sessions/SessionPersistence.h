@@ -30,7 +30,10 @@ public:
 
     /// The file's content for `sessions`.
     [[nodiscard]] static std::string encode(const std::vector<Session>& sessions);
-    /// The sessions in `bytes`; nothing when the bytes are not an array of valid sessions.
+    /// Files of at least this many bytes are decoded as two halves on two threads.
+    static constexpr std::size_t splitBytes = 4 * 1024 * 1024;
+    /// The sessions in `bytes`, in order; nothing when the bytes are not an array of valid
+    /// sessions.
     [[nodiscard]] static std::optional<std::vector<Session>> decode(std::string_view bytes);
 
 private:

@@ -158,3 +158,30 @@ TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
     EXPECT_FALSE(blocked.save({minimalSession()}));
     EXPECT_EQ(persistence.load().size(), 2u) << "a failed save leaves the previous file";
 }
+
+TEST(SessionPersistenceTest, ALargeFileReadInTwoHalvesKeepsEveryRecordInOrder) {
+    // Enough sessions to pass the size at which decoding splits the file.
+    std::vector<Session> sessions;
+    for (int i = 0; sessions.empty() || SessionPersistence::encode(sessions).size() <
+                                            SessionPersistence::splitBytes + 4096;
+         ++i) {
+        for (int k = 0; k < 40; ++k) {
+            Session s = fullSession();
+            s.key.sessionId = "session-" + std::to_string(i * 40 + k);
+            s.title = std::string(4000, 'x') + "\"},{\"key\":{\"agent\":\""; // escaped in the file
+            sessions.push_back(std::move(s));
+        }
+    }
+    const std::string bytes = SessionPersistence::encode(sessions);
+    EXPECT_EQ(SessionPersistence::decode(bytes), sessions);
+
+    // A bad record in either half still loses the whole list.
+    for (const std::string& target :
+         {sessions.front().key.sessionId, sessions.back().key.sessionId}) {
+        std::string broken = bytes;
+        size_t at = broken.find("\"" + target + "\"");
+        ASSERT_NE(at, std::string::npos);
+        broken.replace(broken.find("\"status\":\"", at) + 10, 7, "unknown");
+        EXPECT_EQ(SessionPersistence::decode(broken), std::nullopt) << target;
+    }
+}
