@@ -11,10 +11,11 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <limits.h>
-#include <pwd.h>
+#include <sstream>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace tidewick {
 
@@ -60,8 +61,27 @@ std::uint64_t fnv1a64(std::string_view bytes) {
 std::string TidewickPaths::userHome() {
     if (const char* home = std::getenv("HOME"); home && *home)
         return home;
-    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir)
-        return entry->pw_dir;
+    // /etc/passwd read by hand rather than through getpwuid: the hook command is linked
+    // statically, where the system's user lookup would need shared libraries at run time.
+    const std::string uid = std::to_string(getuid());
+    try {
+        std::istringstream lines(File::read("/etc/passwd"));
+        for (std::string line; std::getline(lines, line);) {
+            // name:password:uid:gid:gecos:home:shell
+            std::vector<std::string_view> fields;
+            for (size_t start = 0;;) {
+                size_t colon = line.find(':', start);
+                fields.emplace_back(std::string_view(line).substr(start, colon - start));
+                if (colon == std::string::npos)
+                    break;
+                start = colon + 1;
+            }
+            if (fields.size() >= 6 && fields[2] == uid && !fields[5].empty())
+                return std::string(fields[5]);
+        }
+    } catch (const SystemError&) {
+        // No password file: fall through.
+    }
     return "/";
 }
 
