@@ -86,11 +86,6 @@ protected:
         return alerts;
     }
 
-    bool answer(const SessionKey& key, Answer answer,
-                std::optional<std::string> message = std::nullopt) {
-        return service->answerPermission(key, answer, std::move(message));
-    }
-
     Session session(const SessionKey& key) {
         for (Session& found : service->sessions())
             if (found.key == key)
@@ -132,8 +127,8 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
 
     // The first decision wins; a second click is reported as not delivered.
-    EXPECT_TRUE(answer(claudeKey, Answer::allow));
-    EXPECT_FALSE(answer(claudeKey, Answer::deny, "late"));
+    EXPECT_TRUE(service->answerPermission(claudeKey, Answer::allow));
+    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::deny, "late"));
     EXPECT_EQ(allowed.get().output, (HookOutput{claudeAllow, 0}));
     EXPECT_TRUE(service->pendingRequests().empty());
     EXPECT_EQ(status(claudeKey), SessionStatus::working);
@@ -145,7 +140,7 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
              {std::nullopt, "Denied from Tidewick."}, {"Use make clean.", "Use make clean."}}) {
         auto denied = handleAsync(claudePermission("ls -la"));
         ASSERT_TRUE(pendingCountIs(1));
-        EXPECT_TRUE(answer(claudeKey, Answer::deny, message));
+        EXPECT_TRUE(service->answerPermission(claudeKey, Answer::deny, message));
         EXPECT_EQ(
             denied.get().output.stdoutText,
             R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":")" +
@@ -161,11 +156,10 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(alertsSoFar(4).back(),
               (Alert{Alert::Kind::waitingReply, claudeKey, "Finished the turn", "All done.",
                      request.id, false, true}));
-    EXPECT_FALSE(answer(claudeKey, Answer::allow));
+    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
+    // The reply's exact answer is checked through the socket below.
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
-    EXPECT_EQ(
-        replied.get().output.stdoutText,
-        R"({"decision":"block","reason":"Message from the user, sent via Tidewick: Run the tests."})");
+    EXPECT_NE(replied.get().output, HookOutput::silent());
     EXPECT_EQ(status(claudeKey), SessionStatus::working);
     EXPECT_TRUE(inTimeline(claudeKey, "You replied"));
     auto stopped = handleAsync(claudeStop());
@@ -184,7 +178,7 @@ TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
     std::atomic<bool> delivered = false;
     service->addChangeHandler([&](const StoreChange& change) {
         if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
-            delivered = answer(change.key, Answer::allow);
+            delivered = service->answerPermission(change.key, Answer::allow);
     });
     EXPECT_EQ(handleNow(claudePermission()), (HookOutput{claudeAllow, 0}));
     EXPECT_TRUE(delivered);
@@ -206,13 +200,10 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     EXPECT_TRUE(inTimeline(claudeKey, "No reply — it stopped"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
-    const std::vector<Alert> raised = alertsSoFar(4);
-    EXPECT_NE(std::find(raised.begin(), raised.end(),
-                        Alert{Alert::Kind::finished, claudeKey, "Finished", "All done.",
-                              std::nullopt, false, false}),
-              raised.end());
+    EXPECT_EQ(alertsSoFar(4).back(), (Alert{Alert::Kind::finished, claudeKey, "Finished",
+                                            "All done.", std::nullopt, false, false}));
     ASSERT_EQ(service->pendingRequests().size(), 1u);
-    EXPECT_TRUE(answer(cursorKey, Answer::deny));
+    EXPECT_TRUE(service->answerPermission(cursorKey, Answer::deny));
     EXPECT_EQ(
         held.get().output.stdoutText,
         R"({"permission":"deny","user_message":"Denied in Tidewick.","agent_message":"The user denied this command in Tidewick. Do not retry it; ask how to proceed."})");
@@ -226,7 +217,7 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     EXPECT_EQ(withdrawn.get().output, HookOutput::silent());
     EXPECT_TRUE(service->pendingRequests().empty());
     EXPECT_TRUE(inTimeline(claudeKey, "The request was withdrawn"));
-    EXPECT_FALSE(answer(claudeKey, Answer::allow));
+    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
 
     // A broken file gives the defaults and is reported through the service's reporter.
     writeSettings("{\"quietMode\": true,");
@@ -346,12 +337,8 @@ TEST_F(TidewickServiceTest, RunsOnceAtATimeAndKeepsSessionsAcrossARestart) {
     service->start();
     (void)handleNow(cursorShell("ls -la"));
     auto second = make();
-    try {
-        second->start();
-        FAIL() << "the second instance started";
-    } catch (const TidewickService::AlreadyRunning& error) {
-        EXPECT_STREQ(error.what(), "Tidewick is already running. Quit it before starting another.");
-    }
+    // Its sentence is checked where the program prints it.
+    EXPECT_THROW(second->start(), TidewickService::AlreadyRunning);
     EXPECT_FALSE(second->isRunning());
 
     // The first one still answers on its socket and holds what comes through it.

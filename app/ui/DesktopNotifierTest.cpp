@@ -3,6 +3,7 @@
 #include "DesktopNotifier.h"
 
 #include "foundation/File.h"
+#include "service/ServiceTestSupport.h"
 #include "testing/BackgroundProgram.h"
 #include "testing/TemporaryDirectory.h"
 
@@ -25,25 +26,13 @@ class PrivateBus {
 public:
     PrivateBus() {
         const std::string socket = File::join(directory_.path(), "bus");
-        const std::string config = File::join(directory_.path(), "bus.conf");
-        File::writeAtomically(config,
-                              "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus "
-                              "Configuration 1.0//EN\" "
-                              "\"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                              "<busconfig><type>session</type><listen>unix:path=" +
-                                  socket +
-                                  "</listen><auth>EXTERNAL</auth>"
-                                  "<policy context=\"default\"><allow send_destination=\"*\"/>"
-                                  "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy>"
-                                  "</busconfig>\n",
-                              0600);
-        // Its complaints as root (file limits) land in a file nobody reads.
-        daemon_.emplace(std::vector<std::string>{daemonPath, "--config-file=" + config, "--nofork",
-                                                 "--nopidfile"},
+        // The stock session configuration lets anyone own and call anything; its complaints
+        // as root (file limits) land in a file nobody reads.
+        daemon_.emplace(std::vector<std::string>{daemonPath, "--session", "--nofork", "--nopidfile",
+                                                 "--address=unix:path=" + socket},
                         std::vector<std::string>{}, "", File::join(directory_.path(), "daemon"));
-        for (int i = 0; i < 200 && !File::exists(socket); ++i)
-            std::this_thread::sleep_for(25ms);
         address_ = "unix:path=" + socket;
+        (void)testing::eventually([&] { return File::exists(socket); });
     }
     const std::string& address() const { return address_; }
 
@@ -53,11 +42,31 @@ private:
     std::string address_;
 };
 
+/// A list filled on one thread and read on another.
+template <typename T> class Recorded {
+public:
+    /// Appends `item`; the number of items now held.
+    std::size_t add(T item) {
+        std::lock_guard guard(lock_);
+        items_.push_back(std::move(item));
+        return items_.size();
+    }
+    std::vector<T> all() {
+        std::lock_guard guard(lock_);
+        return items_;
+    }
+
+private:
+    std::mutex lock_;
+    std::vector<T> items_;
+};
+
 /// What the stand-in saw of one Notify call.
 struct NotifyCall {
     std::string appName, summary, body;
     std::vector<std::string> actions;
     int urgency = -1;
+    friend bool operator==(const NotifyCall&, const NotifyCall&) = default;
 };
 
 /// Owns org.freedesktop.Notifications, answers Notify with ids from 41 on and presses
@@ -91,14 +100,8 @@ public:
         std::lock_guard guard(lock_);
         button_ = std::move(button);
     }
-    std::vector<NotifyCall> calls() {
-        std::lock_guard guard(lock_);
-        return calls_;
-    }
-    std::vector<std::uint32_t> closed() {
-        std::lock_guard guard(lock_);
-        return closed_;
-    }
+    Recorded<NotifyCall> calls;
+    Recorded<std::uint32_t> closed;
 
 private:
     static int filter(sd_bus_message* message, void* self, sd_bus_error*) {
@@ -109,10 +112,7 @@ private:
                                           "CloseNotification")) {
             std::uint32_t id = 0;
             (void)sd_bus_message_read(message, "u", &id);
-            {
-                std::lock_guard guard(service->lock_);
-                service->closed_.push_back(id);
-            }
+            (void)service->closed.add(id);
             (void)sd_bus_reply_method_return(message, "");
             return 1;
         }
@@ -136,31 +136,20 @@ private:
             std::free(*a);
         }
         std::free(actions);
-        // Hints: look for "urgency" only.
-        if (sd_bus_message_enter_container(message, 'a', "{sv}") > 0) {
-            while (sd_bus_message_enter_container(message, 'e', "sv") > 0) {
-                const char* key = nullptr;
-                (void)sd_bus_message_read(message, "s", &key);
-                if (std::string(key) == "urgency") {
-                    std::uint8_t urgency = 0;
-                    (void)sd_bus_message_read(message, "v", "y", &urgency);
-                    call.urgency = urgency;
-                } else {
-                    (void)sd_bus_message_skip(message, "v");
-                }
-                (void)sd_bus_message_exit_container(message);
-            }
-            (void)sd_bus_message_exit_container(message);
-        }
-        std::uint32_t id = 0;
+        // The notifier sends one hint, the urgency; anything else fails the call.
+        const char* hint = nullptr;
+        std::uint8_t urgency = 0;
+        if (sd_bus_message_read(message, "a{sv}", 1, &hint, "y", &urgency) < 0 ||
+            std::string_view(hint) != "urgency")
+            return -EINVAL;
+        call.urgency = urgency;
         std::string button;
         {
             std::lock_guard guard(lock_);
-            calls_.push_back(call);
-            id = 40 + static_cast<std::uint32_t>(calls_.size());
             if (std::find(call.actions.begin(), call.actions.end(), button_) != call.actions.end())
                 button = button_;
         }
+        const auto id = 40 + static_cast<std::uint32_t>(calls.add(std::move(call)));
         (void)sd_bus_reply_method_return(message, "u", id);
         if (!button.empty())
             (void)sd_bus_emit_signal(bus_, "/org/freedesktop/Notifications",
@@ -173,38 +162,7 @@ private:
     std::string button_;
     std::atomic<bool> stop_{false};
     std::mutex lock_;
-    std::vector<NotifyCall> calls_;
-    std::vector<std::uint32_t> closed_;
     std::thread thread_;
-};
-
-template <typename Condition> bool eventually(Condition condition) {
-    // Generous: the daemon and two connections on a busy machine.
-    for (int i = 0; i < 400; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(25ms);
-    }
-    return condition();
-}
-
-/// Collects the actions a notifier reports, from its own thread.
-class ActionRecorder {
-public:
-    DesktopNotifier::ActionHandler handler() {
-        return [this](const DesktopNotifier::Action& action) {
-            std::lock_guard guard(lock_);
-            actions_.push_back(action);
-        };
-    }
-    std::vector<DesktopNotifier::Action> actions() {
-        std::lock_guard guard(lock_);
-        return actions_;
-    }
-
-private:
-    std::mutex lock_;
-    std::vector<DesktopNotifier::Action> actions_;
 };
 
 class DesktopNotifierTest : public ::testing::Test {
@@ -225,37 +183,34 @@ protected:
         return notification;
     }
 
-    ActionRecorder pressed;
+    /// Hands each action a notifier reports, from its own thread, to `into`.
+    static DesktopNotifier::ActionHandler recorder(Recorded<DesktopNotifier::Action>& into) {
+        return [&into](const DesktopNotifier::Action& action) { (void)into.add(action); };
+    }
+
+    Recorded<DesktopNotifier::Action> pressed;
 };
 
 TEST_F(DesktopNotifierTest, NotifiesWithAllowAndDenyAndReportsThePressedButton) {
     PrivateBus bus;
     StandInNotificationService standIn(bus.address());
-    DesktopNotifier notifier(bus.address(), pressed.handler());
+    DesktopNotifier notifier(bus.address(), recorder(pressed));
     ASSERT_TRUE(notifier.isAvailable());
     // A second notifier on the same bus sees the signals for notifications it never sent
     // and must not act on them.
-    ActionRecorder strangers;
-    DesktopNotifier other(bus.address(), strangers.handler());
+    Recorded<DesktopNotifier::Action> strangers;
+    DesktopNotifier other(bus.address(), recorder(strangers));
 
     const UUID allowed = UUID::random(), denied = UUID::random();
     standIn.press("allow");
     notifier.notify(permission("s1", allowed));
-    ASSERT_TRUE(eventually([&] { return pressed.actions().size() == 1; }));
+    ASSERT_TRUE(testing::eventually([&] { return pressed.all().size() == 1; }));
     standIn.press("deny");
     notifier.notify(permission("s2", denied));
-    ASSERT_TRUE(eventually([&] { return pressed.actions().size() == 2; }));
-    EXPECT_EQ(pressed.actions(),
+    ASSERT_TRUE(testing::eventually([&] { return pressed.all().size() == 2; }));
+    EXPECT_EQ(pressed.all(),
               (std::vector<DesktopNotifier::Action>{{{AgentKind::claude, "s1"}, allowed, "allow"},
                                                     {{AgentKind::claude, "s2"}, denied, "deny"}}));
-
-    const std::vector<NotifyCall> calls = standIn.calls();
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0].appName, "Tidewick");
-    EXPECT_EQ(calls[0].summary, "Claude Code needs permission");
-    EXPECT_EQ(calls[0].body, "Run rm -rf build\n⚠ deletes files for good &lt;now&gt;");
-    EXPECT_EQ(calls[0].actions, (std::vector<std::string>{"allow", "Allow", "deny", "Deny"}));
-    EXPECT_EQ(calls[0].urgency, 2);
 
     // A reply notification offers no buttons, so nothing can be pressed on it.
     Notification reply;
@@ -263,32 +218,38 @@ TEST_F(DesktopNotifierTest, NotifiesWithAllowAndDenyAndReportsThePressedButton) 
     reply.session = {AgentKind::codex, "s3"};
     reply.requestId = UUID::random();
     notifier.notify(reply);
-    ASSERT_TRUE(eventually([&] { return standIn.calls().size() == 3; }));
-    EXPECT_TRUE(standIn.calls()[2].actions.empty());
-    EXPECT_EQ(standIn.calls()[2].urgency, 1);
+    ASSERT_TRUE(testing::eventually([&] { return standIn.calls.all().size() == 3; }));
+    const NotifyCall asked{"Tidewick",
+                           "Claude Code needs permission",
+                           "Run rm -rf build\n⚠ deletes files for good &lt;now&gt;",
+                           {"allow", "Allow", "deny", "Deny"},
+                           2};
+    EXPECT_EQ(standIn.calls.all(),
+              (std::vector<NotifyCall>{
+                  asked, asked, {"Tidewick", "Codex is waiting for your reply", "", {}, 1}}));
 
     // Withdrawing closes the notification that shows the request.
     notifier.withdraw(*reply.requestId);
-    ASSERT_TRUE(eventually([&] { return !standIn.closed().empty(); }));
-    EXPECT_EQ(standIn.closed(), (std::vector<std::uint32_t>{43}));
-    EXPECT_EQ(pressed.actions().size(), 2u);
-    EXPECT_TRUE(strangers.actions().empty());
+    ASSERT_TRUE(testing::eventually([&] { return !standIn.closed.all().empty(); }));
+    EXPECT_EQ(standIn.closed.all(), (std::vector<std::uint32_t>{43}));
+    EXPECT_EQ(pressed.all().size(), 2u);
+    EXPECT_TRUE(strangers.all().empty());
 }
 
 TEST_F(DesktopNotifierTest, WithoutABusItIsQuietlyUnavailable) {
     TemporaryDirectory empty;
-    DesktopNotifier nowhere("unix:path=" + File::join(empty.path(), "no-bus"), pressed.handler());
+    DesktopNotifier nowhere("unix:path=" + File::join(empty.path(), "no-bus"), recorder(pressed));
     EXPECT_FALSE(nowhere.isAvailable());
     nowhere.notify(permission("s", UUID::random()));
     nowhere.withdraw(UUID::random());
 
     // A bus without a notification service: the call fails and is ignored.
     PrivateBus bus;
-    DesktopNotifier lonely(bus.address(), pressed.handler());
+    DesktopNotifier lonely(bus.address(), recorder(pressed));
     ASSERT_TRUE(lonely.isAvailable());
     lonely.notify(permission("s", UUID::random()));
     std::this_thread::sleep_for(200ms);
-    EXPECT_TRUE(pressed.actions().empty());
+    EXPECT_TRUE(pressed.all().empty());
 }
 
 } // namespace

@@ -101,7 +101,7 @@ TEST_F(LayoutTest, EmptyOrTwoHundredSessionsTheListFitsTheScreen) {
     EXPECT_TRUE(contains(frame.text(0), "200 sessions"));
 }
 
-TEST_F(LayoutTest, LinesBeingTypedHelpAndQuitQuestion) {
+TEST_F(LayoutTest, DenyAndReplyLinesHelpAndQuitQuestion) {
     controller.setSessions({asking("git push --force")});
     (void)controller.handleKey(Key::of('n'), t0);
     (void)controller.handleKey(Key::of(U'é'), t0);
@@ -124,21 +124,20 @@ TEST_F(LayoutTest, LinesBeingTypedHelpAndQuitQuestion) {
     (void)controller.handleKey(Key::of('q'), t0);
     EXPECT_TRUE(
         contains(layoutScreen(controller, t0, 80, 24).text(23), "1 request is held. Quit anyway?"));
-}
+    (void)controller.handleKey(Key::of('n'), t0);
 
-TEST_F(LayoutTest, ReplyLineListsTheQuickReplies) {
-    const Session session =
-        holding(makeSession("api", 0, AgentKind::codex),
-                heldRequest(PendingKind::reply, "Finished the turn", std::nullopt, 0, 3600));
-    controller.setSessions({session});
+    // The end of a turn: a reply line listing the quick replies.
+    controller.setSessions(
+        {holding(makeSession("api", 0, AgentKind::codex),
+                 heldRequest(PendingKind::reply, "Finished the turn", std::nullopt, 0, 3600))});
     const std::string before = layoutScreen(controller, t0, 80, 24).text();
-    EXPECT_TRUE(contains(before, "Waiting for your reply · 1:00:00"));
-    EXPECT_TRUE(contains(before, "r reply · s let it stop"));
+    for (const char* part : {"Waiting for your reply · 1:00:00", "r reply · s let it stop"})
+        EXPECT_TRUE(contains(before, part)) << part;
     (void)controller.handleKey(Key::of('r'), t0);
-    const Frame frame = layoutScreen(controller, t0, 80, 24);
-    EXPECT_TRUE(contains(frame.text(), "1 Continue working."));
-    EXPECT_TRUE(contains(frame.text(), "2 Run the tests."));
-    EXPECT_TRUE(frame.text(23).starts_with("Reply (Enter sends, Esc cancels): "));
+    const Frame reply = layoutScreen(controller, t0, 80, 24);
+    for (const char* part : {"1 Continue working.", "2 Run the tests."})
+        EXPECT_TRUE(contains(reply.text(), part)) << part;
+    EXPECT_TRUE(reply.text(23).starts_with("Reply (Enter sends, Esc cancels): "));
 }
 
 } // namespace

@@ -9,12 +9,6 @@ namespace {
 
 using namespace tidewick::testing;
 
-Session makeSession(AgentKind agent, std::string id, SessionStatus status, double lastActivity) {
-    Session session = testing::makeSession(std::move(id), lastActivity, agent);
-    session.status = status;
-    return session;
-}
-
 std::vector<std::string> ids(const std::vector<Session>& sessions) {
     std::vector<std::string> result;
     for (const Session& s : sessions)
@@ -23,32 +17,30 @@ std::vector<std::string> ids(const std::vector<Session>& sessions) {
 }
 
 TEST(Screen, SessionsNeedingYouComeFirstLongestWaitingFirstEndedLast) {
-    Session working = makeSession(AgentKind::codex, "working", SessionStatus::working, 50);
-    Session ended = makeSession(AgentKind::cursor, "ended", SessionStatus::ended, 90);
-    Session idle = makeSession(AgentKind::cursor, "idle", SessionStatus::idle, 10);
-    Session askedLate =
-        makeSession(AgentKind::claude, "askedLate", SessionStatus::needsPermission, 80);
-    askedLate.pending.push_back(heldRequest(PendingKind::permission, "Run ls", "ls", 80, 300));
-    Session askedEarly =
-        makeSession(AgentKind::codex, "askedEarly", SessionStatus::waitingReply, 99);
-    askedEarly.pending.push_back(
-        heldRequest(PendingKind::reply, "Finished", std::nullopt, 20, 3600));
-
-    EXPECT_EQ(ids(Screen::ordered({working, ended, idle, askedLate, askedEarly})),
+    Session ended = makeSession("ended", 90, AgentKind::cursor);
+    ended.status = SessionStatus::ended;
+    Session idle = makeSession("idle", 10, AgentKind::cursor);
+    idle.status = SessionStatus::idle;
+    const Session askedLate = holding(makeSession("askedLate", 80),
+                                      heldRequest(PendingKind::permission, "Run ls", "ls", 80));
+    const Session askedEarly =
+        holding(makeSession("askedEarly", 99, AgentKind::codex),
+                heldRequest(PendingKind::reply, "Finished", std::nullopt, 20, 3600));
+    EXPECT_EQ(ids(Screen::ordered({makeSession("working", 50, AgentKind::codex), ended, idle,
+                                   askedLate, askedEarly})),
               (std::vector<std::string>{"askedEarly", "askedLate", "working", "idle", "ended"}));
 
     // Equal times fall back to the key, so the order never depends on the input order.
-    Session twinA = makeSession(AgentKind::claude, "a", SessionStatus::working, 5);
-    Session twinB = makeSession(AgentKind::claude, "b", SessionStatus::working, 5);
-    EXPECT_EQ(ids(Screen::ordered({twinB, twinA})), ids(Screen::ordered({twinA, twinB})));
+    EXPECT_EQ(ids(Screen::ordered({makeSession("b", 5), makeSession("a", 5)})),
+              ids(Screen::ordered({makeSession("a", 5), makeSession("b", 5)})));
 }
 
 TEST(Screen, RowCarriesTheListColumns) {
-    Session session = makeSession(AgentKind::antigravity, "s", SessionStatus::needsPermission, 0);
+    Session session = holding(makeSession("s", 0, AgentKind::antigravity),
+                              heldRequest(PendingKind::permission, "Run make", "make"));
     session.projectPath = "/home/ana/src/webshop/";
     session.currentAction = "Run make\ntest";
-    session.pending.push_back(heldRequest(PendingKind::permission, "Run make", "make", 0, 300));
-    session.pending.push_back(heldRequest(PendingKind::reply, "Finished", std::nullopt, 0, 300));
+    session.pending.push_back(heldRequest(PendingKind::reply, "Finished"));
 
     SessionRow row = Screen::row(session, addSeconds(t0, 125));
     EXPECT_EQ(row.agent, "Antigravity");
@@ -63,10 +55,9 @@ TEST(Screen, RowCarriesTheListColumns) {
 }
 
 TEST(Screen, HeldRequestsSayWhatTheyWaitForAndWhatHappensAfterTheDeadline) {
-    Session session = makeSession(AgentKind::codex, "s", SessionStatus::needsPermission, 0);
-    session.pending.push_back(heldRequest(PendingKind::permission, "Run rm",
-                                          std::string("rm -rf build\n\nClean the build folder"), 0,
-                                          300));
+    Session session = holding(
+        makeSession("s", 0, AgentKind::codex),
+        heldRequest(PendingKind::permission, "Run rm", "rm -rf build\n\nClean the build folder"));
     session.pending.push_back(heldRequest(PendingKind::reply, "Finished", std::nullopt, 0, 3600));
 
     SessionDetail live = Screen::detail(session, addSeconds(t0, 0.5), 10);
@@ -95,7 +86,7 @@ TEST(Screen, HeldRequestsSayWhatTheyWaitForAndWhatHappensAfterTheDeadline) {
 }
 
 TEST(Screen, TimelineKeepsTheMostRecentEntriesOnOneLine) {
-    Session session = makeSession(AgentKind::claude, "s", SessionStatus::working, 0);
+    Session session = makeSession("s");
     std::vector<TimelineItem> items;
     for (int i = 0; i < 30; ++i)
         items.push_back({UUID::random(), addSeconds(t0, i), TimelineKind::tool,
