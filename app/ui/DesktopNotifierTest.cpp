@@ -26,13 +26,21 @@ class PrivateBus {
 public:
     PrivateBus() {
         const std::string socket = File::join(directory_.path(), "bus");
-        // The stock session configuration lets anyone own and call anything; its complaints
-        // as root (file limits) land in a file nobody reads.
-        daemon_.emplace(std::vector<std::string>{daemonPath, "--session", "--nofork", "--nopidfile",
-                                                 "--address=unix:path=" + socket},
+        const std::string config = File::join(directory_.path(), "bus.conf");
+        // Our own configuration: nothing of the machine's is included or activated.
+        File::writeAtomically(config,
+                              "<busconfig><type>session</type><listen>unix:path=" + socket +
+                                  "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                                  "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
+                                  "<allow own=\"*\"/></policy></busconfig>\n",
+                              0600);
+        // It prints its address once it accepts connections; its complaints as root (file
+        // limits) land in a file nobody reads.
+        daemon_.emplace(std::vector<std::string>{daemonPath, "--config-file=" + config, "--nofork",
+                                                 "--nopidfile", "--print-address"},
                         std::vector<std::string>{}, "", File::join(directory_.path(), "daemon"));
+        (void)testing::eventually([&] { return daemon_->out().ends_with("\n"); });
         address_ = "unix:path=" + socket;
-        (void)testing::eventually([&] { return File::exists(socket); });
     }
     const std::string& address() const { return address_; }
 

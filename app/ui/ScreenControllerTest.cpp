@@ -166,9 +166,7 @@ TEST_F(ScreenControllerTest, SelectionFollowsTheTopUntilMovedThenTheSession) {
 }
 
 TEST_F(ScreenControllerTest, QuitAsksFirstWhileRequestsAreHeld) {
-    controller.setSessions({makeSession("a", 0)});
-    EXPECT_EQ(press('q'), ScreenController::Outcome::quit);
-
+    // With nothing held q quits at once: the terminal test presses it so.
     controller.setSessions({asking("a", 0)});
     EXPECT_EQ(press('q'), ScreenController::Outcome::stay);
     EXPECT_EQ(controller.mode(), ScreenController::Mode::confirmQuit);
