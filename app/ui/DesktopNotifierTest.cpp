@@ -180,15 +180,14 @@ protected:
             GTEST_SKIP() << "dbus-daemon is not installed (Debian package dbus)";
     }
 
+    /// An urgent permission request offering Allow and Deny.
     static Notification permission(std::string session, UUID id) {
-        Notification notification;
-        notification.summary = "Claude Code needs permission";
-        notification.body = "Run rm -rf build\n⚠ deletes files for good <now>";
-        notification.session = {AgentKind::claude, std::move(session)};
-        notification.requestId = id;
-        notification.offersAnswers = true;
-        notification.urgent = true;
-        return notification;
+        return {"Claude Code needs permission",
+                "Run rm -rf build\n⚠ deletes files for good <now>",
+                {AgentKind::claude, std::move(session)},
+                id,
+                true,
+                true};
     }
 
     /// Hands each action a notifier reports, from its own thread, to `into`.
@@ -221,10 +220,8 @@ TEST_F(DesktopNotifierTest, NotifiesWithAllowAndDenyAndReportsThePressedButton) 
                                                     {{AgentKind::claude, "s2"}, denied, "deny"}}));
 
     // A reply notification offers no buttons, so nothing can be pressed on it.
-    Notification reply;
-    reply.summary = "Codex is waiting for your reply";
-    reply.session = {AgentKind::codex, "s3"};
-    reply.requestId = UUID::random();
+    const Notification reply{
+        "Codex is waiting for your reply", "", {AgentKind::codex, "s3"}, UUID::random()};
     notifier.notify(reply);
     ASSERT_TRUE(testing::eventually([&] { return standIn.calls.all().size() == 3; }));
     const NotifyCall asked{"Tidewick",

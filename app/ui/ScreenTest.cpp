@@ -103,17 +103,13 @@ TEST(Screen, TimelineKeepsTheMostRecentEntriesOnOneLine) {
 }
 
 TEST(Screen, AgesAndCountdowns) {
-    EXPECT_EQ(Screen::age(-4), "0s");
-    EXPECT_EQ(Screen::age(59.9), "59s");
-    EXPECT_EQ(Screen::age(60), "1m");
-    EXPECT_EQ(Screen::age(3599), "59m");
-    EXPECT_EQ(Screen::age(7200), "2h");
-    EXPECT_EQ(Screen::age(86400 * 3 + 5), "3d");
-    EXPECT_EQ(Screen::countdown(0.2), "0:01");
-    EXPECT_EQ(Screen::countdown(59), "0:59");
-    EXPECT_EQ(Screen::countdown(3599.5), "1:00:00");
-    EXPECT_EQ(Screen::countdown(3661), "1:01:01");
-    EXPECT_EQ(Screen::countdown(-1), "0:00");
+    using Rows = std::vector<std::pair<double, std::string>>;
+    for (const auto& [seconds, age] :
+         Rows{{-4, "0s"}, {59.9, "59s"}, {60, "1m"}, {3599, "59m"}, {7200, "2h"}, {259205, "3d"}})
+        EXPECT_EQ(Screen::age(seconds), age) << seconds;
+    for (const auto& [seconds, left] :
+         Rows{{0.2, "0:01"}, {59, "0:59"}, {3599.5, "1:00:00"}, {3661, "1:01:01"}, {-1, "0:00"}})
+        EXPECT_EQ(Screen::countdown(seconds), left) << seconds;
 }
 
 } // namespace
