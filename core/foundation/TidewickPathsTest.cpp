@@ -30,16 +30,14 @@ TEST(TidewickPaths, LocationsHangOffTheApplicationDirectory) {
     TidewickPaths paths("/Users/a");
     const std::string app = "/Users/a/Library/Application Support/Tidewick";
     EXPECT_EQ(paths.appSupport(), app);
-    EXPECT_EQ(paths.socketPath(), app + "/tidewick.sock");
-    EXPECT_EQ(paths.binDirectory(), app + "/bin");
-    EXPECT_EQ(paths.helperPath(), app + "/bin/tidewick-hook");
-    EXPECT_EQ(paths.backupsDirectory(), app + "/Backups");
-    EXPECT_EQ(paths.secretFile(), app + "/secret");
-    EXPECT_EQ(paths.settingsFile(), app + "/settings.json");
-    EXPECT_EQ(paths.sessionsFile(), app + "/sessions.json");
-    EXPECT_EQ(paths.activityFile(), app + "/activity.jsonl");
-    EXPECT_EQ(paths.connectionsFile(), app + "/connections.json");
-    EXPECT_EQ(paths.claudeLimitsFile(), app + "/claude-limits.json");
+    std::string names;
+    for (const std::string& path :
+         {paths.socketPath(), paths.binDirectory(), paths.helperPath(), paths.backupsDirectory(),
+          paths.secretFile(), paths.settingsFile(), paths.sessionsFile(), paths.activityFile(),
+          paths.connectionsFile(), paths.claudeLimitsFile()})
+        names += (path.rfind(app + "/", 0) == 0 ? path.substr(app.size() + 1) : path) + " ";
+    EXPECT_EQ(names, "tidewick.sock bin bin/tidewick-hook Backups secret settings.json "
+                     "sessions.json activity.jsonl connections.json claude-limits.json ");
 
     // The hook command and the application may spell the same home differently.
     EXPECT_EQ(TidewickPaths("/Users/a/").socketPath(), paths.socketPath());
@@ -76,7 +74,7 @@ TEST(TidewickPaths, SocketMovesToTmpOnlyPastOneHundredBytes) {
     EXPECT_EQ(TidewickPaths(accented + "\xC3\xA9").socketPath().rfind("/tmp/tw-", 0), 0u);
 }
 
-TEST(TidewickPaths, SecretIsCreatedOnceWithOwnerOnlyPermissions) {
+TEST(TidewickPaths, SecretIsCreatedOnceOwnerOnlyAndReplacedWhenDamaged) {
     TemporaryDirectory home;
     TidewickPaths paths(home.path());
     ::umask(022);
@@ -85,25 +83,22 @@ TEST(TidewickPaths, SecretIsCreatedOnceWithOwnerOnlyPermissions) {
     EXPECT_FALSE(paths.secretIfReadable());
     EXPECT_FALSE(File::exists(paths.appSupport())) << "readSecret must create nothing";
 
+    // An application directory made too open beforehand is narrowed.
+    File::makeDirectories(paths.appSupport(), 0755);
     std::string secret = paths.loadOrCreateSecret();
     ASSERT_EQ(secret.size(), 64u);
     EXPECT_EQ(secret.find_first_not_of("0123456789abcdef"), std::string::npos) << secret;
     EXPECT_EQ(File::read(paths.secretFile()), secret) << "no line terminator";
+    for (const std::string& directory :
+         {paths.appSupport(), paths.binDirectory(), paths.backupsDirectory()})
+        EXPECT_EQ(modeOf(directory), 0700) << directory;
     EXPECT_EQ(modeOf(paths.secretFile()), 0600);
-    EXPECT_EQ(modeOf(paths.appSupport()), 0700);
-    EXPECT_EQ(modeOf(paths.binDirectory()), 0700);
-    EXPECT_EQ(modeOf(paths.backupsDirectory()), 0700);
 
     EXPECT_EQ(paths.loadOrCreateSecret(), secret) << "an existing secret is kept";
     EXPECT_EQ(paths.readSecret(), secret);
     EXPECT_NE(TidewickPaths(home.path() + "/other").loadOrCreateSecret(), secret);
-}
 
-TEST(TidewickPaths, SecretFileContentsAreCheckedAndReplacedWhenDamaged) {
-    TemporaryDirectory home;
-    TidewickPaths paths(home.path());
-    paths.ensureDirectories();
-
+    // Contents are checked, and a damaged secret is replaced.
     const std::string forty(40, 'k');
     File::writeAtomically(paths.secretFile(), " " + forty + "\n", 0600);
     EXPECT_EQ(paths.readSecret(), forty);
@@ -128,23 +123,11 @@ TEST(TidewickPaths, SecretFileContentsAreCheckedAndReplacedWhenDamaged) {
     File::writeAtomically(paths.secretFile(), std::string(40, 'k') + "\xFF", 0600);
     EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
     EXPECT_FALSE(paths.secretIfReadable());
-    EXPECT_EQ(paths.loadOrCreateSecret().size(), 64u);
-}
-
-TEST(TidewickPaths, EnsureDirectoriesNarrowsAnExistingApplicationDirectory) {
-    TemporaryDirectory home;
-    TidewickPaths paths(home.path());
-    File::makeDirectories(paths.appSupport(), 0755);
-    ASSERT_EQ(modeOf(paths.appSupport()), 0755);
-    paths.ensureDirectories();
-    EXPECT_EQ(modeOf(paths.appSupport()), 0700);
-    EXPECT_EQ(modeOf(paths.backupsDirectory()), 0700);
 
     // A file where a directory belongs is reported, naming the call.
-    TemporaryDirectory blocked;
-    File::writeAtomically(blocked.path() + "/Library", "x", 0600);
+    File::writeAtomically(home.path() + "/blocked", "x", 0600);
     try {
-        TidewickPaths(blocked.path()).ensureDirectories();
+        TidewickPaths(home.path() + "/blocked").ensureDirectories();
         FAIL() << "expected a SystemError";
     } catch (const SystemError& error) {
         EXPECT_EQ(error.code(), ENOTDIR) << error.what();

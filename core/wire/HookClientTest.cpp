@@ -41,7 +41,7 @@ TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
     EXPECT_EQ(failureOf(dir.path() + "/" + std::string(110, 'l')), Kind::notRunning)
         << "a path too long for an address";
     const std::string path = dir.path() + "/busy.sock";
-    int listener = testing::listenRaw(path, 0);
+    int listener = testing::openRaw(path, testing::RawSocket::listening, 0);
     ASSERT_GE(listener, 0);
     // A large request to a listener that never reads: the write times out.
     const HookRequest large = requestWith(std::string(2 << 20, 'b'));

@@ -21,14 +21,12 @@ namespace {
 const std::string secret = std::string(32, 'a') + std::string(32, 'b');
 
 HookRequest requestFor(const std::string& event) {
-    HookRequest request;
-    request.agent = "claude";
-    request.event = event;
-    request.payload = JSONValue::parse(R"({"session_id":"s1","tool_input":{"command":"ls"}})");
-    request.pid = 99;
-    request.agentPid = 98;
-    request.host = "kitty";
-    return request;
+    return {.agent = "claude",
+            .event = event,
+            .payload = JSONValue::parse(R"({"session_id":"s1","tool_input":{"command":"ls"}})"),
+            .pid = 99,
+            .host = "kitty",
+            .agentPid = 98};
 }
 
 std::string requestLine(const std::string& event, const std::string& withSecret = secret) {
@@ -123,9 +121,8 @@ TEST_F(HookServerTest, SocketPathsOfUpTo103BytesBind) {
     }
 }
 
-TEST(HookServer, HoldsConnectionsInParallelUntilItIsDestroyed) {
-    TemporaryDirectory dir;
-    const std::string path = dir.path() + "/tw.sock";
+TEST_F(HookServerTest, HoldsConnectionsInParallelUntilItIsDestroyed) {
+    const std::string path = path_ + "-parallel";
     constexpr int held = 8;
     std::atomic<int> holding = 0, released = 0;
     auto server = std::make_unique<HookServer>(
@@ -139,11 +136,11 @@ TEST(HookServer, HoldsConnectionsInParallelUntilItIsDestroyed) {
     server->start();
     std::vector<int> clients;
     for (int i = 0; i < held; ++i) {
-        clients.push_back(testing::connectRaw(path));
+        clients.push_back(testing::openRaw(path, testing::RawSocket::connected));
         ASSERT_TRUE(Wire::writeAll(clients.back(), requestLine("Stop")));
     }
     // One more client connects but never sends its line.
-    clients.push_back(testing::connectRaw(path));
+    clients.push_back(testing::openRaw(path, testing::RawSocket::connected));
     // All handlers are inside at once: only a thread per connection allows that.
     for (int i = 0; i < 1000 && holding < held; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -7,21 +7,19 @@
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace tidewick {
 namespace {
 
+// Closing an end twice is harmless: the second close gets -1.
 struct SocketPair {
     SocketPair() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0); }
     ~SocketPair() {
         closeEnd(0);
         closeEnd(1);
     }
-    void closeEnd(int i) {
-        if (fds[i] >= 0)
-            ::close(fds[i]);
-        fds[i] = -1;
-    }
+    void closeEnd(int i) { ::close(std::exchange(fds[i], -1)); }
     int fds[2] = {-1, -1};
 };
 
@@ -32,14 +30,14 @@ std::string withoutNewline(std::string line) {
 }
 
 TEST(Wire, RequestLinesRoundTripByteExactly) {
-    HookRequest request;
-    request.agent = "claude";
-    request.event = "PermissionRequest";
-    request.payload = JSONValue::parse(R"({"tool":"Bash","text":"two\nlines","n":[1,2.5]})");
-    request.pid = 4242;
-    request.host = "iterm";
-    request.agentPid = -7;
-    request.noHold = true;
+    const HookRequest request{
+        .agent = "claude",
+        .event = "PermissionRequest",
+        .payload = JSONValue::parse(R"({"tool":"Bash","text":"two\nlines","n":[1,2.5]})"),
+        .pid = 4242,
+        .host = "iterm",
+        .agentPid = -7,
+        .noHold = true};
     std::string line = Wire::encode(request, "s3cret");
     EXPECT_EQ(line, "{\"v\":1,\"secret\":\"s3cret\",\"agent\":\"claude\",\"event\":"
                     "\"PermissionRequest\",\"pid\":4242,\"payload\":{\"tool\":\"Bash\",\"text\":"

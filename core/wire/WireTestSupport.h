@@ -39,18 +39,12 @@ inline int openRaw(const std::string& path, RawSocket kind, int backlog = 8) {
         ::close(fd);
     return ok ? fd : -1;
 }
-inline int connectRaw(const std::string& path) {
-    return openRaw(path, RawSocket::connected);
-}
-inline int listenRaw(const std::string& path, int backlog = 8) {
-    return openRaw(path, RawSocket::listening, backlog);
-}
 
 /// Sends `line` on a new connection and returns everything the server sent
 /// before closing (empty when it closed without a word); nothing when the
 /// connection failed or the server neither answered nor closed in 5 s.
 inline std::optional<std::string> exchangeRaw(const std::string& path, const std::string& line) {
-    int fd = connectRaw(path);
+    int fd = openRaw(path, RawSocket::connected);
     if (fd < 0)
         return std::nullopt;
     Socket::Descriptor guard(fd);
@@ -75,7 +69,7 @@ public:
     enum class After { close, hold };
 
     FakeServer(const std::string& path, std::string reply, After after = After::close)
-        : listener_(listenRaw(path)) {
+        : listener_(openRaw(path, RawSocket::listening)) {
         EXPECT_GE(listener_, 0);
         EXPECT_EQ(::pipe(stop_), 0);
         thread_ = std::thread([this, reply = std::move(reply), after] {
