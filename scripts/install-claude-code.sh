@@ -10,6 +10,11 @@ dest=${1:?usage: install-claude-code.sh FOLDER}
 version=${TIDEWICK_CLAUDE_CODE_VERSION:-2.1.197}
 claude="$dest/node_modules/.bin/claude"
 
+mkdir -p "$dest"
+# Tests running side by side install into the same folder: one at a time.
+exec 9>"$dest/.install-lock"
+flock 9
+
 installed_version() {
   "$claude" --version 2>/dev/null | awk '{print $1}'
 }
@@ -24,7 +29,6 @@ if ! command -v npm >/dev/null 2>&1; then
   exit 77
 fi
 
-mkdir -p "$dest"
 export npm_config_cache="$dest/.npm-cache"
 if ! timeout 600 npm install --prefix "$dest" --no-audit --no-fund --loglevel=error \
     "@anthropic-ai/claude-code@$version" >&2; then
