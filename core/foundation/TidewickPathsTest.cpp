@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,12 +19,6 @@ mode_t modeOf(const std::string& path) {
     struct stat info {};
     EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
     return info.st_mode & 07777;
-}
-
-std::string hex(std::uint64_t value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%llx", static_cast<unsigned long long>(value));
-    return text;
 }
 
 TEST(TidewickPaths, LocationsHangOffTheApplicationDirectory) {
@@ -61,13 +56,13 @@ TEST(TidewickPaths, SocketMovesToTmpOnlyPastOneHundredBytes) {
     const std::string deep = fits + "x";
     TidewickPaths deepPaths(deep);
     ASSERT_EQ((deep + suffix).size(), 101u);
-    const std::string expected = "/tmp/tw-" + std::to_string(getuid()) + "-" +
-                                 hex(fnv1a64(deep + "/Library/Application Support/Tidewick")) +
-                                 ".sock";
-    EXPECT_EQ(deepPaths.socketPath(), expected);
+    std::ostringstream expected;
+    expected << "/tmp/tw-" << getuid() << "-" << std::hex
+             << fnv1a64(deep + "/Library/Application Support/Tidewick") << ".sock";
+    EXPECT_EQ(deepPaths.socketPath(), expected.str());
     // Computed independently, the two sides agree; another home gets another socket.
-    EXPECT_EQ(TidewickPaths(deep + "/").socketPath(), expected);
-    EXPECT_NE(TidewickPaths(fits + "y").socketPath(), expected);
+    EXPECT_EQ(TidewickPaths(deep + "/").socketPath(), expected.str());
+    EXPECT_NE(TidewickPaths(fits + "y").socketPath(), expected.str());
     // Multi-byte characters count by their UTF-8 bytes, not as characters.
     const std::string accented = "/" + std::string(46, 'h') + "\xC3\xA9"; // 49 bytes, 48 characters
     EXPECT_EQ(TidewickPaths(accented).socketPath(), accented + suffix);
