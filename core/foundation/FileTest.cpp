@@ -1,10 +1,10 @@
 #include "foundation/File.h"
 
 #include "foundation/SystemError.h"
+#include "testing/TemporaryDirectory.h"
 
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 namespace tidewick {
@@ -12,13 +12,6 @@ namespace {
 
 class FileTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/tidewick-file-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { (void)system(("rm -rf '" + dir_ + "'").c_str()); }
-
     int entryCount() const {
         int count = 0;
         DIR* d = opendir(dir_.c_str());
@@ -33,7 +26,8 @@ protected:
         return info.st_mode & 0777;
     }
 
-    std::string dir_;
+    TemporaryDirectory scratch_;
+    const std::string dir_ = scratch_.path();
 };
 
 TEST_F(FileTest, AtomicWriteReplacesWholeFileWithTheAskedMode) {
