@@ -59,13 +59,10 @@ TEST(ChangeView, PreviewIsACondensedDiffColouredOnlyWhenAsked) {
 }
 
 TEST(ChangeView, ConfirmAcceptsOnlyYes) {
-    for (auto [answer, expected] : std::vector<std::pair<std::string, bool>>{{"y\n", true},
-                                                                             {" YES \n", true},
-                                                                             {"Yes", true},
-                                                                             {"n\n", false},
-                                                                             {"\n", false},
-                                                                             {"yep\n", false},
-                                                                             {"", false}}) {
+    const std::pair<const char*, bool> answers[] = {
+        {"y\n", true}, {" YES \n", true}, {"Yes", true}, {"n\n", false},
+        {"\n", false}, {"yep\n", false},  {"", false}};
+    for (auto [answer, expected] : answers) {
         std::istringstream in(answer);
         std::ostringstream out;
         Terminal terminal(in, out, out, ColourMode::off, true);

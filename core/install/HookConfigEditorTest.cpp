@@ -153,7 +153,7 @@ TEST(HookConfigEditor, ASharedGroupKeepsTheUsersHandlersOnly) {
         JSONValue(JSONValue::Object{}));
 }
 
-TEST(HookConfigEditor, SpecMatchersAndExtrasShapeTheEntry) {
+TEST(HookConfigEditor, ExtrasShapeTheEntryCursorVersionGatingAndEmptyShell) {
     HookSpec spec{"PreToolUse", "Bash", 10, false, {}};
     spec.extra = {{"timeout", JSONValue::integer(3)}, {"async", JSONValue::boolean(true)}};
     JSONValue out = MatcherGroupEditor(MatcherGroupEditor::Flavor::codex)
@@ -162,9 +162,7 @@ TEST(HookConfigEditor, SpecMatchersAndExtrasShapeTheEntry) {
     EXPECT_EQ(out.compact(),
               R"({"hooks":{"PreToolUse":[{"matcher":"Bash","hooks":[)"
               R"({"type":"command","command":"PreToolUse","timeout":3,"async":true}]}]}})");
-}
 
-TEST(HookConfigEditor, CursorVersionGatingAndEmptyShell) {
     auto editor = HookConfigEditor::forAgent(AgentKind::cursor);
     JSONValue installed = install(AgentKind::cursor, JSONValue::parse(cursorFile));
     // The user's handler stays first; Tidewick's follows, "loop_limit" last.
@@ -219,14 +217,14 @@ TEST(HookConfigEditor, WrongShapesAreRefusedWithTheSentence) {
         {AgentKind::cursor, R"({"version": 1, "hooks": [1]})", section},
         {AgentKind::antigravity, "[]", "hooks.json"},
     };
+    const std::string refused = " is not the shape Tidewick expects, so it was left untouched.";
     for (const auto& [agent, text, subject] : rows) {
+        SCOPED_TRACE(std::string(rawValue(agent)) + " " + text);
         try {
             (void)install(agent, JSONValue::parse(text));
-            ADD_FAILURE() << rawValue(agent) << " accepted " << text;
+            ADD_FAILURE() << "accepted";
         } catch (const HookConfigError& error) {
-            EXPECT_EQ(error.what(), subject + " is not the shape Tidewick expects, so it was left "
-                                              "untouched.")
-                << rawValue(agent) << " " << text;
+            EXPECT_EQ(error.what(), subject + refused);
         }
     }
 }

@@ -23,11 +23,14 @@ void awaitWaiter(const DecisionBroker& broker, const UUID& id) {
         std::this_thread::sleep_for(1ms);
 }
 
-} // namespace
-
-TEST(DecisionBrokerTest, FirstDecisionWinsAndLaterOnesAreRefused) {
+struct DecisionBrokerTest : ::testing::Test {
     DecisionBroker broker;
     const UUID id = UUID::random();
+};
+
+} // namespace
+
+TEST_F(DecisionBrokerTest, FirstDecisionWinsAndASecondWaitReplacesTheFirst) {
     EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "nobody waits yet";
 
     auto waiting = std::async(std::launch::async, [&] { return broker.wait(id, 30, nullptr); });
@@ -37,11 +40,23 @@ TEST(DecisionBrokerTest, FirstDecisionWinsAndLaterOnesAreRefused) {
     EXPECT_EQ(waiting.get(), Result::decided(Decision::deny("not now")));
     EXPECT_FALSE(broker.isWaiting(id));
     EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "the waiter has left";
+
+    // A second wait on the same id replaces the first.
+    std::atomic<bool> firstGone = false;
+    auto first = std::async(std::launch::async,
+                            [&] { return broker.wait(id, 30, [&] { return firstGone.load(); }); });
+    awaitWaiter(broker, id);
+    auto second = std::async(std::launch::async, [&] { return broker.wait(id, 30, nullptr); });
+    std::this_thread::sleep_for(50ms);
+    // The first waiter leaves; it must not take the second one's entry with it.
+    firstGone = true;
+    EXPECT_EQ(first.get(), Result::clientGone());
+    awaitWaiter(broker, id);
+    EXPECT_TRUE(broker.resolve(id, Decision::allow()));
+    EXPECT_EQ(second.get(), Result::decided(Decision::allow()));
 }
 
-TEST(DecisionBrokerTest, TimeOutsRefuseLateDecisionsAndNonPositiveOnesReturnAtOnce) {
-    DecisionBroker broker;
-    const UUID id = UUID::random();
+TEST_F(DecisionBrokerTest, TimeOutsRefuseLateDecisionsButADecisionAlreadyThereWins) {
     int probes = 0;
     const auto started = std::chrono::steady_clock::now();
     // The probe counts its calls and never reports the client gone.
@@ -56,31 +71,7 @@ TEST(DecisionBrokerTest, TimeOutsRefuseLateDecisionsAndNonPositiveOnesReturnAtOn
     for (double timeout : {0.0, -5.0, std::nan("")})
         EXPECT_EQ(broker.wait(id, timeout, probe), Result::timedOut()) << timeout;
     EXPECT_FALSE(probed);
-}
 
-TEST(DecisionBrokerTest, NoticesAVanishedClientWithinAboutASlice) {
-    DecisionBroker broker;
-    const UUID id = UUID::random();
-    std::atomic<bool> gone = false;
-    std::atomic<std::chrono::steady_clock::time_point> goneAt{};
-    auto waiting = std::async(std::launch::async, [&] {
-        Result result = broker.wait(id, 60, [&] { return gone.load(); });
-        return std::make_pair(result, std::chrono::steady_clock::now() - goneAt.load());
-    });
-    awaitWaiter(broker, id);
-    std::this_thread::sleep_for(100ms);
-    goneAt = std::chrono::steady_clock::now();
-    gone = true;
-    auto [result, noticedAfter] = waiting.get();
-    EXPECT_EQ(result, Result::clientGone());
-    // One slice is a quarter second; allow generously for a loaded machine.
-    EXPECT_LT(noticedAfter, 1s);
-    EXPECT_FALSE(broker.resolve(id, Decision::allow()));
-}
-
-TEST(DecisionBrokerTest, ADecisionAlreadyThereBeatsClientGoneAndTimeout) {
-    DecisionBroker broker;
-    const UUID id = UUID::random();
     // The probe itself delivers a decision and then claims the client left.
     EXPECT_EQ(broker.wait(id, 30,
                           [&] {
@@ -98,36 +89,36 @@ TEST(DecisionBrokerTest, ADecisionAlreadyThereBeatsClientGoneAndTimeout) {
         << "refused only when the waiter had given up";
 }
 
-TEST(DecisionBrokerTest, SecondWaitOnTheSameIdReplacesTheFirst) {
-    DecisionBroker broker;
-    const UUID id = UUID::random();
-    std::atomic<bool> firstGone = false;
-    auto first = std::async(std::launch::async,
-                            [&] { return broker.wait(id, 30, [&] { return firstGone.load(); }); });
+TEST_F(DecisionBrokerTest, NoticesAVanishedClientWithinAboutASlice) {
+    std::atomic<bool> gone = false;
+    std::atomic<std::chrono::steady_clock::time_point> goneAt{};
+    auto waiting = std::async(std::launch::async, [&] {
+        Result result = broker.wait(id, 60, [&] { return gone.load(); });
+        return std::make_pair(result, std::chrono::steady_clock::now() - goneAt.load());
+    });
     awaitWaiter(broker, id);
-    auto second = std::async(std::launch::async, [&] { return broker.wait(id, 30, nullptr); });
-    std::this_thread::sleep_for(50ms);
-    // The first waiter leaves; it must not take the second one's entry with it.
-    firstGone = true;
-    EXPECT_EQ(first.get(), Result::clientGone());
-    awaitWaiter(broker, id);
-    EXPECT_TRUE(broker.resolve(id, Decision::allow()));
-    EXPECT_EQ(second.get(), Result::decided(Decision::allow()));
+    std::this_thread::sleep_for(100ms);
+    goneAt = std::chrono::steady_clock::now();
+    gone = true;
+    auto [result, noticedAfter] = waiting.get();
+    EXPECT_EQ(result, Result::clientGone());
+    // One slice is a quarter second; allow generously for a loaded machine.
+    EXPECT_LT(noticedAfter, 1s);
+    EXPECT_FALSE(broker.resolve(id, Decision::allow()));
 }
 
-TEST(DecisionBrokerTest, ManyWaitersEachGetTheirOwnDecision) {
-    DecisionBroker broker;
+TEST_F(DecisionBrokerTest, ManyWaitersEachGetTheirOwnDecision) {
     constexpr int waiterCount = 64;
     std::vector<UUID> ids(waiterCount);
     std::vector<std::future<Result>> waiters;
-    for (UUID& id : ids) {
-        id = UUID::random();
-        waiters.push_back(std::async(std::launch::async, [&broker, id] {
-            return broker.wait(id, 60, [] { return false; });
+    for (UUID& each : ids) {
+        each = UUID::random();
+        waiters.push_back(std::async(std::launch::async, [this, each] {
+            return broker.wait(each, 60, [] { return false; });
         }));
     }
-    for (const UUID& id : ids)
-        awaitWaiter(broker, id);
+    for (const UUID& each : ids)
+        awaitWaiter(broker, each);
 
     // Four resolver threads race over every id, each offering its own text; exactly one
     // offer per id may be delivered and the waiter must receive exactly that one.

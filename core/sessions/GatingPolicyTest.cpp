@@ -25,7 +25,6 @@ AgentEvent permissionEvent(AgentKind agent, std::optional<std::string> command) 
 
 TEST(GatingPolicyTest, ReadOnlyCommandsAndEveryWayToRefuseThem) {
     GatingPolicy policy;
-    EXPECT_EQ(policy.safePrefixes.size(), 33u);
     for (const char* command :
          {"ls -la", "ls\n", "  pwd  ", "LS", "Ls -LA /tmp", "git status", "git branch",
           "git branch -a --list", "git branch --show-current", "git log --oneline -5",
