@@ -80,8 +80,7 @@ void runApplication(AppContext& context, Interface interface) {
         throw CommandFailure(1, std::string("Tidewick couldn't start: ") + error.what());
     }
 
-    ServiceControlTarget target(service);
-    ControlServer control(context.paths().controlSocketPath(), service.secret(), target);
+    ControlServer control(context.paths().controlSocketPath(), service.secret(), service);
     try {
         control.start();
     } catch (const SystemError& error) {

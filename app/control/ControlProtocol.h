@@ -5,6 +5,7 @@
 
 #include "events/AgentKind.h"
 #include "foundation/JSONValue.h"
+#include "service/SessionActions.h"
 #include "sessions/PendingRequest.h"
 #include "sessions/Session.h"
 
@@ -55,9 +56,6 @@ enum class ControlOutcome {
 
 [[nodiscard]] std::string_view rawValue(ControlOutcome outcome);
 [[nodiscard]] std::optional<ControlOutcome> controlOutcomeFromRaw(std::string_view raw);
-
-/// A held request with the session holding it.
-using HeldRequest = std::pair<SessionKey, PendingRequest>;
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;

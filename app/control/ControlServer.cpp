@@ -19,12 +19,12 @@ bool isDecision(ControlCommand command) {
 }
 
 // Hands the decision over; true when it reached a waiting agent.
-bool deliver(const ControlRequest& request, const SessionKey& key, ControlTarget& target) {
+bool deliver(const ControlRequest& request, const SessionKey& key, SessionActions& target) {
     switch (request.command) {
     case ControlCommand::allow:
-        return target.answerPermission(key, TidewickService::Answer::allow, std::nullopt);
+        return target.answerPermission(key, SessionActions::Answer::allow, std::nullopt);
     case ControlCommand::deny:
-        return target.answerPermission(key, TidewickService::Answer::deny, request.message);
+        return target.answerPermission(key, SessionActions::Answer::deny, request.message);
     case ControlCommand::reply:
         return target.reply(key, request.text);
     case ControlCommand::letStop:
@@ -45,7 +45,7 @@ std::string notDelivered(const ControlRequest& request, const SessionKey& key) {
 
 } // namespace
 
-ControlServer::ControlServer(std::string socketPath, std::string secret, ControlTarget& target)
+ControlServer::ControlServer(std::string socketPath, std::string secret, SessionActions& target)
     : server_(
           std::move(socketPath),
           [secret = std::move(secret), &target](std::string_view line, const ClientProbe&) {
@@ -62,7 +62,7 @@ void ControlServer::stop() {
     server_.closeConnections();
 }
 
-ControlReply ControlServer::respond(const ControlRequest& request, ControlTarget& target) {
+ControlReply ControlServer::respond(const ControlRequest& request, SessionActions& target) {
     if (request.command == ControlCommand::sessions) {
         ControlReply reply;
         reply.sessions = target.sessions();
@@ -88,7 +88,7 @@ ControlReply ControlServer::respond(const ControlRequest& request, ControlTarget
 }
 
 std::optional<std::string> ControlServer::answer(std::string_view line, std::string_view secret,
-                                                 ControlTarget& target) {
+                                                 SessionActions& target) {
     auto decoded = ControlProtocol::decodeRequest(line);
     if (!decoded || !Wire::secretsMatch(secret, decoded->first))
         return std::nullopt;

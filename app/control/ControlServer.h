@@ -4,7 +4,7 @@
 #pragma once
 
 #include "control/ControlProtocol.h"
-#include "control/ControlTarget.h"
+#include "service/SessionActions.h"
 #include "wire/LocalServer.h"
 
 #include <string>
@@ -14,7 +14,7 @@ namespace tidewick {
 class ControlServer {
 public:
     /// A stopped server on `socketPath` acting on `target`, which must outlive it.
-    ControlServer(std::string socketPath, std::string secret, ControlTarget& target);
+    ControlServer(std::string socketPath, std::string secret, SessionActions& target);
 
     /// Listens on the socket (mode 0600, replacing any file there). Throws SystemError.
     void start();
@@ -25,12 +25,13 @@ public:
 
     /// What `request` gets from `target`: listings, or the decision handed over and
     /// whether it was delivered. Session identifiers are matched by matchSession.
-    [[nodiscard]] static ControlReply respond(const ControlRequest& request, ControlTarget& target);
+    [[nodiscard]] static ControlReply respond(const ControlRequest& request,
+                                              SessionActions& target);
 
     /// The reply line for a request line; nothing for a malformed line or a wrong
     /// secret, which are closed without a word like on the hook socket.
     [[nodiscard]] static std::optional<std::string>
-    answer(std::string_view line, std::string_view secret, ControlTarget& target);
+    answer(std::string_view line, std::string_view secret, SessionActions& target);
 
 private:
     LocalServer server_;

@@ -1,7 +1,7 @@
 // A control target that records the decisions it is handed, for the control tests.
 #pragma once
 
-#include "control/ControlTarget.h"
+#include "service/SessionActions.h"
 
 #include <mutex>
 
@@ -26,7 +26,7 @@ inline PendingRequest heldRequest(PendingKind kind, std::string title) {
 }
 
 /// Answers as the service would: a decision is delivered once per held request.
-class FakeTarget final : public ControlTarget {
+class FakeTarget final : public SessionActions {
 public:
     struct Call {
         std::string what;
@@ -48,9 +48,9 @@ public:
                 held.emplace_back(session.key, request);
         return held;
     }
-    bool answerPermission(const SessionKey& key, TidewickService::Answer answer,
+    bool answerPermission(const SessionKey& key, SessionActions::Answer answer,
                           std::optional<std::string> message) override {
-        return take(answer == TidewickService::Answer::allow ? "allow" : "deny", key,
+        return take(answer == SessionActions::Answer::allow ? "allow" : "deny", key,
                     PendingKind::permission, std::move(message));
     }
     bool reply(const SessionKey& key, std::string text) override {

@@ -507,7 +507,7 @@ bool TidewickService::letStop(const SessionKey& session) {
     return resolveFirst(session, PendingKind::reply, Decision::letStop());
 }
 
-std::vector<std::pair<SessionKey, PendingRequest>> TidewickService::pendingRequests() const {
+std::vector<HeldRequest> TidewickService::pendingRequests() const {
     return state_->store.pendingRequests();
 }
 

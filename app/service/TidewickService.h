@@ -8,6 +8,7 @@
 #include "foundation/TidewickPaths.h"
 #include "service/ActivityLog.h"
 #include "service/Alert.h"
+#include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
 #include "sessions/SessionStore.h"
 #include "wire/ClientProbe.h"
@@ -25,7 +26,7 @@
 
 namespace tidewick {
 
-class TidewickService {
+class TidewickService final : public SessionActions {
 public:
     /// Thrown by start() when another Tidewick already runs for these paths.
     class AlreadyRunning : public std::runtime_error {
@@ -42,8 +43,6 @@ public:
     /// The sentence AlreadyRunning carries.
     static constexpr const char* alreadyRunningSentence =
         "Tidewick is already running. Quit it before starting another.";
-
-    enum class Answer { allow, deny };
 
     struct Options {
         /// The service's clock (held requests' dates, sessions, alerts).
@@ -91,19 +90,13 @@ public:
     [[nodiscard]] HookResponse handle(const HookRequest& request,
                                       const std::function<bool()>& isClientGone);
 
-    /// Answers the first permission request held in `session`. True only when the
-    /// decision reached the waiting agent (the first decision wins).
+    // The user's view and decisions (see SessionActions).
     bool answerPermission(const SessionKey& session, Answer answer,
-                          std::optional<std::string> message = std::nullopt);
-    /// Sends `text` as the reply to the turn held in `session`. True when delivered.
-    bool reply(const SessionKey& session, std::string text);
-    /// Lets the agent held at the end of its turn in `session` stop. True when delivered.
-    bool letStop(const SessionKey& session);
-
-    /// Every held request with its session, oldest first.
-    [[nodiscard]] std::vector<std::pair<SessionKey, PendingRequest>> pendingRequests() const;
-    /// Every session, those needing the user first.
-    [[nodiscard]] std::vector<Session> sessions() const;
+                          std::optional<std::string> message = std::nullopt) override;
+    bool reply(const SessionKey& session, std::string text) override;
+    bool letStop(const SessionKey& session) override;
+    [[nodiscard]] std::vector<HeldRequest> pendingRequests() const override;
+    [[nodiscard]] std::vector<Session> sessions() const override;
     /// The settings in force now (re-read when the file changed).
     [[nodiscard]] TidewickSettings settings();
     /// Saves `settings` to the settings file; they apply from the next request.

@@ -49,7 +49,7 @@ std::string agentName(const Session& session) {
 
 } // namespace
 
-ScreenController::ScreenController(UIActions& actions) : actions_(actions) {}
+ScreenController::ScreenController(SessionActions& actions) : actions_(actions) {}
 
 void ScreenController::setSessions(std::vector<Session> sessions, std::optional<Date> now) {
     std::vector<Session> previous = std::move(sessions_);
@@ -262,7 +262,7 @@ void ScreenController::allow(Date now) {
     if (!request)
         return;
     const std::string title = request->title;
-    if (actions_.answerPermission(selected()->key, TidewickService::Answer::allow, std::nullopt)) {
+    if (actions_.answerPermission(selected()->key, SessionActions::Answer::allow, std::nullopt)) {
         showMessage("Allowed: " + title, Tone::success, now);
         returnToTop();
     } else
@@ -336,7 +336,7 @@ void ScreenController::sendDeny(Date now) {
     input_.clear();
     if (!target_)
         return;
-    if (actions_.answerPermission(*target_, TidewickService::Answer::deny, std::move(message))) {
+    if (actions_.answerPermission(*target_, SessionActions::Answer::deny, std::move(message))) {
         showMessage("Denied.", Tone::success, now);
         returnToTop();
     } else

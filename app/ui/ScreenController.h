@@ -4,8 +4,8 @@
 #pragma once
 
 #include "Key.h"
-#include "UIActions.h"
 #include "foundation/Clock.h"
+#include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
 #include "sessions/Session.h"
 
@@ -45,7 +45,7 @@ public:
     static constexpr double messageSeconds = 6;
 
     /// Decisions go to `actions`, which must outlive the controller.
-    explicit ScreenController(UIActions& actions);
+    explicit ScreenController(SessionActions& actions);
 
     /// Replaces the sessions (any order; they are put in screen order). The selection
     /// stays on the same session once the user has moved it; before that, and again after
@@ -101,7 +101,7 @@ private:
     /// Like held(), but when nothing of `kind` is held tells the user why and gives null.
     const PendingRequest* heldOrExplain(PendingKind kind, Date now);
 
-    UIActions& actions_;
+    SessionActions& actions_;
     std::vector<Session> sessions_;
     std::size_t selected_ = 0;
     /// Set once the user moves the selection: from then on it follows the session.

@@ -32,22 +32,6 @@ using Milliseconds = std::chrono::milliseconds;
 /// answered at once.
 constexpr Milliseconds minimumRedrawInterval{40};
 
-class ServiceActions final : public UIActions {
-public:
-    explicit ServiceActions(TidewickService& service) : service_(service) {}
-    bool answerPermission(const SessionKey& session, TidewickService::Answer answer,
-                          std::optional<std::string> message) override {
-        return service_.answerPermission(session, answer, std::move(message));
-    }
-    bool reply(const SessionKey& session, std::string text) override {
-        return service_.reply(session, std::move(text));
-    }
-    bool letStop(const SessionKey& session) override { return service_.letStop(session); }
-
-private:
-    TidewickService& service_;
-};
-
 /// What other threads hand the UI loop: the service's changes and alerts, and answers
 /// given on notifications. Shared with the service's handlers, which outlive the loop, so
 /// it is reference-counted and goes quiet once closed.
@@ -278,8 +262,8 @@ void answerFromNotification(TidewickService& service, const DesktopNotifier::Act
         if (request.id != action.requestId)
             return; // an older request of the session is first: leave this to the screen
         const bool allow = action.key == "allow";
-        if (service.answerPermission(session, allow ? TidewickService::Answer::allow
-                                                    : TidewickService::Answer::deny))
+        if (service.answerPermission(session, allow ? SessionActions::Answer::allow
+                                                    : SessionActions::Answer::deny))
             mailbox.say(
                 (allow ? "Allowed from the notification: " : "Denied from the notification: ") +
                 request.title);
@@ -341,8 +325,7 @@ int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
         }
     } closeSignals{signals};
 
-    ServiceActions actions(service);
-    ScreenController controller(actions);
+    ScreenController controller(service);
     DesktopNotifier notifier(options.busAddress,
                              [&service, mailbox](const DesktopNotifier::Action& action) {
                                  answerFromNotification(service, action, *mailbox);

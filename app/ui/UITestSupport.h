@@ -2,7 +2,7 @@
 // moment, and a stand-in for the service that records what the keys asked for.
 #pragma once
 
-#include "UIActions.h"
+#include "service/SessionActions.h"
 
 #include <optional>
 #include <string>
@@ -56,11 +56,13 @@ struct UICall {
 };
 
 /// Records every decision; each is delivered while `delivered` is true.
-class RecordingActions : public UIActions {
+class RecordingActions : public SessionActions {
 public:
-    bool answerPermission(const SessionKey& session, TidewickService::Answer answer,
+    std::vector<Session> sessions() const override { return {}; }
+    std::vector<HeldRequest> pendingRequests() const override { return {}; }
+    bool answerPermission(const SessionKey& session, SessionActions::Answer answer,
                           std::optional<std::string> message) override {
-        calls.push_back({answer == TidewickService::Answer::allow ? "allow" : "deny", session,
+        calls.push_back({answer == SessionActions::Answer::allow ? "allow" : "deny", session,
                          std::move(message)});
         return delivered;
     }

@@ -1,0 +1,39 @@
+// What the user can see of the sessions and decide about them: the operations
+// the control socket and the terminal interface share, behind an interface so
+// that each can be tested against a fake instead of a running service.
+#pragma once
+
+#include "sessions/PendingRequest.h"
+#include "sessions/Session.h"
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tidewick {
+
+/// A held request with the session holding it.
+using HeldRequest = std::pair<SessionKey, PendingRequest>;
+
+class SessionActions {
+public:
+    enum class Answer { allow, deny };
+
+    virtual ~SessionActions() = default;
+
+    /// Every session, those needing the user first.
+    [[nodiscard]] virtual std::vector<Session> sessions() const = 0;
+    /// Every held request with its session, oldest first.
+    [[nodiscard]] virtual std::vector<HeldRequest> pendingRequests() const = 0;
+    /// Answers the first permission request held in `session`. True only when the
+    /// decision reached the waiting agent (the first decision wins).
+    virtual bool answerPermission(const SessionKey& session, Answer answer,
+                                  std::optional<std::string> message = std::nullopt) = 0;
+    /// Sends `text` as the reply to the turn held in `session`. True when delivered.
+    virtual bool reply(const SessionKey& session, std::string text) = 0;
+    /// Lets the agent held at the end of its turn in `session` stop. True when delivered.
+    virtual bool letStop(const SessionKey& session) = 0;
+};
+
+} // namespace tidewick
