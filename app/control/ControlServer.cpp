@@ -1,4 +1,5 @@
 #include "control/ControlServer.h"
+#include "sessions/SessionText.h"
 
 #include "control/SessionMatcher.h"
 #include "wire/Wire.h"
@@ -39,8 +40,8 @@ bool deliver(const ControlRequest& request, const SessionKey& key, SessionAction
 std::string notDelivered(const ControlRequest& request, const SessionKey& key) {
     const std::string who = describeSession(key);
     if (request.command == ControlCommand::allow || request.command == ControlCommand::deny)
-        return who + " has no permission request waiting, so the decision was not delivered.";
-    return who + " isn't waiting for a reply, so nothing was delivered.";
+        return SessionText::noPermissionRequest(who);
+    return SessionText::noReplyWaiting(who);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "sessions/DebouncedSaver.h"
 #include "sessions/DecisionBroker.h"
 #include "sessions/SessionPersistence.h"
+#include "sessions/SessionText.h"
 #include "wire/HookServer.h"
 
 #include <algorithm>
@@ -18,7 +19,6 @@
 #include <mutex>
 #include <sys/file.h>
 #include <unistd.h>
-#include <unordered_map>
 
 namespace tidewick {
 
@@ -58,33 +58,46 @@ int takeInstanceLock(const std::string& path) {
     return fd;
 }
 
-SessionStore::Outcome outcomeOf(const DecisionBroker::Result& result) {
-    switch (result.kind()) {
-    case DecisionBroker::Result::Kind::timedOut:
-        return SessionStore::Outcome::timedOut();
-    case DecisionBroker::Result::Kind::clientGone:
-        return SessionStore::Outcome::withdrawn();
-    case DecisionBroker::Result::Kind::decided:
-        break;
-    }
-    const Decision& decision = *result.decision();
-    switch (decision.type()) {
-    case Decision::Type::deny:
-        return SessionStore::Outcome::denied();
-    case Decision::Type::reply:
-        return SessionStore::Outcome::replied(decision.text().value_or(""));
-    case Decision::Type::allow:
-        return SessionStore::Outcome::allowed();
-    case Decision::Type::letStop:
-        return SessionStore::Outcome::letStop();
-    case Decision::Type::timeout:
-        break;
-    }
-    return SessionStore::Outcome::timedOut();
-}
-
 SessionKey keyOf(const AgentEvent& event) {
     return SessionKey{event.agent, event.sessionId};
+}
+
+// The request listed in its session while the agent waits.
+PendingRequest heldRequest(const AgentEvent& event, bool permission, Date now, double timeout) {
+    PendingRequest request;
+    request.id = UUID::random();
+    request.kind = permission ? PendingKind::permission : PendingKind::reply;
+    request.title = event.title.value_or(
+        std::string(permission ? SessionText::permissionNeeded : SessionText::finished));
+    request.detail = event.detail;
+    request.createdAt = now;
+    request.deadline = addSeconds(now, timeout);
+    return request;
+}
+
+Alert heldAlert(const PendingRequest& request, const SessionKey& key) {
+    const bool permission = request.kind == PendingKind::permission;
+    Alert alert;
+    alert.kind = permission ? Alert::Kind::needsPermission : Alert::Kind::waitingReply;
+    alert.session = key;
+    alert.title = request.title;
+    alert.detail = request.detail;
+    alert.requestId = request.id;
+    alert.informational = false;
+    alert.turnEnded = !permission;
+    return alert;
+}
+
+// Told when a turn ended with nobody replying, so the user still learns it is over.
+Alert finishedAlert(const SessionKey& key, const std::optional<std::string>& detail) {
+    Alert alert;
+    alert.kind = Alert::Kind::finished;
+    alert.session = key;
+    alert.title = SessionText::finished;
+    alert.detail = detail;
+    alert.informational = false;
+    alert.turnEnded = false;
+    return alert;
 }
 
 } // namespace
@@ -191,11 +204,6 @@ struct TidewickService::State {
     /// Set while stopping and after: nothing new is held.
     bool closed = false;
     int inFlight = 0;
-    /// The requests being held now, with the decision accepted for each (first wins).
-    /// The request is listed in its session before its thread waits in the broker, so a
-    /// quick answer can arrive before the broker knows the waiter: kept here, it is
-    /// never lost (the waiter looks here every quarter second).
-    std::unordered_map<UUID, std::optional<Decision>> held;
 
     int instanceLock = -1;
     std::string secret;
@@ -283,13 +291,11 @@ void TidewickService::stop() {
 void TidewickService::drain() {
     State& s = *state_;
     std::unique_lock guard(s.lock);
+    // Requests are registered with the broker under this lock, so once it is closed every
+    // request that will ever be held is there to be answered.
     s.closed = true;
-    std::vector<UUID> ids;
-    for (const auto& entry : s.held)
-        ids.push_back(entry.first);
     guard.unlock();
-    for (const UUID& id : ids)
-        (void)deliver(id, Decision::timeout());
+    (void)s.broker.resolveAll(Decision::timeout());
     guard.lock();
     s.idle.wait(guard, [&s] { return s.inFlight == 0; });
 }
@@ -370,7 +376,7 @@ void TidewickService::allowReadOnly(const AgentEvent& event, const HookRequest& 
     // The timeline tells why nobody was asked, then the tool runs as if it had been allowed.
     AgentEvent note = event;
     note.kind = EventKind::notification;
-    note.title = "Allowed (read-only): " + event.detail.value_or("command");
+    note.title = SessionText::allowedReadOnly(event.detail);
     note.detail.reset();
     note.needsDecision = false;
     note.decisionType = DecisionType::none;
@@ -403,68 +409,27 @@ HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentA
     const AgentEvent& event = parsed.event;
     const SessionKey key = keyOf(event);
     record(event, hookRequest);
-
     const bool permission = parsed.hold == HoldKind::permission;
     const double timeout =
         permission ? settings.permissionTimeoutSeconds : settings.replyTimeoutSeconds;
-    PendingRequest request;
-    request.id = UUID::random();
-    request.kind = permission ? PendingKind::permission : PendingKind::reply;
-    request.title = event.title.value_or(permission ? "Permission needed" : "Finished");
-    request.detail = event.detail;
-    request.createdAt = s.options.clock();
-    request.deadline = addSeconds(request.createdAt, timeout);
+    const PendingRequest request = heldRequest(event, permission, s.options.clock(), timeout);
 
+    // Registered before it is listed: an answer may come the moment the user sees it.
     {
         std::lock_guard guard(s.lock);
         if (s.closed)
             return HookResponse{adapter.output(parsed, Decision::timeout())};
-        s.held.emplace(request.id, std::nullopt);
+        s.broker.expect(request.id);
     }
     s.work->sync([&] { s.store.addPending(request, key); });
-
-    Alert alert;
-    alert.kind = permission ? Alert::Kind::needsPermission : Alert::Kind::waitingReply;
-    alert.session = key;
-    alert.title = request.title;
-    alert.detail = request.detail;
-    alert.requestId = request.id;
-    alert.informational = false;
-    alert.turnEnded = !permission;
-    raise(alert);
-
-    auto accepted = [&s, id = request.id]() -> std::optional<Decision> {
-        std::lock_guard guard(s.lock);
-        return s.held.at(id);
-    };
-    DecisionBroker::Result result = s.broker.wait(
-        request.id, timeout, [&] { return accepted().has_value() || isClientGone(); });
-    {
-        std::lock_guard guard(s.lock);
-        // A decision accepted here was promised to its sender: it wins over a time-out
-        // or a vanished client seen at the same moment.
-        if (std::optional<Decision> decision = s.held.at(request.id))
-            result = DecisionBroker::Result::decided(std::move(*decision));
-        s.held.erase(request.id);
-    }
-    const SessionStore::Outcome outcome = outcomeOf(result);
-    s.work->sync([&] { s.store.resolvePending(request.id, key, outcome); });
-    const Decision decision = result.decision().value_or(Decision::timeout());
-    HookResponse response{adapter.output(parsed, decision)};
+    raise(heldAlert(request, key));
+    const HoldResult result = s.broker.wait(request.id, timeout, isClientGone);
+    s.work->sync([&] { s.store.resolvePending(request.id, key, result); });
 
     // The agent stops its turn unanswered: say so, unless the session is gone meanwhile.
-    if (!permission && outcome.kind() == SessionStore::Outcome::Kind::timedOut &&
-        s.store.session(key)) {
-        Alert finished;
-        finished.kind = Alert::Kind::finished;
-        finished.session = key;
-        finished.title = "Finished";
-        finished.detail = event.detail;
-        finished.informational = false;
-        finished.turnEnded = false;
-        raise(finished);
-    }
-    return response;
+    if (!permission && result.isTimeout() && s.store.session(key))
+        raise(finishedAlert(key, event.detail));
+    return HookResponse{adapter.output(parsed, result.decision())};
 }
 
 bool TidewickService::resolveFirst(const SessionKey& session, PendingKind kind, Decision decision) {
@@ -475,21 +440,7 @@ bool TidewickService::resolveFirst(const SessionKey& session, PendingKind kind, 
                                 [kind](const PendingRequest& r) { return r.kind == kind; });
     if (request == found->pending.end())
         return false;
-    return deliver(request->id, std::move(decision));
-}
-
-bool TidewickService::deliver(const UUID& id, Decision decision) {
-    State& s = *state_;
-    {
-        std::lock_guard guard(s.lock);
-        auto found = s.held.find(id);
-        if (found == s.held.end() || found->second)
-            return false;
-        found->second = decision;
-    }
-    // Wakes the waiter at once; one not yet waiting finds the decision at its first look.
-    (void)s.broker.resolve(id, std::move(decision));
-    return true;
+    return state_->broker.resolve(request->id, std::move(decision));
 }
 
 bool TidewickService::answerPermission(const SessionKey& session, Answer answer,

@@ -123,10 +123,8 @@ private:
     void record(const AgentEvent& event, const HookRequest& request);
     void allowReadOnly(const AgentEvent& event, const HookRequest& request);
     void raise(const Alert& alert);
+    /// Hands `decision` to the session's oldest held request of `kind`; true when delivered.
     bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
-    /// Accepts `decision` for the held request `id` unless one was accepted before or the
-    /// request is no longer held; true when accepted.
-    bool deliver(const UUID& id, Decision decision);
     /// Closes the door to new holds, answers every held request with the time-out decision
     /// and waits until no handle() call is running.
     void drain();

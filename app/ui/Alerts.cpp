@@ -1,4 +1,5 @@
 #include "Alerts.h"
+#include "sessions/SessionText.h"
 
 #include "DisplayText.h"
 #include "Screen.h"
@@ -34,7 +35,7 @@ Notification notificationFor(const Alert& alert) {
         break;
     case Alert::Kind::finished:
         notification.summary = agent + " finished";
-        body = "No reply — it stopped";
+        body = SessionText::noReplyItStopped;
         break;
     }
     notification.body = std::move(body);
@@ -52,7 +53,8 @@ AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings) 
     if (settings.systemNotificationsEnabled && audible)
         effects.notification = notificationFor(alert);
     if (!held)
-        effects.message = std::string(displayName(alert.session.agent)) + ": No reply — it stopped";
+        effects.message =
+            std::string(displayName(alert.session.agent)) + ": " + std::string(SessionText::noReplyItStopped);
     return effects;
 }
 

@@ -1,4 +1,5 @@
 #include "Screen.h"
+#include "sessions/SessionText.h"
 
 #include "DisplayText.h"
 #include "foundation/File.h"
@@ -101,12 +102,11 @@ SessionDetail detail(const Session& session, Date now, std::size_t timelineLimit
         if (view.expired) {
             // The agent has been answered with the time-out by now: say what it does instead.
             view.waiting = request.kind == PendingKind::permission
-                               ? "No answer in Tidewick — asking in " +
-                                     std::string(displayName(session.key.agent))
-                               : "No reply — it stopped";
+                               ? SessionText::askingInstead(session.key.agent)
+                               : std::string(SessionText::noReplyItStopped);
         } else {
-            view.waiting = request.kind == PendingKind::permission ? "Waiting for you"
-                                                                   : "Waiting for your reply";
+            view.waiting = request.kind == PendingKind::permission ? SessionText::waitingForYou
+                                                                   : SessionText::waitingForReply;
             view.countdown = countdown(left);
         }
         detail.held.push_back(std::move(view));

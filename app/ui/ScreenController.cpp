@@ -1,4 +1,5 @@
 #include "ScreenController.h"
+#include "sessions/SessionText.h"
 
 #include "Screen.h"
 
@@ -251,9 +252,9 @@ const PendingRequest* ScreenController::heldOrExplain(PendingKind kind, Date now
     if (!session)
         showMessage("No session is selected.", Tone::warning, now);
     else if (kind == PendingKind::permission)
-        showMessage(agentName(*session) + " isn't asking for permission here.", Tone::warning, now);
+        showMessage(SessionText::noPermissionRequest(agentName(*session)), Tone::warning, now);
     else
-        showMessage(agentName(*session) + " isn't waiting for a reply.", Tone::warning, now);
+        showMessage(SessionText::noReplyWaiting(agentName(*session)), Tone::warning, now);
     return nullptr;
 }
 
@@ -266,7 +267,7 @@ void ScreenController::allow(Date now) {
         showMessage("Allowed: " + title, Tone::success, now);
         returnToTop();
     } else
-        showMessage("Not delivered: that request had already ended.", Tone::warning, now);
+        showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
 }
 
 void ScreenController::startDeny(Date now) {
@@ -293,7 +294,7 @@ void ScreenController::letStop(Date now) {
         showMessage("Let " + agentName(*session) + " stop.", Tone::success, now);
         returnToTop();
     } else
-        showMessage("Not delivered: that turn had already ended.", Tone::warning, now);
+        showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
 }
 
 void ScreenController::typeInto(const Key& key, Date now) {
@@ -340,7 +341,7 @@ void ScreenController::sendDeny(Date now) {
         showMessage("Denied.", Tone::success, now);
         returnToTop();
     } else
-        showMessage("Not delivered: that request had already ended.", Tone::warning, now);
+        showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
 }
 
 void ScreenController::sendReply(std::string text, Date now) {
@@ -353,7 +354,7 @@ void ScreenController::sendReply(std::string text, Date now) {
         showMessage("Sent to " + agent + ": " + text, Tone::success, now);
         returnToTop();
     } else
-        showMessage("Not delivered: " + agent + " had stopped waiting.", Tone::warning, now);
+        showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
 }
 
 } // namespace tidewick

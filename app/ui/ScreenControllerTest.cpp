@@ -70,7 +70,7 @@ TEST_F(ScreenControllerTest, AllowAndDenyAnswerTheSelectedSessionsPermission) {
     type({U'y', U'n'});
     EXPECT_EQ(actions.calls.size(), 3u);
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
-    EXPECT_EQ(message(), "Claude Code isn't asking for permission here.");
+    EXPECT_EQ(message(), "Claude Code has no permission request waiting, so the decision was not delivered.");
 
     actions.delivered = false;
     type({home, U'y'});
@@ -134,7 +134,7 @@ TEST_F(ScreenControllerTest, ReplyLineOffersQuickRepliesOnTheNumberKeys) {
     controller.setSessions({makeSession("busy", 0)});
     type({U'r', U's'});
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
-    EXPECT_EQ(message(), "Claude Code isn't waiting for a reply.");
+    EXPECT_EQ(message(), "Claude Code isn't waiting for a reply, so nothing was delivered.");
     EXPECT_EQ(actions.calls.size(), 3u);
 }
 

@@ -4,12 +4,14 @@
 
 #include "events/Decision.h"
 #include "foundation/UUID.h"
+#include "sessions/HoldResult.h"
 
+#include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <unordered_map>
 
 namespace tidewick {
@@ -20,54 +22,42 @@ namespace tidewick {
 /// can deadlock.
 class DecisionBroker {
 public:
-    /// How a wait ended.
-    class Result {
-    public:
-        enum class Kind { decided, timedOut, clientGone };
-
-        /// The user decided.
-        [[nodiscard]] static Result decided(Decision decision) {
-            return Result(Kind::decided, std::move(decision));
-        }
-        /// The time allowed ran out with no decision.
-        [[nodiscard]] static Result timedOut() { return Result(Kind::timedOut, std::nullopt); }
-        /// The client probe reported that the hook command went away.
-        [[nodiscard]] static Result clientGone() { return Result(Kind::clientGone, std::nullopt); }
-
-        [[nodiscard]] Kind kind() const { return kind_; }
-        /// The decision of a `decided` result; nothing otherwise.
-        [[nodiscard]] const std::optional<Decision>& decision() const { return decision_; }
-
-        friend bool operator==(const Result&, const Result&) = default;
-
-    private:
-        Result(Kind kind, std::optional<Decision> decision)
-            : kind_(kind), decision_(std::move(decision)) {}
-        Kind kind_;
-        std::optional<Decision> decision_;
-    };
+    using Result = HoldResult;
+    /// The monotonic time the broker measures holds by; tests pass one they move by hand.
+    using SteadyClock = std::function<std::chrono::steady_clock::time_point()>;
 
     /// How often a waiter wakes without a signal to ask whether the client has gone.
     static constexpr double sliceSeconds = 0.25;
 
-    DecisionBroker() = default;
+    explicit DecisionBroker(SteadyClock clock = std::chrono::steady_clock::now);
     DecisionBroker(const DecisionBroker&) = delete;
     DecisionBroker& operator=(const DecisionBroker&) = delete;
 
+    /// Registers `id` before anyone waits on it, so that a decision arriving from now on is
+    /// kept (the first one wins) for the wait() that follows. Every expect() must be
+    /// followed by a wait() on the same id, which ends the registration. Registering an id
+    /// that is already registered or waited on does nothing.
+    void expect(const UUID& id);
+
     /// Blocks until `id` is resolved, `timeout` seconds pass, or `isClientGone` (asked about
     /// every quarter second while no decision has arrived; may be empty) returns true.
-    /// A decision that arrives before the last slice ends wins over the time-out. A timeout
-    /// of zero, less or NaN returns timedOut at once without asking the probe. A second wait
-    /// on the same id replaces the first in the table: only the later waiter can be resolved.
+    /// A decision that is there when the deadline comes wins over the time-out. A timeout
+    /// of zero, less or NaN returns timedOut at once without asking the probe (a decision
+    /// already kept for an expected id still wins). Waiting on an id that another thread
+    /// waits on replaces that entry: only the later waiter can be resolved.
     [[nodiscard]] Result wait(const UUID& id, double timeout,
                               const std::function<bool()>& isClientGone);
 
-    /// Hands `decision` to the thread waiting on `id`. True only when this call delivered it:
-    /// false when nobody waits on `id` (never held, timed out, withdrawn) or an earlier
-    /// decision already won.
+    /// Hands `decision` to the request `id`. True only when this call delivered it: false
+    /// when `id` is neither expected nor waited on (never held, timed out, withdrawn) or an
+    /// earlier decision already won.
     bool resolve(const UUID& id, Decision decision);
 
-    /// Whether a thread is inside wait() on `id` now.
+    /// Resolves every request expected or waited on now with `decision` (a shutdown
+    /// answering everything); the number of requests it was delivered to.
+    std::size_t resolveAll(const Decision& decision);
+
+    /// Whether `id` is expected or waited on now.
     [[nodiscard]] bool isWaiting(const UUID& id) const;
 
 private:
@@ -75,14 +65,23 @@ private:
         std::mutex mutex;
         std::condition_variable condition;
         std::optional<Decision> decision;
+        /// Set when a thread has entered wait() for it; a second wait() replaces it then.
+        bool claimed = false;
         /// Set when the waiter gave up (time-out, client gone): a late decision is refused
         /// even though the waiter has not yet left the table.
         bool closed = false;
     };
 
-    /// Removes `waiter` from the table if it is still the entry for `id`.
-    void leave(const UUID& id, const std::shared_ptr<Waiter>& waiter);
+    /// The registered waiter for `id`, claimed for the calling thread; a fresh one when
+    /// there is none or another thread has claimed it.
+    std::shared_ptr<Waiter> claim(const UUID& id);
+    /// Ends the wait of `waiter`, whose lock `held` is, with `result`.
+    Result leave(const UUID& id, const std::shared_ptr<Waiter>& waiter,
+                 std::unique_lock<std::mutex>& held, Result result);
+    /// Hands `decision` to `waiter` unless it has one or gave up.
+    static bool deliver(Waiter& waiter, const Decision& decision);
 
+    SteadyClock clock_;
     mutable std::mutex lock_;
     std::unordered_map<UUID, std::shared_ptr<Waiter>> waiters_;
 };

@@ -14,18 +14,27 @@
 using namespace tidewick;
 using namespace std::chrono_literals;
 using Result = DecisionBroker::Result;
+using Steady = std::chrono::steady_clock;
 
 namespace {
 
-// Polls until `id` has a waiter; the broker gives no other signal that a thread is inside wait().
-void awaitWaiter(const DecisionBroker& broker, const UUID& id) {
-    while (!broker.isWaiting(id))
+// Waits, with a bound far beyond any real delay, until `done` holds.
+template <typename Condition> bool eventually(Condition done) {
+    for (auto until = Steady::now() + 30s; Steady::now() < until;) {
+        if (done())
+            return true;
         std::this_thread::sleep_for(1ms);
+    }
+    return done();
 }
 
 struct DecisionBrokerTest : ::testing::Test {
-    DecisionBroker broker;
+    // Holds are measured on a clock the test moves: nothing here depends on real time passing.
+    std::atomic<Steady::rep> ticks = 0;
+    DecisionBroker broker{[this] { return Steady::time_point(Steady::duration(ticks.load())); }};
     const UUID id = UUID::random();
+
+    void advance(std::chrono::seconds by) { ticks += Steady::duration(by).count(); }
 };
 
 } // namespace
@@ -33,36 +42,70 @@ struct DecisionBrokerTest : ::testing::Test {
 TEST_F(DecisionBrokerTest, FirstDecisionWinsAndASecondWaitReplacesTheFirst) {
     EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "nobody waits yet";
 
-    auto waiting = std::async(std::launch::async, [&] { return broker.wait(id, 30, nullptr); });
-    awaitWaiter(broker, id);
+    std::atomic<bool> inside = false;
+    auto waiting = std::async(std::launch::async,
+                              [&] { return broker.wait(id, 30, [&] { return !(inside = true); }); });
+    ASSERT_TRUE(eventually([&] { return inside.load(); }));
     EXPECT_TRUE(broker.resolve(id, Decision::deny("not now")));
     EXPECT_FALSE(broker.resolve(id, Decision::allow()));
     EXPECT_EQ(waiting.get(), Result::decided(Decision::deny("not now")));
     EXPECT_FALSE(broker.isWaiting(id));
     EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "the waiter has left";
 
-    // A second wait on the same id replaces the first.
-    std::atomic<bool> firstGone = false;
-    auto first = std::async(std::launch::async,
-                            [&] { return broker.wait(id, 30, [&] { return firstGone.load(); }); });
-    awaitWaiter(broker, id);
-    auto second = std::async(std::launch::async, [&] { return broker.wait(id, 30, nullptr); });
-    std::this_thread::sleep_for(50ms);
-    // The first waiter leaves; it must not take the second one's entry with it.
+    // A second wait on the same id replaces the first; the first, leaving, must not take
+    // the second one's entry with it.
+    std::atomic<bool> firstGone = false, firstInside = false, secondInside = false;
+    auto first = std::async(std::launch::async, [&] {
+        return broker.wait(id, 30, [&] { return firstInside = true, firstGone.load(); });
+    });
+    ASSERT_TRUE(eventually([&] { return firstInside.load(); }));
+    auto second = std::async(std::launch::async,
+                             [&] { return broker.wait(id, 30, [&] { return !(secondInside = true); }); });
+    ASSERT_TRUE(eventually([&] { return secondInside.load(); }));
     firstGone = true;
     EXPECT_EQ(first.get(), Result::clientGone());
-    awaitWaiter(broker, id);
     EXPECT_TRUE(broker.resolve(id, Decision::allow()));
     EXPECT_EQ(second.get(), Result::decided(Decision::allow()));
 }
 
-TEST_F(DecisionBrokerTest, TimeOutsRefuseLateDecisionsButADecisionAlreadyThereWins) {
-    int probes = 0;
-    const auto started = std::chrono::steady_clock::now();
-    // The probe counts its calls and never reports the client gone.
-    EXPECT_EQ(broker.wait(id, 0.3, [&] { return ++probes < 0; }), Result::timedOut());
-    EXPECT_GE(std::chrono::steady_clock::now() - started, 300ms);
-    EXPECT_GE(probes, 1) << "the client is asked about between slices";
+TEST_F(DecisionBrokerTest, ADecisionForAnExpectedRequestIsKeptUntilItsWait) {
+    broker.expect(id);
+    EXPECT_TRUE(broker.isWaiting(id));
+    EXPECT_TRUE(broker.resolve(id, Decision::reply("go on")));
+    EXPECT_FALSE(broker.resolve(id, Decision::letStop())) << "the first decision wins";
+    broker.expect(id);
+    bool probed = false;
+    EXPECT_EQ(broker.wait(id, 0, [&] { return probed = true; }),
+              Result::decided(Decision::reply("go on")))
+        << "a kept decision wins even over a zero time-out";
+    EXPECT_FALSE(probed);
+    EXPECT_FALSE(broker.isWaiting(id));
+
+    // A shutdown answers every expected and waiting request, once.
+    const UUID other = UUID::random();
+    broker.expect(id);
+    std::atomic<bool> inside = false;
+    auto waiting = std::async(std::launch::async,
+                              [&] { return broker.wait(other, 30, [&] { return !(inside = true); }); });
+    ASSERT_TRUE(eventually([&] { return inside.load(); }));
+    EXPECT_EQ(broker.resolveAll(Decision::timeout()), 2u);
+    EXPECT_EQ(broker.resolveAll(Decision::allow()), 0u);
+    EXPECT_EQ(waiting.get(), Result::decided(Decision::timeout()));
+    EXPECT_EQ(broker.wait(id, 30, nullptr), Result::decided(Decision::timeout()));
+}
+
+TEST_F(DecisionBrokerTest, TimeOutsRefuseLateDecisionsButADecisionThereAtTheDeadlineWins) {
+    std::atomic<int> probes = 0;
+    auto waiting = std::async(std::launch::async,
+                              [&] { return broker.wait(id, 300, [&] { return ++probes < 0; }); });
+    ASSERT_TRUE(eventually([&] { return probes.load() >= 1; }));
+    advance(299s);
+    // Two more looks at the client mean the waiter has seen the clock move, and stayed.
+    const int seen = probes.load();
+    ASSERT_TRUE(eventually([&] { return probes.load() >= seen + 2; }));
+    EXPECT_EQ(waiting.wait_for(0s), std::future_status::timeout);
+    advance(1s);
+    EXPECT_EQ(waiting.get(), Result::timedOut());
     EXPECT_FALSE(broker.isWaiting(id));
     EXPECT_FALSE(broker.resolve(id, Decision::allow()));
 
@@ -72,38 +115,27 @@ TEST_F(DecisionBrokerTest, TimeOutsRefuseLateDecisionsButADecisionAlreadyThereWi
         EXPECT_EQ(broker.wait(id, timeout, probe), Result::timedOut()) << timeout;
     EXPECT_FALSE(probed);
 
-    // The probe itself delivers a decision and then claims the client left.
-    EXPECT_EQ(broker.wait(id, 30,
+    // The probe delivers a decision, the deadline passes and the client leaves, all before
+    // the waiter looks again: the decision wins.
+    EXPECT_EQ(broker.wait(id, 10,
                           [&] {
-                              EXPECT_TRUE(broker.resolve(id, Decision::reply("go on")));
+                              EXPECT_TRUE(broker.resolve(id, Decision::letStop()));
+                              advance(60s);
                               return true;
                           }),
-              Result::decided(Decision::reply("go on")));
-
-    // A decision arriving during the last slice, just before the deadline, still wins.
-    const UUID late = UUID::random();
-    auto waiting = std::async(std::launch::async, [&] { return broker.wait(late, 0.2, nullptr); });
-    awaitWaiter(broker, late);
-    const bool delivered = broker.resolve(late, Decision::letStop());
-    EXPECT_EQ(waiting.get(), delivered ? Result::decided(Decision::letStop()) : Result::timedOut())
-        << "refused only when the waiter had given up";
+              Result::decided(Decision::letStop()));
 }
 
-TEST_F(DecisionBrokerTest, NoticesAVanishedClientWithinAboutASlice) {
+TEST_F(DecisionBrokerTest, AsksAboutTheClientEverySliceWithoutBeingWoken) {
+    // The clock stands still, so only the slices can wake the waiter to ask again.
+    std::atomic<int> probes = 0;
     std::atomic<bool> gone = false;
-    std::atomic<std::chrono::steady_clock::time_point> goneAt{};
     auto waiting = std::async(std::launch::async, [&] {
-        Result result = broker.wait(id, 60, [&] { return gone.load(); });
-        return std::make_pair(result, std::chrono::steady_clock::now() - goneAt.load());
+        return broker.wait(id, 60, [&] { return ++probes, gone.load(); });
     });
-    awaitWaiter(broker, id);
-    std::this_thread::sleep_for(100ms);
-    goneAt = std::chrono::steady_clock::now();
+    ASSERT_TRUE(eventually([&] { return probes.load() >= 3; }));
     gone = true;
-    auto [result, noticedAfter] = waiting.get();
-    EXPECT_EQ(result, Result::clientGone());
-    // One slice is a quarter second; allow generously for a loaded machine.
-    EXPECT_LT(noticedAfter, 1s);
+    EXPECT_EQ(waiting.get(), Result::clientGone());
     EXPECT_FALSE(broker.resolve(id, Decision::allow()));
 }
 
@@ -113,12 +145,11 @@ TEST_F(DecisionBrokerTest, ManyWaitersEachGetTheirOwnDecision) {
     std::vector<std::future<Result>> waiters;
     for (UUID& each : ids) {
         each = UUID::random();
+        broker.expect(each);
         waiters.push_back(std::async(std::launch::async, [this, each] {
             return broker.wait(each, 60, [] { return false; });
         }));
     }
-    for (const UUID& each : ids)
-        awaitWaiter(broker, each);
 
     // Four resolver threads race over every id, each offering its own text; exactly one
     // offer per id may be delivered and the waiter must receive exactly that one.
@@ -140,7 +171,8 @@ TEST_F(DecisionBrokerTest, ManyWaitersEachGetTheirOwnDecision) {
     for (auto& thread : resolvers)
         thread.join();
     for (int i = 0; i < waiterCount; ++i) {
-        ASSERT_NE(delivered[i], "") << "no resolve delivered to waiter " << i;
+        SCOPED_TRACE(i);
+        EXPECT_NE(delivered[i], "") << "no resolve delivered";
         EXPECT_EQ(waiters[i].get(), Result::decided(Decision::reply(delivered[i])));
     }
 }

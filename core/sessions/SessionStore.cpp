@@ -2,6 +2,7 @@
 
 #include "foundation/Text.h"
 #include "foundation/UTF8.h"
+#include "sessions/SessionText.h"
 
 #include <algorithm>
 #include <array>
@@ -63,6 +64,188 @@ bool listsBefore(const Session& a, const Session& b) {
     if (a.lastActivityAt != b.lastActivityAt)
         return a.lastActivityAt > b.lastActivityAt;
     return a.key < b.key;
+}
+
+// What an event does to its session. The status is set only where the table names one:
+// while requests are held, ordinary activity must not hide that the user is needed.
+enum class Held { keep, drop };
+enum class Action { keep, fromTitle, fromTitleOrTool, clear };
+
+struct EventRule {
+    EventKind kind;
+    /// The status afterwards when nothing is held; nothing leaves it as it was.
+    std::optional<SessionStatus> whenFree;
+    /// The status afterwards while requests are held.
+    std::optional<SessionStatus> whenHeld;
+    Held held;
+    Action action;
+};
+
+using enum SessionStatus;
+constexpr std::optional<SessionStatus> unchanged;
+
+// clang-format off
+constexpr std::array<EventRule, 13> eventRules{{
+    // event                           nothing held  requests held  held requests  current action
+    {EventKind::sessionStarted,        idle,         unchanged,     Held::keep,    Action::keep},
+    {EventKind::working,               working,      unchanged,     Held::keep,    Action::fromTitle},
+    {EventKind::toolStarted,           working,      unchanged,     Held::keep,    Action::fromTitleOrTool},
+    {EventKind::toolFinished,          working,      unchanged,     Held::keep,    Action::clear},
+    // A held request drives the status itself (addPending).
+    {EventKind::permissionRequested,   unchanged,    unchanged,     Held::keep,    Action::keep},
+    {EventKind::turnFinished,          finished,     unchanged,     Held::keep,    Action::clear},
+    {EventKind::notification,          unchanged,    unchanged,     Held::keep,    Action::keep},
+    {EventKind::message,               working,      unchanged,     Held::keep,    Action::keep},
+    {EventKind::compaction,            unchanged,    unchanged,     Held::keep,    Action::keep},
+    {EventKind::interrupted,           idle,         idle,          Held::drop,    Action::clear},
+    {EventKind::error,                 error,        error,         Held::keep,    Action::clear},
+    {EventKind::sessionEnded,          ended,        ended,         Held::drop,    Action::clear},
+    {EventKind::userPrompt,            working,      unchanged,     Held::keep,    Action::keep},
+}};
+// clang-format on
+
+const EventRule& ruleFor(EventKind kind) {
+    return *std::find_if(eventRules.begin(), eventRules.end(),
+                         [kind](const EventRule& rule) { return rule.kind == kind; });
+}
+
+void setCurrentAction(Session& session, Action action, const AgentEvent& event) {
+    switch (action) {
+    case Action::keep:
+        return;
+    case Action::fromTitle:
+        if (event.title)
+            session.currentAction = cutText(event.title);
+        return;
+    case Action::fromTitleOrTool:
+        session.currentAction = cutText(event.title ? event.title : event.toolName);
+        return;
+    case Action::clear:
+        session.currentAction.reset();
+        return;
+    }
+}
+
+// One timeline entry to add.
+struct Entry {
+    Entry(TimelineKind kind, std::string_view text, std::optional<std::string> detail)
+        : kind(kind), text(text), detail(std::move(detail)) {}
+
+    TimelineKind kind;
+    std::string text;
+    std::optional<std::string> detail;
+};
+
+// The entry an event adds to its session's timeline, if any. A text of the event's own
+// comes first; the detail is kept only when it is not already the text.
+std::optional<Entry> timelineEntry(const AgentEvent& event) {
+    namespace Say = SessionText;
+    const auto& title = event.title;
+    const auto& detail = event.detail;
+    const std::optional<std::string> detailUnlessText = title ? detail : std::nullopt;
+    switch (event.kind) {
+    case EventKind::sessionStarted:
+        return Entry{TimelineKind::session, Say::sessionStarted, detail};
+    case EventKind::toolStarted:
+        return Entry{toolKind(event.toolName), firstOf(title, event.toolName, Say::toolFallback),
+                     detail};
+    case EventKind::toolFinished:
+        return Entry{toolKind(event.toolName), firstOf(title, std::nullopt, Say::toolFinished),
+                     detail};
+    case EventKind::turnFinished:
+        return Entry{TimelineKind::message, Say::finishedTurn, detail};
+    case EventKind::notification:
+        return Entry{TimelineKind::notice, firstOf(title, detail, Say::notification),
+                     detailUnlessText};
+    case EventKind::message:
+        return Entry{TimelineKind::message, firstOf(detail, title, Say::message), std::nullopt};
+    case EventKind::compaction:
+        return Entry{TimelineKind::compaction, Say::contextCompacted, detail};
+    case EventKind::interrupted:
+        return Entry{TimelineKind::notice, Say::interrupted, detail};
+    case EventKind::error:
+        return Entry{TimelineKind::error, firstOf(title, detail, Say::error), detailUnlessText};
+    case EventKind::sessionEnded:
+        return Entry{TimelineKind::session, Say::sessionEnded, detail};
+    case EventKind::working:
+    case EventKind::permissionRequested:
+    case EventKind::userPrompt:
+        break;
+    }
+    return std::nullopt;
+}
+
+// The facts an event carries beyond the status: where the session runs, its title, its
+// last message and the marks of an interruption or an end. Texts are made valid UTF-8 on
+// the way in: one bad byte would make the saved file unreadable.
+void noteFacts(Session& session, const AgentEvent& event, Date now) {
+    if (event.projectPath)
+        session.projectPath = UTF8::repairedOptional(event.projectPath);
+    if (event.transcriptPath)
+        session.transcriptPath = UTF8::repairedOptional(event.transcriptPath);
+    if (event.model)
+        session.model = UTF8::repairedOptional(event.model);
+    switch (event.kind) {
+    case EventKind::sessionStarted:
+        if (event.title)
+            session.title = cutText(event.title);
+        return;
+    case EventKind::turnFinished:
+        if (event.detail)
+            session.lastMessage = cutText(event.detail);
+        return;
+    case EventKind::message:
+        session.lastMessage = cutText(event.detail ? event.detail : event.title);
+        return;
+    case EventKind::interrupted:
+        session.interruptedAt = now;
+        return;
+    case EventKind::sessionEnded:
+        session.endedAt = now;
+        return;
+    case EventKind::userPrompt:
+        // Agents that name no session are known to the user by what they first asked.
+        if (!session.title && event.detail)
+            session.title = promptTitle(*event.detail);
+        // A new turn: an earlier interruption is over.
+        session.interruptedAt.reset();
+        return;
+    default:
+        return;
+    }
+}
+
+// How a held request ended, as the timeline tells it, and the status it leaves when no
+// other request is held.
+struct Settled {
+    Entry entry;
+    SessionStatus status;
+};
+
+Settled settle(const PendingRequest& request, const HoldResult& outcome, AgentKind agent) {
+    namespace Say = SessionText;
+    const bool permission = request.kind == PendingKind::permission;
+    // A reply request that ends unanswered ends the agent's turn; a permission request
+    // leaves the agent working, asking in its own window or having been answered there.
+    const SessionStatus unanswered = permission ? working : finished;
+    if (outcome.kind() == HoldResult::Kind::clientGone)
+        return {{TimelineKind::notice, Say::withdrawn, request.title}, unanswered};
+    const Decision decision = outcome.decision();
+    switch (decision.type()) {
+    case Decision::Type::allow:
+        return {{TimelineKind::permission, Say::allowed, request.title}, working};
+    case Decision::Type::deny:
+        return {{TimelineKind::permission, Say::denied, request.title}, working};
+    case Decision::Type::reply:
+        return {{TimelineKind::reply, Say::youReplied, decision.text()}, working};
+    case Decision::Type::letStop:
+        return {{TimelineKind::reply, Say::youLetItStop, std::nullopt}, finished};
+    case Decision::Type::timeout:
+        break;
+    }
+    if (permission)
+        return {{TimelineKind::notice, Say::askingInstead(agent), request.title}, unanswered};
+    return {{TimelineKind::notice, Say::noReplyItStopped, std::nullopt}, unanswered};
 }
 
 } // namespace
@@ -168,100 +351,17 @@ Session SessionStore::apply(const AgentEvent& event) {
             session.startedAt = now;
             session.status = SessionStatus::idle;
         }
-        session.lastActivityAt = now;
-        // Texts are made valid UTF-8 on the way in: one bad byte would make the saved
-        // file unreadable.
-        if (event.projectPath)
-            session.projectPath = UTF8::repairedOptional(event.projectPath);
-        if (event.transcriptPath)
-            session.transcriptPath = UTF8::repairedOptional(event.transcriptPath);
-        if (event.model)
-            session.model = UTF8::repairedOptional(event.model);
-
         const bool pendingBefore = !session.pending.empty();
-        // While the user is needed, ordinary activity must not hide it.
-        auto setUnlessPending = [&session](SessionStatus status) {
-            if (session.pending.empty())
-                session.status = status;
-        };
-        switch (event.kind) {
-        case EventKind::sessionStarted:
-            if (event.title)
-                session.title = cutText(event.title);
-            setUnlessPending(SessionStatus::idle);
-            addToTimeline(session, TimelineKind::session, "Session started", event.detail, now);
-            break;
-        case EventKind::working:
-            setUnlessPending(SessionStatus::working);
-            if (event.title)
-                session.currentAction = cutText(event.title);
-            break;
-        case EventKind::toolStarted:
-            setUnlessPending(SessionStatus::working);
-            session.currentAction = cutText(event.title ? event.title : event.toolName);
-            addToTimeline(session, toolKind(event.toolName),
-                          firstOf(event.title, event.toolName, "Tool"), event.detail, now);
-            break;
-        case EventKind::toolFinished:
-            setUnlessPending(SessionStatus::working);
-            session.currentAction.reset();
-            addToTimeline(session, toolKind(event.toolName),
-                          firstOf(event.title, std::nullopt, "Tool finished"), event.detail, now);
-            break;
-        case EventKind::permissionRequested:
-            // The held request drives the status (addPending).
-            break;
-        case EventKind::turnFinished:
-            setUnlessPending(SessionStatus::finished);
-            session.currentAction.reset();
-            if (event.detail)
-                session.lastMessage = cutText(event.detail);
-            addToTimeline(session, TimelineKind::message, "Finished the turn", event.detail, now);
-            break;
-        case EventKind::notification:
-            addToTimeline(session, TimelineKind::notice,
-                          firstOf(event.title, event.detail, "Notification"),
-                          event.title ? event.detail : std::nullopt, now);
-            break;
-        case EventKind::message:
-            setUnlessPending(SessionStatus::working);
-            session.lastMessage = cutText(event.detail ? event.detail : event.title);
-            addToTimeline(session, TimelineKind::message,
-                          firstOf(event.detail, event.title, "Message"), std::nullopt, now);
-            break;
-        case EventKind::compaction:
-            addToTimeline(session, TimelineKind::compaction, "Context compacted", event.detail,
-                          now);
-            break;
-        case EventKind::interrupted:
-            session.status = SessionStatus::idle;
+        session.lastActivityAt = now;
+        noteFacts(session, event, now);
+        const EventRule& rule = ruleFor(event.kind);
+        if (rule.held == Held::drop)
             session.pending.clear();
-            session.currentAction.reset();
-            session.interruptedAt = now;
-            addToTimeline(session, TimelineKind::notice, "Interrupted", event.detail, now);
-            break;
-        case EventKind::error:
-            session.status = SessionStatus::error;
-            session.currentAction.reset();
-            addToTimeline(session, TimelineKind::error, firstOf(event.title, event.detail, "Error"),
-                          event.title ? event.detail : std::nullopt, now);
-            break;
-        case EventKind::sessionEnded:
-            session.status = SessionStatus::ended;
-            session.pending.clear();
-            session.currentAction.reset();
-            session.endedAt = now;
-            addToTimeline(session, TimelineKind::session, "Session ended", event.detail, now);
-            break;
-        case EventKind::userPrompt:
-            setUnlessPending(SessionStatus::working);
-            // Agents that name no session are known to the user by what they first asked.
-            if (!session.title && event.detail)
-                session.title = promptTitle(*event.detail);
-            // A new turn: an earlier interruption is over.
-            session.interruptedAt.reset();
-            break;
-        }
+        if (auto next = session.pending.empty() ? rule.whenFree : rule.whenHeld)
+            session.status = *next;
+        setCurrentAction(session, rule.action, event);
+        if (const std::optional<Entry> entry = timelineEntry(event))
+            addToTimeline(session, entry->kind, entry->text, entry->detail, now);
         // A session that shows activity again after it ended has been resumed.
         if (session.status != SessionStatus::ended)
             session.endedAt.reset();
@@ -413,44 +513,9 @@ void SessionStore::resolvePending(const UUID& id, const SessionKey& key, const O
         session.pending.erase(found);
         const Date now = clock_();
         session.lastActivityAt = now;
-        const bool permission = request.kind == PendingKind::permission;
-
-        SessionStatus next = SessionStatus::working;
-        switch (outcome.kind()) {
-        case Outcome::Kind::replied:
-            addToTimeline(session, TimelineKind::reply, "You replied", outcome.text(), now);
-            break;
-        case Outcome::Kind::allowed:
-            addToTimeline(session, TimelineKind::permission, "Allowed", request.title, now);
-            break;
-        case Outcome::Kind::denied:
-            addToTimeline(session, TimelineKind::permission, "Denied", request.title, now);
-            break;
-        case Outcome::Kind::letStop:
-            addToTimeline(session, TimelineKind::reply, "You let it stop", std::nullopt, now);
-            next = SessionStatus::finished;
-            break;
-        case Outcome::Kind::timedOut:
-            if (permission) {
-                // The agent falls back to asking in its own interface.
-                addToTimeline(session, TimelineKind::notice,
-                              "No answer in Tidewick — asking in " +
-                                  std::string(displayName(key.agent)),
-                              request.title, now);
-            } else {
-                addToTimeline(session, TimelineKind::notice, "No reply — it stopped", std::nullopt,
-                              now);
-                next = SessionStatus::finished;
-            }
-            break;
-        case Outcome::Kind::withdrawn:
-            addToTimeline(session, TimelineKind::notice, "The request was withdrawn", request.title,
-                          now);
-            if (!permission)
-                next = SessionStatus::finished;
-            break;
-        }
-        session.status = session.pending.empty() ? next : status(session.pending);
+        const Settled settled = settle(request, outcome, key.agent);
+        addToTimeline(session, settled.entry.kind, settled.entry.text, settled.entry.detail, now);
+        session.status = session.pending.empty() ? settled.status : status(session.pending);
         return true;
     });
 }
@@ -459,7 +524,7 @@ void SessionStore::logReply(const SessionKey& key, const std::string& text) {
     modify(key, [&](Session& session) {
         const Date now = clock_();
         session.lastActivityAt = now;
-        addToTimeline(session, TimelineKind::reply, "You replied", text, now);
+        addToTimeline(session, TimelineKind::reply, SessionText::youReplied, text, now);
         return true;
     });
 }
@@ -501,7 +566,7 @@ void SessionStore::markEndedByYou(const SessionKey& key,
         session.endedAt = now;
         session.pending.clear();
         session.currentAction.reset();
-        addToTimeline(session, TimelineKind::session, "You ended the session", std::nullopt, now);
+        addToTimeline(session, TimelineKind::session, SessionText::youEndedIt, std::nullopt, now);
         return true;
     });
 }

@@ -2,14 +2,12 @@
 // agent events and by the ends of held requests.
 //
 // Readings chosen where the rules leave room:
-// - Status after a held request ends and none remains: replied, allowed and
-//   denied -> working (the agent carries on); letStop -> finished; timedOut and
-//   withdrawn -> working for a permission request (the agent goes on, asking in
+// - Status after a held request ends and none remains: a reply, allow or deny
+//   -> working (the agent carries on); let stop -> finished; a time-out or a
+//   withdrawal -> working for a permission request (the agent goes on, asking in
 //   its own interface or having been answered there) and finished for a reply
 //   request (the agent stops its turn). While others remain pending the status
 //   follows status(pending) whatever the outcome.
-// - A permission request that times out is logged "No answer in Tidewick —
-//   asking in <agent>"; a reply request that times out "No reply — it stopped".
 // - prune removes sessions with nothing pending whose last activity is older
 //   than the age limit (a week by default).
 // - snapshot lists the sessions that need the user first, then the rest, each
@@ -20,6 +18,7 @@
 
 #include "events/AgentEvent.h"
 #include "foundation/Clock.h"
+#include "sessions/HoldResult.h"
 #include "sessions/PendingRequest.h"
 #include "sessions/Session.h"
 
@@ -59,33 +58,8 @@ struct StoreChange {
 
 class SessionStore {
 public:
-    /// How a held request ended.
-    class Outcome {
-    public:
-        enum class Kind { replied, allowed, denied, letStop, timedOut, withdrawn };
-
-        /// The user replied with `text`.
-        [[nodiscard]] static Outcome replied(std::string text) {
-            return Outcome(Kind::replied, std::move(text));
-        }
-        [[nodiscard]] static Outcome allowed() { return Outcome(Kind::allowed, {}); }
-        [[nodiscard]] static Outcome denied() { return Outcome(Kind::denied, {}); }
-        [[nodiscard]] static Outcome letStop() { return Outcome(Kind::letStop, {}); }
-        [[nodiscard]] static Outcome timedOut() { return Outcome(Kind::timedOut, {}); }
-        /// The hook command went away before anyone decided.
-        [[nodiscard]] static Outcome withdrawn() { return Outcome(Kind::withdrawn, {}); }
-
-        [[nodiscard]] Kind kind() const { return kind_; }
-        /// The reply text of `replied`; empty otherwise.
-        [[nodiscard]] const std::string& text() const { return text_; }
-
-        friend bool operator==(const Outcome&, const Outcome&) = default;
-
-    private:
-        Outcome(Kind kind, std::string text) : kind_(kind), text_(std::move(text)) {}
-        Kind kind_;
-        std::string text_;
-    };
+    /// How a held request ended (the broker's result).
+    using Outcome = HoldResult;
 
     using ChangeHandler = std::function<void(const StoreChange&)>;
 

@@ -121,19 +121,19 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
     EXPECT_EQ(listed[1].first, key);
 
     // Allowing the permission leaves the reply pending: the status follows what remains.
-    store.resolvePending(permission.id, key, Outcome::allowed());
+    store.resolvePending(permission.id, key, Outcome::decided(Decision::allow()));
     Session afterAllow = stored();
     EXPECT_EQ(afterAllow.status, SessionStatus::waitingReply);
     EXPECT_EQ(afterAllow.timeline.back().text, "Allowed");
     // An unknown id, or one already resolved, or another session's, changes nothing.
     const std::size_t changesBefore = changes.size();
-    store.resolvePending(permission.id, key, Outcome::denied());
-    store.resolvePending(UUID::random(), key, Outcome::denied());
-    store.resolvePending(reply.id, SessionKey{AgentKind::codex, "other"}, Outcome::denied());
+    store.resolvePending(permission.id, key, Outcome::decided(Decision::deny()));
+    store.resolvePending(UUID::random(), key, Outcome::decided(Decision::deny()));
+    store.resolvePending(reply.id, SessionKey{AgentKind::codex, "other"}, Outcome::decided(Decision::deny()));
     EXPECT_EQ(changes.size(), changesBefore);
     EXPECT_EQ(stored(), afterAllow);
 
-    store.resolvePending(reply.id, key, Outcome::replied(std::string(3000, 'r')));
+    store.resolvePending(reply.id, key, Outcome::decided(Decision::reply(std::string(3000, 'r'))));
     EXPECT_EQ(stored().status, SessionStatus::working);
     EXPECT_EQ(stored().timeline.back().text, "You replied");
     EXPECT_EQ(stored().timeline.back().detail, std::string(2000, 'r'));
@@ -145,21 +145,24 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
         std::string text;
     };
     const Ending endings[] = {
-        {PendingKind::permission, Outcome::denied(), SessionStatus::working, "Denied"},
-        {PendingKind::reply, Outcome::letStop(), SessionStatus::finished, "You let it stop"},
+        {PendingKind::permission, Outcome::decided(Decision::deny()), SessionStatus::working, "Denied"},
+        {PendingKind::reply, Outcome::decided(Decision::letStop()), SessionStatus::finished, "You let it stop"},
         {PendingKind::permission, Outcome::timedOut(), SessionStatus::working,
          "No answer in Tidewick — asking in Claude Code"},
         {PendingKind::reply, Outcome::timedOut(), SessionStatus::finished, "No reply — it stopped"},
-        {PendingKind::permission, Outcome::withdrawn(), SessionStatus::working,
+        {PendingKind::reply, Outcome::decided(Decision::timeout()), SessionStatus::finished,
+         "No reply — it stopped"},
+        {PendingKind::permission, Outcome::clientGone(), SessionStatus::working,
          "The request was withdrawn"},
-        {PendingKind::reply, Outcome::withdrawn(), SessionStatus::finished,
+        {PendingKind::reply, Outcome::clientGone(), SessionStatus::finished,
          "The request was withdrawn"},
     };
     for (const Ending& ending : endings) {
+        SCOPED_TRACE(ending.text);
         PendingRequest held = request(ending.kind, current);
         store.addPending(held, key);
         store.resolvePending(held.id, key, ending.outcome);
-        EXPECT_EQ(stored().status, ending.status) << ending.text;
+        EXPECT_EQ(stored().status, ending.status);
         EXPECT_EQ(stored().timeline.back().text, ending.text);
         EXPECT_TRUE(stored().pending.empty());
     }

@@ -1,0 +1,21 @@
+#include "sessions/SessionText.h"
+
+namespace tidewick::SessionText {
+
+std::string askingInstead(AgentKind agent) {
+    return "No answer in Tidewick — asking in " + std::string(displayName(agent));
+}
+
+std::string allowedReadOnly(const std::optional<std::string>& command) {
+    return "Allowed (read-only): " + command.value_or("command");
+}
+
+std::string noPermissionRequest(std::string_view who) {
+    return std::string(who) + " has no permission request waiting, so the decision was not delivered.";
+}
+
+std::string noReplyWaiting(std::string_view who) {
+    return std::string(who) + " isn't waiting for a reply, so nothing was delivered.";
+}
+
+} // namespace tidewick::SessionText

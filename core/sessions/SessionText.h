@@ -1,0 +1,52 @@
+// Every sentence the user reads about sessions and held requests, in one place:
+// the store writes them into timelines, the interface and the command line show them.
+#pragma once
+
+#include "events/AgentKind.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewick::SessionText {
+
+// Timeline entries written by the store.
+inline constexpr std::string_view sessionStarted = "Session started";
+inline constexpr std::string_view sessionEnded = "Session ended";
+inline constexpr std::string_view toolFallback = "Tool";
+inline constexpr std::string_view toolFinished = "Tool finished";
+inline constexpr std::string_view finishedTurn = "Finished the turn";
+inline constexpr std::string_view notification = "Notification";
+inline constexpr std::string_view message = "Message";
+inline constexpr std::string_view contextCompacted = "Context compacted";
+inline constexpr std::string_view interrupted = "Interrupted";
+inline constexpr std::string_view error = "Error";
+inline constexpr std::string_view youReplied = "You replied";
+inline constexpr std::string_view youLetItStop = "You let it stop";
+inline constexpr std::string_view allowed = "Allowed";
+inline constexpr std::string_view denied = "Denied";
+inline constexpr std::string_view noReplyItStopped = "No reply — it stopped";
+inline constexpr std::string_view withdrawn = "The request was withdrawn";
+inline constexpr std::string_view youEndedIt = "You ended the session";
+
+/// "No answer in Tidewick — asking in " and the agent's name: a permission request that
+/// ran out of time, which the agent now asks in its own window.
+[[nodiscard]] std::string askingInstead(AgentKind agent);
+/// "Allowed (read-only): " and the command ("command" when there is none).
+[[nodiscard]] std::string allowedReadOnly(const std::optional<std::string>& command);
+
+// Held requests.
+/// The title of a held permission request whose event named none.
+inline constexpr std::string_view permissionNeeded = "Permission needed";
+/// The title of a held reply request whose event named none.
+inline constexpr std::string_view finished = "Finished";
+inline constexpr std::string_view waitingForYou = "Waiting for you";
+inline constexpr std::string_view waitingForReply = "Waiting for your reply";
+
+// Answers that found nothing to answer; `who` names the session ("Claude Code webshop").
+[[nodiscard]] std::string noPermissionRequest(std::string_view who);
+[[nodiscard]] std::string noReplyWaiting(std::string_view who);
+/// An answer sent while the request was ending anyway (time-out, agent gone).
+inline constexpr std::string_view alreadyEnded = "Not delivered: that request had already ended.";
+
+} // namespace tidewick::SessionText
