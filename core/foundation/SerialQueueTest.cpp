@@ -1,6 +1,8 @@
 #include "foundation/SerialQueue.h"
 
 #include <atomic>
+#include <future>
+#include <string>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -39,19 +41,27 @@ TEST(SerialQueueTest, RunsTasksOneAtATimeInSubmissionOrder) {
         EXPECT_EQ(order[static_cast<size_t>(i)], i);
 }
 
-TEST(SerialQueueTest, DelayedTasksWaitTheirTurnAndSyncFromInsideDoesNotDeadlock) {
-    SerialQueue queue("tidewick.test");
+TEST(SerialQueueTest, DelayedTasksComeAfterDueOnesAndSyncFromInsideDoesNotDeadlock) {
+    bool dropped = true;
     std::vector<std::string> events;
-    queue.asyncAfter(150ms, [&] { events.push_back("late"); });
-    queue.async([&] {
-        events.push_back("now");
-        queue.sync([&] { events.push_back("nested"); });
-    });
-    queue.sync([] {});
-    queue.sync([&] { EXPECT_EQ(events, (std::vector<std::string>{"now", "nested"})); });
-    std::this_thread::sleep_for(300ms);
-    queue.sync([&] { EXPECT_EQ(events.back(), "late"); });
-    EXPECT_FALSE(queue.isCurrent());
+    std::promise<void> lateRan;
+    {
+        SerialQueue queue("tidewick.test");
+        queue.asyncAfter(1h, [&] { dropped = false; });
+        queue.asyncAfter(50ms, [&] {
+            events.push_back("late");
+            lateRan.set_value();
+        });
+        queue.async([&] {
+            events.push_back("now");
+            queue.sync([&] { events.push_back("nested"); });
+        });
+        // Due times order the tasks, however long the queue's thread is kept from running.
+        ASSERT_EQ(lateRan.get_future().wait_for(30s), std::future_status::ready);
+        queue.sync([&] { EXPECT_EQ(events, (std::vector<std::string>{"now", "nested", "late"})); });
+        EXPECT_FALSE(queue.isCurrent());
+    }
+    EXPECT_TRUE(dropped) << "a task not yet due when the queue goes is dropped";
 }
 
 } // namespace
