@@ -1,7 +1,7 @@
 #include "control/ControlServer.h"
-#include "sessions/SessionText.h"
 
 #include "control/SessionMatcher.h"
+#include "sessions/SessionText.h"
 #include "wire/Wire.h"
 
 namespace tidewick {

@@ -6,6 +6,7 @@
 #include "foundation/UUID.h"
 #include "sessions/Session.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -31,6 +32,9 @@ struct Alert {
     bool informational = false;
     /// True when the agent's turn has ended (a reply is awaited or it is over).
     bool turnEnded = false;
+    /// How many other new requests of the same session this alert also stands for (alerts
+    /// of a burst are announced together).
+    std::size_t alsoHeld = 0;
 
     friend bool operator==(const Alert&, const Alert&) = default;
 };

@@ -146,6 +146,16 @@ struct TidewickService::State {
         }
     }
 
+    void announce(const Alert& alert) {
+        AlertHandler handler;
+        {
+            std::lock_guard guard(handlersLock);
+            handler = alertHandler;
+        }
+        if (handler)
+            guarded("alert handler", [&] { handler(alert); });
+    }
+
     // A failing handler of the UI must not cost an agent its answer nor leave a request
     // listed that nobody holds any more.
     template <typename Call> void guarded(const char* what, Call&& call) const {
@@ -391,14 +401,34 @@ void TidewickService::allowReadOnly(const AgentEvent& event, const HookRequest& 
 
 void TidewickService::raise(const Alert& alert) {
     State& s = *state_;
-    AlertHandler handler;
-    {
-        std::lock_guard guard(s.handlersLock);
-        handler = s.alertHandler;
-    }
-    if (!handler || !s.throttle.admit(alert.session, s.options.clock()))
+    const AlertThrottle::Admission admission = s.throttle.admit(alert, s.options.clock());
+    switch (admission.kind) {
+    case AlertThrottle::Admission::Kind::now:
+        s.announce(alert);
         return;
-    s.guarded("alert handler", [&] { handler(alert); });
+    case AlertThrottle::Admission::Kind::kept:
+        s.work->asyncAfter(
+            std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                std::chrono::duration<double>(admission.waitSeconds)),
+            [this, key = alert.session] { raiseKept(key); });
+        return;
+    case AlertThrottle::Admission::Kind::joined:
+        return;
+    }
+}
+
+void TidewickService::raiseKept(const SessionKey& key) {
+    State& s = *state_;
+    std::vector<Alert> kept = s.throttle.takeKept(key, s.options.clock());
+    // A request answered or withdrawn meanwhile needs no announcing any more.
+    std::erase_if(kept, [&s](const Alert& alert) {
+        return alert.requestId && !s.broker.isWaiting(*alert.requestId);
+    });
+    if (kept.empty())
+        return;
+    Alert newest = kept.back();
+    newest.alsoHeld = kept.size() - 1;
+    s.announce(newest);
 }
 
 HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentAdapter& adapter,

@@ -47,7 +47,8 @@ public:
     struct Options {
         /// The service's clock (held requests' dates, sessions, alerts).
         Clock clock = tidewick::now;
-        /// Alerts of one session closer together than this are dropped, so a burst raises one.
+        /// Alerts of one session closer together than this are held back and announced
+        /// together when the window ends, so a burst raises one alert at a time.
         double alertThrottleSeconds = 3.0;
         /// Delay between the first change of a burst and its save.
         double saveDelaySeconds = 1.5;
@@ -102,8 +103,9 @@ public:
     /// Saves `settings` to the settings file; they apply from the next request.
     void saveSettings(const TidewickSettings& settings);
 
-    /// Installs the alert handler (terminal UI, notifications). Called on the thread that
-    /// raised the alert (a connection's), outside every lock; it must not block.
+    /// Installs the alert handler (terminal UI, notifications). Called outside every lock on
+    /// the thread that raised the alert (a connection's), or on the work queue for alerts
+    /// the throttle held back; it must not block.
     void setAlertHandler(AlertHandler handler);
     /// Adds a handler told about every change of the sessions (for a UI to redraw). Called
     /// on the service's work queue; it must not block nor call stop().
@@ -122,7 +124,10 @@ private:
                              const std::function<bool()>& isClientGone);
     void record(const AgentEvent& event, const HookRequest& request);
     void allowReadOnly(const AgentEvent& event, const HookRequest& request);
+    /// Announces `alert` now or, within its session's throttle window, when the window ends.
     void raise(const Alert& alert);
+    /// Announces what the throttle kept for `key`, once its window has ended.
+    void raiseKept(const SessionKey& key);
     /// Hands `decision` to the session's oldest held request of `kind`; true when delivered.
     bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
     /// Closes the door to new holds, answers every held request with the time-out decision

@@ -296,19 +296,39 @@ TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
     EXPECT_TRUE(problems[0].starts_with("Tidewick couldn't write its activity log: open("));
 }
 
-TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
-    // A burst in one session raises one alert until its window has passed. Each request
-    // times out before the next, so every alert has been decided when it is counted.
-    service = make(3.0);
+TEST_F(TidewickServiceTest, ABurstRaisesOneAlertAndWhatItHeldBackIsAnnouncedWhenItsWindowEnds) {
+    // The window is measured on the test's clock, which stands still: the service's timer
+    // for the window's end, in real time, is what announces what was held back.
+    service = make(0.2);
     writeSettings(R"({"permissionTimeoutSeconds": 0.05})");
+    // Requests that end within the window need no announcement of their own.
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(handleNow(cursorShell("rm -rf build" + std::to_string(i))), cursorAsk);
-    EXPECT_EQ(alertsSoFar().size(), 1u);
-    clock.advance(3.0);
-    EXPECT_EQ(handleNow(cursorShell("rm -rf again")), cursorAsk);
-    EXPECT_EQ(alertsSoFar().size(), 2u);
-
     writeSettings("{}");
+    auto cursor = handleAsync(cursorShell("rm -rf again"));
+    // A permission request and, right after it, the same session's end of turn.
+    auto permission = handleAsync(claudePermission());
+    ASSERT_TRUE(pendingCountIs(2));
+    auto stop = handleAsync(claudeStop());
+    ASSERT_TRUE(pendingCountIs(3));
+
+    const std::vector<Alert> raised = alertsSoFar(4);
+    ASSERT_EQ(raised.size(), 4u);
+    auto announced = [&](const SessionKey& key, Alert::Kind kind) {
+        return std::count_if(raised.begin(), raised.end(), [&](const Alert& alert) {
+            return alert.session == key && alert.kind == kind && alert.alsoHeld == 0;
+        });
+    };
+    EXPECT_EQ(announced(cursorKey, Alert::Kind::needsPermission), 2);
+    EXPECT_EQ(announced(claudeKey, Alert::Kind::needsPermission), 1);
+    EXPECT_EQ(announced(claudeKey, Alert::Kind::waitingReply), 1);
+    EXPECT_TRUE(service->answerPermission(cursorKey, SessionActions::Answer::allow));
+    EXPECT_TRUE(service->answerPermission(claudeKey, SessionActions::Answer::allow));
+    EXPECT_TRUE(service->letStop(claudeKey));
+    (void)cursor.get(), (void)permission.get(), (void)stop.get();
+}
+
+TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
     service->start();
     EXPECT_TRUE(File::exists(paths.socketPath()));
     auto claude = handleAsync(claudePermission());

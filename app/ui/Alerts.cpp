@@ -1,10 +1,10 @@
 #include "Alerts.h"
-#include "sessions/SessionText.h"
 
 #include "DisplayText.h"
 #include "Screen.h"
 #include "foundation/Text.h"
 #include "sessions/CommandRisk.h"
+#include "sessions/SessionText.h"
 
 namespace tidewick {
 
@@ -38,6 +38,8 @@ Notification notificationFor(const Alert& alert) {
         body = SessionText::noReplyItStopped;
         break;
     }
+    if (alert.alsoHeld > 0)
+        body += "\n" + SessionText::alsoWaiting(alert.alsoHeld);
     notification.body = std::move(body);
     return notification;
 }

@@ -40,16 +40,16 @@ TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
              {"finished", finished, usual, false, false, "Cursor finished", false},
              {"finished, quiet", finished, quiet, false, false, "", false}}) {
         const Alert raised = alert(row.kind);
+        SCOPED_TRACE(row.name);
         const AlertEffects effects = alertEffects(raised, row.settings);
-        EXPECT_EQ(effects.bell, row.bell) << row.name;
-        EXPECT_EQ(effects.glow, row.glow) << row.name;
-        EXPECT_EQ(effects.notification ? effects.notification->summary : "", row.summary)
-            << row.name;
+        EXPECT_EQ(effects.bell, row.bell);
+        EXPECT_EQ(effects.glow, row.glow);
+        EXPECT_EQ(effects.notification ? effects.notification->summary : "", row.summary);
         if (!effects.notification)
             continue;
-        EXPECT_EQ(effects.notification->offersAnswers, row.offersAnswers) << row.name;
-        EXPECT_EQ(effects.notification->requestId, raised.requestId) << row.name;
-        EXPECT_EQ(effects.notification->session, raised.session) << row.name;
+        EXPECT_EQ(effects.notification->offersAnswers, row.offersAnswers);
+        EXPECT_EQ(effects.notification->requestId, raised.requestId);
+        EXPECT_EQ(effects.notification->session, raised.session);
     }
 
     const AlertEffects asks = alertEffects(alert(needsPermission), usual);
@@ -59,6 +59,12 @@ TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
     const AlertEffects ended = alertEffects(alert(finished), usual);
     EXPECT_EQ(ended.notification->body, "No reply — it stopped");
     EXPECT_EQ(ended.message, "Cursor: No reply — it stopped");
+
+    Alert burst = alert(waitingReply);
+    burst.detail.reset();
+    burst.alsoHeld = 2;
+    EXPECT_EQ(alertEffects(burst, usual).notification->body,
+              "Run sudo make install\n+2 more requests waiting");
 
     Alert longDetail = alert(needsPermission);
     longDetail.detail = std::string(5000, 'x');

@@ -1,9 +1,9 @@
 #include "Screen.h"
-#include "sessions/SessionText.h"
 
 #include "DisplayText.h"
 #include "foundation/File.h"
 #include "sessions/CommandRisk.h"
+#include "sessions/SessionText.h"
 
 #include <algorithm>
 #include <cmath>

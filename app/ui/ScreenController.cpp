@@ -1,7 +1,7 @@
 #include "ScreenController.h"
-#include "sessions/SessionText.h"
 
 #include "Screen.h"
+#include "sessions/SessionText.h"
 
 #include <algorithm>
 #include <utf8proc.h>

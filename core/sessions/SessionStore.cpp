@@ -92,7 +92,7 @@ constexpr std::array<EventRule, 13> eventRules{{
     {EventKind::toolStarted,           working,      unchanged,     Held::keep,    Action::fromTitleOrTool},
     {EventKind::toolFinished,          working,      unchanged,     Held::keep,    Action::clear},
     // A held request drives the status itself (addPending).
-    {EventKind::permissionRequested,   unchanged,    unchanged,     Held::keep,    Action::keep},
+    {EventKind::permissionRequested,   unchanged,    unchanged,     Held::keep,    Action::fromTitle},
     {EventKind::turnFinished,          finished,     unchanged,     Held::keep,    Action::clear},
     {EventKind::notification,          unchanged,    unchanged,     Held::keep,    Action::keep},
     {EventKind::message,               working,      unchanged,     Held::keep,    Action::keep},
@@ -235,7 +235,8 @@ Settled settle(const PendingRequest& request, const HoldResult& outcome, AgentKi
     case Decision::Type::allow:
         return {{TimelineKind::permission, Say::allowed, request.title}, working};
     case Decision::Type::deny:
-        return {{TimelineKind::permission, Say::denied, request.title}, working};
+        return {{TimelineKind::permission, Say::deniedWith(decision.text()), request.title},
+                working};
     case Decision::Type::reply:
         return {{TimelineKind::reply, Say::youReplied, decision.text()}, working};
     case Decision::Type::letStop:

@@ -146,6 +146,8 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
     };
     const Ending endings[] = {
         {PendingKind::permission, Outcome::decided(Decision::deny()), SessionStatus::working, "Denied"},
+        {PendingKind::permission, Outcome::decided(Decision::deny("Not on main.")),
+         SessionStatus::working, "Denied: Not on main."},
         {PendingKind::reply, Outcome::decided(Decision::letStop()), SessionStatus::finished, "You let it stop"},
         {PendingKind::permission, Outcome::timedOut(), SessionStatus::working,
          "No answer in Tidewick — asking in Claude Code"},
@@ -228,6 +230,9 @@ TEST_F(SessionStoreTest, EventFieldsToolKindsEndsAndTheFirstPromptTitle) {
     }
     EXPECT_EQ(stored().startedAt, startedAt);
     EXPECT_EQ(stored().lastActivityAt, current);
+    // An agent that asks before it announces the tool (Cursor) shows the command it asks about.
+    EXPECT_EQ(store.apply(event(EventKind::permissionRequested, "Run git push -f")).currentAction,
+              "Run git push -f");
     store.apply(event(EventKind::turnFinished, "Finished the turn", "All tests pass."));
     EXPECT_EQ(stored().lastMessage, "All tests pass.");
     EXPECT_FALSE(stored().currentAction);

@@ -6,8 +6,19 @@ std::string askingInstead(AgentKind agent) {
     return "No answer in Tidewick — asking in " + std::string(displayName(agent));
 }
 
+std::string deniedWith(const std::optional<std::string>& message) {
+    if (!message || message->empty())
+        return "Denied";
+    return "Denied: " + *message;
+}
+
 std::string allowedReadOnly(const std::optional<std::string>& command) {
     return "Allowed (read-only): " + command.value_or("command");
+}
+
+std::string alsoWaiting(std::size_t count) {
+    return "+" + std::to_string(count) + (count == 1 ? " more request" : " more requests") +
+           " waiting";
 }
 
 std::string noPermissionRequest(std::string_view who) {

@@ -4,6 +4,7 @@
 
 #include "events/AgentKind.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,7 +25,8 @@ inline constexpr std::string_view error = "Error";
 inline constexpr std::string_view youReplied = "You replied";
 inline constexpr std::string_view youLetItStop = "You let it stop";
 inline constexpr std::string_view allowed = "Allowed";
-inline constexpr std::string_view denied = "Denied";
+/// "Denied", or "Denied: " and the message the agent was sent.
+[[nodiscard]] std::string deniedWith(const std::optional<std::string>& message);
 inline constexpr std::string_view noReplyItStopped = "No reply — it stopped";
 inline constexpr std::string_view withdrawn = "The request was withdrawn";
 inline constexpr std::string_view youEndedIt = "You ended the session";
@@ -42,6 +44,9 @@ inline constexpr std::string_view permissionNeeded = "Permission needed";
 inline constexpr std::string_view finished = "Finished";
 inline constexpr std::string_view waitingForYou = "Waiting for you";
 inline constexpr std::string_view waitingForReply = "Waiting for your reply";
+
+/// "+1 more request waiting", "+3 more requests waiting": a burst announced as one.
+[[nodiscard]] std::string alsoWaiting(std::size_t count);
 
 // Answers that found nothing to answer; `who` names the session ("Claude Code webshop").
 [[nodiscard]] std::string noPermissionRequest(std::string_view who);
