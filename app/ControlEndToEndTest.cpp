@@ -70,7 +70,8 @@ TEST_F(ControlEndToEnd, ClaudePermissionAllowedDeniedAndTheFirstDecisionWins) {
 
     auto texts = run.timeline(claudeSession);
     EXPECT_THAT(texts, Contains("Allowed").Times(1));
-    EXPECT_THAT(texts, Contains("Denied").Times(2));
+    EXPECT_THAT(texts, Contains("Denied").Times(1));
+    EXPECT_THAT(texts, Contains("Denied: Use the staging database.").Times(1));
 
     // Exit statuses: 1 for a refusal with its sentence, 2 for a usage error.
     ProgramResult unknown = run.tidewick({"allow", "ffff"});
