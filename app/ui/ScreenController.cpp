@@ -1,6 +1,7 @@
 #include "ScreenController.h"
 
 #include "Screen.h"
+#include "foundation/UTF8.h"
 #include "sessions/SessionText.h"
 
 #include <algorithm>
@@ -10,10 +11,10 @@ namespace tidewick {
 
 namespace {
 
+// Typed characters become UTF-8; anything beyond Unicode is dropped.
 void appendUTF8(std::string& text, char32_t character) {
-    utf8proc_uint8_t buffer[4];
-    const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(character), buffer);
-    text.append(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(length));
+    if (character <= 0x10FFFF)
+        UTF8::append(text, static_cast<std::uint32_t>(character));
 }
 
 std::string utf8(char32_t character) {

@@ -2,6 +2,7 @@
 // sessions file would make the whole file unreadable on the next start.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,5 +17,8 @@ namespace tidewick::UTF8 {
 
 /// The same for an optional text.
 [[nodiscard]] std::optional<std::string> repairedOptional(const std::optional<std::string>& text);
+
+/// Appends the UTF-8 encoding of `codePoint`, which the caller keeps at most U+10FFFF.
+void append(std::string& out, std::uint32_t codePoint);
 
 } // namespace tidewick::UTF8
