@@ -2,6 +2,7 @@
 
 #include "foundation/File.h"
 #include "foundation/JSONCoding.h"
+#include "foundation/MappedFile.h"
 
 #include <exception>
 #include <iterator>
@@ -111,13 +112,13 @@ std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view 
 }
 
 std::vector<Session> SessionPersistence::load() const {
-    std::string bytes;
     try {
-        bytes = File::read(url_);
+        // Mapped rather than read: the text is decoded once, straight from the file's pages.
+        const MappedFile file(url_);
+        return decode(file.bytes()).value_or(std::vector<Session>{});
     } catch (const std::exception&) {
         return {};
     }
-    return decode(bytes).value_or(std::vector<Session>{});
 }
 
 bool SessionPersistence::save(const std::vector<Session>& sessions) const {
