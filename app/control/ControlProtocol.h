@@ -100,7 +100,8 @@ namespace ControlProtocol {
 
 /// The secret and request of a request line. Nothing unless the line is a JSON object
 /// with "v" 1, a string "secret" and a known "command"; "agent" must be a known agent
-/// when present. The other fields take their defaults when missing or mistyped.
+/// unless it is missing or null. The other fields take their defaults when missing or
+/// mistyped.
 [[nodiscard]] std::optional<std::pair<std::string, ControlRequest>>
 decodeRequest(std::string_view line);
 
@@ -109,7 +110,8 @@ decodeRequest(std::string_view line);
 [[nodiscard]] std::string encode(const ControlReply& reply);
 
 /// The reply of a reply line; nothing unless it is an object with "v" 1 and a known
-/// "outcome" whose sessions and held requests all decode.
+/// "outcome" whose session key (unless missing or null), sessions and held requests all
+/// decode. A mistyped "message" is absent.
 [[nodiscard]] std::optional<ControlReply> decodeReply(std::string_view line);
 
 } // namespace ControlProtocol
