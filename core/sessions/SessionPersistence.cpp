@@ -3,6 +3,7 @@
 #include "foundation/File.h"
 #include "foundation/JSONCoding.h"
 #include "foundation/MappedFile.h"
+#include "foundation/UTF8.h"
 
 #include <exception>
 #include <iterator>
@@ -19,28 +20,33 @@ constexpr std::size_t pieceBytes = 1024 * 1024;
 // cut, or the others.
 enum class Part { beforeCut, fromCut };
 
-// Decodes one part of the array in `bytes` into `out`; false when a record does not decode.
-// Both parts find the same cut because both walk the same records with the same parser:
-// the part from the cut passes over the records before it without decoding them, though
-// still checking their syntax (a syntax error throws JSONValue::ParseError).
-bool decodePart(std::string_view bytes, std::size_t cut, Part part, std::vector<Session>& out) {
-    JSONReader in(bytes);
-    if (in.peek() != JSONValue::Kind::Array)
-        return false;
-    in.beginArray();
-    while (in.nextElement()) {
-        const bool beforeCut = in.offset() < cut;
-        if (part == Part::beforeCut && !beforeCut)
-            return true; // the other reader decodes the rest and checks the end
-        if (part == Part::fromCut && beforeCut) {
-            in.skipValue();
-            continue;
-        }
-        if (!readJSON(in, out.emplace_back()))
+// Decodes one part of the array in `bytes` into `out`; false when a record does not decode
+// or the text is not JSON. Both parts find the same cut because both walk the same records
+// with the same parser: the part from the cut passes over the records before it without
+// decoding them, though still checking their syntax.
+bool decodePart(std::string_view bytes, std::size_t cut, Part part,
+                std::vector<Session>& out) noexcept {
+    try {
+        JSONReader in(bytes);
+        if (in.peek() != JSONValue::Kind::Array)
             return false;
+        in.beginArray();
+        while (in.nextElement()) {
+            const bool beforeCut = in.offset() < cut;
+            if (part == Part::beforeCut && !beforeCut)
+                return true; // the other reader decodes the rest and checks the end
+            if (part == Part::fromCut && beforeCut) {
+                in.skipValue();
+                continue;
+            }
+            if (!readJSON(in, out.emplace_back()))
+                return false;
+        }
+        in.finish();
+        return true;
+    } catch (const std::exception&) {
+        return false;
     }
-    in.finish();
-    return true;
 }
 
 } // namespace
@@ -72,43 +78,29 @@ std::string SessionPersistence::encode(const std::vector<Session>& sessions) {
 
 std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view bytes) {
     // One bad record loses the list: a half-restored history would mislead more.
-    try {
-        if (bytes.size() < splitBytes) {
-            requireUTF8(bytes);
-            std::vector<Session> sessions;
-            if (decodePart(bytes, bytes.size(), Part::beforeCut, sessions))
-                return sessions;
-            return std::nullopt;
-        }
-        // Decoding takes most of the start-up time: a large file is read by two threads,
-        // each decoding the records on its side of a cut. Passing over a record costs about
-        // a third of decoding it, so the thread that passes over everything before the cut
-        // gets the smaller share.
-        const std::size_t cut = bytes.size() / 5 * 3;
-        std::vector<Session> tail;
-        bool tailDecoded = false;
-        std::thread other([&] {
-            try {
-                tailDecoded = decodePart(bytes, cut, Part::fromCut, tail);
-            } catch (const JSONValue::ParseError&) {
-            }
-        });
-        std::vector<Session> head;
-        bool headDecoded = false;
-        try {
-            requireUTF8(bytes);
-            headDecoded = decodePart(bytes, cut, Part::beforeCut, head);
-        } catch (const JSONValue::ParseError&) {
-        }
-        other.join();
-        if (!headDecoded || !tailDecoded)
-            return std::nullopt;
-        head.insert(head.end(), std::make_move_iterator(tail.begin()),
-                    std::make_move_iterator(tail.end()));
-        return head;
-    } catch (const JSONValue::ParseError&) {
+    if (bytes.size() < splitBytes) {
+        std::vector<Session> sessions;
+        if (UTF8::isValid(bytes) && decodePart(bytes, bytes.size(), Part::beforeCut, sessions))
+            return sessions;
         return std::nullopt;
     }
+    // Decoding takes most of the start-up time: a large file is read by two threads, each
+    // decoding the records on its side of a cut. Passing over a record costs about a third
+    // of decoding it, so the thread that passes over everything before the cut gets the
+    // smaller share.
+    const std::size_t cut = bytes.size() / 5 * 3;
+    std::vector<Session> tail;
+    bool tailDecoded = false;
+    std::thread other([&] { tailDecoded = decodePart(bytes, cut, Part::fromCut, tail); });
+    std::vector<Session> head;
+    const bool headDecoded =
+        UTF8::isValid(bytes) && decodePart(bytes, cut, Part::beforeCut, head);
+    other.join();
+    if (!headDecoded || !tailDecoded)
+        return std::nullopt;
+    head.insert(head.end(), std::make_move_iterator(tail.begin()),
+                std::make_move_iterator(tail.end()));
+    return head;
 }
 
 std::vector<Session> SessionPersistence::load() const {
