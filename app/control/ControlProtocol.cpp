@@ -77,8 +77,8 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
     ControlRequest request;
     using M = JSONMember;
     if (!decodeLine(text, M::required("secret", secret), M::required("command", request.command),
-                  M::lenient("session", request.session), M::optional("agent", request.agent),
-                  M::lenient("message", request.message), M::lenient("text", request.text)))
+                    M::lenient("session", request.session), M::optional("agent", request.agent),
+                    M::lenient("message", request.message), M::lenient("text", request.text)))
         return std::nullopt;
     return std::pair{std::move(secret), std::move(request)};
 }
@@ -104,9 +104,9 @@ std::string encode(const ControlReply& reply) {
 std::optional<ControlReply> decodeReply(std::string_view text) {
     ControlReply reply;
     using M = JSONMember;
-    if (!decodeLine(text, M::required("outcome", reply.outcome), M::lenient("message", reply.message),
-                  M::optional("session", reply.session), M::optional("sessions", reply.sessions),
-                  M::optional("pending", reply.pending)))
+    if (!decodeLine(text, M::required("outcome", reply.outcome),
+                    M::lenient("message", reply.message), M::optional("session", reply.session),
+                    M::optional("sessions", reply.sessions), M::optional("pending", reply.pending)))
         return std::nullopt;
     return reply;
 }

@@ -44,7 +44,9 @@ private:
 template <typename Enum> struct RawValues;
 
 template <typename Enum>
-concept HasRawValues = requires { RawValues<Enum>::table.name(Enum{}); };
+concept HasRawValues = requires {
+    RawValues<Enum>::table.name(Enum{});
+};
 
 /// The raw value of `value`.
 template <HasRawValues Enum> [[nodiscard]] constexpr std::string_view rawValue(Enum value) {
@@ -52,7 +54,8 @@ template <HasRawValues Enum> [[nodiscard]] constexpr std::string_view rawValue(E
 }
 
 /// The case whose raw value is exactly `raw`; nothing for any other text.
-template <HasRawValues Enum> [[nodiscard]] constexpr std::optional<Enum> fromRaw(std::string_view raw) {
+template <HasRawValues Enum>
+[[nodiscard]] constexpr std::optional<Enum> fromRaw(std::string_view raw) {
     return RawValues<Enum>::table.value(raw);
 }
 

@@ -22,11 +22,11 @@ namespace detail {
 inline constexpr std::array<std::int8_t, 256> digitValues = [] {
     std::array<std::int8_t, 256> values{};
     for (int c = 0; c < 256; ++c)
-        values[static_cast<std::size_t>(c)] = static_cast<std::int8_t>(
-            c >= '0' && c <= '9' ? c - '0'
-            : c >= 'a' && c <= 'f' ? c - 'a' + 10
-            : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                   : -1);
+        values[static_cast<std::size_t>(c)] =
+            static_cast<std::int8_t>(c >= '0' && c <= '9'   ? c - '0'
+                                     : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                     : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                            : -1);
     return values;
 }();
 } // namespace detail

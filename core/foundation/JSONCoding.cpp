@@ -54,7 +54,8 @@ void writeJSON(JSONWriter& out, Date date) {
     using namespace std::chrono;
     // Rounded to the millisecond, halves away from zero, in whole numbers: exact, and
     // much cheaper than printing a double.
-    const std::int64_t nanoseconds = duration_cast<std::chrono::nanoseconds>(date.time_since_epoch()).count();
+    const std::int64_t nanoseconds =
+        duration_cast<std::chrono::nanoseconds>(date.time_since_epoch()).count();
     std::int64_t milliseconds = nanoseconds / 1'000'000;
     const std::int64_t rest = nanoseconds % 1'000'000;
     if (rest >= 500'000)
@@ -66,8 +67,8 @@ void writeJSON(JSONWriter& out, Date date) {
     char* end = buffer;
     if (milliseconds < 0)
         *end++ = '-';
-    const std::uint64_t magnitude =
-        milliseconds < 0 ? 0 - static_cast<std::uint64_t>(milliseconds) : static_cast<std::uint64_t>(milliseconds);
+    const std::uint64_t magnitude = milliseconds < 0 ? 0 - static_cast<std::uint64_t>(milliseconds)
+                                                     : static_cast<std::uint64_t>(milliseconds);
     end = std::to_chars(end, buffer + sizeof buffer, magnitude / 1000).ptr;
     if (unsigned fraction = static_cast<unsigned>(magnitude % 1000); fraction != 0) {
         *end++ = '.';

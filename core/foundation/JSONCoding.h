@@ -165,6 +165,8 @@ enum class JSONPresence {
     lenient,
 };
 
+/// One named member for readObject: the name, where its value goes and whether it must
+/// be there. Made by JSONMember; `target` must outlive the readObject call.
 template <typename T> struct JSONField {
     std::string_view name;
     T* target;
@@ -174,20 +176,26 @@ template <typename T> struct JSONField {
 /// Every member that no named field takes, handed to `read(key, reader)`, which must
 /// consume the value and returns false to fail the object. `key` lasts only until the
 /// value is read.
-template <typename Read> struct JSONOtherMembers {
-    Read read;
-};
+template <typename Read> struct JSONOtherMembers { Read read; };
 
+/// The members readObject takes, by presence (see JSONPresence).
 struct JSONMember {
-    template <typename T> [[nodiscard]] static JSONField<T> required(std::string_view name, T& target) {
+    /// `name` read into `target` by readJSON; the object fails without it.
+    template <typename T>
+    [[nodiscard]] static JSONField<T> required(std::string_view name, T& target) {
         return {name, &target, JSONPresence::required};
     }
-    template <typename T> [[nodiscard]] static JSONField<T> optional(std::string_view name, T& target) {
+    /// `name` read into `target` when it is there.
+    template <typename T>
+    [[nodiscard]] static JSONField<T> optional(std::string_view name, T& target) {
         return {name, &target, JSONPresence::optional};
     }
-    template <typename T> [[nodiscard]] static JSONField<T> lenient(std::string_view name, T& target) {
+    /// `name` read into `target` when it is there and reads; `target` is untouched otherwise.
+    template <typename T>
+    [[nodiscard]] static JSONField<T> lenient(std::string_view name, T& target) {
         return {name, &target, JSONPresence::lenient};
     }
+    /// Every other member, handed to `read`.
     template <typename Read> [[nodiscard]] static JSONOtherMembers<Read> others(Read read) {
         return {std::move(read)};
     }
@@ -258,8 +266,7 @@ template <typename... Members>
     in.beginObject();
     while (std::optional<std::string_view> key = in.nextKey()) {
         std::size_t index = 0;
-        const bool taken =
-            (detail::takeMember(in, *key, members, seen[index++], valid) || ...);
+        const bool taken = (detail::takeMember(in, *key, members, seen[index++], valid) || ...);
         if (!taken)
             in.skipValue();
     }

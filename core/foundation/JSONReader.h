@@ -73,7 +73,8 @@ private:
     void skipWhiteSpaceRun();
     void enter(char bracket);
     /// After an element or member: the comma, or the closing bracket (false).
-    [[nodiscard]] bool another(char closing, std::string_view expected, std::string_view unterminated);
+    [[nodiscard]] bool another(char closing, std::string_view expected,
+                               std::string_view unterminated);
     void readLiteral(std::string_view word);
     /// Index of the next quotation mark or backslash at or after `from`, or the end.
     [[nodiscard]] std::size_t findSpecial(std::size_t from) const;

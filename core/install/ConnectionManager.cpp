@@ -386,12 +386,12 @@ void ConnectionManager::loadRecords() {
         JSONReader in(text);
         // Agents this version does not know, and entries that are not objects, are passed over.
         (void)readObject(in, JSONMember::others([&records](std::string_view key, JSONReader& in) {
-            std::string agent(key);
-            Record record;
-            if (readJSON(in, record) && fromRaw<AgentKind>(agent))
-                records[agent] = record;
-            return true;
-        }));
+                             std::string agent(key);
+                             Record record;
+                             if (readJSON(in, record) && fromRaw<AgentKind>(agent))
+                                 records[agent] = record;
+                             return true;
+                         }));
         in.finish();
     } catch (const std::exception&) {
         return; // No file yet, or one we cannot trust: start without records.

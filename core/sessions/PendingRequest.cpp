@@ -16,12 +16,11 @@ void writeJSON(JSONWriter& out, const PendingRequest& request) {
 }
 
 bool readJSON(JSONReader& in, PendingRequest& out) {
-    return readObject(in, JSONMember::required("id", out.id),
-                      JSONMember::required("kind", out.kind),
-                      JSONMember::required("title", out.title),
-                      JSONMember::optional("detail", out.detail),
-                      JSONMember::required("createdAt", out.createdAt),
-                      JSONMember::required("deadline", out.deadline));
+    return readObject(
+        in, JSONMember::required("id", out.id), JSONMember::required("kind", out.kind),
+        JSONMember::required("title", out.title), JSONMember::optional("detail", out.detail),
+        JSONMember::required("createdAt", out.createdAt),
+        JSONMember::required("deadline", out.deadline));
 }
 
 } // namespace tidewick

@@ -43,22 +43,20 @@ void writeJSON(JSONWriter& out, const Session& s) {
 
 bool readJSON(JSONReader& in, Session& out) {
     using M = JSONMember;
-    return readObject(in, M::required("key", out.key), M::optional("projectPath", out.projectPath),
-                      M::optional("title", out.title), M::required("status", out.status),
-                      M::required("startedAt", out.startedAt),
-                      M::required("lastActivityAt", out.lastActivityAt),
-                      M::optional("endedAt", out.endedAt),
-                      M::optional("currentAction", out.currentAction),
-                      M::optional("lastMessage", out.lastMessage),
-                      M::optional("transcriptPath", out.transcriptPath),
-                      M::optional("model", out.model), M::optional("hostApp", out.hostApp),
-                      M::optional("agentPid", out.agentPid),
-                      M::optional("interruptedAt", out.interruptedAt),
-                      M::optional("endedByYouAt", out.endedByYouAt),
-                      M::optional("userMessagesAtEnd", out.userMessagesAtEnd),
-                      M::optional("sentBeforeEnd", out.sentBeforeEnd),
-                      M::optional("transcriptStep", out.transcriptStep),
-                      M::required("pending", out.pending), M::required("timeline", out.timeline));
+    return readObject(
+        in, M::required("key", out.key), M::optional("projectPath", out.projectPath),
+        M::optional("title", out.title), M::required("status", out.status),
+        M::required("startedAt", out.startedAt), M::required("lastActivityAt", out.lastActivityAt),
+        M::optional("endedAt", out.endedAt), M::optional("currentAction", out.currentAction),
+        M::optional("lastMessage", out.lastMessage),
+        M::optional("transcriptPath", out.transcriptPath), M::optional("model", out.model),
+        M::optional("hostApp", out.hostApp), M::optional("agentPid", out.agentPid),
+        M::optional("interruptedAt", out.interruptedAt),
+        M::optional("endedByYouAt", out.endedByYouAt),
+        M::optional("userMessagesAtEnd", out.userMessagesAtEnd),
+        M::optional("sentBeforeEnd", out.sentBeforeEnd),
+        M::optional("transcriptStep", out.transcriptStep), M::required("pending", out.pending),
+        M::required("timeline", out.timeline));
 }
 
 } // namespace tidewick

@@ -93,8 +93,7 @@ std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view 
     bool tailDecoded = false;
     std::thread other([&] { tailDecoded = decodePart(bytes, cut, Part::fromCut, tail); });
     std::vector<Session> head;
-    const bool headDecoded =
-        UTF8::isValid(bytes) && decodePart(bytes, cut, Part::beforeCut, head);
+    const bool headDecoded = UTF8::isValid(bytes) && decodePart(bytes, cut, Part::beforeCut, head);
     other.join();
     if (!headDecoded || !tailDecoded)
         return std::nullopt;

@@ -15,11 +15,10 @@ void writeJSON(JSONWriter& out, const TimelineItem& item) {
 }
 
 bool readJSON(JSONReader& in, TimelineItem& out) {
-    return readObject(in, JSONMember::required("id", out.id),
-                      JSONMember::required("time", out.time),
-                      JSONMember::required("kind", out.kind),
-                      JSONMember::required("text", out.text),
-                      JSONMember::optional("detail", out.detail));
+    return readObject(
+        in, JSONMember::required("id", out.id), JSONMember::required("time", out.time),
+        JSONMember::required("kind", out.kind), JSONMember::required("text", out.text),
+        JSONMember::optional("detail", out.detail));
 }
 
 void writeJSON(JSONWriter& out, const Timeline& timeline) {
