@@ -1,6 +1,6 @@
 #include "ChangeView.h"
 
-#include "foundation/JSONValue.h"
+#include "foundation/JSONCoding.h"
 #include "install/HookCatalog.h"
 #include "install/LineDiff.h"
 
@@ -101,25 +101,26 @@ std::string describeStatus(const ConnectionStatus& status, const Terminal& termi
 }
 
 std::string statusesAsJSON(const std::vector<ConnectionStatus>& statuses) {
-    JSONValue::Array list;
+    std::string text;
+    JSONWriter out(text, JSONWriter::Style::pretty);
+    out.beginArray();
     for (const ConnectionStatus& status : statuses) {
-        JSONValue entry(JSONValue::Object{
-            {"agent", std::string(rawValue(status.kind))},
-            {"name", std::string(displayName(status.kind))},
-            {"state", status.state.label()},
-        });
+        out.beginObject();
+        out.member("agent", status.kind);
+        out.member("name", displayName(status.kind));
+        out.member("state", status.state.label());
         if (!status.state.reason().empty())
-            entry.set("reason", status.state.reason());
-        if (status.state.stateCase() == ConnectionState::Case::needsReconnect) {
-            JSONValue::Array missing(status.state.missing().begin(), status.state.missing().end());
-            entry.set("missing", JSONValue(std::move(missing)));
-        }
-        entry.set("configPath", status.configPath);
-        entry.set("evidence", status.evidence ? JSONValue(*status.evidence) : JSONValue(nullptr));
-        entry.set("notes", JSONValue(JSONValue::Array(status.notes.begin(), status.notes.end())));
-        list.push_back(std::move(entry));
+            out.member("reason", status.state.reason());
+        if (status.state.stateCase() == ConnectionState::Case::needsReconnect)
+            out.member("missing", status.state.missing());
+        out.member("configPath", status.configPath);
+        out.key("evidence"); // null when nothing was found
+        writeJSON(out, status.evidence);
+        out.member("notes", status.notes);
+        out.endObject();
     }
-    return JSONValue(std::move(list)).pretty() + "\n";
+    out.endArray();
+    return text + "\n";
 }
 
 } // namespace tidewick

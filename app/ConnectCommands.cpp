@@ -88,7 +88,7 @@ void runDisconnect(AppContext& context, const ConnectOptions& options) {
 } // namespace
 
 AgentKind agentFromArgument(const std::string& name) {
-    if (auto agent = agentKindFromRaw(name))
+    if (auto agent = fromRaw<AgentKind>(name))
         return *agent;
     std::string valid;
     for (AgentKind agent : allAgentKinds)

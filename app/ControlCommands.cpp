@@ -5,6 +5,7 @@
 #include "UsageError.h"
 #include "control/ControlClient.h"
 #include "control/SessionMatcher.h"
+#include "foundation/JSONCoding.h"
 #include "foundation/Text.h"
 
 #include <cmath>
@@ -105,15 +106,12 @@ ControlReply listing(AppContext& context, ControlCommand command) {
 }
 
 // Prints `items` as a pretty JSON array, or a line each (`none` when there are none).
-template <typename Item, typename AsJSON, typename AsLine>
-void print(AppContext& context, bool json, const std::vector<Item>& items, AsJSON asJSON,
-           AsLine asLine, std::string_view none) {
+template <typename Item, typename AsLine>
+void print(AppContext& context, bool json, const std::vector<Item>& items, AsLine asLine,
+           std::string_view none) {
     std::ostream& out = context.terminal().out();
     if (json) {
-        JSONValue::Array array;
-        for (const Item& item : items)
-            array.push_back(asJSON(item));
-        out << JSONValue(std::move(array)).pretty() << "\n";
+        out << encodeJSON(items, JSONWriter::Style::pretty) << "\n";
         return;
     }
     if (items.empty())
@@ -123,10 +121,8 @@ void print(AppContext& context, bool json, const std::vector<Item>& items, AsJSO
 }
 
 void runSessions(AppContext& context, bool json) {
-    print(
-        context, json, listing(context, ControlCommand::sessions).sessions,
-        [](const Session& session) { return session.toJSON(); }, describeSessionLine,
-        "No sessions yet.");
+    print(context, json, listing(context, ControlCommand::sessions).sessions, describeSessionLine,
+          "No sessions yet.");
 }
 
 void runPending(AppContext& context, bool json) {
@@ -134,10 +130,6 @@ void runPending(AppContext& context, bool json) {
     const Date now = tidewick::now();
     print(
         context, json, reply.pending,
-        [](const HeldRequest& held) {
-            return JSONValue(JSONValue::Object{{"session", held.first.toJSON()},
-                                               {"request", held.second.toJSON()}});
-        },
         [now](const HeldRequest& held) { return describeHeldLine(held, now); },
         "Nothing is waiting for you.");
 }

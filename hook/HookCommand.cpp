@@ -142,7 +142,7 @@ HookCommand::Exit HookCommand::run(const Context& context) {
         agentName = arg(context.arguments, "--agent");
         if (!agentName)
             return Exit{};
-        kind = agentKindFromRaw(*agentName);
+        kind = fromRaw<AgentKind>(*agentName);
         if (!kind)
             return Exit{};
         event = arg(context.arguments, "--event");

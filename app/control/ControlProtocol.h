@@ -4,7 +4,7 @@
 #pragma once
 
 #include "events/AgentKind.h"
-#include "foundation/JSONValue.h"
+#include "foundation/EnumTable.h"
 #include "service/SessionActions.h"
 #include "sessions/PendingRequest.h"
 #include "sessions/Session.h"
@@ -17,13 +17,22 @@
 
 namespace tidewick {
 
-/// What a control request asks for. Raw values "sessions", "pending", "allow",
-/// "deny", "reply" and "letStop".
+class JSONReader;
+class JSONWriter;
+
+/// What a control request asks for. Raw values equal the case names.
 enum class ControlCommand { sessions, pending, allow, deny, reply, letStop };
 
-[[nodiscard]] std::string_view rawValue(ControlCommand command);
-/// The command with this raw value; nothing for any other text.
-[[nodiscard]] std::optional<ControlCommand> controlCommandFromRaw(std::string_view raw);
+template <> struct RawValues<ControlCommand> {
+    static constexpr EnumTable<ControlCommand, 6> table{{{
+        {ControlCommand::sessions, "sessions"},
+        {ControlCommand::pending, "pending"},
+        {ControlCommand::allow, "allow"},
+        {ControlCommand::deny, "deny"},
+        {ControlCommand::reply, "reply"},
+        {ControlCommand::letStop, "letStop"},
+    }}};
+};
 
 struct ControlRequest {
     ControlCommand command = ControlCommand::sessions;
@@ -54,8 +63,15 @@ enum class ControlOutcome {
     badRequest,
 };
 
-[[nodiscard]] std::string_view rawValue(ControlOutcome outcome);
-[[nodiscard]] std::optional<ControlOutcome> controlOutcomeFromRaw(std::string_view raw);
+template <> struct RawValues<ControlOutcome> {
+    static constexpr EnumTable<ControlOutcome, 5> table{{{
+        {ControlOutcome::done, "done"},
+        {ControlOutcome::notDelivered, "notDelivered"},
+        {ControlOutcome::noMatch, "noMatch"},
+        {ControlOutcome::ambiguous, "ambiguous"},
+        {ControlOutcome::badRequest, "badRequest"},
+    }}};
+};
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
@@ -71,6 +87,11 @@ struct ControlReply {
     friend bool operator==(const ControlReply&, const ControlReply&) = default;
 };
 
+/// {"session": key, "request": held request}.
+void writeJSON(JSONWriter& out, const HeldRequest& held);
+/// The pair writeJSON writes; false when either member is missing or does not read.
+[[nodiscard]] bool readJSON(JSONReader& in, HeldRequest& out);
+
 namespace ControlProtocol {
 
 /// The request line (with its line feed) carrying `secret`. Throws std::invalid_argument
@@ -79,7 +100,8 @@ namespace ControlProtocol {
 
 /// The secret and request of a request line. Nothing unless the line is a JSON object
 /// with "v" 1, a string "secret" and a known "command"; "agent" must be a known agent
-/// when present. The other fields take their defaults when missing or mistyped.
+/// unless it is missing or null. The other fields take their defaults when missing or
+/// mistyped.
 [[nodiscard]] std::optional<std::pair<std::string, ControlRequest>>
 decodeRequest(std::string_view line);
 
@@ -88,7 +110,8 @@ decodeRequest(std::string_view line);
 [[nodiscard]] std::string encode(const ControlReply& reply);
 
 /// The reply of a reply line; nothing unless it is an object with "v" 1 and a known
-/// "outcome" whose sessions and held requests all decode.
+/// "outcome" whose session key (unless missing or null), sessions and held requests all
+/// decode. A mistyped "message" is absent.
 [[nodiscard]] std::optional<ControlReply> decodeReply(std::string_view line);
 
 } // namespace ControlProtocol

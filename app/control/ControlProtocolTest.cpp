@@ -78,6 +78,10 @@ TEST(ControlProtocol, RepliesCarrySessionsAndHeldRequests) {
             R"({"v":1,"outcome":"done","sessions":[{"key":1}]})",
             R"({"v":1,"outcome":"done","pending":[{"session":{"agent":"claude","sessionId":"a"}}]})",
             R"({"v":1,"outcome":"done","session":{"agent":"emacs","sessionId":"a"}})",
+            // A deadline beyond what the clock can hold.
+            R"({"v":1,"outcome":"done","pending":[{"session":{"agent":"claude","sessionId":"a"},)"
+            R"("request":{"id":"0f8fad5b-d9cb-469f-a165-70867728950e","kind":"reply","title":"t",)"
+            R"("createdAt":1,"deadline":1e10}}]})",
         })
         EXPECT_FALSE(ControlProtocol::decodeReply(bad)) << bad;
 }

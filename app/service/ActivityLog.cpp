@@ -1,12 +1,12 @@
 #include "service/ActivityLog.h"
 
 #include "foundation/File.h"
+#include "foundation/JSONCoding.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "foundation/UTF8.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,19 +19,6 @@ namespace {
 // Valid UTF-8 and bounded: one line must never make the log unreadable or huge.
 std::string cleaned(const std::string& text) {
     return Text::cut(UTF8::repaired(text), ActivityLog::textLimit, Text::ellipsis);
-}
-
-// Seconds with at most three decimals in plain notation, easy to read and to sort.
-JSONValue seconds(Date time) {
-    char buffer[64];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, secondsSince1970(time),
-                                std::chars_format::fixed, 3);
-    std::string text(buffer, result.ptr);
-    while (text.back() == '0')
-        text.pop_back();
-    if (text.back() == '.')
-        text.pop_back();
-    return JSONValue::number(std::move(text));
 }
 
 class Descriptor {
@@ -54,22 +41,25 @@ private:
 ActivityLog::ActivityLog(std::string path, std::uintmax_t limitBytes)
     : path_(std::move(path)), limitBytes_(limitBytes) {}
 
-JSONValue ActivityLog::record(const AgentEvent& event, Date time) {
-    JSONValue::Object object = {
-        {"time", seconds(time)},
-        {"agent", rawValue(event.agent)},
-        {"session", cleaned(event.sessionId)},
-        {"kind", rawValue(event.kind)},
-    };
+std::string ActivityLog::line(const AgentEvent& event, Date time) {
+    std::string text;
+    JSONWriter out(text);
+    out.beginObject();
+    out.member("time", time);
+    out.member("agent", event.agent);
+    out.member("session", cleaned(event.sessionId));
+    out.member("kind", event.kind);
     if (event.title)
-        object.emplace_back("title", cleaned(*event.title));
+        out.member("title", cleaned(*event.title));
     if (event.detail)
-        object.emplace_back("detail", cleaned(*event.detail));
-    return object;
+        out.member("detail", cleaned(*event.detail));
+    out.endObject();
+    text.push_back('\n');
+    return text;
 }
 
 void ActivityLog::append(const AgentEvent& event, Date time) {
-    const std::string line = record(event, time).compact() + "\n";
+    const std::string line = ActivityLog::line(event, time);
     std::lock_guard guard(lock_);
     File::makeDirectories(File::parent(path_), 0700);
 

@@ -4,7 +4,6 @@
 
 #include "events/AgentEvent.h"
 #include "foundation/Clock.h"
-#include "foundation/JSONValue.h"
 
 #include <cstdint>
 #include <mutex>
@@ -24,9 +23,10 @@ public:
     /// is begun, so the two together never hold much more than twice the limit.
     explicit ActivityLog(std::string path, std::uintmax_t limitBytes = defaultLimitBytes);
 
-    /// The line for `event`, recorded at `time`: {"time", "agent", "session", "kind",
-    /// "title", "detail"}, the time in seconds since 1970 and absent texts left out.
-    [[nodiscard]] static JSONValue record(const AgentEvent& event, Date time);
+    /// The line for `event`, recorded at `time`, with its line feed: {"time", "agent",
+    /// "session", "kind", "title", "detail"}, the time in seconds since 1970 and absent
+    /// texts left out.
+    [[nodiscard]] static std::string line(const AgentEvent& event, Date time);
 
     /// Appends the line for `event` (creating the folder with 0700 and the file with 0600
     /// when missing). Thread-safe. Throws SystemError naming the failed call; the log is

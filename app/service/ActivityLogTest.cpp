@@ -1,6 +1,7 @@
 #include "service/ActivityLog.h"
 
 #include "foundation/File.h"
+#include "foundation/JSONValue.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "service/ServiceTestSupport.h"
@@ -56,7 +57,7 @@ TEST(ActivityLog, WritesOneCompactReadableLinePerEvent) {
 
 TEST(ActivityLog, RotatesToOnePreviousFilePastItsLimit) {
     TemporaryDirectory home;
-    const std::string line = ActivityLog::record(event("0123456789"), Date()).compact() + "\n";
+    const std::string line = ActivityLog::line(event("0123456789"), Date());
     ActivityLog log(home.path() + "/activity.jsonl", line.size() * 3);
     for (int i = 0; i < 3; ++i)
         log.append(event("0123456789"), Date());

@@ -327,7 +327,7 @@ HookResponse TidewickService::handle(const HookRequest& request,
                                      const std::function<bool()>& isClientGone) {
     State& s = *state_;
     State::InFlight inFlight(s);
-    const std::optional<AgentKind> agent = agentKindFromRaw(request.agent);
+    const std::optional<AgentKind> agent = fromRaw<AgentKind>(request.agent);
     if (!agent)
         return HookResponse{HookOutput::silent()};
     const std::unique_ptr<AgentAdapter> adapter = Adapters::adapter(*agent);

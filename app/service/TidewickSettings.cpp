@@ -1,12 +1,11 @@
 #include "service/TidewickSettings.h"
 
 #include "foundation/File.h"
+#include "foundation/JSONCoding.h"
 #include "foundation/SystemError.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cmath>
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
@@ -15,60 +14,17 @@ namespace tidewick {
 
 namespace {
 
-// The keys this version knows, in the order the file lists them.
-constexpr std::array<std::string_view, 13> knownKeys = {
-    "permissionTimeoutSeconds",
-    "replyTimeoutSeconds",
-    "gating",
-    "quickReplies",
-    "systemNotificationsEnabled",
-    "glowEnabled",
-    "soundEnabled",
-    "quietMode",
-    "alertChip",
-    "allowKey",
-    "denyKey",
-    "launchAtLogin",
-    "checkForUpdates",
-};
-
-bool isKnown(std::string_view key) {
-    return std::find(knownKeys.begin(), knownKeys.end(), key) != knownKeys.end();
-}
-
 // A time-out must be a number of seconds, zero or more; anything else keeps the default.
 // Beyond a year it is cut to a year, which keeps the deadline arithmetic in range.
-void readSeconds(const JSONValue& object, std::string_view key, double& target) {
-    const JSONValue* value = object.get(key);
-    std::optional<double> seconds = value ? value->doubleValue() : std::nullopt;
-    if (seconds && std::isfinite(*seconds) && *seconds >= 0)
+void applySeconds(const std::optional<double>& seconds, double& target) {
+    if (seconds && *seconds >= 0)
         target = std::min(*seconds, TidewickSettings::longestTimeoutSeconds);
 }
 
-void readBool(const JSONValue& object, std::string_view key, bool& target) {
-    const JSONValue* value = object.get(key);
-    if (std::optional<bool> flag = value ? value->boolValue() : std::nullopt)
-        target = *flag;
-}
-
 // A key needs at least one character to be pressed.
-void readKey(const JSONValue& object, std::string_view key, std::string& target) {
-    const JSONValue* value = object.get(key);
-    const std::string* text = value ? value->stringValue() : nullptr;
-    if (text && !text->empty())
-        target = *text;
-}
-
-// Entries that are not texts are skipped rather than losing the whole list.
-void readReplies(const JSONValue& object, std::vector<std::string>& target) {
-    const JSONValue* value = object.get("quickReplies");
-    const JSONValue::Array* elements = value ? value->arrayValue() : nullptr;
-    if (!elements)
-        return;
-    target.clear();
-    for (const JSONValue& element : *elements)
-        if (const std::string* text = element.stringValue())
-            target.push_back(*text);
+void applyKey(const std::optional<std::string>& key, std::string& target) {
+    if (key && !key->empty())
+        target = *key;
 }
 
 // What the file looks like on disk, to notice an edit without reading it: device,
@@ -92,52 +48,63 @@ const std::vector<std::string>& TidewickSettings::defaultQuickReplies() {
     return replies;
 }
 
-JSONValue TidewickSettings::toJSON() const {
-    JSONValue::Object object = {
-        {"permissionTimeoutSeconds", JSONValue::real(permissionTimeoutSeconds)},
-        {"replyTimeoutSeconds", JSONValue::real(replyTimeoutSeconds)},
-        {"gating", gating.toJSON()},
-        {"quickReplies", JSONValue::Array(quickReplies.begin(), quickReplies.end())},
-        {"systemNotificationsEnabled", JSONValue::boolean(systemNotificationsEnabled)},
-        {"glowEnabled", JSONValue::boolean(glowEnabled)},
-        {"soundEnabled", JSONValue::boolean(soundEnabled)},
-        {"quietMode", JSONValue::boolean(quietMode)},
-        {"alertChip", JSONValue::boolean(alertChip)},
-        {"allowKey", allowKey},
-        {"denyKey", denyKey},
-        {"launchAtLogin", JSONValue::boolean(launchAtLogin)},
-        {"checkForUpdates", JSONValue::boolean(checkForUpdates)},
-    };
-    for (const auto& pair : unknownKeys)
-        if (!isKnown(pair.first))
-            object.push_back(pair);
-    return object;
+void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
+    out.beginObject();
+    out.member("permissionTimeoutSeconds", settings.permissionTimeoutSeconds);
+    out.member("replyTimeoutSeconds", settings.replyTimeoutSeconds);
+    out.member("gating", settings.gating);
+    out.member("quickReplies", settings.quickReplies);
+    out.member("systemNotificationsEnabled", settings.systemNotificationsEnabled);
+    out.member("glowEnabled", settings.glowEnabled);
+    out.member("soundEnabled", settings.soundEnabled);
+    out.member("quietMode", settings.quietMode);
+    out.member("alertChip", settings.alertChip);
+    out.member("allowKey", settings.allowKey);
+    out.member("denyKey", settings.denyKey);
+    out.member("launchAtLogin", settings.launchAtLogin);
+    out.member("checkForUpdates", settings.checkForUpdates);
+    for (const auto& [key, value] : settings.unknownKeys)
+        out.member(key, value);
+    out.endObject();
 }
 
-TidewickSettings TidewickSettings::fromJSON(const JSONValue& value) {
-    const JSONValue::Object* pairs = value.objectPairs();
-    if (!pairs)
-        throw std::runtime_error("The settings file must hold one JSON object.");
-    TidewickSettings settings;
-    readSeconds(value, "permissionTimeoutSeconds", settings.permissionTimeoutSeconds);
-    readSeconds(value, "replyTimeoutSeconds", settings.replyTimeoutSeconds);
-    if (const JSONValue* gating = value.get("gating"))
-        if (std::optional<GatingPolicy> policy = GatingPolicy::fromJSON(*gating))
-            settings.gating = std::move(*policy);
-    readReplies(value, settings.quickReplies);
-    readBool(value, "systemNotificationsEnabled", settings.systemNotificationsEnabled);
-    readBool(value, "glowEnabled", settings.glowEnabled);
-    readBool(value, "soundEnabled", settings.soundEnabled);
-    readBool(value, "quietMode", settings.quietMode);
-    readBool(value, "alertChip", settings.alertChip);
-    readKey(value, "allowKey", settings.allowKey);
-    readKey(value, "denyKey", settings.denyKey);
-    readBool(value, "launchAtLogin", settings.launchAtLogin);
-    readBool(value, "checkForUpdates", settings.checkForUpdates);
-    for (const auto& pair : *pairs)
-        if (!isKnown(pair.first))
-            settings.unknownKeys.push_back(pair);
-    return settings;
+bool readJSON(JSONReader& in, TidewickSettings& out) {
+    out = TidewickSettings();
+    std::optional<double> permissionSeconds;
+    std::optional<double> replySeconds;
+    std::optional<std::vector<JSONValue>> replies;
+    std::optional<std::string> allowKey;
+    std::optional<std::string> denyKey;
+    using M = JSONMember;
+    const bool isObject = readObject(
+        in, M::lenient("permissionTimeoutSeconds", permissionSeconds),
+        M::lenient("replyTimeoutSeconds", replySeconds), M::lenient("gating", out.gating),
+        M::lenient("quickReplies", replies),
+        M::lenient("systemNotificationsEnabled", out.systemNotificationsEnabled),
+        M::lenient("glowEnabled", out.glowEnabled), M::lenient("soundEnabled", out.soundEnabled),
+        M::lenient("quietMode", out.quietMode), M::lenient("alertChip", out.alertChip),
+        M::lenient("allowKey", allowKey), M::lenient("denyKey", denyKey),
+        M::lenient("launchAtLogin", out.launchAtLogin),
+        M::lenient("checkForUpdates", out.checkForUpdates),
+        // Keys of a later version are kept, in order, so writing the settings back never
+        // loses them.
+        M::others([&out](std::string_view key, JSONReader& in) {
+            std::string name(key);
+            out.unknownKeys.emplace_back(std::move(name), in.readValue());
+            return true;
+        }));
+    applySeconds(permissionSeconds, out.permissionTimeoutSeconds);
+    applySeconds(replySeconds, out.replyTimeoutSeconds);
+    applyKey(allowKey, out.allowKey);
+    applyKey(denyKey, out.denyKey);
+    // Entries that are not texts are skipped rather than losing the whole list.
+    if (replies) {
+        out.quickReplies.clear();
+        for (const JSONValue& reply : *replies)
+            if (const std::string* text = reply.stringValue())
+                out.quickReplies.push_back(*text);
+    }
+    return isObject;
 }
 
 SettingsFile::SettingsFile(std::string path, Reporter reporter)
@@ -154,7 +121,10 @@ TidewickSettings SettingsFile::current() {
         cached_ = TidewickSettings();
         if (signature != "missing") {
             try {
-                cached_ = TidewickSettings::fromJSON(JSONValue::parse(File::read(path_)));
+                TidewickSettings read;
+                if (!parseJSON(File::read(path_), read))
+                    throw std::runtime_error("The settings file must hold one JSON object.");
+                cached_ = std::move(read);
             } catch (const std::exception& error) {
                 // Only the copy in memory falls back: the user's file may hold the one
                 // typo they are about to fix, and rewriting it would lose their other edits.
@@ -175,7 +145,7 @@ TidewickSettings SettingsFile::current() {
 void SettingsFile::save(const TidewickSettings& settings) {
     std::lock_guard guard(lock_);
     File::makeDirectories(File::parent(path_), 0700);
-    File::writeAtomically(path_, settings.toJSON().pretty() + "\n", 0600);
+    File::writeAtomically(path_, encodeJSON(settings, JSONWriter::Style::pretty) + "\n", 0600);
     cached_ = settings;
     signature_ = fileSignature(path_);
 }

@@ -13,6 +13,9 @@
 
 namespace tidewick {
 
+class JSONReader;
+class JSONWriter;
+
 struct TidewickSettings {
     /// Time-outs read from the file are cut to this (a year).
     static constexpr double longestTimeoutSeconds = 365.0 * 24 * 3600;
@@ -46,16 +49,15 @@ struct TidewickSettings {
     /// changed."
     [[nodiscard]] static const std::vector<std::string>& defaultQuickReplies();
 
-    /// Every key with its value, known keys first in their usual order, then the unknown ones.
-    [[nodiscard]] JSONValue toJSON() const;
-    /// The settings in `value`: missing keys take their defaults, a key of the wrong
-    /// type takes its default too (so does a negative time-out or an empty key; entries
-    /// of quickReplies that are not texts are skipped). Throws std::runtime_error with a
-    /// user-readable sentence when `value` is not an object.
-    [[nodiscard]] static TidewickSettings fromJSON(const JSONValue& value);
-
     friend bool operator==(const TidewickSettings&, const TidewickSettings&) = default;
 };
+
+/// Every key with its value, known keys first in their usual order, then the unknown ones.
+void writeJSON(JSONWriter& out, const TidewickSettings& settings);
+/// The settings in an object: missing keys take their defaults, and so does a key of
+/// the wrong type, a negative time-out or an empty key; entries of quickReplies that are
+/// not texts are skipped. False only when the value is not an object.
+[[nodiscard]] bool readJSON(JSONReader& in, TidewickSettings& out);
 
 /// The settings file. current() re-reads it whenever it changed on disk, so an edit
 /// takes effect for the next request without a restart. A missing file gives the

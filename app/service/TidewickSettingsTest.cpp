@@ -1,6 +1,7 @@
 #include "service/TidewickSettings.h"
 
 #include "foundation/File.h"
+#include "foundation/JSONCoding.h"
 #include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -11,24 +12,24 @@ namespace tidewick {
 namespace {
 
 TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
-    const JSONValue defaults = TidewickSettings().toJSON();
+    const std::string defaults = encodeJSON(TidewickSettings());
     EXPECT_EQ(
-        defaults.compact(),
+        defaults,
         R"({"permissionTimeoutSeconds":300,"replyTimeoutSeconds":3600,"gating":)" +
-            GatingPolicy().toJSON().compact() +
+            encodeJSON(GatingPolicy()) +
             R"(,"quickReplies":["Continue working.","Run the tests.","Fix the remaining errors.","Explain what you changed."],)"
             R"("systemNotificationsEnabled":true,"glowEnabled":true,"soundEnabled":true,"quietMode":false,"alertChip":true,)"
             R"("allowKey":"y","denyKey":"n","launchAtLogin":false,"checkForUpdates":false})");
-    EXPECT_EQ(TidewickSettings::fromJSON(defaults), TidewickSettings());
-    EXPECT_EQ(TidewickSettings::fromJSON(JSONValue::parse("{}")), TidewickSettings());
+    EXPECT_EQ(decodeJSON<TidewickSettings>(defaults), TidewickSettings());
+    EXPECT_EQ(decodeJSON<TidewickSettings>("{}"), TidewickSettings());
 
     // Mistyped or out-of-range keys take their defaults; the others are read.
-    TidewickSettings read = TidewickSettings::fromJSON(JSONValue::parse(R"({
+    TidewickSettings read = *decodeJSON<TidewickSettings>(R"({
         "permissionTimeoutSeconds": 45.5, "replyTimeoutSeconds": -1,
         "gating": {"gateCommands": {"cursor": false, "vim": true}, "safePrefixes": ["make -n"],
                    "paused": true},
         "quickReplies": ["Go on.", 7, "Stop here."], "soundEnabled": "no", "quietMode": true,
-        "allowKey": "a", "denyKey": "", "launchAtLogin": 1})"));
+        "allowKey": "a", "denyKey": "", "launchAtLogin": 1})");
     EXPECT_EQ(read.permissionTimeoutSeconds + read.replyTimeoutSeconds, 45.5 + 3600);
     EXPECT_EQ(read.gating.gateCommands, (std::map<AgentKind, bool>{{AgentKind::cursor, false}}));
     EXPECT_TRUE(read.gating.paused);
@@ -38,11 +39,11 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
     EXPECT_FALSE(read.launchAtLogin);
 
     // A gating object missing one of its three keys falls back whole.
-    read = TidewickSettings::fromJSON(JSONValue::parse(
-        R"({"gating": {"gateCommands": {}, "paused": true}, "permissionTimeoutSeconds": 1e12})"));
+    read = *decodeJSON<TidewickSettings>(
+        R"({"gating": {"gateCommands": {}, "paused": true}, "permissionTimeoutSeconds": 1e12})");
     EXPECT_EQ(read.gating, GatingPolicy());
     EXPECT_EQ(read.permissionTimeoutSeconds, TidewickSettings::longestTimeoutSeconds);
-    EXPECT_THROW((void)TidewickSettings::fromJSON(JSONValue::parse("[1]")), std::runtime_error);
+    EXPECT_EQ(decodeJSON<TidewickSettings>("[1]"), std::nullopt);
 }
 
 class SettingsFileTest : public ::testing::Test {

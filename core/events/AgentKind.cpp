@@ -2,39 +2,17 @@
 
 namespace tidewick {
 
-std::string_view rawValue(AgentKind kind) {
-    switch (kind) {
-    case AgentKind::claude:
-        return "claude";
-    case AgentKind::codex:
-        return "codex";
-    case AgentKind::cursor:
-        return "cursor";
-    case AgentKind::antigravity:
-        return "antigravity";
-    }
-    return "claude";
-}
+namespace {
+constexpr EnumTable<AgentKind, 4> displayNames{{{
+    {AgentKind::claude, "Claude Code"},
+    {AgentKind::codex, "Codex"},
+    {AgentKind::cursor, "Cursor"},
+    {AgentKind::antigravity, "Antigravity"},
+}}};
+} // namespace
 
 std::string_view displayName(AgentKind kind) {
-    switch (kind) {
-    case AgentKind::claude:
-        return "Claude Code";
-    case AgentKind::codex:
-        return "Codex";
-    case AgentKind::cursor:
-        return "Cursor";
-    case AgentKind::antigravity:
-        return "Antigravity";
-    }
-    return "Claude Code";
-}
-
-std::optional<AgentKind> agentKindFromRaw(std::string_view raw) {
-    for (AgentKind kind : allAgentKinds)
-        if (rawValue(kind) == raw)
-            return kind;
-    return std::nullopt;
+    return displayNames.name(kind);
 }
 
 } // namespace tidewick

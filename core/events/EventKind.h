@@ -2,8 +2,7 @@
 // whether the hook command must wait for it.
 #pragma once
 
-#include <optional>
-#include <string_view>
+#include "foundation/EnumTable.h"
 
 namespace tidewick {
 
@@ -24,17 +23,36 @@ enum class EventKind {
     userPrompt,
 };
 
+template <> struct RawValues<EventKind> {
+    static constexpr EnumTable<EventKind, 13> table{{{
+        {EventKind::sessionStarted, "sessionStarted"},
+        {EventKind::working, "working"},
+        {EventKind::toolStarted, "toolStarted"},
+        {EventKind::toolFinished, "toolFinished"},
+        {EventKind::permissionRequested, "permissionRequested"},
+        {EventKind::turnFinished, "turnFinished"},
+        {EventKind::notification, "notification"},
+        {EventKind::message, "message"},
+        {EventKind::compaction, "compaction"},
+        {EventKind::interrupted, "interrupted"},
+        {EventKind::error, "error"},
+        {EventKind::sessionEnded, "sessionEnded"},
+        {EventKind::userPrompt, "userPrompt"},
+    }}};
+};
+
 /// Which answer an event wants. Raw values "none", "permission", "reply".
 enum class DecisionType { none, permission, reply };
 
+template <> struct RawValues<DecisionType> {
+    static constexpr EnumTable<DecisionType, 3> table{{{
+        {DecisionType::none, "none"},
+        {DecisionType::permission, "permission"},
+        {DecisionType::reply, "reply"},
+    }}};
+};
+
 /// Whether the hook command keeps the agent waiting, and for what.
 enum class HoldKind { none, permission, reply };
-
-[[nodiscard]] std::string_view rawValue(EventKind kind);
-/// The kind with this raw value; nothing for any other text.
-[[nodiscard]] std::optional<EventKind> eventKindFromRaw(std::string_view raw);
-[[nodiscard]] std::string_view rawValue(DecisionType type);
-/// The decision type with this raw value; nothing for any other text.
-[[nodiscard]] std::optional<DecisionType> decisionTypeFromRaw(std::string_view raw);
 
 } // namespace tidewick

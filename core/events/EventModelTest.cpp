@@ -10,10 +10,10 @@ namespace {
 
 TEST(EventModel, AgentKindsRoundTripTheirRawValues) {
     for (AgentKind kind : allAgentKinds)
-        EXPECT_EQ(agentKindFromRaw(rawValue(kind)), kind);
-    EXPECT_EQ(agentKindFromRaw("claude-code"), std::nullopt);
-    EXPECT_EQ(agentKindFromRaw("Claude"), std::nullopt);
-    EXPECT_EQ(displayName(*agentKindFromRaw("antigravity")), "Antigravity");
+        EXPECT_EQ(fromRaw<AgentKind>(rawValue(kind)), kind);
+    EXPECT_EQ(fromRaw<AgentKind>("claude-code"), std::nullopt);
+    EXPECT_EQ(fromRaw<AgentKind>("Claude"), std::nullopt);
+    EXPECT_EQ(displayName(*fromRaw<AgentKind>("antigravity")), "Antigravity");
     EXPECT_EQ(displayName(AgentKind::claude), "Claude Code");
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cmath>
 #include <functional>
 
 namespace tidewick {
@@ -21,7 +22,14 @@ using Clock = std::function<Date()>;
     return std::chrono::duration<double>(date.time_since_epoch()).count();
 }
 
-/// The date `seconds` after 1970-01-01 UTC.
+/// Whether `seconds` after 1970-01-01 UTC is a date the clock can hold: finite and within
+/// about 290 years of 1970. dateFromSeconds is undefined for any other number, so every
+/// number read from a file or a socket is checked with this first.
+[[nodiscard]] inline bool isRepresentableDate(double seconds) {
+    return std::isfinite(seconds) && std::fabs(seconds) <= 9.2e9;
+}
+
+/// The date `seconds` after 1970-01-01 UTC; `seconds` must pass isRepresentableDate.
 [[nodiscard]] inline Date dateFromSeconds(double seconds) {
     return Date(std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds)));
 }

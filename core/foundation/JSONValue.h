@@ -79,7 +79,7 @@ public:
     [[nodiscard]] const std::string* numberText() const;
     /// The value of a boolean, else nothing.
     [[nodiscard]] std::optional<bool> boolValue() const;
-    /// The value of a number written as an integer that fits 64 bits, else nothing.
+    /// The value of a whole number that fits 64 bits (5.0 and 1e3 count), else nothing.
     [[nodiscard]] std::optional<std::int64_t> intValue() const;
     /// The value of a number as a double, else nothing.
     [[nodiscard]] std::optional<double> doubleValue() const;
@@ -117,12 +117,7 @@ private:
     using Storage = std::variant<bool, NumberText, std::string, Array, Object, std::nullptr_t>;
     explicit JSONValue(Storage storage) : storage_(std::move(storage)) {}
 
-    void writeCompact(std::string& out) const;
-    void writePretty(std::string& out, int indent) const;
-
     Storage storage_{nullptr};
-
-    friend class JSONParser;
 };
 
 } // namespace tidewick

@@ -88,6 +88,9 @@ TEST(JSONValueTest, StringEscapesDecodeAndEncodeAsDocumented) {
 
     EXPECT_EQ(JSONValue::quote("x/y\x1f\x7f"), "\"x/y\\u001f\x7f\"");
     EXPECT_EQ(JSONValue::quote(std::string("nul\0!", 5)), "\"nul\\u0000!\"");
+    // Texts are scanned eight bytes at a time: escapes on either side of each boundary.
+    EXPECT_EQ(JSONValue::quote("0123456\"89abcdef\\\nhijklmnopqrstu\x01"),
+              R"("0123456\"89abcdef\\\nhijklmnopqrstu\u0001")");
 }
 
 TEST(JSONValueTest, PrettyPrintsTwoSpacesPerLevel) {
@@ -128,12 +131,14 @@ TEST(JSONValueTest, KeySubscriptReadsWritesAndRemovesInPlace) {
 }
 
 TEST(JSONValueTest, AccessorsAnswerOnlyForTheirOwnKind) {
-    JSONValue value = JSONValue::parse(R"({"s":"x","n":42,"f":4.0,"big":99999999999999999999,"t":true,"a":[1],"o":{}})");
+    JSONValue value = JSONValue::parse(
+        R"({"s":"x","n":42,"f":4.0,"big":99999999999999999999,"huge":1e40,"t":true,"a":[1],"o":{}})");
     EXPECT_EQ(*value.get("s")->stringValue(), "x");
     EXPECT_EQ(value.get("n")->stringValue(), nullptr);
     EXPECT_EQ(value.get("n")->intValue(), 42);
     EXPECT_EQ(value.get("f")->intValue(), 4);
     EXPECT_EQ(value.get("big")->intValue(), std::nullopt);
+    EXPECT_EQ(value.get("huge")->intValue(), std::nullopt); // a double too large for 64 bits
     EXPECT_EQ(value.get("s")->intValue(), std::nullopt);
     EXPECT_EQ(value.get("t")->boolValue(), true);
     EXPECT_EQ(value.get("n")->boolValue(), std::nullopt);

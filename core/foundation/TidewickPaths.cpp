@@ -1,6 +1,7 @@
 #include "foundation/TidewickPaths.h"
 
 #include "foundation/File.h"
+#include "foundation/Hex.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "foundation/UTF8.h"
@@ -170,12 +171,8 @@ std::string TidewickPaths::loadOrCreateSecret() const {
             throw SystemError("getrandom", secretFile(), got < 0 ? errno : EIO);
         filled += static_cast<size_t>(got);
     }
-    static constexpr char hex[] = "0123456789abcdef";
     std::string secret;
-    for (unsigned char b : bytes) {
-        secret.push_back(hex[b >> 4]);
-        secret.push_back(hex[b & 0xF]);
-    }
+    Hex::append(secret, bytes);
     File::writeAtomically(secretFile(), secret, 0600);
     if (::chmod(secretFile().c_str(), 0600) != 0)
         throw SystemError("chmod", secretFile(), errno);

@@ -1,7 +1,9 @@
 #include "foundation/UUID.h"
 
-#include <cstring>
+#include "foundation/Hex.h"
+
 #include <random>
+#include <span>
 #include <sys/random.h>
 
 namespace tidewick {
@@ -19,48 +21,47 @@ UUID UUID::random() {
     return id;
 }
 
+namespace {
+// The 36-character form is four dashes between five groups of these many bytes.
+constexpr std::array<std::size_t, 5> groupBytes = {4, 2, 2, 2, 6};
+} // namespace
+
 std::optional<UUID> UUID::parse(std::string_view text) {
     if (text.size() != 36)
         return std::nullopt;
     UUID id;
-    size_t byte = 0;
-    for (size_t i = 0; i < text.size();) {
-        if (i == 8 || i == 13 || i == 18 || i == 23) {
-            if (text[i] != '-')
-                return std::nullopt;
-            ++i;
-            continue;
-        }
-        auto nibble = [](char c) -> int {
-            if (c >= '0' && c <= '9')
-                return c - '0';
-            if (c >= 'a' && c <= 'f')
-                return c - 'a' + 10;
-            if (c >= 'A' && c <= 'F')
-                return c - 'A' + 10;
-            return -1;
-        };
-        int high = nibble(text[i]);
-        int low = nibble(text[i + 1]);
-        if (high < 0 || low < 0)
+    std::size_t byte = 0;
+    std::size_t at = 0;
+    for (std::size_t group = 0; group < groupBytes.size(); ++group) {
+        if (group > 0 && text[at++] != '-')
             return std::nullopt;
-        id.bytes_[byte++] = static_cast<std::uint8_t>(high * 16 + low);
-        i += 2;
+        const std::size_t count = groupBytes[group];
+        if (!Hex::decode(text.substr(at, 2 * count), std::span(id.bytes_).subspan(byte, count)))
+            return std::nullopt;
+        at += 2 * count;
+        byte += count;
     }
     return id;
 }
 
-std::string UUID::string() const {
-    static constexpr char hex[] = "0123456789abcdef";
-    std::string out;
-    out.reserve(36);
-    for (size_t i = 0; i < bytes_.size(); ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10)
-            out.push_back('-');
-        out.push_back(hex[bytes_[i] >> 4]);
-        out.push_back(hex[bytes_[i] & 0xF]);
+std::array<char, 36> UUID::characters() const {
+    std::array<char, 36> out{};
+    std::size_t byte = 0;
+    std::size_t at = 0;
+    for (std::size_t group = 0; group < groupBytes.size(); ++group) {
+        if (group > 0)
+            out[at++] = '-';
+        const std::size_t count = groupBytes[group];
+        Hex::write(out.data() + at, std::span(bytes_).subspan(byte, count));
+        at += 2 * count;
+        byte += count;
     }
     return out;
+}
+
+std::string UUID::string() const {
+    const std::array<char, 36> text = characters();
+    return std::string(text.data(), text.size());
 }
 
 } // namespace tidewick

@@ -1,6 +1,7 @@
 #include "install/ConnectionManager.h"
 
 #include "foundation/File.h"
+#include "foundation/JSONCoding.h"
 #include "foundation/SystemError.h"
 #include "install/ConnectionError.h"
 #include "install/HookCatalog.h"
@@ -378,48 +379,58 @@ void ConnectionManager::forget(AgentKind agent) {
 }
 
 void ConnectionManager::loadRecords() {
-    std::lock_guard guard(lock_);
-    JSONValue document;
+    std::map<std::string, Record> records;
     try {
-        document = JSONValue::parse(File::read(paths_.connectionsFile()));
+        const std::string text = File::read(paths_.connectionsFile());
+        requireUTF8(text);
+        JSONReader in(text);
+        // Agents this version does not know, and entries that are not objects, are passed over.
+        (void)readObject(in, JSONMember::others([&records](std::string_view key, JSONReader& in) {
+                             std::string agent(key);
+                             Record record;
+                             if (readJSON(in, record) && fromRaw<AgentKind>(agent))
+                                 records[agent] = record;
+                             return true;
+                         }));
+        in.finish();
     } catch (const std::exception&) {
         return; // No file yet, or one we cannot trust: start without records.
     }
-    const JSONValue::Object* pairs = document.objectPairs();
-    if (!pairs)
-        return;
-    for (const auto& [agent, value] : *pairs) {
-        if (!agentKindFromRaw(agent) || !value.isObject())
-            continue;
-        Record record;
-        const JSONValue* at = value.get("connectedAt");
-        record.connectedAt = dateFromSeconds(at ? at->doubleValue().value_or(0) : 0);
-        const JSONValue* created = value.get("createdFile");
-        record.createdFile = created && created->boolValue() == true;
-        const JSONValue* gate = value.get("gateCommands");
-        record.gateCommands =
-            gate && gate->boolValue() == true ? GateCommands::on : GateCommands::off;
-        records_[agent] = record;
-    }
+    std::lock_guard guard(lock_);
+    records_ = std::move(records);
 }
 
 void ConnectionManager::saveRecordsLocked() const {
-    JSONValue::Object pairs;
+    std::string text;
+    JSONWriter out(text, JSONWriter::Style::pretty);
+    out.beginObject();
     for (const auto& [agent, record] : records_)
-        pairs.emplace_back(
-            agent,
-            JSONValue(JSONValue::Object{
-                {"connectedAt", JSONValue::real(secondsSince1970(record.connectedAt))},
-                {"createdFile", JSONValue::boolean(record.createdFile)},
-                {"gateCommands", JSONValue::boolean(record.gateCommands == GateCommands::on)},
-            }));
+        out.member(agent, record);
+    out.endObject();
+    text += "\n";
     try {
         paths_.ensureDirectories();
-        File::writeAtomically(paths_.connectionsFile(), JSONValue(std::move(pairs)).pretty() + "\n",
-                              0600);
+        File::writeAtomically(paths_.connectionsFile(), text, 0600);
     } catch (const SystemError& error) {
         throw ConnectionError::writeFailed(paths_.connectionsFile(), error.reason());
     }
+}
+
+void writeJSON(JSONWriter& out, const ConnectionManager::Record& record) {
+    out.beginObject();
+    out.member("connectedAt", record.connectedAt);
+    out.member("createdFile", record.createdFile);
+    out.member("gateCommands", record.gateCommands == GateCommands::on);
+    out.endObject();
+}
+
+bool readJSON(JSONReader& in, ConnectionManager::Record& out) {
+    bool gated = out.gateCommands == GateCommands::on;
+    const bool read = readObject(in, JSONMember::lenient("connectedAt", out.connectedAt),
+                                 JSONMember::lenient("createdFile", out.createdFile),
+                                 JSONMember::lenient("gateCommands", gated));
+    out.gateCommands = gated ? GateCommands::on : GateCommands::off;
+    return read;
 }
 
 } // namespace tidewick

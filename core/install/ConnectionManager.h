@@ -23,6 +23,9 @@
 
 namespace tidewick {
 
+class JSONReader;
+class JSONWriter;
+
 /// One per application. Every failure leaves the agent's file as it was.
 class ConnectionManager {
 public:
@@ -113,6 +116,13 @@ private:
     mutable std::mutex lock_;
     std::map<std::string, Record> records_;
 };
+
+/// {"connectedAt": seconds since 1970, "createdFile": bool, "gateCommands": bool}.
+void writeJSON(JSONWriter& out, const ConnectionManager::Record& record);
+/// The record writeJSON writes; false when the value is not an object. Members that are
+/// missing, mistyped or out of range keep their defaults (connected at 1970, no file
+/// created, gating off).
+[[nodiscard]] bool readJSON(JSONReader& in, ConnectionManager::Record& out);
 
 /// The file `path` refers to once every symbolic link in it is followed. A
 /// path that does not exist (or dangles) resolves as far as it can.

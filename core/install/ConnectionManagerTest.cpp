@@ -167,6 +167,18 @@ TEST_F(ConnectionManagerTest, RecordsSurviveAndAFileTidewickCreatedIsDeleted) {
     EXPECT_FALSE(connections.previewDisconnect(AgentKind::cursor).deletesFile);
     (void)connections.disconnect(AgentKind::cursor);
     EXPECT_EQ(File::read(path), "{\n  \"version\": 1,\n  \"hooks\": {}\n}\n");
+
+    // A damaged connections.json: unknown agents and entries that are not objects are passed
+    // over; members mistyped or out of range (a date the clock cannot hold) keep their defaults.
+    put(TidewickPaths(home).connectionsFile(),
+        R"({"vim":{"createdFile":true},"codex":3,)"
+        R"("claude":{"connectedAt":1e300,"createdFile":true,"gateCommands":"on"}})");
+    auto damaged = manager();
+    EXPECT_FALSE(damaged.record(AgentKind::codex));
+    ASSERT_TRUE(damaged.record(AgentKind::claude));
+    EXPECT_EQ(damaged.record(AgentKind::claude)->connectedAt, Date());
+    EXPECT_TRUE(damaged.record(AgentKind::claude)->createdFile);
+    EXPECT_EQ(damaged.record(AgentKind::claude)->gateCommands, GateCommands::off);
 }
 
 TEST_F(ConnectionManagerTest, RefusesAbsentAgentsAndFilesItCannotSafelyRead) {

@@ -1,5 +1,6 @@
 #include "sessions/GatingPolicy.h"
 
+#include "foundation/JSONCoding.h"
 #include "foundation/Text.h"
 #include "sessions/ShellWords.h"
 
@@ -160,50 +161,18 @@ bool GatingPolicy::isReadOnly(std::string_view command) const {
                        });
 }
 
-JSONValue GatingPolicy::toJSON() const {
-    JSONValue::Object gates;
-    // In the agents' own order, so the settings file reads the same every time.
-    for (AgentKind agent : allAgentKinds) {
-        auto found = gateCommands.find(agent);
-        if (found != gateCommands.end())
-            gates.emplace_back(std::string(rawValue(agent)), JSONValue::boolean(found->second));
-    }
-    JSONValue::Array prefixes(safePrefixes.begin(), safePrefixes.end());
-    return JSONValue::Object{{"gateCommands", std::move(gates)},
-                             {"safePrefixes", std::move(prefixes)},
-                             {"paused", JSONValue::boolean(paused)}};
+void writeJSON(JSONWriter& out, const GatingPolicy& policy) {
+    out.beginObject();
+    out.member("gateCommands", policy.gateCommands);
+    out.member("safePrefixes", policy.safePrefixes);
+    out.member("paused", policy.paused);
+    out.endObject();
 }
 
-std::optional<GatingPolicy> GatingPolicy::fromJSON(const JSONValue& value) {
-    const JSONValue* gatesValue = value.get("gateCommands");
-    const JSONValue* prefixesValue = value.get("safePrefixes");
-    const JSONValue* pausedValue = value.get("paused");
-    if (!gatesValue || !prefixesValue || !pausedValue)
-        return std::nullopt;
-    const JSONValue::Object* gates = gatesValue->objectPairs();
-    const JSONValue::Array* prefixes = prefixesValue->arrayValue();
-    std::optional<bool> paused = pausedValue->boolValue();
-    if (!gates || !prefixes || !paused)
-        return std::nullopt;
-
-    GatingPolicy policy;
-    policy.gateCommands.clear();
-    for (const auto& [raw, gated] : *gates) {
-        std::optional<bool> flag = gated.boolValue();
-        if (!flag)
-            return std::nullopt;
-        if (std::optional<AgentKind> agent = agentKindFromRaw(raw))
-            policy.gateCommands[*agent] = *flag;
-    }
-    policy.safePrefixes.clear();
-    for (const JSONValue& prefix : *prefixes) {
-        const std::string* text = prefix.stringValue();
-        if (!text)
-            return std::nullopt;
-        policy.safePrefixes.push_back(*text);
-    }
-    policy.paused = *paused;
-    return policy;
+bool readJSON(JSONReader& in, GatingPolicy& out) {
+    return readObject(in, JSONMember::required("gateCommands", out.gateCommands),
+                      JSONMember::required("safePrefixes", out.safePrefixes),
+                      JSONMember::required("paused", out.paused));
 }
 
 } // namespace tidewick

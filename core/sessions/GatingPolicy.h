@@ -4,7 +4,6 @@
 
 #include "events/AgentEvent.h"
 #include "events/AgentKind.h"
-#include "foundation/JSONValue.h"
 
 #include <map>
 #include <optional>
@@ -13,6 +12,9 @@
 #include <vector>
 
 namespace tidewick {
+
+class JSONReader;
+class JSONWriter;
 
 /// The `gating` member of the settings. A default-constructed policy is the one new
 /// settings get: every agent gated, the default safe prefixes, not paused.
@@ -50,14 +52,14 @@ struct GatingPolicy {
     /// doubtful is not read-only.
     [[nodiscard]] bool isReadOnly(std::string_view command) const;
 
-    /// {"gateCommands": {raw agent: bool, ...}, "safePrefixes": [...], "paused": bool}.
-    [[nodiscard]] JSONValue toJSON() const;
-    /// The policy encoded by toJSON. Nothing when any of the three keys is missing or
-    /// mistyped (the settings then fall back to the default policy). Entries of
-    /// gateCommands for agents this version does not know are skipped.
-    [[nodiscard]] static std::optional<GatingPolicy> fromJSON(const JSONValue& value);
-
     friend bool operator==(const GatingPolicy&, const GatingPolicy&) = default;
 };
+
+/// {"gateCommands": {raw agent: bool, ...}, "safePrefixes": [...], "paused": bool}.
+void writeJSON(JSONWriter& out, const GatingPolicy& policy);
+/// The policy writeJSON writes. False when any of the three keys is missing or mistyped
+/// (the settings then fall back to the default policy). Entries of gateCommands for
+/// agents this version does not know are skipped.
+[[nodiscard]] bool readJSON(JSONReader& in, GatingPolicy& out);
 
 } // namespace tidewick

@@ -1,5 +1,7 @@
 #include "sessions/GatingPolicy.h"
 
+#include "foundation/JSONCoding.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -115,10 +117,10 @@ TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {
     policy.gateCommands.erase(AgentKind::antigravity);
     policy.safePrefixes = {"ls", "make -n"};
     policy.paused = true;
-    JSONValue json = policy.toJSON();
-    EXPECT_EQ(json.compact(), R"({"gateCommands":{"claude":true,"codex":true,"cursor":false},)"
-                              R"("safePrefixes":["ls","make -n"],"paused":true})");
-    EXPECT_EQ(GatingPolicy::fromJSON(JSONValue::parse(json.compact())), policy);
+    const std::string json = encodeJSON(policy);
+    EXPECT_EQ(json, R"({"gateCommands":{"claude":true,"codex":true,"cursor":false},)"
+                    R"("safePrefixes":["ls","make -n"],"paused":true})");
+    EXPECT_EQ(decodeJSON<GatingPolicy>(json), policy);
 
     for (const char* text :
          {R"({"safePrefixes":[],"paused":false})", R"({"gateCommands":{},"paused":false})",
@@ -127,5 +129,5 @@ TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {
           R"({"gateCommands":{"claude":"yes"},"safePrefixes":[],"paused":false})",
           R"({"gateCommands":{},"safePrefixes":["ls",3],"paused":false})",
           R"({"gateCommands":{},"safePrefixes":[],"paused":0})", R"([])", R"("gating")"})
-        EXPECT_EQ(GatingPolicy::fromJSON(JSONValue::parse(text)), std::nullopt) << text;
+        EXPECT_EQ(decodeJSON<GatingPolicy>(text), std::nullopt) << text;
 }

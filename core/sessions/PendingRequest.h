@@ -2,7 +2,7 @@
 #pragma once
 
 #include "foundation/Clock.h"
-#include "foundation/JSONValue.h"
+#include "foundation/EnumTable.h"
 #include "foundation/UUID.h"
 
 #include <optional>
@@ -11,13 +11,18 @@
 
 namespace tidewick {
 
+class JSONReader;
+class JSONWriter;
+
 /// What the user is asked for. Raw values "permission" and "reply".
 enum class PendingKind { permission, reply };
 
-/// "permission" or "reply".
-[[nodiscard]] std::string_view rawValue(PendingKind kind);
-/// The kind with this raw value; nothing for any other text.
-[[nodiscard]] std::optional<PendingKind> pendingKindFromRaw(std::string_view raw);
+template <> struct RawValues<PendingKind> {
+    static constexpr EnumTable<PendingKind, 2> table{{{
+        {PendingKind::permission, "permission"},
+        {PendingKind::reply, "reply"},
+    }}};
+};
 
 struct PendingRequest {
     /// The key under which the decision broker waits.
@@ -32,16 +37,13 @@ struct PendingRequest {
     /// createdAt plus the time-out in force.
     Date deadline;
 
-    /// The JSON object {"id", "kind", "title", "detail" (when present), "createdAt", "deadline"},
-    /// dates as seconds since 1970.
-    [[nodiscard]] JSONValue toJSON() const;
-    /// The request encoded by toJSON; nothing when a required field is missing or any field
-    /// has the wrong type or an unknown value.
-    [[nodiscard]] static std::optional<PendingRequest> fromJSON(const JSONValue& value);
-    /// The same, taking the texts out of `value` instead of copying them.
-    [[nodiscard]] static std::optional<PendingRequest> fromJSON(JSONValue&& value);
-
     friend bool operator==(const PendingRequest&, const PendingRequest&) = default;
 };
+
+/// {"id", "kind", "title", "detail" (when present), "createdAt", "deadline"}.
+void writeJSON(JSONWriter& out, const PendingRequest& request);
+/// The request writeJSON writes; false when a required member is missing or any member
+/// has the wrong type or an unknown value.
+[[nodiscard]] bool readJSON(JSONReader& in, PendingRequest& out);
 
 } // namespace tidewick

@@ -5,7 +5,6 @@
 #include "events/AgentKind.h"
 #include "events/SessionStatus.h"
 #include "foundation/Clock.h"
-#include "foundation/JSONValue.h"
 #include "sessions/PendingRequest.h"
 #include "sessions/Timeline.h"
 
@@ -18,21 +17,22 @@
 
 namespace tidewick {
 
+class JSONReader;
+class JSONWriter;
+
 /// The identity of a session: the agent and the agent's own session identifier.
 struct SessionKey {
     AgentKind agent = AgentKind::claude;
     std::string sessionId;
 
-    /// {"agent": raw value, "sessionId": identifier}.
-    [[nodiscard]] JSONValue toJSON() const;
-    /// The key encoded by toJSON; nothing for an unknown agent or a missing field.
-    [[nodiscard]] static std::optional<SessionKey> fromJSON(const JSONValue& value);
-    /// The same, taking the texts out of `value` instead of copying them.
-    [[nodiscard]] static std::optional<SessionKey> fromJSON(JSONValue&& value);
-
     friend bool operator==(const SessionKey&, const SessionKey&) = default;
     friend auto operator<=>(const SessionKey&, const SessionKey&) = default;
 };
+
+/// {"agent": raw value, "sessionId": identifier}.
+void writeJSON(JSONWriter& out, const SessionKey& key);
+/// The key writeJSON writes; false for an unknown agent or a missing or mistyped member.
+[[nodiscard]] bool readJSON(JSONReader& in, SessionKey& out);
 
 struct Session {
     SessionKey key;
@@ -71,18 +71,16 @@ struct Session {
     /// Recent history, oldest first.
     Timeline timeline;
 
-    /// The JSON object with one member per field under the field's name; absent optional
-    /// fields are left out and dates are seconds since 1970.
-    [[nodiscard]] JSONValue toJSON() const;
-    /// The session encoded by toJSON. Nothing when `key`, `status`, `startedAt`,
-    /// `lastActivityAt`, `pending` or `timeline` is missing, or when any field (or any
-    /// pending request or timeline item) has the wrong type or an unknown value.
-    [[nodiscard]] static std::optional<Session> fromJSON(const JSONValue& value);
-    /// The same, taking the texts out of `value` instead of copying them.
-    [[nodiscard]] static std::optional<Session> fromJSON(JSONValue&& value);
-
     friend bool operator==(const Session&, const Session&) = default;
 };
+
+/// One member per field under the field's name, in the order above; absent optional fields
+/// are left out and dates are seconds since 1970.
+void writeJSON(JSONWriter& out, const Session& session);
+/// The session writeJSON writes. False when `key`, `status`, `startedAt`, `lastActivityAt`,
+/// `pending` or `timeline` is missing, or when any member (or any pending request or
+/// timeline item) has the wrong type, an unknown value or a value out of range.
+[[nodiscard]] bool readJSON(JSONReader& in, Session& out);
 
 } // namespace tidewick
 

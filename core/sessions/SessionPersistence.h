@@ -3,14 +3,17 @@
 
 #include "sessions/Session.h"
 
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tidewick {
 
 /// Reads and rewrites the sessions file: a JSON array of sessions, dates as seconds since
-/// 1970 written to the millisecond (any fraction is read). Takes no lock: the caller makes
-/// sure two saves never overlap.
+/// 1970 written to the millisecond (any fraction is read, within the clock's range). Takes
+/// no lock: the caller makes sure two saves never overlap.
 class SessionPersistence {
 public:
     /// The file at `url` (TidewickPaths::sessionsFile() in the application).
@@ -28,12 +31,16 @@ public:
     /// the previous file stays in place and the next save tries again.
     bool save(const std::vector<Session>& sessions) const;
 
-    /// The file's content for `sessions`.
+    /// The file's content for `sessions`, handed to `write` piece by piece (about a
+    /// megabyte each); an exception thrown by `write` ends the encoding.
+    static void encode(const std::vector<Session>& sessions,
+                       const std::function<void(std::string_view)>& write);
+    /// The file's content for `sessions`, whole.
     [[nodiscard]] static std::string encode(const std::vector<Session>& sessions);
-    /// Files of at least this many bytes are decoded as two halves on two threads.
+    /// Files of at least this many bytes are decoded on two threads.
     static constexpr std::size_t splitBytes = 4 * 1024 * 1024;
-    /// The sessions in `bytes`, in order; nothing when the bytes are not an array of valid
-    /// sessions.
+    /// The sessions in `bytes`, in order; nothing when the bytes are not UTF-8 holding an
+    /// array of valid sessions.
     [[nodiscard]] static std::optional<std::vector<Session>> decode(std::string_view bytes);
 
 private:

@@ -1,59 +1,36 @@
 #include "sessions/Timeline.h"
 
-#include "sessions/JSONCoding.h"
-
-#include <array>
+#include "foundation/JSONCoding.h"
 
 namespace tidewick {
 
-namespace {
-constexpr std::array<std::string_view, 11> names = {
-    "session",    "tool",       "shell", "edit",  "read",  "message",
-    "compaction", "permission", "reply", "error", "notice"};
-} // namespace
-
-std::string_view rawValue(TimelineKind kind) {
-    return names[static_cast<std::size_t>(kind)];
+void writeJSON(JSONWriter& out, const TimelineItem& item) {
+    out.beginObject();
+    out.member("id", item.id);
+    out.member("time", item.time);
+    out.member("kind", item.kind);
+    out.member("text", item.text);
+    out.member("detail", item.detail);
+    out.endObject();
 }
 
-std::optional<TimelineKind> timelineKindFromRaw(std::string_view raw) {
-    for (std::size_t i = 0; i < names.size(); ++i)
-        if (names[i] == raw)
-            return static_cast<TimelineKind>(i);
-    return std::nullopt;
+bool readJSON(JSONReader& in, TimelineItem& out) {
+    return readObject(
+        in, JSONMember::required("id", out.id), JSONMember::required("time", out.time),
+        JSONMember::required("kind", out.kind), JSONMember::required("text", out.text),
+        JSONMember::optional("detail", out.detail));
 }
 
-JSONValue TimelineItem::toJSON() const {
-    JSONValue::Object object;
-    object.reserve(5);
-    object.emplace_back("id", id.string());
-    object.emplace_back("time", JSONCoding::date(time));
-    object.emplace_back("kind", rawValue(kind));
-    object.emplace_back("text", text);
-    JSONCoding::setOptional(object, "detail", detail);
-    return object;
+void writeJSON(JSONWriter& out, const Timeline& timeline) {
+    writeJSON(out, timeline.items());
 }
 
-std::optional<TimelineItem> TimelineItem::fromJSON(const JSONValue& value) {
-    JSONValue copy = value;
-    return fromJSON(std::move(copy));
-}
-
-std::optional<TimelineItem> TimelineItem::fromJSON(JSONValue&& value) {
-    if (!value.isObject())
-        return std::nullopt;
-    auto id = JSONCoding::uuid(value, "id");
-    auto time = JSONCoding::date(value, "time");
-    auto kindText = JSONCoding::string(value, "kind");
-    auto text = JSONCoding::string(value, "text");
-    auto detail = JSONCoding::string(value, "detail");
-    if (!id.value || !time.value || !kindText.value || !text.value || detail.isInvalid())
-        return std::nullopt;
-    std::optional<TimelineKind> kind = timelineKindFromRaw(*kindText.value);
-    if (!kind)
-        return std::nullopt;
-    return TimelineItem{*id.value, *time.value, *kind, std::move(*text.value),
-                        std::move(detail.value)};
+bool readJSON(JSONReader& in, Timeline& out) {
+    std::vector<TimelineItem> items;
+    if (!readJSON(in, items))
+        return false;
+    out = Timeline(std::move(items));
+    return true;
 }
 
 Timeline::Timeline(std::vector<TimelineItem> items) {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "foundation/Clock.h"
-#include "foundation/JSONValue.h"
+#include "foundation/EnumTable.h"
 #include "foundation/UUID.h"
 
 #include <atomic>
@@ -15,6 +15,9 @@
 #include <vector>
 
 namespace tidewick {
+
+class JSONReader;
+class JSONWriter;
 
 /// Raw values equal the case names.
 enum class TimelineKind {
@@ -31,9 +34,21 @@ enum class TimelineKind {
     notice
 };
 
-[[nodiscard]] std::string_view rawValue(TimelineKind kind);
-/// The kind with this raw value; nothing for any other text.
-[[nodiscard]] std::optional<TimelineKind> timelineKindFromRaw(std::string_view raw);
+template <> struct RawValues<TimelineKind> {
+    static constexpr EnumTable<TimelineKind, 11> table{{{
+        {TimelineKind::session, "session"},
+        {TimelineKind::tool, "tool"},
+        {TimelineKind::shell, "shell"},
+        {TimelineKind::edit, "edit"},
+        {TimelineKind::read, "read"},
+        {TimelineKind::message, "message"},
+        {TimelineKind::compaction, "compaction"},
+        {TimelineKind::permission, "permission"},
+        {TimelineKind::reply, "reply"},
+        {TimelineKind::error, "error"},
+        {TimelineKind::notice, "notice"},
+    }}};
+};
 
 struct TimelineItem {
     UUID id;
@@ -42,15 +57,14 @@ struct TimelineItem {
     std::string text;
     std::optional<std::string> detail;
 
-    /// The JSON object {"id", "time", "kind", "text", "detail" (when present)}.
-    [[nodiscard]] JSONValue toJSON() const;
-    /// The item encoded by toJSON; nothing when a required field is missing or mistyped.
-    [[nodiscard]] static std::optional<TimelineItem> fromJSON(const JSONValue& value);
-    /// The same, taking the texts out of `value` instead of copying them.
-    [[nodiscard]] static std::optional<TimelineItem> fromJSON(JSONValue&& value);
-
     friend bool operator==(const TimelineItem&, const TimelineItem&) = default;
 };
+
+/// {"id", "time", "kind", "text", "detail" (when present)}.
+void writeJSON(JSONWriter& out, const TimelineItem& item);
+/// The item writeJSON writes; false when a required member is missing or any member is
+/// mistyped.
+[[nodiscard]] bool readJSON(JSONReader& in, TimelineItem& out);
 
 /// An ordered list of timeline items, oldest first, that behaves as a value but
 /// shares its storage between copies until one of them changes. Sessions are
@@ -100,5 +114,10 @@ private:
 
     Buffer* buffer_ = nullptr;
 };
+
+/// An array of items, oldest first.
+void writeJSON(JSONWriter& out, const Timeline& timeline);
+/// Replaces the items with those of an array; false when any item does not read.
+[[nodiscard]] bool readJSON(JSONReader& in, Timeline& out);
 
 } // namespace tidewick

@@ -1,5 +1,6 @@
 #include "wire/Wire.h"
 
+#include "foundation/JSONCoding.h"
 #include "foundation/UTF8.h"
 #include "wire/Socket.h"
 
@@ -16,40 +17,42 @@ namespace tidewick::Wire {
 
 namespace {
 
-enum class IntegerField { absent, inRange, outOfRange };
+// An integer of the socket's lines: "v", a process id or an exit status, written without
+// fraction or exponent. A value of another type, or with either, counts as absent; digits
+// that do not fit 32 bits make the value malformed.
+struct LineInteger {
+    std::optional<std::int32_t> value;
+};
 
-// Reads a 32-bit integer field. A number written as an integer that does not
-// fit is told apart from a field that is simply missing or of another type.
-IntegerField readInt32(const JSONValue* value, std::int32_t& out) {
-    if (!value || !value->isNumber())
-        return IntegerField::absent;
-    const std::string& text = *value->numberText();
-    if (text.find_first_of(".eE") != std::string::npos)
-        return IntegerField::absent;
-    auto wide = value->intValue();
-    if (!wide || *wide < INT32_MIN || *wide > INT32_MAX)
-        return IntegerField::outOfRange;
-    out = static_cast<std::int32_t>(*wide);
-    return IntegerField::inRange;
-}
-
-std::optional<JSONValue> parseObject(std::string_view line) {
-    try {
-        JSONValue value = JSONValue::parse(line);
-        if (!value.isObject())
-            return std::nullopt;
-        return value;
-    } catch (const JSONValue::ParseError&) {
-        return std::nullopt;
+bool readJSON(JSONReader& in, LineInteger& out) {
+    out.value.reset();
+    if (in.peek() != JSONValue::Kind::Number) {
+        in.skipValue();
+        return true;
     }
+    const std::string_view text = in.readNumber();
+    if (text.find_first_of(".eE") != std::string_view::npos)
+        return true;
+    const std::optional<std::int64_t> wide = JSONReader::integerValue(text);
+    if (!wide || *wide < INT32_MIN || *wide > INT32_MAX)
+        return false;
+    out.value = static_cast<std::int32_t>(*wide);
+    return true;
 }
 
-bool hasVersion(const JSONValue& object) {
-    const JSONValue* v = object.get("v");
-    if (!v || !v->isNumber() || v->numberText()->find_first_of(".eE") != std::string::npos)
+// Reads the members of a line; false unless it is one object whose "v" is this protocol's
+// version and whose members read.
+template <typename... Members> bool decodeLine(std::string_view line, const Members&... members) {
+    LineInteger lineVersion;
+    try {
+        requireUTF8(line);
+        JSONReader in(line);
+        const bool read = readObject(in, JSONMember::required("v", lineVersion), members...);
+        in.finish();
+        return read && lineVersion.value == version;
+    } catch (const JSONValue::ParseError&) {
         return false;
-    auto value = v->intValue();
-    return value && *value == version;
+    }
 }
 
 } // namespace
@@ -65,86 +68,71 @@ std::optional<sockaddr_un> makeAddress(std::string_view path) {
 }
 
 std::string encode(const HookRequest& request, std::string_view secret) {
-    std::string out = "{\"v\":1,\"secret\":";
-    out += JSONValue::quote(secret);
-    out += ",\"agent\":";
-    out += JSONValue::quote(request.agent);
-    out += ",\"event\":";
-    out += JSONValue::quote(request.event);
-    out += ",\"pid\":";
-    out += std::to_string(request.pid);
-    out += ",\"payload\":";
-    out += request.payload.isObject() ? request.payload.compact() : "{}";
-    if (request.host) {
-        out += ",\"host\":";
-        out += JSONValue::quote(*request.host);
+    std::string line;
+    JSONWriter out(line);
+    out.beginObject();
+    out.member("v", version);
+    out.member("secret", secret);
+    out.member("agent", request.agent);
+    out.member("event", request.event);
+    out.member("pid", request.pid);
+    out.key("payload");
+    if (request.payload.isObject()) {
+        out.value(request.payload);
+    } else {
+        out.beginObject();
+        out.endObject();
     }
-    if (request.agentPid) {
-        out += ",\"agentPid\":";
-        out += std::to_string(*request.agentPid);
-    }
+    out.member("host", request.host);
+    out.member("agentPid", request.agentPid);
     if (request.noHold)
-        out += ",\"noHold\":true";
-    out += "}\n";
-    return out;
+        out.member("noHold", true);
+    out.endObject();
+    line.push_back('\n');
+    return line;
 }
 
 std::optional<std::pair<std::string, HookRequest>> decode(std::string_view line) {
-    auto object = parseObject(line);
-    if (!object || !hasVersion(*object))
-        return std::nullopt;
-    const JSONValue* secret = object->get("secret");
-    const JSONValue* agent = object->get("agent");
-    const JSONValue* event = object->get("event");
-    if (!secret || !secret->isString() || !agent || !agent->isString() || !event ||
-        !event->isString())
-        return std::nullopt;
-
+    std::string secret;
     HookRequest request;
-    request.agent = *agent->stringValue();
-    request.event = *event->stringValue();
-    if (JSONValue* payload = object->get("payload"); payload && payload->isObject())
-        request.payload = std::move(*payload);
-    if (readInt32(object->get("pid"), request.pid) == IntegerField::outOfRange)
+    JSONValue payload;
+    LineInteger pid;
+    LineInteger agentPid;
+    using M = JSONMember;
+    if (!decodeLine(line, M::required("secret", secret), M::required("agent", request.agent),
+                    M::required("event", request.event), M::optional("payload", payload),
+                    M::optional("pid", pid), M::lenient("host", request.host),
+                    M::optional("agentPid", agentPid), M::lenient("noHold", request.noHold)))
         return std::nullopt;
-    if (const JSONValue* host = object->get("host"); host && host->isString())
-        request.host = *host->stringValue();
-    std::int32_t agentPid = 0;
-    switch (readInt32(object->get("agentPid"), agentPid)) {
-    case IntegerField::outOfRange:
-        return std::nullopt;
-    case IntegerField::inRange:
-        request.agentPid = agentPid;
-        break;
-    case IntegerField::absent:
-        break;
-    }
-    if (const JSONValue* noHold = object->get("noHold"))
-        request.noHold = noHold->boolValue().value_or(false);
-    return std::make_pair(*secret->stringValue(), std::move(request));
+    if (payload.isObject())
+        request.payload = std::move(payload);
+    request.pid = pid.value.value_or(0);
+    request.agentPid = agentPid.value;
+    return std::make_pair(std::move(secret), std::move(request));
 }
 
 std::string encode(const HookOutput& output) {
     if (!UTF8::isValid(output.stdoutText))
         return "{}\n";
-    std::string out = "{\"v\":1,\"stdout\":";
-    out += JSONValue::quote(output.stdoutText);
-    out += ",\"exit\":";
-    out += std::to_string(output.exitCode);
-    out += "}\n";
-    return out;
+    std::string line;
+    JSONWriter out(line);
+    out.beginObject();
+    out.member("v", version);
+    out.member("stdout", output.stdoutText);
+    out.member("exit", output.exitCode);
+    out.endObject();
+    line.push_back('\n');
+    return line;
 }
 
 std::optional<HookOutput> decodeResponse(std::string_view line) {
-    auto object = parseObject(line);
-    if (!object || !hasVersion(*object))
-        return std::nullopt;
     HookOutput output;
-    if (const JSONValue* text = object->get("stdout"); text && text->isString())
-        output.stdoutText = *text->stringValue();
-    std::int32_t exitCode = 0;
-    if (readInt32(object->get("exit"), exitCode) == IntegerField::inRange)
-        output.exitCode = exitCode;
+    LineInteger exitCode;
+    // An exit status that does not fit is 0, like a missing one.
+    if (!decodeLine(line, JSONMember::lenient("stdout", output.stdoutText),
+                    JSONMember::lenient("exit", exitCode)))
+        return std::nullopt;
+    output.exitCode = exitCode.value.value_or(0);
     return output;
 }
 

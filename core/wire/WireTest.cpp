@@ -71,7 +71,7 @@ TEST(Wire, DecodingIsStrictOnTheEnvelopeAndLenientOnTheRest) {
           std::string(R"({"v":1,)"), std::string(),
           // Process ids that do not fit 32 bits are malformed, not zero.
           envelope + R"(,"pid":2147483648})", envelope + R"(,"agentPid":-2147483649})",
-          envelope + R"(,"pid":123456789012345678901234567890})"})
+          envelope + R"(,"pid":99999999999999999999})"})
         EXPECT_FALSE(Wire::decode(rejected)) << rejected;
     auto limits = Wire::decode(envelope + R"(,"pid":-2147483648,"agentPid":2147483647})");
     ASSERT_TRUE(limits);
