@@ -1,6 +1,7 @@
 #include "foundation/JSONReader.h"
 
 #include "foundation/Hex.h"
+#include "foundation/UTF8.h"
 
 #include <bit>
 #include <charconv>
@@ -21,24 +22,6 @@ constexpr std::uint64_t highs = 0x8080808080808080ULL;
 std::uint64_t matchBytes(std::uint64_t word, unsigned char byte) {
     const std::uint64_t x = word ^ (ones * byte);
     return (x - ones) & ~x & highs;
-}
-
-void appendUTF8(std::string& out, std::uint32_t cp) {
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
 }
 
 bool isNumberByte(char c) {
@@ -288,17 +271,17 @@ void JSONReader::readEscape(std::string& out) {
             const int low = readHex4(pos_ + 2);
             if (low >= 0xDC00 && low <= 0xDFFF) {
                 pos_ += 6;
-                appendUTF8(out, 0x10000 + ((cp - 0xD800) << 10) +
+                UTF8::append(out, 0x10000 + ((cp - 0xD800) << 10) +
                                     (static_cast<std::uint32_t>(low) - 0xDC00));
                 return;
             }
         }
-        appendUTF8(out, 0xFFFD);
+        UTF8::append(out, 0xFFFD);
         return;
     }
     if (cp >= 0xDC00 && cp <= 0xDFFF)
         cp = 0xFFFD;
-    appendUTF8(out, cp);
+    UTF8::append(out, cp);
 }
 
 std::string_view JSONReader::readStringView() {

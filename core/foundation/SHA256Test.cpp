@@ -1,5 +1,7 @@
 #include "foundation/SHA256.h"
 
+#include "foundation/Hex.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,12 +11,8 @@ using namespace tidewick;
 namespace {
 
 std::string hex(const SHA256::Digest& digest) {
-    static constexpr char digits[] = "0123456789abcdef";
     std::string out;
-    for (std::uint8_t byte : digest) {
-        out.push_back(digits[byte >> 4]);
-        out.push_back(digits[byte & 0x0F]);
-    }
+    Hex::append(out, digest);
     return out;
 }
 

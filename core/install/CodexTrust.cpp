@@ -1,5 +1,6 @@
 #include "install/CodexTrust.h"
 
+#include "foundation/Hex.h"
 #include "foundation/SHA256.h"
 #include "install/HookCatalog.h"
 #include "install/TOMLProbe.h"
@@ -47,12 +48,8 @@ std::string hashOf(std::string_view snakeEvent, const JSONValue& group, const JS
             unmatchedEvents.end())
         entry.set("matcher", *matcher);
 
-    static constexpr char digits[] = "0123456789abcdef";
     std::string out = "sha256:";
-    for (std::uint8_t byte : SHA256::of(JSONValue::from(entry).compact())) {
-        out.push_back(digits[byte >> 4]);
-        out.push_back(digits[byte & 0x0F]);
-    }
+    Hex::append(out, SHA256::of(JSONValue::from(entry).compact()));
     return out;
 }
 
