@@ -2,6 +2,7 @@
 
 #include "adapters/Adapters.h"
 #include "foundation/File.h"
+#include "foundation/QueueScheduler.h"
 #include "foundation/SerialQueue.h"
 #include "foundation/SystemError.h"
 #include "service/AlertThrottle.h"
@@ -25,22 +26,6 @@ namespace tidewick {
 namespace {
 
 constexpr const char* workQueueLabel = "tidewick.service.work";
-
-// The debounced saver asks for a Scheduler; the service's saves run on its work queue.
-class WorkQueueScheduler final : public Scheduler {
-public:
-    explicit WorkQueueScheduler(SerialQueue& queue) : queue_(queue) {}
-
-    void schedule(double delaySeconds, Task task) override {
-        const double seconds = std::clamp(delaySeconds, 0.0, 365.0 * 24 * 3600);
-        queue_.asyncAfter(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                              std::chrono::duration<double>(seconds)),
-                          std::move(task));
-    }
-
-private:
-    SerialQueue& queue_;
-};
 
 // The single-instance lock: an exclusive flock on a file of the app folder. The kernel
 // drops it when the process dies, so a crash never leaves Tidewick locked out.
@@ -167,7 +152,8 @@ struct TidewickService::State {
     Options options;
     // Every change to the store and every save runs on this one queue, in order.
     std::unique_ptr<SerialQueue> work;
-    WorkQueueScheduler scheduler;
+    // The debounced saves run on the work queue too.
+    QueueScheduler scheduler;
     SessionStore store;
     DecisionBroker broker;
     SettingsFile settingsFile;
