@@ -158,11 +158,10 @@ public:
         const std::string line = Wire::encode(request, secret_);
         auto address = *Wire::makeAddress(socketPath_);
         for (int i = 0; i < count; ++i) {
-            int fd = Socket::openStream();
+            const int fd = held_.emplace_back(Socket::openStream()).get();
             if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
                 !Wire::writeAll(fd, line))
                 return false;
-            held_.push_back(fd);
         }
         std::unique_lock guard(mutex_);
         return changed_.wait_for(guard, std::chrono::seconds(60),
@@ -175,8 +174,6 @@ public:
             released_ = true;
         }
         changed_.notify_all();
-        for (int fd : held_)
-            ::close(fd);
         held_.clear();
     }
 
@@ -188,7 +185,7 @@ private:
     std::condition_variable changed_;
     int holding_ = 0;
     bool released_ = false;
-    std::vector<int> held_;
+    std::vector<FileDescriptor> held_;
     std::unique_ptr<HookServer> server_;
 };
 

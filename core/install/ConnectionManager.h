@@ -114,8 +114,4 @@ private:
     std::map<std::string, Record> records_;
 };
 
-/// The file `path` refers to once every symbolic link in it is followed. A
-/// path that does not exist (or dangles) resolves as far as it can.
-[[nodiscard]] std::string resolvedPath(const std::string& path);
-
 } // namespace tidewick
