@@ -30,17 +30,23 @@ void transferAll(std::string_view bytes, const char* call, const std::string& su
     }
 }
 
+// How much to ask of the first read. A regular file says its size, so one read
+// usually does; the size is only a hint (the file may grow, and /proc files say 0).
+// A small limit needs no hint: a buffer that large is cheaper than asking.
+std::size_t firstRead(int fd, std::size_t limit) {
+    if (limit <= firstChunk)
+        return limit;
+    struct stat info {};
+    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0)
+        return std::min(static_cast<std::size_t>(info.st_size) + 1, limit);
+    return firstChunk;
+}
+
 } // namespace
 
 std::string readAll(int fd, std::size_t limit, const std::string& subject) {
-    // A regular file says its size, so one read usually does. The size is only a hint
-    // (the file may grow, and /proc files say 0): reading goes on until read() says the end.
-    struct stat info {};
-    const std::size_t expected = ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
-                                         info.st_size > 0
-                                     ? static_cast<std::size_t>(info.st_size) + 1
-                                     : firstChunk;
-    std::string data(std::min(expected, limit), '\0');
+    // Reading goes on until read() says the end, whatever the first guess was.
+    std::string data(firstRead(fd, limit), '\0');
     std::size_t used = 0;
     while (used < limit) {
         if (used == data.size())
