@@ -12,8 +12,9 @@ namespace tidewick::IO {
 
 namespace {
 
-/// What is asked of the first read when the size is not known in advance.
-constexpr std::size_t firstChunk = 65536;
+/// What is asked of the first read when the size is not known in advance: one page.
+/// A larger buffer costs a fault per page it is zeroed over, even for a short input.
+constexpr std::size_t firstChunk = 4096;
 
 // The loop both writers share: `transfer` moves some bytes and returns what write(2) would.
 template <typename Transfer>
