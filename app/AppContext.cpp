@@ -4,17 +4,14 @@
 #include "install/AgentDetector.h"
 #include "install/HookCatalog.h"
 
-#include <climits>
-#include <unistd.h>
-
 namespace tidewick {
 
 std::optional<std::string> ownExecutableDirectory() {
-    char path[PATH_MAX];
-    ssize_t length = ::readlink("/proc/self/exe", path, sizeof path - 1);
-    if (length <= 0)
+    // Linux names the executable itself here, every link already followed.
+    const std::optional<std::string> executable = File::linkTarget("/proc/self/exe");
+    if (!executable || executable->empty())
         return std::nullopt;
-    return File::parent(std::string(path, static_cast<size_t>(length)));
+    return File::parent(*executable);
 }
 
 AppContext AppContext::forCurrentProcess(Terminal terminal) {

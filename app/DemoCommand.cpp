@@ -4,21 +4,14 @@
 #include "control/ControlClient.h"
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
-#include "foundation/SystemError.h"
+#include "foundation/Subprocess.h"
 #include "foundation/Text.h"
 #include "foundation/UUID.h"
 
-#include <cerrno>
 #include <chrono>
-#include <fcntl.h>
 #include <functional>
 #include <mutex>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
-
-extern char** environ;
 
 namespace tidewick {
 
@@ -33,63 +26,15 @@ struct HookRun {
 };
 
 /// Runs `hook` with `arguments`, `input` on its standard input, and returns what it printed.
-/// The environment is ours, so TIDEWICK_HOME reaches the hook as it reached us.
+/// The environment is ours, so TIDEWICK_HOME reaches the hook as it reached us, and so is the
+/// process group, so a Ctrl-C ends the hooks with the demo. Throws SystemError.
 HookRun runHook(const std::string& hook, const std::vector<std::string>& arguments,
                 const std::string& input) {
-    int in[2], out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0)
-        throw SystemError("pipe2", hook, errno);
-    if (::pipe2(out, O_CLOEXEC) != 0) {
-        ::close(in[0]);
-        ::close(in[1]);
-        throw SystemError("pipe2", hook, errno);
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    std::vector<char*> argv{const_cast<char*>(hook.c_str())};
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, hook.c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    ::close(out[1]);
-    if (spawned != 0) {
-        ::close(in[1]);
-        ::close(out[0]);
-        throw SystemError("posix_spawn", hook, spawned);
-    }
-    // Payloads are small; the hook reads all of its input before it answers.
-    const char* data = input.data();
-    std::size_t left = input.size();
-    while (left > 0) {
-        const ssize_t written = ::write(in[1], data, left);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            break;
-        data += written;
-        left -= static_cast<std::size_t>(written);
-    }
-    ::close(in[1]);
-    HookRun run;
-    char buffer[4096];
-    for (;;) {
-        const ssize_t got = ::read(out[0], buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        run.out.append(buffer, static_cast<std::size_t>(got));
-    }
-    ::close(out[0]);
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    Subprocess::Command command{.arguments = {hook}, .input = input};
+    command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
+    Subprocess::Result result =
+        Subprocess::run(command, Subprocess::Group::shared, std::nullopt);
+    HookRun run{result.status, std::move(result.out)};
     while (!run.out.empty() && run.out.back() == '\n')
         run.out.pop_back();
     return run;

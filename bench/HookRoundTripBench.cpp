@@ -11,6 +11,7 @@
 //   cmake --build build/hook-release --target HookRoundTripBench
 //   build/hook-release/bin/HookRoundTripBench
 #include "foundation/File.h"
+#include "foundation/Subprocess.h"
 #include "foundation/TidewickPaths.h"
 #include "wire/HookServer.h"
 #include "wire/Socket.h"
@@ -21,15 +22,10 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
-#include <fcntl.h>
 #include <filesystem>
 #include <mutex>
-#include <spawn.h>
 #include <string>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -67,48 +63,12 @@ if reply["stdout"]:
 sys.exit(0 if reply["exit"] == 2 else reply["exit"])
 )";
 
-struct Run {
-    std::string out;
-    int status = -1;
-};
-
-// Starts `argv` with `environment`, feeds `input`, reads its output to the end and reaps it.
-Run spawnAndWait(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
-                 const std::string& input) {
-    int in[2], out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0)
-        return {};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    std::vector<char*> args, env;
-    for (const auto& a : argv)
-        args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    for (const auto& e : environment)
-        env.push_back(const_cast<char*>(e.c_str()));
-    env.push_back(nullptr);
-    pid_t pid = -1;
-    int spawned = ::posix_spawn(&pid, argv[0].c_str(), &actions, nullptr, args.data(), env.data());
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    ::close(out[1]);
-    Run run;
-    if (spawned == 0) {
-        (void)!::write(in[1], input.data(), input.size());
-        ::close(in[1]);
-        char buffer[4096];
-        for (ssize_t got; (got = ::read(out[0], buffer, sizeof buffer)) > 0;)
-            run.out.append(buffer, static_cast<size_t>(got));
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    } else {
-        ::close(in[1]);
-    }
-    ::close(out[0]);
-    return run;
+// Starts `argv` with `environment`, feeds `input`, and waits for it to end.
+Subprocess::Result spawnAndWait(const std::vector<std::string>& argv,
+                                const std::vector<std::string>& environment,
+                                const std::string& input) {
+    return Subprocess::run({argv, environment, {}, input}, Subprocess::Group::shared,
+                           std::nullopt);
 }
 
 // One Tidewick home with its secret, optionally with a running server whose
@@ -158,11 +118,10 @@ public:
         const std::string line = Wire::encode(request, secret_);
         auto address = *Wire::makeAddress(socketPath_);
         for (int i = 0; i < count; ++i) {
-            int fd = Socket::openStream();
+            const int fd = held_.emplace_back(Socket::openStream()).get();
             if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
                 !Wire::writeAll(fd, line))
                 return false;
-            held_.push_back(fd);
         }
         std::unique_lock guard(mutex_);
         return changed_.wait_for(guard, std::chrono::seconds(60),
@@ -175,8 +134,6 @@ public:
             released_ = true;
         }
         changed_.notify_all();
-        for (int fd : held_)
-            ::close(fd);
         held_.clear();
     }
 
@@ -188,7 +145,7 @@ private:
     std::condition_variable changed_;
     int holding_ = 0;
     bool released_ = false;
-    std::vector<int> held_;
+    std::vector<FileDescriptor> held_;
     std::unique_ptr<HookServer> server_;
 };
 

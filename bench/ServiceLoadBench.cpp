@@ -18,6 +18,8 @@
 // reported, not checked).
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
+#include "foundation/Subprocess.h"
+#include "foundation/SystemError.h"
 #include "foundation/TidewickPaths.h"
 #include "wire/HookClient.h"
 
@@ -27,11 +29,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <optional>
-#include <spawn.h>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -50,40 +50,17 @@ const std::string binaries = TIDEWICK_BINARY_DIR "/bin/";
 constexpr double connectSeconds = 0.4;
 constexpr double responseSeconds = 1.0;
 
-struct Child {
-    pid_t pid = -1;
-    std::string output;
-};
-
-// Starts `argv` with `environment`, standard input from `input`, output to `output`.
-Child spawn(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
-            const std::string& input, const std::string& output) {
-    const std::string inputFile = output + ".in";
-    File::writeAtomically(inputFile, input, 0600);
-    std::vector<char*> args, env;
-    for (const std::string& a : argv)
-        args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    for (const std::string& e : environment)
-        env.push_back(const_cast<char*>(e.c_str()));
-    env.push_back(nullptr);
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        int in = ::open(inputFile.c_str(), O_RDONLY);
-        int out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        ::dup2(in, 0);
-        ::dup2(out, 1);
-        ::dup2(out, 2);
-        ::execve(args[0], args.data(), env.data());
-        ::_exit(127);
-    }
-    return Child{pid, output};
+// Starts `argv` with `environment`, standard input from `input`, output and errors to `output`.
+Subprocess spawn(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
+                 const std::string& input, const std::string& output) {
+    return Subprocess::start({argv, environment, {}, input}, output, output);
 }
 
 std::string readIfAny(const std::string& path) {
     return File::exists(path) ? File::read(path) : std::string();
 }
 
+// The status of a forked worker, once it has ended.
 int waitFor(pid_t pid) {
     int status = 0;
     ::waitpid(pid, &status, 0);
@@ -92,14 +69,14 @@ int waitFor(pid_t pid) {
 
 // Runs `tidewick ARGS` to completion; its output, or nothing when it failed.
 std::optional<std::string> runTidewick(const std::vector<std::string>& arguments,
-                                       const std::vector<std::string>& environment,
-                                       const std::string& scratch) {
+                                       const std::vector<std::string>& environment) {
     std::vector<std::string> argv = {binaries + "tidewick"};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    Child child = spawn(argv, environment, "", scratch + "/tidewick.out");
-    if (waitFor(child.pid) != 0)
+    Subprocess::Result result =
+        Subprocess::run({argv, environment, {}, {}}, Subprocess::Group::shared, std::nullopt);
+    if (result.status != 0)
         return std::nullopt;
-    return File::read(child.output);
+    return std::move(result.out);
 }
 
 std::string permissionPayload(int index) {
@@ -135,30 +112,15 @@ enum class Sender {
 // it exited 0 (it also does when the application did not answer: the
 // store's counts tell).
 bool runHook(const std::string& payload, const std::vector<std::string>& environment) {
-    int in[2];
-    if (::pipe2(in, O_CLOEXEC) != 0)
+    const std::vector<std::string> argv = {binaries + "tidewick-hook", "--agent", "claude",
+                                           "--event", "PostToolUse"};
+    try {
+        return Subprocess::run({argv, environment, {}, payload}, Subprocess::Group::shared,
+                               std::nullopt)
+                   .status == 0;
+    } catch (const SystemError&) {
         return false;
-    const std::string program = binaries + "tidewick-hook";
-    std::vector<char*> args = {const_cast<char*>(program.c_str()), const_cast<char*>("--agent"),
-                               const_cast<char*>("claude"),        const_cast<char*>("--event"),
-                               const_cast<char*>("PostToolUse"),   nullptr};
-    std::vector<char*> env;
-    for (const std::string& e : environment)
-        env.push_back(const_cast<char*>(e.c_str()));
-    env.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, args[0], &actions, nullptr, args.data(), env.data());
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(in[0]);
-    // A payload this small fits the pipe, so the write never waits for the reader.
-    const bool written =
-        ::write(in[1], payload.data(), payload.size()) == static_cast<ssize_t>(payload.size());
-    ::close(in[1]);
-    return spawned == 0 && waitFor(pid) == 0 && written;
+    }
 }
 
 // One hook process's share of the load: `count` events spread over
@@ -234,22 +196,24 @@ int main(int argc, char** argv) {
                                                   "PATH=/usr/bin:/bin"};
     bool passed = true;
 
-    Child app =
-        spawn({binaries + "tidewick", "app", "--headless"}, environment, "", home + "/app.out");
+    const std::string appOutput = home + "/app.out";
+    Subprocess app =
+        spawn({binaries + "tidewick", "app", "--headless"}, environment, "", appOutput);
     for (int i = 0;
-         i < 1000 && readIfAny(app.output).find("Tidewick is running.") == std::string::npos; ++i)
+         i < 1000 && readIfAny(appOutput).find("Tidewick is running.") == std::string::npos; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     const std::string secret = paths.readSecret();
 
     std::printf("holding %d permission requests...\n", held);
-    std::vector<Child> holders;
+    std::vector<Subprocess> holders;
+    auto holderOutput = [&](int i) { return home + "/held-" + std::to_string(i); };
     for (int i = 0; i < held; ++i)
         holders.push_back(
             spawn({binaries + "tidewick-hook", "--agent", "claude", "--event", "PermissionRequest"},
-                  environment, permissionPayload(i), home + "/held-" + std::to_string(i)));
+                  environment, permissionPayload(i), holderOutput(i)));
     std::size_t heldNow = 0;
     for (int i = 0; i < 300 && heldNow < static_cast<std::size_t>(held); ++i) {
-        if (auto listing = runTidewick({"pending", "--json"}, environment, home))
+        if (auto listing = runTidewick({"pending", "--json"}, environment))
             heldNow = JSONValue::parse(*listing).arrayValue()->size();
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
@@ -302,7 +266,7 @@ int main(int argc, char** argv) {
     // The store's counts: every event is one timeline item of its session.
     std::map<std::string, std::size_t> items;
     std::size_t heldSessions = 0;
-    if (auto listing = runTidewick({"sessions", "--json"}, environment, home)) {
+    if (auto listing = runTidewick({"sessions", "--json"}, environment)) {
         const JSONValue sessions = JSONValue::parse(*listing);
         for (const JSONValue& session : *sessions.arrayValue()) {
             const std::string id = *session.get("key")->get("sessionId")->stringValue();
@@ -333,19 +297,19 @@ int main(int argc, char** argv) {
     for (int i = 0; i < held; ++i) {
         char id[32];
         std::snprintf(id, sizeof id, "held-%03d", i);
-        delivered += runTidewick({"allow", id}, environment, home) ? 1 : 0;
+        delivered += runTidewick({"allow", id}, environment) ? 1 : 0;
     }
-    for (const Child& holder : holders) {
-        const int status = waitFor(holder.pid);
-        allowedOutputs += status == 0 && File::read(holder.output).find(R"("behavior":"allow")") !=
+    for (int i = 0; i < held; ++i) {
+        const int status = holders[static_cast<std::size_t>(i)].wait();
+        allowedOutputs += status == 0 && File::read(holderOutput(i)).find(R"("behavior":"allow")") !=
                                              std::string::npos;
     }
     passed &= check(delivered == held, std::to_string(delivered) + " allow decisions delivered");
     passed &= check(allowedOutputs == held,
                     std::to_string(allowedOutputs) + " hook processes printed the allow answer");
 
-    ::kill(app.pid, SIGTERM);
-    passed &= check(waitFor(app.pid) == 0, "the application stopped cleanly");
+    app.signal(SIGTERM);
+    passed &= check(app.wait() == 0, "the application stopped cleanly");
     std::filesystem::remove_all(home);
     return passed ? 0 : 1;
 }

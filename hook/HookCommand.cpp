@@ -4,11 +4,12 @@
 #include "StatusLineRecorder.h"
 #include "adapters/Adapters.h"
 #include "foundation/File.h"
+#include "foundation/IO.h"
+#include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "foundation/TidewickPaths.h"
 #include "wire/HookClient.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -19,20 +20,7 @@ namespace {
 constexpr std::string_view statusLineEvent = "StatusLine";
 
 std::string readInput(InputSource& input) {
-    std::string data;
-    if (input.isTerminal())
-        return data;
-    char chunk[65536];
-    // The bound is checked before each read, so the last chunk may pass it.
-    while (data.size() < HookCommand::inputLimit) {
-        ssize_t got = input.read(chunk, sizeof chunk);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        data.append(chunk, static_cast<size_t>(got));
-    }
-    return data;
+    return input.isTerminal() ? std::string() : input.readAll(HookCommand::inputLimit);
 }
 
 // One line per invocation in hook-debug.jsonl beside the socket. Debugging
@@ -44,12 +32,13 @@ void appendDebugRecord(const std::string& directory, double time, std::string_vi
     std::string line =
         "{\"time\":" + JSONValue::real(time).compact() + ",\"agent\":" + JSONValue::quote(agent) +
         ",\"event\":" + JSONValue::quote(event) + ",\"payload\":" + payload.compact() + "}\n";
-    int fd = ::open(File::join(directory, "hook-debug.jsonl").c_str(),
-                    O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd < 0)
-        return;
-    (void)::write(fd, line.data(), line.size());
-    ::close(fd);
+    const std::string path = File::join(directory, "hook-debug.jsonl");
+    try {
+        const FileDescriptor file = FileDescriptor::open(path, O_WRONLY | O_CREAT | O_APPEND, 0600);
+        IO::writeAll(file.get(), line, path);
+    } catch (const SystemError&) {
+        // Left without its record.
+    }
 }
 
 std::string homeDirectory(const Environment& environment) {
@@ -127,8 +116,8 @@ bool DescriptorInput::isTerminal() const {
     return ::isatty(fd_) == 1;
 }
 
-ssize_t DescriptorInput::read(char* buffer, std::size_t size) {
-    return ::read(fd_, buffer, size);
+std::string DescriptorInput::readAll(std::size_t limit) {
+    return IO::readAll(fd_, limit, "standard input");
 }
 
 HookCommand::Exit HookCommand::run(const Context& context) {

@@ -25,8 +25,9 @@ public:
     virtual ~InputSource() = default;
     /// Whether the input is an interactive terminal (then nothing is read).
     [[nodiscard]] virtual bool isTerminal() const = 0;
-    /// Reads up to `size` bytes: 0 at the end, -1 with errno on error.
-    [[nodiscard]] virtual ssize_t read(char* buffer, std::size_t size) = 0;
+    /// Everything up to the end of the input, or its first `limit` bytes. Throws
+    /// SystemError when reading fails.
+    [[nodiscard]] virtual std::string readAll(std::size_t limit) = 0;
 };
 
 /// An open descriptor, normally standard input.
@@ -34,7 +35,7 @@ class DescriptorInput final : public InputSource {
 public:
     explicit DescriptorInput(int fd) : fd_(fd) {}
     [[nodiscard]] bool isTerminal() const override;
-    [[nodiscard]] ssize_t read(char* buffer, std::size_t size) override;
+    [[nodiscard]] std::string readAll(std::size_t limit) override;
 
 private:
     int fd_;

@@ -133,9 +133,9 @@ TEST_F(HookProgram, EveryApplicationFailureEndsInTheFailSafeAnswer) {
                                                       : FakeServer::After::close);
         else if (row.server == Server::otherSecret)
             app_.start(nullptr, std::string(64, '0'));
-        Socket::Descriptor refusing(row.server == Server::refusing
-                                        ? testing::openRaw(socket, testing::RawSocket::bound)
-                                        : -1);
+        const FileDescriptor refusing(row.server == Server::refusing
+                                          ? testing::openRaw(socket, testing::RawSocket::bound)
+                                          : -1);
         HookRequest request;
         request.agent = "cursor";
         request.event = event;

@@ -1,34 +1,36 @@
 #include "ProcessProbe.h"
 
+#include "foundation/FileDescriptor.h"
+#include "foundation/IO.h"
+#include "foundation/SystemError.h"
 #include "foundation/Text.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <string_view>
-#include <unistd.h>
 
 namespace tidewick {
 
 namespace {
 
-// Reads at most `capacity` bytes of a small /proc file into `buffer`.
-ssize_t readProcFile(const char* path, char* buffer, size_t capacity) {
-    int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return -1;
-    size_t filled = 0;
-    while (filled < capacity) {
-        ssize_t got = ::read(fd, buffer + filled, capacity - filled);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        filled += static_cast<size_t>(got);
+// At most `limit` bytes of a small /proc file; empty when it cannot be read (the
+// process may have ended meanwhile).
+std::string readProcFile(const std::string& path, size_t limit) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
+        return {};
+    try {
+        return IO::readAll(file.get(), limit, path);
+    } catch (const SystemError&) {
+        return {};
     }
-    ::close(fd);
-    return static_cast<ssize_t>(filled);
+}
+
+std::string procPath(std::int32_t pid, const char* file) {
+    std::string path = "/proc/";
+    path += std::to_string(pid);
+    path += '/';
+    path += file;
+    return path;
 }
 
 class LinuxProcessTable final : public ProcessTable {
@@ -36,13 +38,10 @@ public:
     std::optional<ProcessRecord> record(std::int32_t pid) const override {
         // "pid (name) state ppid ...": the name may hold spaces and parentheses,
         // so the fields after it are found from the last ')'.
-        char path[64];
-        std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
-        char buffer[512];
-        ssize_t length = readProcFile(path, buffer, sizeof buffer - 1);
-        if (length <= 0)
+        const std::string content = readProcFile(procPath(pid, "stat"), 511);
+        if (content.empty())
             return std::nullopt;
-        std::string_view stat(buffer, static_cast<size_t>(length));
+        std::string_view stat = content;
         size_t open = stat.find('(');
         size_t close = stat.rfind(')');
         if (open == std::string_view::npos || close == std::string_view::npos || close < open ||
@@ -59,14 +58,8 @@ public:
     }
 
     std::vector<std::string> commandLine(std::int32_t pid) const override {
-        char path[64];
-        std::snprintf(path, sizeof path, "/proc/%d/cmdline", static_cast<int>(pid));
-        std::string buffer(65536, '\0');
-        ssize_t length = readProcFile(path, buffer.data(), buffer.size());
+        const std::string buffer = readProcFile(procPath(pid, "cmdline"), 65536);
         std::vector<std::string> arguments;
-        if (length <= 0)
-            return arguments;
-        buffer.resize(static_cast<size_t>(length));
         size_t start = 0;
         while (start < buffer.size()) {
             size_t end = buffer.find('\0', start);

@@ -3,8 +3,8 @@
 // Nothing is ever written to standard error, and every failure ends in the
 // agent's fail-safe answer.
 #include "HookCommand.h"
+#include "foundation/IO.h"
 
-#include <cerrno>
 #include <unistd.h>
 
 extern char** environ;
@@ -12,16 +12,10 @@ extern char** environ;
 namespace {
 
 [[noreturn]] void finish(const tidewick::HookCommand::Exit& exit) {
-    const char* data = exit.text.data();
-    size_t left = exit.text.size();
-    while (left > 0) {
-        ssize_t written = ::write(STDOUT_FILENO, data, left);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            break;
-        data += written;
-        left -= static_cast<size_t>(written);
+    try {
+        tidewick::IO::writeAll(STDOUT_FILENO, exit.text, "standard output");
+    } catch (...) {
+        // An agent that stopped listening has nobody left to tell.
     }
     // Nothing is buffered and nothing needs tearing down: leave at once.
     ::_exit(exit.status);

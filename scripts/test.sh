@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets everything up and runs the whole test suite: every test under
 # AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests also
-# under ThreadSanitizer. Exits non-zero when any test fails.
+# under ThreadSanitizer, and a plain build and install without the presets.
+# Exits non-zero when any test fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -15,3 +16,6 @@ ctest --preset dev -j"$jobs"
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j"$jobs" --target foundationTests wireTests sessionsTests hookTests serviceTests controlTests uiTests
 ctest --preset tsan -j"$jobs"
+
+# What someone without the presets gets: a plain Release build and install.
+scripts/check-plain-build.sh

@@ -1,6 +1,8 @@
 #include "service/ActivityLog.h"
 
 #include "foundation/File.h"
+#include "foundation/FileDescriptor.h"
+#include "foundation/IO.h"
 #include "foundation/JSONCoding.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
@@ -10,7 +12,6 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace tidewick {
 
@@ -20,21 +21,6 @@ namespace {
 std::string cleaned(const std::string& text) {
     return Text::cut(UTF8::repaired(text), ActivityLog::textLimit, Text::ellipsis);
 }
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    [[nodiscard]] int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 } // namespace
 
@@ -70,20 +56,9 @@ void ActivityLog::append(const AgentEvent& event, Date time) {
             throw SystemError("rename", path_, errno);
     }
 
-    Descriptor file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-    if (file.get() < 0)
-        throw SystemError("open", path_, errno);
+    const FileDescriptor file = FileDescriptor::open(path_, O_WRONLY | O_CREAT | O_APPEND, 0600);
     // One write per line with O_APPEND: a line is never interleaved with another.
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        ssize_t written = ::write(file.get(), rest.data(), rest.size());
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            throw SystemError("write", path_, errno);
-        }
-        rest.remove_prefix(static_cast<std::size_t>(written));
-    }
+    IO::writeAll(file.get(), line, path_);
 }
 
 } // namespace tidewick

@@ -2,6 +2,8 @@
 
 #include "adapters/Adapters.h"
 #include "foundation/File.h"
+#include "foundation/FileDescriptor.h"
+#include "foundation/QueueScheduler.h"
 #include "foundation/SerialQueue.h"
 #include "foundation/SystemError.h"
 #include "service/AlertThrottle.h"
@@ -26,36 +28,16 @@ namespace {
 
 constexpr const char* workQueueLabel = "tidewick.service.work";
 
-// The debounced saver asks for a Scheduler; the service's saves run on its work queue.
-class WorkQueueScheduler final : public Scheduler {
-public:
-    explicit WorkQueueScheduler(SerialQueue& queue) : queue_(queue) {}
-
-    void schedule(double delaySeconds, Task task) override {
-        const double seconds = std::clamp(delaySeconds, 0.0, 365.0 * 24 * 3600);
-        queue_.asyncAfter(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                              std::chrono::duration<double>(seconds)),
-                          std::move(task));
-    }
-
-private:
-    SerialQueue& queue_;
-};
-
 // The single-instance lock: an exclusive flock on a file of the app folder. The kernel
 // drops it when the process dies, so a crash never leaves Tidewick locked out.
-int takeInstanceLock(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0)
-        throw SystemError("open", path, errno);
-    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-        const int error = errno;
-        ::close(fd);
-        if (error == EWOULDBLOCK)
+FileDescriptor takeInstanceLock(const std::string& path) {
+    FileDescriptor lock = FileDescriptor::open(path, O_RDWR | O_CREAT, 0600);
+    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK)
             throw TidewickService::AlreadyRunning(TidewickService::alreadyRunningSentence);
-        throw SystemError("flock", path, error);
+        throw SystemError("flock", path, errno);
     }
-    return fd;
+    return lock;
 }
 
 SessionKey keyOf(const AgentEvent& event) {
@@ -190,7 +172,8 @@ struct TidewickService::State {
     Options options;
     // Every change to the store and every save runs on this one queue, in order.
     std::unique_ptr<SerialQueue> work;
-    WorkQueueScheduler scheduler;
+    // The debounced saves run on the work queue too.
+    QueueScheduler scheduler;
     SessionStore store;
     DecisionBroker broker;
     SettingsFile settingsFile;
@@ -215,7 +198,7 @@ struct TidewickService::State {
     bool closed = false;
     int inFlight = 0;
 
-    int instanceLock = -1;
+    FileDescriptor instanceLock;
     std::string secret;
     std::string serverSecret;
     // Last, so that tearing down waits for the connection threads first.
@@ -249,36 +232,31 @@ void TidewickService::start() {
     paths_.ensureDirectories();
     // Taken before the hook server replaces the socket file: a second instance must fail
     // here rather than steal the socket from the running one.
-    const int lockFd = takeInstanceLock(instanceLockPath());
-    try {
-        s.secret = paths_.loadOrCreateSecret();
-        // Read now so that a malformed file is reported at start-up, not at the first event.
-        (void)s.settingsFile.current();
-        std::vector<Session> saved = s.persistence.load();
-        s.work->sync([&] {
-            s.store.restore(std::move(saved));
-            (void)s.store.prune();
-        });
-        if (!s.server || s.serverSecret != s.secret) {
-            s.server.reset();
-            s.server = std::make_unique<HookServer>(
-                paths_.socketPath(), s.secret,
-                [this](const HookRequest& request, const ClientProbe& probe) {
-                    return handle(request, probe);
-                });
-            s.serverSecret = s.secret;
-        }
-        {
-            std::lock_guard guard(s.lock);
-            s.closed = false;
-        }
-        s.server->start();
-    } catch (...) {
-        ::close(lockFd);
-        throw;
+    FileDescriptor instanceLock = takeInstanceLock(instanceLockPath());
+    s.secret = paths_.loadOrCreateSecret();
+    // Read now so that a malformed file is reported at start-up, not at the first event.
+    (void)s.settingsFile.current();
+    std::vector<Session> saved = s.persistence.load();
+    s.work->sync([&] {
+        s.store.restore(std::move(saved));
+        (void)s.store.prune();
+    });
+    if (!s.server || s.serverSecret != s.secret) {
+        s.server.reset();
+        s.server = std::make_unique<HookServer>(
+            paths_.socketPath(), s.secret,
+            [this](const HookRequest& request, const ClientProbe& probe) {
+                return handle(request, probe);
+            });
+        s.serverSecret = s.secret;
     }
+    {
+        std::lock_guard guard(s.lock);
+        s.closed = false;
+    }
+    s.server->start();
     std::lock_guard guard(s.lock);
-    s.instanceLock = lockFd;
+    s.instanceLock = std::move(instanceLock);
     s.running = true;
 }
 
@@ -293,8 +271,7 @@ void TidewickService::stop() {
     // On the work queue like every save, after the changes already queued.
     s.work->sync([&s] { s.saver.flush(); });
     std::lock_guard guard(s.lock);
-    ::close(s.instanceLock);
-    s.instanceLock = -1;
+    s.instanceLock.reset();
     s.running = false;
 }
 

@@ -69,8 +69,8 @@ DesktopNotifier::DesktopNotifier(std::optional<std::string> address, ActionHandl
         sd_bus_flush_close_unref(bus);
         return;
     }
-    wakeFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeFd_ < 0) {
+    wakeFd_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!wakeFd_) {
         sd_bus_flush_close_unref(bus);
         return;
     }
@@ -88,7 +88,6 @@ DesktopNotifier::~DesktopNotifier() {
     wake();
     thread_.join();
     sd_bus_flush_close_unref(bus_);
-    ::close(wakeFd_);
 }
 
 void DesktopNotifier::notify(Notification notification) {
@@ -114,7 +113,7 @@ void DesktopNotifier::withdraw(const UUID& requestId) {
 void DesktopNotifier::wake() {
     const std::uint64_t one = 1;
     // A full counter still wakes the thread, so a failed write loses nothing.
-    (void)!::write(wakeFd_, &one, sizeof one);
+    (void)!::write(wakeFd_.get(), &one, sizeof one);
 }
 
 void DesktopNotifier::run() {
@@ -154,7 +153,7 @@ void DesktopNotifier::run() {
             if (processed <= 0)
                 break;
         }
-        pollfd fds[2] = {{wakeFd_, POLLIN, 0}, {-1, 0, 0}};
+        pollfd fds[2] = {{wakeFd_.get(), POLLIN, 0}, {-1, 0, 0}};
         int timeout = -1;
         if (connected) {
             fds[1].fd = sd_bus_get_fd(bus_);
@@ -165,7 +164,7 @@ void DesktopNotifier::run() {
             return;
         if (fds[0].revents & POLLIN) {
             std::uint64_t count = 0;
-            (void)!::read(wakeFd_, &count, sizeof count);
+            (void)!::read(wakeFd_.get(), &count, sizeof count);
         }
     }
 }

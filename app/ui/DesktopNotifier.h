@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Alerts.h"
+#include "foundation/FileDescriptor.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -68,7 +69,7 @@ private:
 
     ActionHandler handler_;
     sd_bus* bus_ = nullptr;
-    int wakeFd_ = -1;
+    FileDescriptor wakeFd_;
 
     std::mutex lock_;
     std::vector<Command> queue_;

@@ -4,6 +4,7 @@
 #include "DesktopNotifier.h"
 #include "Layout.h"
 #include "ScreenController.h"
+#include "foundation/FileDescriptor.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -38,14 +39,13 @@ constexpr Milliseconds minimumRedrawInterval{40};
 class Mailbox {
 public:
     Mailbox() : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-        if (fd_ < 0)
+        if (!fd_)
             throw std::runtime_error(
                 std::string("Tidewick couldn't start its interface: eventfd: ") +
                 std::strerror(errno));
     }
-    ~Mailbox() { ::close(fd_); }
 
-    int fd() const { return fd_; }
+    int fd() const { return fd_.get(); }
 
     void markChanged() {
         std::lock_guard guard(lock_);
@@ -80,7 +80,7 @@ public:
     };
     Contents take() {
         std::uint64_t count = 0;
-        (void)!::read(fd_, &count, sizeof count);
+        (void)!::read(fd_.get(), &count, sizeof count);
         std::lock_guard guard(lock_);
         Contents contents{changed_, std::move(alerts_), std::move(messages_)};
         changed_ = false;
@@ -92,10 +92,10 @@ public:
 private:
     void ring() {
         const std::uint64_t one = 1;
-        (void)!::write(fd_, &one, sizeof one);
+        (void)!::write(fd_.get(), &one, sizeof one);
     }
 
-    int fd_;
+    const FileDescriptor fd_;
     std::mutex lock_;
     bool closed_ = false;
     bool changed_ = true;
@@ -271,14 +271,14 @@ void answerFromNotification(TidewickService& service, const DesktopNotifier::Act
     }
 }
 
-int signalDescriptor(const std::vector<int>& signals) {
+FileDescriptor signalDescriptor(const std::vector<int>& signals) {
     sigset_t set;
     sigemptyset(&set);
     for (int signal : signals)
         sigaddset(&set, signal);
     // Already blocked process-wide by the caller; blocking here too keeps this thread safe.
     (void)::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    return ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    return FileDescriptor(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 Milliseconds untilNextSecond(Date now) {
@@ -316,14 +316,8 @@ int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
         }
     } cleanup{service, *mailbox};
 
-    const int signals = signalDescriptor(options.stopSignals);
-    struct CloseSignals {
-        int fd;
-        ~CloseSignals() {
-            if (fd >= 0)
-                ::close(fd);
-        }
-    } closeSignals{signals};
+    const FileDescriptor signalsFile = signalDescriptor(options.stopSignals);
+    const int signals = signalsFile.get();
 
     ScreenController controller(service);
     DesktopNotifier notifier(options.busAddress,

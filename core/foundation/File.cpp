@@ -1,11 +1,15 @@
 #include "foundation/File.h"
 
+#include "foundation/IO.h"
 #include "foundation/SystemError.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <random>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,48 +30,36 @@ std::string temporarySibling(const std::string& path) {
 
 AtomicFile::AtomicFile(std::string path, mode_t mode) : path_(std::move(path)) {
     tempPath_ = temporarySibling(path_);
-    fd_ = ::open(tempPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd_ < 0)
-        throw SystemError("open", tempPath_, errno);
+    file_ = FileDescriptor::open(tempPath_, O_WRONLY | O_CREAT | O_EXCL, mode);
     // The umask may have narrowed the mode; the caller asked for exactly this one.
-    if (::fchmod(fd_, mode) != 0) {
+    if (::fchmod(file_.get(), mode) != 0) {
         int error = errno;
-        ::close(fd_);
+        file_.reset();
         ::unlink(tempPath_.c_str());
-        fd_ = -1;
         throw SystemError("fchmod", tempPath_, error);
     }
 }
 
 AtomicFile::~AtomicFile() {
-    if (fd_ >= 0) {
-        ::close(fd_);
+    if (file_) {
+        file_.reset();
         ::unlink(tempPath_.c_str());
     }
 }
 
 void AtomicFile::write(std::string_view data) {
-    while (!data.empty()) {
-        ssize_t written = ::write(fd_, data.data(), data.size());
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            throw SystemError("write", tempPath_, errno);
-        }
-        data.remove_prefix(static_cast<size_t>(written));
-    }
+    IO::writeAll(file_.get(), data, tempPath_);
 }
 
 void AtomicFile::commit() {
-    if (::fsync(fd_) != 0)
+    if (::fsync(file_.get()) != 0)
         throw SystemError("fsync", tempPath_, errno);
-    if (::close(fd_) != 0) {
-        fd_ = -1;
-        int error = errno;
+    try {
+        file_.close(tempPath_);
+    } catch (const SystemError&) {
         ::unlink(tempPath_.c_str());
-        throw SystemError("close", tempPath_, error);
+        throw;
     }
-    fd_ = -1;
     if (::rename(tempPath_.c_str(), path_.c_str()) != 0) {
         int error = errno;
         ::unlink(tempPath_.c_str());
@@ -78,34 +70,8 @@ void AtomicFile::commit() {
 namespace File {
 
 std::string read(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        throw SystemError("open", path, errno);
-    struct stat info {};
-    size_t expected =
-        ::fstat(fd, &info) == 0 && info.st_size > 0 ? static_cast<size_t>(info.st_size) : 0;
-    // Read straight into the result; the size from fstat is only a hint (the file may
-    // grow, and some files report 0), so keep going until read() says the end.
-    std::string data(expected + 1, '\0');
-    size_t used = 0;
-    for (;;) {
-        if (used == data.size())
-            data.resize(std::max<size_t>(data.size() * 2, 65536));
-        ssize_t got = ::read(fd, data.data() + used, data.size() - used);
-        if (got < 0) {
-            if (errno == EINTR)
-                continue;
-            int error = errno;
-            ::close(fd);
-            throw SystemError("read", path, error);
-        }
-        if (got == 0)
-            break;
-        used += static_cast<size_t>(got);
-    }
-    ::close(fd);
-    data.resize(used);
-    return data;
+    const FileDescriptor file = FileDescriptor::open(path, O_RDONLY);
+    return IO::readAll(file.get(), IO::noLimit, path);
 }
 
 void writeAtomically(const std::string& path, std::string_view data, mode_t mode) {
@@ -166,6 +132,46 @@ std::string join(const std::string& directory, std::string_view name) {
         out.push_back('/');
     out += name;
     return out;
+}
+
+std::vector<std::string> listFolder(const std::string& directory) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(directory.c_str()), ::closedir);
+    if (!folder)
+        throw SystemError("opendir", directory, errno);
+    std::vector<std::string> names;
+    while (const dirent* entry = ::readdir(folder.get())) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+    return names;
+}
+
+std::optional<std::string> linkTarget(const std::string& path) {
+    char target[PATH_MAX];
+    const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+    if (length < 0 || static_cast<std::size_t>(length) == sizeof target)
+        return std::nullopt;
+    return std::string(target, static_cast<std::size_t>(length));
+}
+
+std::string resolveLinks(const std::string& path) {
+    std::string current = path;
+    // Follow the last component by hand so a dangling link still names the
+    // file it would create; give up on loops like the kernel does.
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat info {};
+        if (::lstat(current.c_str(), &info) != 0 || !S_ISLNK(info.st_mode))
+            break;
+        const std::optional<std::string> next = linkTarget(current);
+        if (!next)
+            break;
+        current = next->starts_with('/') ? *next : join(parent(current), *next);
+    }
+    // Links among the folders matter too: a rename must land beside the real file.
+    const std::unique_ptr<char, void (*)(void*)> folder(::realpath(parent(current).c_str(), nullptr),
+                                                        std::free);
+    return folder ? join(folder.get(), lastComponent(current)) : current;
 }
 
 } // namespace File

@@ -1,10 +1,15 @@
 // Small file-system helpers shared by every module that keeps a file:
-// whole-file reads, atomic replacement and owner-only directories.
+// whole-file reads, atomic replacement, owner-only directories, folder
+// listings and symbolic links.
 #pragma once
 
+#include "foundation/FileDescriptor.h"
+
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 namespace tidewick {
 
@@ -28,7 +33,7 @@ public:
 private:
     std::string path_;
     std::string tempPath_;
-    int fd_ = -1;
+    FileDescriptor file_;
 };
 
 namespace File {
@@ -58,6 +63,20 @@ void makeDirectories(const std::string& path, mode_t mode);
 
 /// `directory` joined with `name` by one slash.
 [[nodiscard]] std::string join(const std::string& directory, std::string_view name);
+
+/// The names of the entries of `directory`, "." and ".." left out, in no particular
+/// order. Throws SystemError ("opendir(/path): No such file or directory").
+[[nodiscard]] std::vector<std::string> listFolder(const std::string& directory);
+
+/// What the symbolic link at `path` points to, as written in the link; nothing when
+/// `path` is not a link or cannot be read.
+[[nodiscard]] std::optional<std::string> linkTarget(const std::string& path);
+
+/// The file `path` refers to once every symbolic link in it is followed, the folders'
+/// and the file's own. A path that does not exist, or a link that dangles, resolves as
+/// far as it can: it still names the file a write through it would create. Never throws
+/// for what it cannot follow.
+[[nodiscard]] std::string resolveLinks(const std::string& path);
 
 } // namespace File
 } // namespace tidewick

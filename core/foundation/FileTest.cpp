@@ -3,23 +3,18 @@
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
 
-#include <dirent.h>
+#include <algorithm>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tidewick {
 namespace {
 
 class FileTest : public ::testing::Test {
 protected:
-    int entryCount() const {
-        int count = 0;
-        DIR* d = opendir(dir_.c_str());
-        while (dirent* e = readdir(d))
-            count += e->d_name[0] != '.';
-        closedir(d);
-        return count;
-    }
+    int entryCount() const { return static_cast<int>(File::listFolder(dir_).size()); }
     static mode_t modeOf(const std::string& path) {
         struct stat info {};
         EXPECT_EQ(stat(path.c_str(), &info), 0);
@@ -75,6 +70,39 @@ TEST_F(FileTest, MakeDirectoriesCreatesOwnerOnlyParents) {
     EXPECT_EQ(File::parent("/a/b/c"), "/a/b");
     EXPECT_EQ(File::parent("/a"), "/");
     EXPECT_EQ(File::lastComponent("/a/b/settings.json"), "settings.json");
+}
+
+TEST_F(FileTest, ListsAFolderAndFollowsEveryLink) {
+    File::makeDirectories(File::join(dir_, "real/sub"), 0700);
+    File::writeAtomically(File::join(dir_, "real/sub/file"), "x", 0600);
+    ASSERT_EQ(::symlink("real/sub", File::join(dir_, "folderLink").c_str()), 0);
+    ASSERT_EQ(::symlink("sub/file", File::join(dir_, "real/fileLink").c_str()), 0);
+    ASSERT_EQ(::symlink("fileLink", File::join(dir_, "real/chain").c_str()), 0);
+    ASSERT_EQ(::symlink(File::join(dir_, "real/new").c_str(), File::join(dir_, "dangling").c_str()),
+              0);
+    ASSERT_EQ(::symlink("loop", File::join(dir_, "loop").c_str()), 0);
+
+    std::vector<std::string> names = File::listFolder(dir_);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"dangling", "folderLink", "loop", "real"}));
+    EXPECT_THROW((void)File::listFolder(File::join(dir_, "missing")), SystemError);
+    EXPECT_EQ(File::linkTarget(File::join(dir_, "folderLink")), "real/sub");
+    EXPECT_EQ(File::linkTarget(File::join(dir_, "real")), std::nullopt) << "not a link";
+
+    char* resolvedDirectory = ::realpath(dir_.c_str(), nullptr);
+    const std::string real = resolvedDirectory;
+    std::free(resolvedDirectory);
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"folderLink/file", "real/sub/file"},   // a link among the folders
+        {"real/chain", "real/sub/file"},         // a link to a link, relative to its own folder
+        {"dangling", "real/new"},                // names the file a write would create
+        {"folderLink/missing", "real/sub/missing"},
+        {"loop", "loop"},                        // given up on, like the kernel does
+    };
+    for (const auto& [path, expected] : rows) {
+        SCOPED_TRACE(path);
+        EXPECT_EQ(File::resolveLinks(File::join(dir_, path)), File::join(real, expected));
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "foundation/File.h"
 #include "foundation/Hex.h"
+#include "foundation/IO.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "foundation/UTF8.h"
@@ -187,25 +188,16 @@ std::string TidewickPaths::readSecret() const {
 }
 
 std::optional<std::string> TidewickPaths::secretIfReadable() const {
-    int fd = ::open(secretFile().c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
+    // Opened without File::read so that the usual failure, no secret yet, throws nothing.
+    const std::string path = secretFile();
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
         return std::nullopt;
-    std::string content;
-    char buffer[4096];
-    for (;;) {
-        ssize_t got = ::read(fd, buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0) {
-            ::close(fd);
-            return std::nullopt;
-        }
-        if (got == 0)
-            break;
-        content.append(buffer, static_cast<size_t>(got));
+    try {
+        return usableSecretIn(IO::readAll(file.get(), IO::noLimit, path));
+    } catch (const SystemError&) {
+        return std::nullopt;
     }
-    ::close(fd);
-    return usableSecretIn(content);
 }
 
 } // namespace tidewick

@@ -10,11 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <ctime>
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,19 +33,13 @@ std::string backupStamp(Date date) {
     return text;
 }
 
-std::vector<std::string> listNames(const std::string& directory) {
-    std::vector<std::string> names;
-    DIR* dir = ::opendir(directory.c_str());
-    if (!dir)
-        throw SystemError("opendir", directory, errno);
-    while (const dirent* entry = ::readdir(dir)) {
-        std::string name = entry->d_name;
-        // Skip dot entries and the temporaries of writes still under way.
-        if (name.empty() || name[0] == '.' || name.find(".tmp-") != std::string::npos)
-            continue;
-        names.push_back(std::move(name));
-    }
-    ::closedir(dir);
+// The backups in `directory`: dot entries and the temporaries of writes still under way
+// are not backups.
+std::vector<std::string> backupNames(const std::string& directory) {
+    std::vector<std::string> names = File::listFolder(directory);
+    std::erase_if(names, [](const std::string& name) {
+        return name.empty() || name[0] == '.' || name.find(".tmp-") != std::string::npos;
+    });
     return names;
 }
 
@@ -60,30 +50,6 @@ std::set<std::string> minus(const std::set<std::string>& a, const std::set<std::
 }
 
 } // namespace
-
-std::string resolvedPath(const std::string& path) {
-    std::string current = path;
-    // Follow the last component by hand so a dangling link still names the
-    // file it would create; give up on loops like the kernel does.
-    for (int hops = 0; hops < 40; ++hops) {
-        struct stat info {};
-        if (::lstat(current.c_str(), &info) != 0 || !S_ISLNK(info.st_mode))
-            break;
-        char target[PATH_MAX];
-        ssize_t length = ::readlink(current.c_str(), target, sizeof target - 1);
-        if (length < 0)
-            break;
-        std::string next(target, static_cast<size_t>(length));
-        current = next.starts_with('/') ? next : File::join(File::parent(current), next);
-    }
-    // Links among the folders matter too: the atomic rename must land beside the real file.
-    if (char* folder = ::realpath(File::parent(current).c_str(), nullptr)) {
-        std::string resolved = File::join(folder, File::lastComponent(current));
-        std::free(folder);
-        return resolved;
-    }
-    return current;
-}
 
 ConnectionManager::ConnectionManager(TidewickPaths paths, std::string home,
                                      std::shared_ptr<const AgentDetector> detector,
@@ -103,7 +69,7 @@ std::string ConnectionManager::hookCommand(AgentKind agent, const std::string& e
 
 ConnectionManager::Reading ConnectionManager::readDocument(const std::string& path) const {
     Reading reading;
-    const std::string real = resolvedPath(path);
+    const std::string real = File::resolveLinks(path);
     try {
         reading.text = File::read(real);
     } catch (const SystemError& error) {
@@ -269,7 +235,7 @@ ConfigChange ConnectionManager::disconnect(AgentKind agent) {
         if (change.fileExisted)
             change.backup = backUp(agent, change.path, change.before);
         if (change.deletesFile) {
-            const std::string real = resolvedPath(change.path);
+            const std::string real = File::resolveLinks(change.path);
             if (::unlink(real.c_str()) != 0 && errno != ENOENT)
                 throw ConnectionError::writeFailed(real,
                                                    SystemError("unlink", real, errno).reason());
@@ -322,7 +288,7 @@ std::string ConnectionManager::backUp(AgentKind agent, const std::string& path,
         for (int n = 1; File::exists(target); ++n)
             target = File::join(directory, stamp + "." + std::to_string(n) + suffix);
         File::writeAtomically(target, text, 0600);
-        std::vector<std::string> names = listNames(directory);
+        std::vector<std::string> names = backupNames(directory);
         std::sort(names.begin(), names.end());
         for (size_t i = 0; i + maxBackups < names.size(); ++i) {
             std::string old = File::join(directory, names[i]);
@@ -336,7 +302,7 @@ std::string ConnectionManager::backUp(AgentKind agent, const std::string& path,
 }
 
 void ConnectionManager::write(const std::string& path, const std::string& text) const {
-    const std::string real = resolvedPath(path);
+    const std::string real = File::resolveLinks(path);
     try {
         struct stat info {};
         const bool existed = ::stat(real.c_str(), &info) == 0;

@@ -124,8 +124,4 @@ void writeJSON(JSONWriter& out, const ConnectionManager::Record& record);
 /// created, gating off).
 [[nodiscard]] bool readJSON(JSONReader& in, ConnectionManager::Record& out);
 
-/// The file `path` refers to once every symbolic link in it is followed. A
-/// path that does not exist (or dangles) resolves as far as it can.
-[[nodiscard]] std::string resolvedPath(const std::string& path);
-
 } // namespace tidewick

@@ -2,7 +2,7 @@
 // change of the burst.
 #pragma once
 
-#include "sessions/Scheduler.h"
+#include "foundation/Scheduler.h"
 
 #include <functional>
 #include <memory>

@@ -1,5 +1,7 @@
 #include "sessions/DebouncedSaver.h"
 
+#include "testing/ManualScheduler.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>

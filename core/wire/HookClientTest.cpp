@@ -49,11 +49,10 @@ TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
         [&] { EXPECT_EQ(failureOf(path, 0.4, 0.3, large), Kind::notRunning); });
     EXPECT_LT(taken, 2.0);
     // Fill the backlog of a listener that never accepts.
-    std::vector<int> queued;
+    std::vector<FileDescriptor> queued;
     for (int i = 0; i < 64; ++i) {
-        int fd = Socket::openStream();
+        const int fd = queued.emplace_back(Socket::openStream()).get();
         ::fcntl(fd, F_SETFL, O_NONBLOCK);
-        queued.push_back(fd);
         auto address = Wire::makeAddress(path);
         if (::connect(fd, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
             ASSERT_EQ(errno, EAGAIN);
@@ -63,8 +62,7 @@ TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
     taken = testing::secondsTaken([&] { EXPECT_EQ(failureOf(path, 0.15), Kind::notRunning); });
     EXPECT_GE(taken, 0.15) << "a full backlog is waited out until the connect deadline";
     EXPECT_LT(taken, 1.0);
-    for (int fd : queued)
-        ::close(fd);
+    queued.clear();
     ::close(listener);
 }
 

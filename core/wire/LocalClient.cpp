@@ -50,8 +50,8 @@ void limitSending(int fd, double seconds) {
 LocalClient::Result LocalClient::exchange(const std::string& socketPath, std::string_view line,
                                           double connectTimeout, double responseTimeout) {
     const Result notConnected{std::nullopt, Failure::notConnected};
-    Socket::Descriptor socket(Socket::openStream());
-    if (socket.get() < 0)
+    const FileDescriptor socket = Socket::openStream();
+    if (!socket)
         return notConnected;
     auto address = Wire::makeAddress(socketPath);
     if (!address || !connectWithin(socket.get(), *address, connectTimeout))

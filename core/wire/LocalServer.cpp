@@ -34,10 +34,10 @@ struct LocalServer::Connections {
 
     // Closed under the lock so that a concurrent wakeUpAllAndWait() never
     // touches a descriptor number that has already been reused.
-    void release(int fd) {
+    void release(FileDescriptor connection) {
         std::lock_guard guard(mutex);
-        ::close(fd);
-        open.erase(fd);
+        open.erase(connection.get());
+        connection.reset();
         finished.notify_all();
     }
 
@@ -75,7 +75,7 @@ void LocalServer::serve(const Connections& connections, int fd) {
 void LocalServer::acceptLoop(std::shared_ptr<Connections> connections, int listener) {
     nameThread(connections->options.threadName);
     for (;;) {
-        int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
@@ -90,16 +90,17 @@ void LocalServer::acceptLoop(std::shared_ptr<Connections> connections, int liste
         connections->admit(fd);
         try {
             std::thread([connections, fd] {
+                FileDescriptor connection(fd);
                 nameThread(connections->options.connectionThreadName);
                 try {
                     serve(*connections, fd);
                 } catch (...) {
                     // A failing handler costs only its own connection.
                 }
-                connections->release(fd);
+                connections->release(std::move(connection));
             }).detach();
         } catch (const std::system_error&) {
-            connections->release(fd);
+            connections->release(FileDescriptor(fd));
         }
     }
 }
@@ -122,11 +123,11 @@ void LocalServer::start() {
     if (running_)
         return;
     Socket::ignoreBrokenPipes();
-    int fd = Socket::openStream();
-    if (fd < 0)
+    FileDescriptor listener = Socket::openStream();
+    if (!listener)
         throw SystemError("socket", socketPath_, errno ? errno : EIO);
+    const int fd = listener.get();
     auto fail = [&](const char* call, int error, bool removeFile) {
-        ::close(fd);
         if (removeFile)
             ::unlink(socketPath_.c_str());
         throw SystemError(call, socketPath_, error ? error : EIO);
@@ -149,7 +150,7 @@ void LocalServer::start() {
     } catch (const std::system_error& error) {
         fail("pthread_create", error.code().value(), true);
     }
-    listener_ = fd;
+    listener_ = std::move(listener);
     running_ = true;
 }
 
@@ -161,12 +162,11 @@ void LocalServer::stop() {
     // Shutting the listener down makes the blocked accept() fail, which ends
     // the accept thread; closing comes after the join so the number cannot be
     // reused under it.
-    ::shutdown(listener_, SHUT_RDWR);
+    ::shutdown(listener_.get(), SHUT_RDWR);
     if (acceptThread_.joinable())
         acceptThread_.join();
-    ::close(listener_);
+    listener_.reset();
     ::unlink(socketPath_.c_str());
-    listener_ = -1;
 }
 
 bool LocalServer::isRunning() const {

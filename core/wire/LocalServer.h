@@ -4,6 +4,7 @@
 // The hook socket and the control socket are both built on it.
 #pragma once
 
+#include "foundation/FileDescriptor.h"
 #include "wire/ClientProbe.h"
 
 #include <functional>
@@ -70,7 +71,7 @@ private:
     std::string socketPath_;
     std::shared_ptr<Connections> connections_;
     mutable std::mutex lock_; // Guards listener_, running_ and acceptThread_.
-    int listener_ = -1;
+    FileDescriptor listener_;
     bool running_ = false;
     std::thread acceptThread_;
 };

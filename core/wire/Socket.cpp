@@ -2,12 +2,11 @@
 
 #include <csignal>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace tidewick::Socket {
 
-int openStream() {
-    return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+FileDescriptor openStream() {
+    return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
 }
 
 std::optional<uid_t> peerUserId(int fd) {
@@ -20,17 +19,8 @@ std::optional<uid_t> peerUserId(int fd) {
     return credentials.uid;
 }
 
-ssize_t sendWithoutSignal(int fd, const void* data, std::size_t size) {
-    return ::send(fd, data, size, MSG_NOSIGNAL);
-}
-
 void ignoreBrokenPipes() {
     std::signal(SIGPIPE, SIG_IGN);
-}
-
-Descriptor::~Descriptor() {
-    if (fd_ >= 0)
-        ::close(fd_);
 }
 
 } // namespace tidewick::Socket

@@ -1,8 +1,9 @@
 #include "wire/Wire.h"
 
+#include "foundation/IO.h"
 #include "foundation/JSONCoding.h"
+#include "foundation/SystemError.h"
 #include "foundation/UTF8.h"
-#include "wire/Socket.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -185,16 +186,12 @@ std::optional<std::string> readLine(int fd, double timeoutSeconds) {
 }
 
 bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t written = Socket::sendWithoutSignal(fd, bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        bytes.remove_prefix(static_cast<size_t>(written));
+    try {
+        IO::sendAll(fd, bytes, "socket");
+        return true;
+    } catch (const SystemError&) {
+        return false;
     }
-    return true;
 }
 
 bool secretsMatch(std::string_view expected, std::string_view received) {

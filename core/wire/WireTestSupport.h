@@ -24,10 +24,11 @@ enum class RawSocket { connected, bound, listening };
 /// A stream socket at `path`, connected to it or bound there (and listening),
 /// replacing any file there; -1 on failure.
 inline int openRaw(const std::string& path, RawSocket kind, int backlog = 8) {
-    int fd = Socket::openStream();
+    FileDescriptor socket = Socket::openStream();
     auto address = Wire::makeAddress(path);
-    if (fd < 0 || !address)
+    if (!socket || !address)
         return -1;
+    const int fd = socket.get();
     const auto* raw = reinterpret_cast<const sockaddr*>(&*address);
     if (kind != RawSocket::connected)
         ::unlink(path.c_str());
@@ -35,20 +36,16 @@ inline int openRaw(const std::string& path, RawSocket kind, int backlog = 8) {
                   ? ::connect(fd, raw, sizeof *address) == 0
                   : ::bind(fd, raw, sizeof *address) == 0 &&
                         (kind == RawSocket::bound || ::listen(fd, backlog) == 0);
-    if (!ok)
-        ::close(fd);
-    return ok ? fd : -1;
+    return ok ? socket.release() : -1;
 }
 
 /// Sends `line` on a new connection and returns everything the server sent
 /// before closing (empty when it closed without a word); nothing when the
 /// connection failed or the server neither answered nor closed in 5 s.
 inline std::optional<std::string> exchangeRaw(const std::string& path, const std::string& line) {
-    int fd = openRaw(path, RawSocket::connected);
-    if (fd < 0)
-        return std::nullopt;
-    Socket::Descriptor guard(fd);
-    if (!Wire::writeAll(fd, line))
+    const FileDescriptor socket(openRaw(path, RawSocket::connected));
+    const int fd = socket.get();
+    if (!socket || !Wire::writeAll(fd, line))
         return std::nullopt;
     std::string received;
     char buffer[4096];
