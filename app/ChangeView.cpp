@@ -82,6 +82,14 @@ std::string describeChange(const ConfigChange& change, const Terminal& terminal)
         out += "Adds hooks for: " + joined(change.agent, change.addedEvents) + "\n";
     if (!change.removedEvents.empty())
         out += "Removes hooks for: " + joined(change.agent, change.removedEvents) + "\n";
+    if (!change.movedApprovedHooks.empty()) {
+        out += terminal.paint(Colour::yellow,
+                              "These hooks of yours move, so Codex will ask you to approve them "
+                              "again (type /hooks in Codex):") +
+               "\n";
+        for (const std::string& hook : change.movedApprovedHooks)
+            out += "  " + hook + "\n";
+    }
     return out;
 }
 

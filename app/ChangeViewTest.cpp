@@ -52,6 +52,15 @@ TEST(ChangeView, PreviewIsACondensedDiffColouredOnlyWhenAsked) {
     EXPECT_EQ(text.find("+ "), std::string::npos);
     EXPECT_NE(text.find("Removes hooks for: Stop\n"), std::string::npos);
 
+    // Codex approves hooks by their place: the user's approved hooks that move are named.
+    deletion.agent = AgentKind::codex;
+    deletion.movedApprovedHooks = {"Stop: notify-send done"};
+    text = describeChange(deletion, plain);
+    EXPECT_NE(text.find("These hooks of yours move, so Codex will ask you to approve them again "
+                        "(type /hooks in Codex):\n  Stop: notify-send done\n"),
+              std::string::npos)
+        << text;
+
     // Colour only on a terminal, and never when NO_COLOR is set at all.
     EXPECT_EQ(Terminal::colourFor(true, nullptr), ColourMode::on);
     EXPECT_EQ(Terminal::colourFor(false, nullptr), ColourMode::off);

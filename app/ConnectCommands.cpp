@@ -60,8 +60,8 @@ void runConnect(AppContext& context, const ConnectOptions& options) {
     ConfigChange change = connections.connect(agent, gate);
     reportDone(terminal, "Connected", agent);
     reportBackup(terminal, change);
-    if (agent == AgentKind::codex)
-        terminal.out() << "Note: " << ConnectionManager::codexApprovalNote << "\n";
+    for (const std::string& note : connections.status(agent, gate).notes)
+        terminal.out() << "Note: " << note << "\n";
 }
 
 void runDisconnect(AppContext& context, const ConnectOptions& options) {

@@ -30,6 +30,9 @@ struct ConfigChange {
     std::set<std::string> removedEvents;
     /// Where the old text was backed up, once it has been.
     std::optional<std::string> backup;
+    /// Hooks of the user's that the agent approved where they stand and that the change
+    /// moves, as "Event: command": the agent will ask to approve them again (Codex).
+    std::vector<std::string> movedApprovedHooks;
     /// Set on a removal that will delete the file, because Tidewick created it
     /// and nothing but its own scaffolding would be left.
     bool deletesFile = false;

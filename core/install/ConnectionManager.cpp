@@ -3,6 +3,7 @@
 #include "foundation/File.h"
 #include "foundation/JSONCoding.h"
 #include "foundation/SystemError.h"
+#include "install/CodexTrust.h"
 #include "install/ConnectionError.h"
 #include "install/HookCatalog.h"
 #include "install/LineDiff.h"
@@ -107,16 +108,40 @@ ConfigChange ConnectionManager::makeChange(AgentKind agent, const std::string& p
     std::set<std::string> now = editor.installedEvents(after);
     change.addedEvents = minus(now, old);
     change.removedEvents = minus(old, now);
+    if (agent == AgentKind::codex && reading.document)
+        change.movedApprovedHooks = CodexTrust::movedApprovedHooks(
+            *reading.document, after, codexHooksKeyPath(), codexApprovals());
     return change;
 }
 
-std::optional<std::string> ConnectionManager::codexHooksDisabledReason() const {
-    std::string text;
+std::string ConnectionManager::codexConfigText() const {
     try {
-        text = File::read(File::join(home_, ".codex/config.toml"));
+        return File::read(File::join(home_, ".codex/config.toml"));
     } catch (const SystemError&) {
-        return std::nullopt;
+        return {};
     }
+}
+
+std::map<std::string, std::string> ConnectionManager::codexApprovals() const {
+    return CodexTrust::approvals(codexConfigText());
+}
+
+std::string ConnectionManager::codexHooksKeyPath() const {
+    // Codex follows the links of its folder, not of the file itself.
+    return File::join(File::resolveLinks(File::join(home_, ".codex")), "hooks.json");
+}
+
+bool ConnectionManager::codexApprovedOurHooks(const JSONValue& document) const {
+    const auto approved = codexApprovals();
+    const std::string keyPath = codexHooksKeyPath();
+    const std::vector<CodexTrust::Hook> all = CodexTrust::hooks(document);
+    return std::all_of(all.begin(), all.end(), [&](const CodexTrust::Hook& hook) {
+        return !hook.ours || CodexTrust::isApproved(hook, keyPath, approved);
+    });
+}
+
+std::optional<std::string> ConnectionManager::codexHooksDisabledReason() const {
+    const std::string text = codexConfigText();
     for (const char* key : {"hooks", "codex_hooks"}) {
         if (TOMLProbe::boolValue("features", key, text) == false)
             return std::string("Hooks are turned off in ~/.codex/config.toml ([features] ") + key +
@@ -147,7 +172,6 @@ ConnectionStatus ConnectionManager::status(AgentKind agent, GateCommands) const 
         return status;
     }
     if (agent == AgentKind::codex) {
-        status.notes.push_back(codexApprovalNote);
         if (auto reason = codexHooksDisabledReason()) {
             status.state = ConnectionState::hooksDisabled(*reason);
             return status;
@@ -166,8 +190,17 @@ ConnectionStatus ConnectionManager::status(AgentKind agent, GateCommands) const 
             missing.push_back(spec.event);
     if (!File::isExecutableFile(paths_.helperPath()))
         missing.push_back("helper");
-    status.state =
-        missing.empty() ? ConnectionState::connected() : ConnectionState::needsReconnect(missing);
+    if (!missing.empty()) {
+        status.state = ConnectionState::needsReconnect(missing);
+        return status;
+    }
+    // Codex skips, without a word, every hook the user has not approved as it stands now.
+    if (agent == AgentKind::codex && !codexApprovedOurHooks(*reading.document)) {
+        status.state = ConnectionState::awaitingApproval();
+        status.notes.push_back(codexApprovalNote);
+        return status;
+    }
+    status.state = ConnectionState::connected();
     return status;
 }
 

@@ -41,7 +41,7 @@ public:
     /// Backups kept per agent; older ones are deleted.
     static constexpr std::size_t maxBackups = 20;
 
-    /// The note shown for Codex once it has Tidewick's hooks.
+    /// The note shown while Codex waits for the user to approve Tidewick's hooks.
     static constexpr const char* codexApprovalNote =
         "Codex needs your OK once. Open Codex, type /hooks and approve Tidewick.";
 
@@ -100,6 +100,14 @@ private:
                                           const Reading& reading, const JSONValue& after,
                                           const HookConfigEditor& editor) const;
     [[nodiscard]] std::optional<std::string> codexHooksDisabledReason() const;
+    /// ~/.codex/config.toml's text; empty when it cannot be read.
+    [[nodiscard]] std::string codexConfigText() const;
+    /// The hashes of the hooks the user approved in Codex, by key.
+    [[nodiscard]] std::map<std::string, std::string> codexApprovals() const;
+    /// The path Codex names hooks.json by in its approval keys.
+    [[nodiscard]] std::string codexHooksKeyPath() const;
+    /// Whether Codex will run every Tidewick hook of `document` as it stands.
+    [[nodiscard]] bool codexApprovedOurHooks(const JSONValue& document) const;
     [[nodiscard]] std::string backUp(AgentKind agent, const std::string& path,
                                      const std::string& text) const;
     void write(const std::string& path, const std::string& text) const;

@@ -1,6 +1,7 @@
 #include "install/ConnectionManager.h"
 
 #include "foundation/File.h"
+#include "install/CodexTrust.h"
 #include "install/ConnectionError.h"
 #include "install/HookCatalog.h"
 #include "testing/TemporaryDirectory.h"
@@ -288,19 +289,36 @@ TEST_F(ConnectionManagerTest, StatusReportsSwitchesNotesAndMissingPieces) {
     EXPECT_TRUE(fs::is_symlink(codex.configPath));
     EXPECT_TRUE(fs::exists(File::join(home, "codex-hooks.json")));
 
-    // Once connected, Codex always carries its note; the last line of config.toml wins.
+    // The last line of config.toml wins; Codex runs Tidewick's hooks only once the user
+    // has approved each of them where it stands, which config.toml records.
     const std::string off = "Hooks are turned off in ~/.codex/config.toml ([features] ";
-    for (const auto& [toml, expected] : std::vector<std::pair<const char*, ConnectionState>>{
+    const std::string hooksFile = File::join(File::resolveLinks(File::join(home, ".codex")), "hooks.json");
+    std::string approvals;
+    for (const CodexTrust::Hook& hook : CodexTrust::hooks(JSONValue::parse(File::read(codex.configPath))))
+        approvals += "[hooks.state." + JSONValue::quote(CodexTrust::key(hooksFile, hook.place)) +
+                     "]\ntrusted_hash = \"" + hook.hash + "\"\n";
+    const std::vector<std::string> note{ConnectionManager::codexApprovalNote};
+    struct Row {
+        std::string toml;
+        ConnectionState state;
+        std::vector<std::string> notes;
+    };
+    for (const Row& row : std::vector<Row>{
              {"[features]\nhooks = false # off\n",
-              ConnectionState::hooksDisabled(off + "hooks = false). Set it to true.")},
+              ConnectionState::hooksDisabled(off + "hooks = false). Set it to true."), {}},
              {"[features]\nhooks = false\nhooks = true\ncodex_hooks = false\n",
-              ConnectionState::hooksDisabled(off + "codex_hooks = false). Set it to true.")},
-             {"[features]\nhooks = true\n", ConnectionState::connected()}}) {
-        put(File::join(home, ".codex/config.toml"), toml);
+              ConnectionState::hooksDisabled(off + "codex_hooks = false). Set it to true."), {}},
+             {"[features]\nhooks = true\n", ConnectionState::awaitingApproval(), note},
+             {approvals.substr(0, approvals.rfind("[hooks")), ConnectionState::awaitingApproval(), note},
+             {"[features]\nhooks = true\n" + approvals, ConnectionState::connected(), {}}}) {
+        SCOPED_TRACE(row.toml);
+        put(File::join(home, ".codex/config.toml"), row.toml);
         codex = connections.status(AgentKind::codex, GateCommands::off);
-        EXPECT_EQ(codex.state, expected) << toml;
-        EXPECT_EQ(codex.notes, std::vector<std::string>{ConnectionManager::codexApprovalNote});
+        EXPECT_EQ(codex.state, row.state);
+        EXPECT_EQ(codex.notes, row.notes);
     }
+    // Disconnecting names nothing: the user has no hooks of their own in the file.
+    EXPECT_TRUE(connections.previewDisconnect(AgentKind::codex).movedApprovedHooks.empty());
 
     put(settings, R"({"disableAllHooks": true})");
     (void)connections.connect(AgentKind::claude, GateCommands::off);

@@ -16,6 +16,8 @@ std::string ConnectionState::label() const {
         return "hooks disabled";
     case Case::needsReconnect:
         return "needs reconnect";
+    case Case::awaitingApproval:
+        return "waiting for your approval in Codex";
     }
     return "disconnected";
 }

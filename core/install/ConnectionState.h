@@ -18,7 +18,8 @@ public:
         notInstalled,
         unreadable,
         hooksDisabled,
-        needsReconnect
+        needsReconnect,
+        awaitingApproval
     };
 
     [[nodiscard]] static ConnectionState connected() { return ConnectionState(Case::connected); }
@@ -47,13 +48,20 @@ public:
         return state;
     }
 
+    /// Every hook is in place but the agent runs only those the user approved in it, and
+    /// some of Tidewick's are not (Codex).
+    [[nodiscard]] static ConnectionState awaitingApproval() {
+        return ConnectionState(Case::awaitingApproval);
+    }
+
     [[nodiscard]] Case stateCase() const { return case_; }
     /// The reason of `unreadable` and `hooksDisabled`; empty otherwise.
     [[nodiscard]] const std::string& reason() const { return reason_; }
     /// The missing items of `needsReconnect`; empty otherwise.
     [[nodiscard]] const std::vector<std::string>& missing() const { return missing_; }
     /// A short lower-case name: "connected", "disconnected", "not installed",
-    /// "unreadable", "hooks disabled" or "needs reconnect".
+    /// "unreadable", "hooks disabled", "needs reconnect" or "waiting for your approval in
+    /// Codex".
     [[nodiscard]] std::string label() const;
 
     friend bool operator==(const ConnectionState&, const ConnectionState&) = default;

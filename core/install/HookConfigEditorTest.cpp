@@ -125,6 +125,24 @@ TEST(HookConfigEditor, ClaudeSettingsKeepTheUsersKeysEventsAndGroups) {
     EXPECT_EQ(keys(install(AgentKind::codex, std::nullopt)), std::vector<std::string>{"hooks"});
 }
 
+TEST(HookConfigEditor, CodexKeepsTidewicksGroupsWhereTheyStand) {
+    // The user added a Stop group behind Tidewick's; an older hook command is refreshed in
+    // place, a stray second handler of Tidewick's goes, and Claude Code's file is refilled
+    // at the end as before.
+    const std::string file = R"({"hooks": {"Stop": [
+        {"hooks": [{"type": "command", "command": "'/old/tidewick-hook' --agent codex --event Stop", "timeout": 5}]},
+        {"hooks": [{"type": "command", "command": "notify-send done"}]},
+        {"matcher": "x", "hooks": [{"command": "say hi"}, {"command": "/older/tidewick-hook"}]}]}})";
+    const JSONValue mine = JSONValue::parse(R"({"hooks": [{"type": "command", "command": "notify-send done"}]})");
+    const JSONValue shared = JSONValue::parse(R"({"matcher": "x", "hooks": [{"command": "say hi"}]})");
+    const JSONValue stop = ourGroup(AgentKind::codex, "Stop", HookCatalog::userWaitTimeout);
+    EXPECT_EQ(*install(AgentKind::codex, JSONValue::parse(file)).get("hooks")->get("Stop"),
+              JSONValue(JSONValue::Array{stop, mine, shared}));
+    EXPECT_EQ(*install(AgentKind::claude, JSONValue::parse(file)).get("hooks")->get("Stop"),
+              JSONValue(JSONValue::Array{mine, shared,
+                                         ourGroup(AgentKind::claude, "Stop", HookCatalog::userWaitTimeout)}));
+}
+
 TEST(HookConfigEditor, ASharedGroupKeepsTheUsersHandlersOnly) {
     // A group keeps its other members and handlers; one of nothing but an old
     // Tidewick handler goes, and its list and "hooks" with it; unknown shapes

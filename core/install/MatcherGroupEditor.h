@@ -6,6 +6,21 @@
 
 namespace tidewick {
 
+/// Where a Tidewick handler goes in its event's list of groups.
+enum class Placement {
+    /// Earlier Tidewick handlers are dropped and a new group is appended.
+    append,
+    /// The first group holding a Tidewick handler keeps its place and gets the new handler
+    /// where the old one stood; only without such a group is a new one appended.
+    keepPlace,
+};
+
+/// `groups` with `handler` placed as `placement` says (a new group carries `matcher`
+/// when given); every other Tidewick handler is dropped, with the groups it leaves empty.
+[[nodiscard]] JSONValue::Array placeOurs(const JSONValue::Array& groups, const JSONValue& handler,
+                                         const std::optional<std::string>& matcher,
+                                         Placement placement);
+
 /// Edits ".claude/settings.json" or ".codex/hooks.json" under the home.
 class MatcherGroupEditor final : public HookConfigEditor {
 public:
@@ -16,9 +31,10 @@ public:
     explicit MatcherGroupEditor(Flavor flavor) : flavor_(flavor) {}
 
     [[nodiscard]] std::string configPath(const std::string& home) const override;
-    /// Removes earlier Tidewick groups, then appends one group per HookSpec to its
-    /// event's list (events new to the file after the user's own); for Claude
-    /// Code also sets the status line unless the user has one of their own.
+    /// Puts one Tidewick handler per HookSpec into its event's list (events new to the
+    /// file after the user's own): Claude Code's is appended in a new group after earlier
+    /// ones are removed; Codex's stays where it was, since Codex approves hooks by their
+    /// place. For Claude Code also sets the status line unless the user has their own.
     /// Throws HookConfigError when the root or "hooks" is not an object.
     [[nodiscard]] JSONValue install(const std::optional<JSONValue>& document,
                                     const std::vector<HookSpec>& specs,
