@@ -30,9 +30,10 @@ sigset_t stopSignals() {
 
 // One line per alert, so someone watching the headless application knows what
 // to answer and how.
-std::string describeAlert(const Alert& alert) {
-    const std::string who = describeSession(alert.session);
-    const std::string id = alert.session.sessionId;
+std::string describeAlert(const Alert& alert, const std::vector<Session>& known) {
+    const auto shortIds = shortIdsOf(known, {alert.session.sessionId});
+    const std::string who = describeSession(alert.session, shortIds);
+    const std::string id = shortIds.at(alert.session.sessionId);
     std::string detail;
     if (alert.detail) {
         // One line per alert, whatever the command or question looks like.
@@ -64,9 +65,10 @@ void runApplication(AppContext& context, Interface interface) {
     auto outputLock = std::make_shared<std::mutex>();
     TidewickService service(context.paths());
     auto printAlerts = [&] {
-        service.setAlertHandler([&terminal, outputLock](const Alert& alert) {
+        service.setAlertHandler([&terminal, &service, outputLock](const Alert& alert) {
+            const std::string line = describeAlert(alert, service.sessions());
             std::lock_guard guard(*outputLock);
-            terminal.out() << describeAlert(alert) << std::endl;
+            terminal.out() << line << std::endl;
         });
     };
     // The terminal interface installs its own alert handler.

@@ -6,7 +6,10 @@
 #include "control/ControlClient.h"
 #include "control/SessionMatcher.h"
 #include "foundation/JSONCoding.h"
+#include "foundation/JSONCoding.h"
 #include "foundation/Text.h"
+#include "sessions/CommandRisk.h"
+#include "sessions/ShortIds.h"
 
 #include <cmath>
 #include <memory>
@@ -63,8 +66,8 @@ void requireDone(const ControlReply& reply) {
     }
 }
 
-std::string confirmation(ControlCommand command, const SessionKey& key) {
-    const std::string who = describeSession(key);
+std::string confirmation(ControlCommand command, const ControlReply& reply) {
+    const std::string who = describeSession(reply.session.value_or(SessionKey{}), reply.shortIds);
     switch (command) {
     case ControlCommand::allow:
         return "Allowed " + who + ".";
@@ -93,7 +96,7 @@ void runDecision(AppContext& context, ControlCommand command, const ControlOptio
         throw UsageError("A reply needs some text.");
     ControlReply reply = send(context, request);
     requireDone(reply);
-    context.terminal().out() << confirmation(command, reply.session.value_or(SessionKey{})) << "\n";
+    context.terminal().out() << confirmation(command, reply) << "\n";
 }
 
 // Asks the application for a listing; its reply, or the failure it stands for.
@@ -105,13 +108,40 @@ ControlReply listing(AppContext& context, ControlCommand command) {
     return reply;
 }
 
-// Prints `items` as a pretty JSON array, or a line each (`none` when there are none).
-template <typename Item, typename AsLine>
-void print(AppContext& context, bool json, const std::vector<Item>& items, AsLine asLine,
-           std::string_view none) {
+// The short identifier of `key` in `reply`, and the width of the column that shows them.
+std::string shortIdIn(const ControlReply& reply, const SessionKey& key) {
+    const auto found = reply.shortIds.find(key.sessionId);
+    return found != reply.shortIds.end() ? found->second : key.sessionId;
+}
+std::size_t idColumn(const ControlReply& reply) {
+    std::size_t widest = ShortIds::minimumLength;
+    for (const auto& [id, shortId] : reply.shortIds)
+        widest = std::max(widest, Text::characterCount(shortId));
+    return widest + 2;
+}
+
+// A held request as --json prints it: the request with its risk, when it has one.
+void addRisk(JSONValue& request) {
+    const JSONValue* kind = request.get("kind");
+    const JSONValue* detail = request.get("detail");
+    if (!kind || kind->stringValue() == nullptr || *kind->stringValue() != "permission" ||
+        !detail || !detail->isString())
+        return;
+    if (auto finding = CommandRisk::assessDetail(*detail->stringValue()))
+        request.set("risk", finding->reason);
+}
+
+// Prints `items` as a pretty JSON array (each as `asJSON` makes it), or a line each
+// (`none` when there are none).
+template <typename Item, typename AsJSON, typename AsLine>
+void print(AppContext& context, bool json, const std::vector<Item>& items, AsJSON asJSON,
+           AsLine asLine, std::string_view none) {
     std::ostream& out = context.terminal().out();
     if (json) {
-        out << encodeJSON(items, JSONWriter::Style::pretty) << "\n";
+        JSONValue::Array array;
+        for (const Item& item : items)
+            array.push_back(asJSON(item));
+        out << JSONValue(std::move(array)).pretty() << "\n";
         return;
     }
     if (items.empty())
@@ -121,16 +151,38 @@ void print(AppContext& context, bool json, const std::vector<Item>& items, AsLin
 }
 
 void runSessions(AppContext& context, bool json) {
-    print(context, json, listing(context, ControlCommand::sessions).sessions, describeSessionLine,
-          "No sessions yet.");
+    const ControlReply reply = listing(context, ControlCommand::sessions);
+    const std::size_t width = idColumn(reply);
+    print(
+        context, json, reply.sessions,
+        [&](const Session& session) {
+            JSONValue value = JSONValue::parse(encodeJSON(session));
+            value.set("shortId", shortIdIn(reply, session.key));
+            for (JSONValue& request : *value.get("pending")->arrayValue())
+                addRisk(request);
+            return value;
+        },
+        [&](const Session& session) {
+            return describeSessionLine(session, shortIdIn(reply, session.key), width);
+        },
+        "No sessions yet.");
 }
 
 void runPending(AppContext& context, bool json) {
     const ControlReply reply = listing(context, ControlCommand::pending);
+    const std::size_t width = idColumn(reply);
     const Date now = tidewick::now();
     print(
         context, json, reply.pending,
-        [now](const HeldRequest& held) { return describeHeldLine(held, now); },
+        [&](const HeldRequest& held) {
+            JSONValue value = JSONValue::parse(encodeJSON(held));
+            value.set("shortId", shortIdIn(reply, held.first));
+            addRisk(*value.get("request"));
+            return value;
+        },
+        [&](const HeldRequest& held) {
+            return describeHeldLine(held, shortIdIn(reply, held.first), width, now);
+        },
         "Nothing is waiting for you.");
 }
 
@@ -147,9 +199,9 @@ CLI::App* addDecision(CLI::App& app, AppContext& context, const char* name, cons
 
 } // namespace
 
-std::string describeSessionLine(const Session& session) {
-    std::string line = padded(displayName(session.key.agent), 12) +
-                       padded(shortSessionId(session.key.sessionId), 10) +
+std::string describeSessionLine(const Session& session, std::string_view shortId,
+                                std::size_t idWidth) {
+    std::string line = padded(displayName(session.key.agent), 12) + padded(shortId, idWidth) +
                        padded(label(session.status), 18);
     line += session.projectPath ? flattened(*session.projectPath, 60) : "-";
     if (session.currentAction)
@@ -159,15 +211,18 @@ std::string describeSessionLine(const Session& session) {
     return line;
 }
 
-std::string describeHeldLine(const HeldRequest& held, Date now) {
+std::string describeHeldLine(const HeldRequest& held, std::string_view shortId,
+                             std::size_t idWidth, Date now) {
     const auto& [key, request] = held;
     const double left =
         std::max(0.0, std::chrono::duration<double>(request.deadline - now).count());
-    std::string line = padded(displayName(key.agent), 12) +
-                       padded(shortSessionId(key.sessionId), 10) +
+    std::string line = padded(displayName(key.agent), 12) + padded(shortId, idWidth) +
                        padded(rawValue(request.kind), 12) + flattened(request.title, 60);
     if (request.detail)
         line += " — " + flattened(*request.detail, 80);
+    if (request.kind == PendingKind::permission)
+        if (auto finding = CommandRisk::assessDetail(request.detail))
+            line += "  ⚠ " + finding->reason;
     line += "  (" + std::to_string(static_cast<long long>(std::ceil(left))) + " s left)";
     return line;
 }

@@ -14,12 +14,14 @@ namespace tidewick {
 /// session identifier, 3 when no application answers.
 void registerControlCommands(CLI::App& app, AppContext& context);
 
-/// One line for `tidewick sessions`: agent, short identifier, status, project, current
-/// action and the number of held requests.
-[[nodiscard]] std::string describeSessionLine(const Session& session);
+/// One line for `tidewick sessions`: agent, short identifier (padded to `idWidth`
+/// characters), status, project, current action and the number of held requests.
+[[nodiscard]] std::string describeSessionLine(const Session& session, std::string_view shortId,
+                                              std::size_t idWidth);
 
-/// One line for `tidewick pending`: session, kind, title, detail and the seconds left
-/// before the time-out at `now`.
-[[nodiscard]] std::string describeHeldLine(const HeldRequest& held, Date now);
+/// One line for `tidewick pending`: agent, short identifier, kind, title, detail, the risk
+/// of a command when it has one, and the seconds left before the time-out at `now`.
+[[nodiscard]] std::string describeHeldLine(const HeldRequest& held, std::string_view shortId,
+                                           std::size_t idWidth, Date now);
 
 } // namespace tidewick

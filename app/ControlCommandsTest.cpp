@@ -12,11 +12,11 @@ TEST(ControlCommands, ListingLinesStayOnOneLine) {
     session.projectPath = "/home/me/project";
     session.currentAction = "Run npm test\nand more";
     session.pending.resize(2);
-    EXPECT_EQ(describeSessionLine(session), "Claude Code d4e23369  Needs permission  "
-                                            "/home/me/project  Run npm test and more  2 held");
+    EXPECT_EQ(describeSessionLine(session, "d4e23369", 10),
+              "Claude Code d4e23369  Needs permission  /home/me/project  Run npm test and more  2 held");
     Session bare;
     bare.key = {AgentKind::antigravity, "g-1"};
-    EXPECT_EQ(describeSessionLine(bare), "Antigravity g-1       Idle              -");
+    EXPECT_EQ(describeSessionLine(bare, "g-1", 12), "Antigravity g-1         Idle              -");
 
     PendingRequest request;
     request.kind = PendingKind::permission;
@@ -25,11 +25,11 @@ TEST(ControlCommands, ListingLinesStayOnOneLine) {
     request.createdAt = dateFromSeconds(1000);
     request.deadline = dateFromSeconds(1300);
     const HeldRequest held{SessionKey{AgentKind::cursor, "conv-1"}, request};
-    EXPECT_EQ(describeHeldLine(held, dateFromSeconds(1000.5)),
+    EXPECT_EQ(describeHeldLine(held, "conv-1", 10, dateFromSeconds(1000.5)),
               "Cursor      conv-1    permission  Run rm -rf build — rm -rf build  Remove the "
-              "build  (300 s left)");
+              "build  ⚠ deletes files for good  (300 s left)");
     // Past the deadline (the answer is on its way): never a negative count.
-    const std::string late = describeHeldLine(held, dateFromSeconds(2000));
+    const std::string late = describeHeldLine(held, "conv-1", 10, dateFromSeconds(2000));
     EXPECT_EQ(late.substr(late.size() - 10), "(0 s left)");
 }
 

@@ -92,6 +92,8 @@ std::string encode(const ControlReply& reply) {
             out.member("sessions", reply.sessions);
         if (!reply.pending.empty())
             out.member("pending", reply.pending);
+        if (!reply.shortIds.empty())
+            out.member("shortIds", reply.shortIds);
     });
     if (UTF8::isValid(text))
         return text;
@@ -106,7 +108,8 @@ std::optional<ControlReply> decodeReply(std::string_view text) {
     using M = JSONMember;
     if (!decodeLine(text, M::required("outcome", reply.outcome),
                     M::lenient("message", reply.message), M::optional("session", reply.session),
-                    M::optional("sessions", reply.sessions), M::optional("pending", reply.pending)))
+                    M::optional("sessions", reply.sessions), M::optional("pending", reply.pending),
+                    M::lenient("shortIds", reply.shortIds)))
         return std::nullopt;
     return reply;
 }

@@ -9,6 +9,7 @@
 #include "sessions/PendingRequest.h"
 #include "sessions/Session.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -83,6 +84,9 @@ struct ControlReply {
     std::vector<Session> sessions;
     /// pending: every held request.
     std::vector<HeldRequest> pending;
+    /// The shortest unique identifiers (ShortIds) of the sessions this reply names, by
+    /// identifier: what listings and confirmations show, and what the commands accept.
+    std::map<std::string, std::string> shortIds;
 
     friend bool operator==(const ControlReply&, const ControlReply&) = default;
 };

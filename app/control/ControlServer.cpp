@@ -37,8 +37,9 @@ bool deliver(const ControlRequest& request, const SessionKey& key, SessionAction
     return false;
 }
 
-std::string notDelivered(const ControlRequest& request, const SessionKey& key) {
-    const std::string who = describeSession(key);
+std::string notDelivered(const ControlRequest& request, const SessionKey& key,
+                         const std::map<std::string, std::string>& shortIds) {
+    const std::string who = describeSession(key, shortIds);
     if (request.command == ControlCommand::allow || request.command == ControlCommand::deny)
         return SessionText::noPermissionRequest(who);
     return SessionText::noReplyWaiting(who);
@@ -64,26 +65,30 @@ void ControlServer::stop() {
 }
 
 ControlReply ControlServer::respond(const ControlRequest& request, SessionActions& target) {
-    if (request.command == ControlCommand::sessions) {
-        ControlReply reply;
-        reply.sessions = target.sessions();
-        return reply;
-    }
-    if (request.command == ControlCommand::pending) {
-        ControlReply reply;
-        reply.pending = target.pendingRequests();
-        return reply;
-    }
-    if (request.command == ControlCommand::reply && request.text.empty())
-        return failure(ControlOutcome::badRequest, "A reply needs some text.");
-    SessionMatch match = matchSession(target.sessions(), request.session, request.agent);
-    if (!match.key)
-        return failure(match.outcome, std::move(match.message));
+    std::vector<Session> known = target.sessions();
     ControlReply reply;
-    reply.session = match.key;
-    if (isDecision(request.command) && !deliver(request, *match.key, target)) {
+    std::vector<std::string> named;
+    if (request.command == ControlCommand::sessions) {
+        for (const Session& session : known)
+            named.push_back(session.key.sessionId);
+        reply.sessions = known;
+    } else if (request.command == ControlCommand::pending) {
+        reply.pending = target.pendingRequests();
+        for (const HeldRequest& held : reply.pending)
+            named.push_back(held.first.sessionId);
+    } else if (request.command == ControlCommand::reply && request.text.empty()) {
+        return failure(ControlOutcome::badRequest, "A reply needs some text.");
+    } else {
+        SessionMatch match = matchSession(known, request.session, request.agent);
+        if (!match.key)
+            return failure(match.outcome, std::move(match.message));
+        reply.session = match.key;
+        named.push_back(match.key->sessionId);
+    }
+    reply.shortIds = shortIdsOf(known, named);
+    if (reply.session && isDecision(request.command) && !deliver(request, *reply.session, target)) {
         reply.outcome = ControlOutcome::notDelivered;
-        reply.message = notDelivered(request, *match.key);
+        reply.message = notDelivered(request, *reply.session, reply.shortIds);
     }
     return reply;
 }

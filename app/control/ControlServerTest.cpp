@@ -67,6 +67,28 @@ TEST(ControlServer, DecisionsReachTheMatchedSessionAndTheFirstOneWins) {
         EXPECT_EQ(std::tie(calls[i].what, calls[i].key.sessionId, calls[i].text), expected[i]) << i;
 }
 
+TEST(ControlServer, WhatAListingShowsOfTimeOrderedIdentifiersADecisionAccepts) {
+    // Codex sessions started within a minute share their first eight characters.
+    FakeTarget target;
+    for (const char* id : {"01a20b30-7fe1-70d0-aad1-88fe95216210",
+                           "01a20b30-81c4-7a10-b2c3-0d1e2f3a4b5c", "01a20b31-0000-7000-a000-000"})
+        target.all.push_back(
+            sessionWith(AgentKind::codex, id, {heldRequest(PendingKind::permission, "Bash")}));
+    ControlRequest pending;
+    pending.command = ControlCommand::pending;
+    const ControlReply listed = ControlServer::respond(pending, target);
+    ASSERT_EQ(listed.shortIds.size(), 3u);
+    EXPECT_EQ(listed.shortIds.at(target.all[0].key.sessionId), "01a20b30-7");
+    EXPECT_EQ(listed.shortIds.at(target.all[2].key.sessionId), "01a20b31");
+    for (const Session& session : target.all) {
+        SCOPED_TRACE(session.key.sessionId);
+        const ControlReply allowed = ControlServer::respond(
+            decision(ControlCommand::allow, listed.shortIds.at(session.key.sessionId)), target);
+        EXPECT_EQ(allowed.outcome, ControlOutcome::done);
+        EXPECT_EQ(allowed.session, session.key);
+    }
+}
+
 TEST(ControlSocket, TheClientTalksToTheServerAndStrangersLearnNothing) {
     TemporaryDirectory home;
     TidewickPaths paths(home.path());

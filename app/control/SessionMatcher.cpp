@@ -1,15 +1,28 @@
 #include "control/SessionMatcher.h"
 
 #include "foundation/Text.h"
+#include "sessions/ShortIds.h"
 
 namespace tidewick {
 
-std::string shortSessionId(std::string_view sessionId) {
-    return std::string(Text::prefix(sessionId, 8));
+std::map<std::string, std::string> shortIdsOf(const std::vector<Session>& known,
+                                              const std::vector<std::string>& named) {
+    std::vector<std::string_view> ids;
+    ids.reserve(known.size());
+    for (const Session& session : known)
+        ids.push_back(session.key.sessionId);
+    const ShortIds shortIds(std::move(ids));
+    std::map<std::string, std::string> out;
+    for (const std::string& id : named)
+        out.emplace(id, shortIds.of(id));
+    return out;
 }
 
-std::string describeSession(const SessionKey& key) {
-    return std::string(displayName(key.agent)) + " session " + shortSessionId(key.sessionId);
+std::string describeSession(const SessionKey& key,
+                            const std::map<std::string, std::string>& shortIds) {
+    const auto found = shortIds.find(key.sessionId);
+    return std::string(displayName(key.agent)) + " session " +
+           (found != shortIds.end() ? found->second : ShortIds({}).of(key.sessionId));
 }
 
 SessionMatch matchSession(const std::vector<Session>& sessions, std::string_view query,

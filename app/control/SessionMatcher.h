@@ -4,6 +4,7 @@
 
 #include "control/ControlProtocol.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,10 +28,14 @@ struct SessionMatch {
 [[nodiscard]] SessionMatch matchSession(const std::vector<Session>& sessions,
                                         std::string_view query, std::optional<AgentKind> agent);
 
-/// The first eight characters of a session identifier, as listings show it.
-[[nodiscard]] std::string shortSessionId(std::string_view sessionId);
+/// The short identifier (ShortIds) of each session in `known` whose identifier `named`
+/// holds, by identifier: what listings and confirmations show, and what the commands accept.
+[[nodiscard]] std::map<std::string, std::string>
+shortIdsOf(const std::vector<Session>& known, const std::vector<std::string>& named);
 
-/// "Claude Code session 1a2b3c4d".
-[[nodiscard]] std::string describeSession(const SessionKey& key);
+/// "Claude Code session 1a2b3c4d": the agent and the short identifier; the identifier's
+/// first eight characters when `shortIds` does not name it.
+[[nodiscard]] std::string describeSession(const SessionKey& key,
+                                          const std::map<std::string, std::string>& shortIds);
 
 } // namespace tidewick

@@ -1,7 +1,6 @@
 #include "Alerts.h"
 
 #include "DisplayText.h"
-#include "Screen.h"
 #include "foundation/Text.h"
 #include "sessions/CommandRisk.h"
 #include "sessions/SessionText.h"
@@ -26,9 +25,8 @@ Notification notificationFor(const Alert& alert) {
         notification.summary = agent + " needs permission";
         notification.offersAnswers = alert.requestId.has_value();
         notification.urgent = true;
-        if (alert.detail)
-            if (auto risk = CommandRisk::assess(Screen::commandPart(*alert.detail)))
-                body += "\n⚠ " + risk->reason;
+        if (auto risk = CommandRisk::assessDetail(alert.detail))
+            body += "\n⚠ " + risk->reason;
         break;
     case Alert::Kind::waitingReply:
         notification.summary = agent + " is waiting for your reply";

@@ -93,10 +93,9 @@ SessionDetail detail(const Session& session, Date now, std::size_t timelineLimit
         view.kind = request.kind;
         view.title = request.title;
         view.detail = request.detail;
-        if (request.kind == PendingKind::permission && request.detail) {
-            if (auto finding = CommandRisk::assess(commandPart(*request.detail)))
+        if (request.kind == PendingKind::permission)
+            if (auto finding = CommandRisk::assessDetail(request.detail))
                 view.risk = finding->reason;
-        }
         const double left = secondsBetween(now, request.deadline);
         view.expired = left <= 0;
         if (view.expired) {
@@ -147,11 +146,6 @@ std::string countdown(double seconds) {
     if (hours > 0)
         return std::to_string(hours) + ":" + twoDigits(minutes) + ":" + twoDigits(rest);
     return std::to_string(minutes) + ":" + twoDigits(rest);
-}
-
-std::string_view commandPart(std::string_view detail) {
-    const auto blank = detail.find("\n\n");
-    return blank == std::string_view::npos ? detail : detail.substr(0, blank);
 }
 
 } // namespace tidewick::Screen

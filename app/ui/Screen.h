@@ -90,9 +90,5 @@ namespace Screen {
 /// Time left, rounded up to the second: "M:SS" below an hour, "H:MM:SS" from an hour on.
 [[nodiscard]] std::string countdown(double seconds);
 
-/// The part of a permission request's detail that is the command: Claude Code adds the
-/// tool's own description after a blank line, which must not count as the command.
-[[nodiscard]] std::string_view commandPart(std::string_view detail);
-
 } // namespace Screen
 } // namespace tidewick

@@ -82,7 +82,8 @@ TEST(Screen, HeldRequestsSayWhatTheyWaitForAndWhatHappensAfterTheDeadline) {
     // Risk looks only at the command, not at the agent's description of it.
     session.pending[0].detail = "ls build\n\nCheck before running sudo make";
     EXPECT_FALSE(Screen::detail(session, t0, 10).held[0].risk);
-    EXPECT_EQ(Screen::commandPart("a\nb"), "a\nb");
+    session.pending[0].detail = "sudo ls\nbuild";
+    EXPECT_TRUE(Screen::detail(session, t0, 10).held[0].risk) << "one line feed is the command's";
 }
 
 TEST(Screen, TimelineKeepsTheMostRecentEntriesOnOneLine) {

@@ -69,6 +69,14 @@ void writeJSON(JSONWriter& out, const std::map<Enum, T>& entries) {
     out.endObject();
 }
 
+/// An object with one member per entry, in key order.
+template <typename T> void writeJSON(JSONWriter& out, const std::map<std::string, T>& entries) {
+    out.beginObject();
+    for (const auto& [key, value] : entries)
+        out.member(key, value);
+    out.endObject();
+}
+
 // Reading. Every readJSON consumes exactly one value, whatever it holds, and returns
 // false when that value is not of the expected type or out of range (an integer that
 // does not fit, a date the clock cannot hold, an unknown raw value); `out` is then
@@ -146,6 +154,23 @@ template <HasRawValues Enum, typename T>
         valid = readJSON(in, value) && valid;
         if (key)
             out[*key] = std::move(value);
+    }
+    return valid;
+}
+
+/// An object whose values all read as T; of repeated keys the last one counts.
+template <typename T>
+[[nodiscard]] bool readJSON(JSONReader& in, std::map<std::string, T>& out) {
+    if (in.peek() != JSONValue::Kind::Object) {
+        in.skipValue();
+        return false;
+    }
+    out.clear();
+    bool valid = true;
+    in.beginObject();
+    while (std::optional<std::string_view> name = in.nextKey()) {
+        std::string key(*name);
+        valid = readJSON(in, out[std::move(key)]) && valid;
     }
     return valid;
 }

@@ -184,4 +184,11 @@ std::optional<Finding> assess(std::optional<std::string_view> command) {
     return std::nullopt;
 }
 
+std::optional<Finding> assessDetail(const std::optional<std::string>& detail) {
+    if (!detail)
+        return std::nullopt;
+    const std::string_view text = *detail;
+    return assess(text.substr(0, text.find("\n\n")));
+}
+
 } // namespace tidewick::CommandRisk

@@ -24,4 +24,8 @@ struct Finding {
 /// are not taken for commands. Tabs and runs of blanks count as one space. Never fails.
 [[nodiscard]] std::optional<Finding> assess(std::optional<std::string_view> command);
 
+/// The risk of the command a permission request shows in its detail. Claude Code adds the
+/// tool's own description after a blank line, which must not count as the command.
+[[nodiscard]] std::optional<Finding> assessDetail(const std::optional<std::string>& detail);
+
 } // namespace tidewick::CommandRisk
