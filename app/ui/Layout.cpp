@@ -249,6 +249,10 @@ std::vector<FrameLine> detailLines(const ScreenController& controller, Date now,
                 .add(clockTime(item.time), Style::dim)
                 .spaces(1)
                 .add(item.text, item.kind == TimelineKind::error ? Style::error : Style::plain);
+            if (item.outcome == ToolOutcome::finished)
+                line.add(" ✓", Style::success);
+            else if (item.outcome == ToolOutcome::failed)
+                line.add(" ✗", Style::error);
             lines.push_back(line.finish());
         }
     }

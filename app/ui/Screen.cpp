@@ -6,6 +6,7 @@
 #include "sessions/SessionText.h"
 
 #include <algorithm>
+#include <map>
 #include <cmath>
 #include <cstdio>
 
@@ -79,6 +80,54 @@ SessionRow row(const Session& session, Date now) {
     return row;
 }
 
+namespace {
+
+bool isToolCall(TimelineKind kind) {
+    return kind == TimelineKind::tool || kind == TimelineKind::shell ||
+           kind == TimelineKind::edit || kind == TimelineKind::read;
+}
+
+// The entry's text on one line. A command's entry often names the command in its text
+// already ("Run ls — ls"), so the detail is added only when it says more.
+std::string lineText(const TimelineItem& item) {
+    std::string text = item.text;
+    if (item.detail && !item.detail->empty()) {
+        const std::string_view firstLine =
+            std::string_view(*item.detail).substr(0, item.detail->find('\n'));
+        if (text.find(firstLine) == std::string::npos)
+            text += " — " + *item.detail;
+    }
+    return DisplayText::singleLine(text);
+}
+
+// The timeline as lines: the entry that finishes a tool call (the same kind and text as
+// its start, or the text followed by " failed") marks the start's line instead of taking
+// one of its own.
+std::vector<TimelineLine> timelineLines(const Timeline& timeline) {
+    static constexpr std::string_view failedSuffix = " failed";
+    std::vector<TimelineLine> lines;
+    std::map<std::pair<TimelineKind, std::string>, std::size_t> started;
+    for (const TimelineItem& item : timeline) {
+        if (isToolCall(item.kind)) {
+            std::string call = item.text;
+            const bool failed = call.ends_with(failedSuffix);
+            if (failed)
+                call.resize(call.size() - failedSuffix.size());
+            auto open = started.find({item.kind, call});
+            if (open != started.end()) {
+                lines[open->second].outcome = failed ? ToolOutcome::failed : ToolOutcome::finished;
+                started.erase(open);
+                continue;
+            }
+            started[{item.kind, call}] = lines.size();
+        }
+        lines.push_back({item.time, item.kind, lineText(item), ToolOutcome::none});
+    }
+    return lines;
+}
+
+} // namespace
+
 SessionDetail detail(const Session& session, Date now, std::size_t timelineLimit) {
     SessionDetail detail;
     detail.row = row(session, now);
@@ -110,20 +159,10 @@ SessionDetail detail(const Session& session, Date now, std::size_t timelineLimit
         }
         detail.held.push_back(std::move(view));
     }
-    const std::size_t count = session.timeline.size();
-    const std::size_t first = count > timelineLimit ? count - timelineLimit : 0;
-    for (std::size_t i = first; i < count; ++i) {
-        const TimelineItem& item = session.timeline[i];
-        std::string text = item.text;
-        // A command's entry often names the command in its text already ("Run ls — ls").
-        if (item.detail && !item.detail->empty()) {
-            const std::string_view firstLine =
-                std::string_view(*item.detail).substr(0, item.detail->find('\n'));
-            if (text.find(firstLine) == std::string::npos)
-                text += " — " + *item.detail;
-        }
-        detail.timeline.push_back({item.time, item.kind, DisplayText::singleLine(text)});
-    }
+    detail.timeline = timelineLines(session.timeline);
+    if (detail.timeline.size() > timelineLimit)
+        detail.timeline.erase(detail.timeline.begin(),
+                              detail.timeline.end() - static_cast<std::ptrdiff_t>(timelineLimit));
     return detail;
 }
 

@@ -49,12 +49,22 @@ struct HeldRequestView {
     bool expired = false;
 };
 
-/// One timeline entry of the detail pane.
+/// How a tool call shown on one line ended.
+enum class ToolOutcome {
+    /// Not a tool call, or one that has not finished (yet).
+    none,
+    finished,
+    failed,
+};
+
+/// One timeline entry of the detail pane. A tool call that started and finished is one
+/// line (its start) with the outcome; the store keeps both entries.
 struct TimelineLine {
     Date time;
     TimelineKind kind = TimelineKind::notice;
     /// The entry's text on one line, with its detail after " — " when it has one.
     std::string text;
+    ToolOutcome outcome = ToolOutcome::none;
 };
 
 /// Everything the detail pane shows about the selected session.

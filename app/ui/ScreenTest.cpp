@@ -101,6 +101,29 @@ TEST(Screen, TimelineKeepsTheMostRecentEntriesOnOneLine) {
     EXPECT_EQ(detail.timeline[2].text, "Run make")
         << "a detail the text already names is not repeated";
     EXPECT_EQ(detail.timeline[3].text, "Ran — make test");
+
+    // A tool call that started and finished is one line with its outcome; the permission
+    // entry between them is its own line, and a call not yet finished shows none.
+    session.timeline = Timeline({
+        {UUID::random(), t0, TimelineKind::shell, "Run npm test", "npm test"},
+        {UUID::random(), t0, TimelineKind::permission, "Run npm test", "npm test"},
+        {UUID::random(), t0, TimelineKind::shell, "Run npm test", "npm test"},
+        {UUID::random(), t0, TimelineKind::edit, "Edit a.py", std::nullopt},
+        {UUID::random(), t0, TimelineKind::edit, "Edit a.py failed", "no such file"},
+        {UUID::random(), t0, TimelineKind::shell, "Run npm test", "npm test"},
+    });
+    detail = Screen::detail(session, t0, 10);
+    ASSERT_EQ(detail.timeline.size(), 4u);
+    const std::pair<TimelineKind, ToolOutcome> expected[] = {
+        {TimelineKind::shell, ToolOutcome::finished},
+        {TimelineKind::permission, ToolOutcome::none},
+        {TimelineKind::edit, ToolOutcome::failed},
+        {TimelineKind::shell, ToolOutcome::none}};
+    for (std::size_t i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(detail.timeline[i].kind, expected[i].first);
+        EXPECT_EQ(detail.timeline[i].outcome, expected[i].second);
+    }
 }
 
 TEST(Screen, AgesAndCountdowns) {
