@@ -49,13 +49,17 @@ std::string describeAlert(const Alert& alert, const std::vector<Session>& known)
                " TEXT` or `tidewick let-stop " + id + "`.";
     case Alert::Kind::finished:
         return who + " finished: " + alert.title + ".";
+    case Alert::Kind::error:
+        return who + " ran into an error: " + alert.title + detail + ".";
+    case Alert::Kind::usageLimit:
+        return who + " reached a usage limit: " + alert.title + detail + ".";
     }
     return who + ": " + alert.title;
 }
 
 } // namespace
 
-void runApplication(AppContext& context, Interface interface) {
+void runApplication(AppContext& context, Interface interface, ApplicationOptions options) {
     const sigset_t signals = stopSignals();
     // Before the service starts its threads, which inherit the mask.
     if (int error = ::pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0)
@@ -92,7 +96,9 @@ void runApplication(AppContext& context, Interface interface) {
     bool headless = interface == Interface::headless;
     if (!headless) {
         try {
-            (void)runTerminalUI(service, TerminalUIOptions{{SIGINT, SIGTERM}, std::nullopt});
+            TerminalUIOptions ui;
+            ui.colours = options.colours;
+            (void)runTerminalUI(service, ui);
         } catch (const std::runtime_error& error) {
             // The terminal cannot be used after all: keep serving the agents without it.
             terminal.err() << error.what() << " Running headless instead.\n";
@@ -122,15 +128,21 @@ void runApplication(AppContext& context, Interface interface) {
 
 void registerAppCommand(CLI::App& app, AppContext& context) {
     auto headless = std::make_shared<bool>(false);
+    auto noColour = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand("app", "Run Tidewick until you stop it (Ctrl-C)");
     command->add_flag("--headless", *headless,
                       "Run without the terminal interface; answer with the control commands");
-    command->callback([&context, headless] {
+    command->add_flag("--no-color", *noColour,
+                      "Show the interface without colours (as the NO_COLOR variable does)");
+    command->callback([&context, headless, noColour] {
         // The interface needs a terminal on both ends; anywhere else (a service
         // manager, a pipe) the application runs headless.
         const bool onTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
-        runApplication(context,
-                       *headless || !onTerminal ? Interface::headless : Interface::terminal);
+        ApplicationOptions options;
+        if (*noColour)
+            options.colours = Palette::ColourRequest::never;
+        runApplication(
+            context, *headless || !onTerminal ? Interface::headless : Interface::terminal, options);
     });
 }
 

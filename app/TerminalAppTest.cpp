@@ -4,6 +4,8 @@
 #include "TidewickPrograms.h"
 
 #include <atomic>
+#include <regex>
+#include <sstream>
 #include <unistd.h>
 
 namespace tidewick {
@@ -30,6 +32,8 @@ public:
                           {}, {}, std::chrono::seconds(20));
     }
     std::string screen() const { return run({"capture-pane", "-p", "-t", "ui"}).out; }
+    /// The screen with its colours and attributes as escape sequences.
+    std::string styledScreen() const { return run({"capture-pane", "-e", "-p", "-t", "ui"}).out; }
     void keys(std::vector<std::string> keys) const {
         keys.insert(keys.begin(), {"send-keys", "-t", "ui"});
         (void)run(keys);
@@ -48,11 +52,15 @@ protected:
             GTEST_SKIP() << "tmux is not installed (Debian package tmux): the terminal "
                             "interface tests need it";
         ASSERT_TRUE(testing::TidewickPrograms::built());
+        // A sound player of our own, first on the path: it notes what it was asked to play.
+        File::makeDirectories(players, 0700);
+        File::writeAtomically(File::join(players, "paplay"),
+                              "#!/bin/sh\necho \"$*\" >> '" + played + "'\n", 0700);
         // No session bus: desktop notifications stay off and nothing leaves the test.
-        const std::string command = "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
-                                    run.home() + "' HOME='" + run.home() + "' '" +
-                                    testing::TidewickPrograms::tidewickPath + "' app 2>'" + errors +
-                                    "'";
+        const std::string command =
+            "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" + run.home() + "' HOME='" +
+            run.home() + "' PATH='" + players + ":/usr/bin:/bin' " + environment + " '" +
+            testing::TidewickPrograms::tidewickPath + "' " + arguments + " 2>'" + errors + "'";
         ASSERT_EQ(terminal.run({"new-session", "-d", "-s", "ui", "-x", "100", "-y", "30", command})
                       .status,
                   0);
@@ -74,8 +82,22 @@ protected:
         return false;
     }
 
+    /// Polls the pane until `part` is gone.
+    bool waitUntilGone(const std::string& part) {
+        for (int i = 0; i < 300; ++i, std::this_thread::sleep_for(100ms))
+            if (terminal.screen().find(part) == std::string::npos)
+                return true;
+        ADD_FAILURE() << "still there: " << part << "\n" << terminal.screen();
+        return false;
+    }
+
+    /// What the application is started with: more variables, and its arguments.
+    std::string environment;
+    std::string arguments = "app";
     testing::TidewickPrograms run;
     const std::string errors = File::join(run.home(), "app.err");
+    const std::string players = File::join(run.home(), "players");
+    const std::string played = File::join(run.home(), "played");
     Tmux terminal;
 };
 
@@ -113,6 +135,79 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
         std::this_thread::sleep_for(100ms);
     EXPECT_FALSE(terminal.isRunning()) << terminal.screen();
 }
+
+TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSession) {
+    auto& prompt = run.hook("claude", "UserPromptSubmit",
+                            R"({"hook_event_name":"UserPromptSubmit","session_id":"s-api",)"
+                            R"("cwd":"/home/ana/src/api","prompt":"Add the signup checks"})");
+    EXPECT_EQ(run.finished(prompt), "");
+    ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
+    terminal.keys({"Down"}); // the user reads this session
+
+    auto& claude = run.hook("claude", "PermissionRequest",
+                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
+                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
+                            R"({"command":"npm publish"}})");
+    ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
+                               "Needs you!", "( °o° )", "1 needs you · 1 working"}));
+    // The alert's sound went to the player on the path.
+    for (int i = 0; i < 100 && !File::exists(played); ++i)
+        std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(File::exists(played) ? File::read(played) : "",
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav") +
+                  "\n");
+    // In 256 colours, what needs the user is amber (xterm colour 214).
+    EXPECT_NE(terminal.styledScreen().find("38;5;214m"), std::string::npos);
+
+    terminal.keys({"Tab"});
+    ASSERT_TRUE(waitUntilGone("Tab to go there"));
+    ASSERT_TRUE(waitForScreen({"● Run npm publish", "Waiting for you"}));
+    terminal.keys({"y"});
+    EXPECT_EQ(run.finished(claude),
+              "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
+              "\"decision\":{\"behavior\":\"allow\"}}}\n");
+    EXPECT_TRUE(waitUntilGone("Needs you!"));
+    EXPECT_TRUE(waitForScreen({"On it", "2 working"}));
+}
+
+/// The same application asked for no colour, by flag or by NO_COLOR.
+class TerminalAppWithoutColour
+    : public TerminalApp,
+      public ::testing::WithParamInterface<std::pair<const char*, const char*>> {
+protected:
+    void SetUp() override {
+        environment = GetParam().first;
+        arguments = GetParam().second;
+        TerminalApp::SetUp();
+    }
+};
+
+TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
+    auto& claude = run.hook("claude", "PermissionRequest",
+                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
+                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
+                            R"({"command":"npm publish"}})");
+    ASSERT_TRUE(waitForScreen({"Needs permission", "Needs you!"}));
+    const std::string styled = terminal.styledScreen();
+    // Bold still marks what matters; no colour is set anywhere (39 and 49 only reset to the
+    // terminal's own).
+    EXPECT_NE(styled.find("\x1b[1m"), std::string::npos) << styled;
+    const std::regex sequence("\x1b\\[([0-9;]*)m");
+    for (std::sregex_iterator it(styled.begin(), styled.end(), sequence), end; it != end; ++it) {
+        std::stringstream parameters((*it)[1].str());
+        for (std::string parameter; std::getline(parameters, parameter, ';');) {
+            const int code = parameter.empty() ? 0 : std::stoi(parameter);
+            EXPECT_TRUE(code < 30 || code == 39 || code == 49 || code > 107)
+                << "colour " << code << " in " << styled;
+        }
+    }
+    terminal.keys({"y"});
+    EXPECT_NE(run.finished(claude), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(ByFlagOrVariable, TerminalAppWithoutColour,
+                         ::testing::Values(std::pair{"", "app --no-color"},
+                                           std::pair{"NO_COLOR=1", "app"}));
 
 } // namespace
 } // namespace tidewick

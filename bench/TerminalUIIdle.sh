@@ -1,32 +1,63 @@
 #!/usr/bin/env bash
-# The terminal interface at rest under load: starts `tidewick app` in a tmux
-# pane with a temporary home, fills it with 200 sessions of which 50 hold a
-# permission request (real tidewick-hook processes), then reports
-#  - the app's CPU use over 10 s of idling (from /proc/<pid>/stat: the
-#    interface, the service and its 50 waiting connection threads together),
-#  - how long a key takes to show on screen (End, then Home; capture-pane polls).
+# The terminal interface at rest. Starts `tidewick app` in a tmux pane with a
+# temporary home and reports the app's CPU use over 10 s of idling (from
+# /proc/<pid>/stat: the interface, the service and its waiting connection
+# threads together) in these states:
+#  1. under load: 200 sessions of which 50 hold a permission request (real
+#     tidewick-hook processes), the avatar on and animating ("needs you"),
+#  2. the same with the avatar switched off (settings avatarEnabled: false),
+#  3. one working session, the avatar animating ("working"),
+#  4. the same once the avatar has fallen asleep (a replacement avatar.json that
+#     sleeps after 15 s): it no longer animates;
+# and, under load, how long a key takes to show on screen (End, then Home;
+# capture-pane polls).
 # Usage: bench/TerminalUIIdle.sh [bin directory, default build/release/bin]
 set -euo pipefail
 bin=$(cd "${1:-build/release/bin}" && pwd)
-home=$(mktemp -d)
-socket="tw-idle-$$"
-seconds=10
+seconds=${SECONDS_PER_MEASURE:-10}
 hooks=()
-tmx() { tmux -L "$socket" -f /dev/null "$@"; }
+homes=()
+servers=()
 cleanup() {
-  tmx send-keys -t ui q y 2>/dev/null || true
+  for server in "${servers[@]}"; do
+    tmux -L "$server" -f /dev/null send-keys -t ui q y 2>/dev/null || true
+  done
   sleep 1
-  tmx kill-server 2>/dev/null || true
+  for server in "${servers[@]}"; do tmux -L "$server" -f /dev/null kill-server 2>/dev/null || true; done
   for pid in "${hooks[@]}"; do kill "$pid" 2>/dev/null || true; done
-  rm -rf "$home"
+  for home in "${homes[@]}"; do rm -rf "$home"; done
 }
 trap cleanup EXIT
 
-export TIDEWICK_HOME="$home"
-tmx new-session -d -s ui -x 120 -y 40 \
-  "exec env -i TERM=\"\$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='$home' HOME='$home' '$bin/tidewick' app"
-for _ in $(seq 100); do "$bin/tidewick" sessions >/dev/null 2>&1 && break; sleep 0.1; done
+# start_app NAME: a fresh home and `tidewick app` in tmux server NAME, pane "ui".
+start_app() {
+  local name=$1
+  home=$(mktemp -d)
+  homes+=("$home")
+  servers+=("$name")
+  app_support="$home/Library/Application Support/Tidewick"
+  mkdir -p "$app_support"
+  [ -n "${avatar:-}" ] && printf '%s' "$avatar" >"$app_support/avatar.json"
+  tmux -L "$name" -f /dev/null new-session -d -s ui -x 120 -y 40 \
+    "exec env -i TERM=xterm-256color LANG=C.UTF-8 TIDEWICK_HOME='$home' HOME='$home' '$bin/tidewick' app"
+  export TIDEWICK_HOME="$home"
+  for _ in $(seq 100); do "$bin/tidewick" sessions >/dev/null 2>&1 && break; sleep 0.1; done
+  pid=$(tmux -L "$name" -f /dev/null display-message -p -t ui '#{pane_pid}')
+}
 
+# measure LABEL: the app's CPU share over $seconds seconds.
+measure() {
+  local start end hz
+  start=$(awk '{print $14 + $15}' "/proc/$pid/stat")
+  sleep "$seconds"
+  end=$(awk '{print $14 + $15}' "/proc/$pid/stat")
+  hz=$(getconf CLK_TCK)
+  awk -v d=$((end - start)) -v hz="$hz" -v s="$seconds" -v label="$1" \
+    'BEGIN { printf "idle CPU over %d s, %s: %.2f%% of one core (%d ticks at %d Hz)\n", s, label, 100 * d / (hz * s), d, hz }'
+}
+
+# --- Under load ---------------------------------------------------------------
+start_app "tw-idle-load-$$"
 for i in $(seq 150); do
   printf '{"hook_event_name":"UserPromptSubmit","session_id":"busy-%03d","cwd":"/home/ana/src/project-%03d","prompt":"Keep going"}' "$i" "$i" |
     "$bin/tidewick-hook" --agent claude --event UserPromptSubmit >/dev/null
@@ -47,28 +78,43 @@ for _ in $(seq 200); do
   sleep 0.1
 done
 echo "sessions: $("$bin/tidewick" sessions | wc -l), held requests: $held"
-
-pid=$(tmx display-message -p -t ui '#{pane_pid}')
-ticks() { awk '{print $14 + $15}' "/proc/$pid/stat"; }
 sleep 2 # let the burst of arrivals settle
-start=$(ticks)
-sleep "$seconds"
-end=$(ticks)
-hz=$(getconf CLK_TCK)
-awk -v d=$((end - start)) -v hz="$hz" -v s="$seconds" \
-  'BEGIN { printf "idle CPU over %d s: %.2f%% of one core (%d ticks at %d Hz)\n", s, 100 * d / (hz * s), d, hz }'
+measure "200 sessions, 50 held, avatar on"
+# Settings apply while the interface runs.
+printf '{"avatarEnabled": false}\n' >"$app_support/settings.json"
+sleep 2
+measure "200 sessions, 50 held, avatar off"
+rm "$app_support/settings.json"
 
 # Key to screen: the selection marker moves to the last row and back.
 now_ms() { date +%s%3N; }
 for key in End Home; do
-  before=$(tmx capture-pane -p -t ui | grep '▸' || true)
+  before=$(tmux -L "tw-idle-load-$$" -f /dev/null capture-pane -p -t ui | grep '▸' || true)
   t0=$(now_ms)
-  tmx send-keys -t ui "$key"
+  tmux -L "tw-idle-load-$$" -f /dev/null send-keys -t ui "$key"
   for _ in $(seq 500); do
-    after=$(tmx capture-pane -p -t ui | grep '▸' || true)
+    after=$(tmux -L "tw-idle-load-$$" -f /dev/null capture-pane -p -t ui | grep '▸' || true)
     [ "$after" != "$before" ] && break
   done
   echo "key $key shown after $(( $(now_ms) - t0 )) ms (including capture-pane polling)"
 done
 echo "screen:"
-tmx capture-pane -p -t ui
+tmux -L "tw-idle-load-$$" -f /dev/null capture-pane -p -t ui
+
+# --- One working session, awake then asleep -------------------------------------
+# A replacement avatar (which also shows that one is taken up): 2 frames a second
+# while working, asleep after 15 quiet seconds.
+frames='[["(o_o)"],["(o_O)"]]'
+avatar='{"sleepAfterSeconds": 15, "poses": {'
+for pose in needsYou error working finished idle sleeping; do
+  avatar+="\"$pose\": {\"expression\": \"$pose\", \"framesPerSecond\": 2, \"frames\": $frames},"
+done
+avatar="${avatar%,}}}"
+start_app "tw-idle-quiet-$$"
+printf '{"hook_event_name":"UserPromptSubmit","session_id":"busy","cwd":"/home/ana/src/project","prompt":"Keep going"}' |
+  "$bin/tidewick-hook" --agent claude --event UserPromptSubmit >/dev/null
+sleep 1
+measure "1 working session, avatar animating"
+sleep 6 # 15 s without news: asleep
+tmux -L "tw-idle-quiet-$$" -f /dev/null capture-pane -p -t ui | grep -q sleeping || echo "(the avatar is not asleep yet)"
+measure "1 working session, avatar asleep"

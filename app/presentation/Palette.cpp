@@ -8,14 +8,14 @@ namespace {
 constexpr short basicRed = 1, basicGreen = 2, basicYellow = 3, basicBlue = 4;
 
 struct Choice {
-    short extended;
+    std::optional<short> extended;
     std::optional<short> basic;
     bool bold;
     bool dim;
 };
 
-// Amber asks, red alarms, green works, blue has finished, grey rests and fades when over.
-// On 8 colours idle keeps the terminal's own colour and ended is dim.
+// Amber asks, red alarms, green works, blue has finished; idle keeps the terminal's own
+// colour (readable on light and dark backgrounds alike) and what is over fades to grey.
 Choice choiceFor(Tint tint) {
     switch (tint) {
     case Tint::needsYou:
@@ -27,11 +27,11 @@ Choice choiceFor(Tint tint) {
     case Tint::finished:
         return {75, basicBlue, true, false};
     case Tint::idle:
-        return {250, std::nullopt, false, false};
+        return {std::nullopt, std::nullopt, false, false};
     case Tint::ended:
-        return {242, std::nullopt, false, true};
+        return {244, std::nullopt, false, true};
     }
-    return {250, std::nullopt, false, false};
+    return {std::nullopt, std::nullopt, false, false};
 }
 
 } // namespace

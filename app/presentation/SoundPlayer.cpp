@@ -51,7 +51,9 @@ void SoundPlayer::play(AlertSound sound) {
     if (sound == AlertSound::none)
         return;
     reap();
-    if (!program_ || !soundsReady()) {
+    // Written whether or not a player is found, for anyone who wants to hear them.
+    const bool ready = soundsReady();
+    if (!program_ || !ready) {
         if (bell_)
             bell_();
         return;

@@ -41,8 +41,8 @@ public:
     [[nodiscard]] const std::optional<std::string>& program() const { return program_; }
 
     /// Starts playing `sound` and returns at once; nothing for AlertSound::none. Writes the
-    /// sound files on first use. Rings the bell instead when there is no player, the files
-    /// cannot be written or the player cannot be started. Never throws.
+    /// sound files on first use, with or without a player. Rings the bell instead when there is no
+    /// player, the files cannot be written or the player cannot be started. Never throws.
     void play(AlertSound sound);
 
     /// Collects players that have ended, so none is left behind as a zombie. Cheap when

@@ -3,6 +3,7 @@
 // notifications.
 #pragma once
 
+#include "foundation/EnumTable.h"
 #include "foundation/UUID.h"
 #include "sessions/Session.h"
 
@@ -20,6 +21,10 @@ struct Alert {
         waitingReply,
         /// The agent's turn is over (a reply wait ended unanswered).
         finished,
+        /// The agent reported an error.
+        error,
+        /// The agent reached a usage limit.
+        usageLimit,
     };
 
     Kind kind = Kind::needsPermission;
@@ -37,6 +42,17 @@ struct Alert {
     std::size_t alsoHeld = 0;
 
     friend bool operator==(const Alert&, const Alert&) = default;
+};
+
+/// Raw values equal the case names (the keys of the alertSounds setting).
+template <> struct RawValues<Alert::Kind> {
+    static constexpr EnumTable<Alert::Kind, 5> table{{{
+        {Alert::Kind::needsPermission, "needsPermission"},
+        {Alert::Kind::waitingReply, "waitingReply"},
+        {Alert::Kind::finished, "finished"},
+        {Alert::Kind::error, "error"},
+        {Alert::Kind::usageLimit, "usageLimit"},
+    }}};
 };
 
 } // namespace tidewick

@@ -71,6 +71,17 @@ Alert heldAlert(const PendingRequest& request, const SessionKey& key) {
 }
 
 // Told when a turn ended with nobody replying, so the user still learns it is over.
+/// An agent that reports an error has usually stopped working: the user should know.
+Alert errorAlert(const AgentEvent& event, const SessionKey& key) {
+    Alert alert;
+    alert.kind = Alert::Kind::error;
+    alert.session = key;
+    alert.title = event.title.value_or(std::string(SessionText::error));
+    alert.detail = event.detail;
+    alert.informational = true;
+    return alert;
+}
+
 Alert finishedAlert(const SessionKey& key, const std::optional<std::string>& detail) {
     Alert alert;
     alert.kind = Alert::Kind::finished;
@@ -340,6 +351,8 @@ HookResponse TidewickService::handle(const HookRequest& request,
         return holdForUser(*parsed, *adapter, request, settings, isClientGone);
     }
     record(parsed->event, request);
+    if (parsed->event.kind == EventKind::error)
+        raise(errorAlert(parsed->event, keyOf(parsed->event)));
     return answer(std::nullopt);
 }
 
@@ -384,10 +397,9 @@ void TidewickService::raise(const Alert& alert) {
         s.announce(alert);
         return;
     case AlertThrottle::Admission::Kind::kept:
-        s.work->asyncAfter(
-            std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                std::chrono::duration<double>(admission.waitSeconds)),
-            [this, key = alert.session] { raiseKept(key); });
+        s.work->asyncAfter(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                               std::chrono::duration<double>(admission.waitSeconds)),
+                           [this, key = alert.session] { raiseKept(key); });
         return;
     case AlertThrottle::Admission::Kind::joined:
         return;

@@ -266,9 +266,23 @@ TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
     }
     EXPECT_TRUE(service->pendingRequests().empty() && alertsSoFar().empty());
     EXPECT_TRUE(inTimeline(cursorKey, "Allowed (read-only): ls -la"));
+
+    // Nothing to hold in an error either, but the user hears of it.
+    HookRequest failed = cursorShell("", "c-3");
+    failed.event = "stop";
+    failed.payload = JSONValue::parse(R"({"hook_event_name":"stop","conversation_id":"c-3",)"
+                                      R"("status":"error","workspace_roots":["/w"]})");
+    EXPECT_EQ(handleNow(failed), (HookOutput{"{}", 0}));
+    EXPECT_EQ(alertsSoFar(1), (std::vector<Alert>{{Alert::Kind::error,
+                                                   {AgentKind::cursor, "c-3"},
+                                                   "The agent hit an error",
+                                                   std::nullopt,
+                                                   std::nullopt,
+                                                   true,
+                                                   false}}));
     EXPECT_TRUE(inTimeline(claudeKey, "Finished the turn"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
-    EXPECT_EQ(service->sessions().size(), 2u);
+    EXPECT_EQ(service->sessions().size(), 3u);
 }
 
 TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {

@@ -48,6 +48,16 @@ const std::vector<std::string>& TidewickSettings::defaultQuickReplies() {
     return replies;
 }
 
+const std::map<Alert::Kind, AlertSound>& TidewickSettings::defaultAlertSounds() {
+    static const std::map<Alert::Kind, AlertSound> sounds = {
+        {Alert::Kind::needsPermission, AlertSound::knock},
+        {Alert::Kind::waitingReply, AlertSound::question},
+        {Alert::Kind::finished, AlertSound::chime},
+        {Alert::Kind::error, AlertSound::buzz},
+        {Alert::Kind::usageLimit, AlertSound::pulse}};
+    return sounds;
+}
+
 void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.beginObject();
     out.member("permissionTimeoutSeconds", settings.permissionTimeoutSeconds);
@@ -57,8 +67,10 @@ void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.member("systemNotificationsEnabled", settings.systemNotificationsEnabled);
     out.member("glowEnabled", settings.glowEnabled);
     out.member("soundEnabled", settings.soundEnabled);
+    out.member("alertSounds", settings.alertSounds);
     out.member("quietMode", settings.quietMode);
     out.member("alertChip", settings.alertChip);
+    out.member("avatarEnabled", settings.avatarEnabled);
     out.member("allowKey", settings.allowKey);
     out.member("denyKey", settings.denyKey);
     out.member("launchAtLogin", settings.launchAtLogin);
@@ -75,28 +87,40 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     std::optional<std::vector<JSONValue>> replies;
     std::optional<std::string> allowKey;
     std::optional<std::string> denyKey;
+    std::optional<std::map<std::string, JSONValue>> sounds;
     using M = JSONMember;
-    const bool isObject = readObject(
-        in, M::lenient("permissionTimeoutSeconds", permissionSeconds),
-        M::lenient("replyTimeoutSeconds", replySeconds), M::lenient("gating", out.gating),
-        M::lenient("quickReplies", replies),
-        M::lenient("systemNotificationsEnabled", out.systemNotificationsEnabled),
-        M::lenient("glowEnabled", out.glowEnabled), M::lenient("soundEnabled", out.soundEnabled),
-        M::lenient("quietMode", out.quietMode), M::lenient("alertChip", out.alertChip),
-        M::lenient("allowKey", allowKey), M::lenient("denyKey", denyKey),
-        M::lenient("launchAtLogin", out.launchAtLogin),
-        M::lenient("checkForUpdates", out.checkForUpdates),
-        // Keys of a later version are kept, in order, so writing the settings back never
-        // loses them.
-        M::others([&out](std::string_view key, JSONReader& in) {
-            std::string name(key);
-            out.unknownKeys.emplace_back(std::move(name), in.readValue());
-            return true;
-        }));
+    const bool isObject =
+        readObject(in, M::lenient("permissionTimeoutSeconds", permissionSeconds),
+                   M::lenient("replyTimeoutSeconds", replySeconds),
+                   M::lenient("gating", out.gating), M::lenient("quickReplies", replies),
+                   M::lenient("systemNotificationsEnabled", out.systemNotificationsEnabled),
+                   M::lenient("glowEnabled", out.glowEnabled),
+                   M::lenient("soundEnabled", out.soundEnabled), M::lenient("alertSounds", sounds),
+                   M::lenient("quietMode", out.quietMode), M::lenient("alertChip", out.alertChip),
+                   M::lenient("avatarEnabled", out.avatarEnabled), M::lenient("allowKey", allowKey),
+                   M::lenient("denyKey", denyKey), M::lenient("launchAtLogin", out.launchAtLogin),
+                   M::lenient("checkForUpdates", out.checkForUpdates),
+                   // Keys of a later version are kept, in order, so writing the settings back never
+                   // loses them.
+                   M::others([&out](std::string_view key, JSONReader& in) {
+                       std::string name(key);
+                       out.unknownKeys.emplace_back(std::move(name), in.readValue());
+                       return true;
+                   }));
     applySeconds(permissionSeconds, out.permissionTimeoutSeconds);
     applySeconds(replySeconds, out.replyTimeoutSeconds);
     applyKey(allowKey, out.allowKey);
     applyKey(denyKey, out.denyKey);
+    // One mistyped sound keeps its kind's default rather than silencing the others.
+    if (sounds)
+        for (const auto& [kind, sound] : *sounds) {
+            const std::optional<Alert::Kind> alertKind = fromRaw<Alert::Kind>(kind);
+            const std::string* name = sound.stringValue();
+            const std::optional<AlertSound> chosen =
+                name ? fromRaw<AlertSound>(*name) : std::nullopt;
+            if (alertKind && chosen)
+                out.alertSounds[*alertKind] = *chosen;
+        }
     // Entries that are not texts are skipped rather than losing the whole list.
     if (replies) {
         out.quickReplies.clear();

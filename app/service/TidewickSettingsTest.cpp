@@ -18,7 +18,9 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
         R"({"permissionTimeoutSeconds":300,"replyTimeoutSeconds":3600,"gating":)" +
             encodeJSON(GatingPolicy()) +
             R"(,"quickReplies":["Continue working.","Run the tests.","Fix the remaining errors.","Explain what you changed."],)"
-            R"("systemNotificationsEnabled":true,"glowEnabled":true,"soundEnabled":true,"quietMode":false,"alertChip":true,)"
+            R"("systemNotificationsEnabled":true,"glowEnabled":true,"soundEnabled":true,)"
+            R"("alertSounds":{"needsPermission":"knock","waitingReply":"question","finished":"chime",)"
+            R"("error":"buzz","usageLimit":"pulse"},"quietMode":false,"alertChip":true,"avatarEnabled":true,)"
             R"("allowKey":"y","denyKey":"n","launchAtLogin":false,"checkForUpdates":false})");
     EXPECT_EQ(decodeJSON<TidewickSettings>(defaults), TidewickSettings());
     EXPECT_EQ(decodeJSON<TidewickSettings>("{}"), TidewickSettings());
@@ -29,14 +31,21 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
         "gating": {"gateCommands": {"cursor": false, "vim": true}, "safePrefixes": ["make -n"],
                    "paused": true},
         "quickReplies": ["Go on.", 7, "Stop here."], "soundEnabled": "no", "quietMode": true,
-        "allowKey": "a", "denyKey": "", "launchAtLogin": 1})");
+        "allowKey": "a", "denyKey": "", "launchAtLogin": 1, "avatarEnabled": false,
+        "alertSounds": {"finished": "none", "error": "loud", "usageLimit": 3, "later": "knock",
+                        "needsPermission": "pulse"}})");
     EXPECT_EQ(read.permissionTimeoutSeconds + read.replyTimeoutSeconds, 45.5 + 3600);
     EXPECT_EQ(read.gating.gateCommands, (std::map<AgentKind, bool>{{AgentKind::cursor, false}}));
     EXPECT_TRUE(read.gating.paused);
     EXPECT_EQ(read.quickReplies, (std::vector<std::string>{"Go on.", "Stop here."}));
     EXPECT_TRUE(read.soundEnabled && read.quietMode);
     EXPECT_EQ(read.allowKey + read.denyKey, "an");
-    EXPECT_FALSE(read.launchAtLogin);
+    EXPECT_FALSE(read.launchAtLogin || read.avatarEnabled);
+    // Each sound entry stands alone: unknown sounds and kinds are passed over.
+    std::map<Alert::Kind, AlertSound> sounds = TidewickSettings::defaultAlertSounds();
+    sounds[Alert::Kind::finished] = AlertSound::none;
+    sounds[Alert::Kind::needsPermission] = AlertSound::pulse;
+    EXPECT_EQ(read.alertSounds, sounds);
 
     // A gating object missing one of its three keys falls back whole.
     read = *decodeJSON<TidewickSettings>(
@@ -69,8 +78,8 @@ TEST_F(SettingsFileTest, ReadsEditsAtOnceAndKeepsUnknownKeysWhenWritingBack) {
 
     const JSONValue written = JSONValue::parse(File::read(file.path()));
     const JSONValue::Object& pairs = *written.objectPairs();
-    ASSERT_EQ(pairs.size(), 15u);
-    EXPECT_EQ(pairs[13].first + pairs[13].second.compact() + pairs[14].first,
+    ASSERT_EQ(pairs.size(), 17u);
+    EXPECT_EQ(pairs[15].first + pairs[15].second.compact() + pairs[16].first,
               R"(fromANewerVersion{"a":[1,2]}zeta)");
     EXPECT_EQ(*written.get("allowKey")->stringValue(), "Y");
     EXPECT_EQ(SettingsFile(file.path()).current(), settings);

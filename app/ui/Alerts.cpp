@@ -22,18 +22,24 @@ Notification notificationFor(const Alert& alert) {
         body += "\n" + Text::cut(*alert.detail, bodyLimit, Text::ellipsis);
     switch (alert.kind) {
     case Alert::Kind::needsPermission:
-        notification.summary = agent + " needs permission";
+        notification.summary = SessionText::asksFor(agent, PendingKind::permission);
         notification.offersAnswers = alert.requestId.has_value();
         notification.urgent = true;
         if (auto risk = CommandRisk::assessDetail(alert.detail))
             body += "\n⚠ " + risk->reason;
         break;
     case Alert::Kind::waitingReply:
-        notification.summary = agent + " is waiting for your reply";
+        notification.summary = SessionText::asksFor(agent, PendingKind::reply);
         break;
     case Alert::Kind::finished:
         notification.summary = agent + " finished";
         body = SessionText::noReplyItStopped;
+        break;
+    case Alert::Kind::error:
+        notification.summary = agent + " ran into an error";
+        break;
+    case Alert::Kind::usageLimit:
+        notification.summary = agent + " reached a usage limit";
         break;
     }
     if (alert.alsoHeld > 0)
@@ -46,15 +52,25 @@ Notification notificationFor(const Alert& alert) {
 
 AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings) {
     AlertEffects effects;
-    const bool held = alert.kind != Alert::Kind::finished;
+    const bool held =
+        alert.kind == Alert::Kind::needsPermission || alert.kind == Alert::Kind::waitingReply;
     const bool audible = !settings.quietMode;
-    effects.bell = held && settings.soundEnabled && audible;
+    if (settings.soundEnabled && audible) {
+        const auto chosen = settings.alertSounds.find(alert.kind);
+        effects.sound = chosen != settings.alertSounds.end()
+                            ? chosen->second
+                            : TidewickSettings::defaultAlertSounds().at(alert.kind);
+    }
     effects.glow = held && settings.glowEnabled && alert.requestId.has_value();
     if (settings.systemNotificationsEnabled && audible)
         effects.notification = notificationFor(alert);
-    if (!held)
+    if (!held) {
+        const std::string agent(displayName(alert.session.agent));
         effects.message =
-            std::string(displayName(alert.session.agent)) + ": " + std::string(SessionText::noReplyItStopped);
+            agent + ": " +
+            (alert.kind == Alert::Kind::finished ? std::string(SessionText::noReplyItStopped)
+                                                 : DisplayText::singleLine(alert.title));
+    }
     return effects;
 }
 

@@ -9,40 +9,58 @@ Alert alert(Alert::Kind kind) {
     Alert alert;
     alert.kind = kind;
     alert.session = {AgentKind::cursor, "c1"};
-    alert.title = kind == Alert::Kind::finished ? "Finished" : "Run sudo make install";
+    const bool held = kind == Alert::Kind::needsPermission || kind == Alert::Kind::waitingReply;
+    alert.title = held                         ? "Run sudo make install"
+                  : kind == Alert::Kind::error ? "The agent hit an error"
+                                               : "Finished";
     alert.detail = "sudo make install\n\nInstall it";
-    if (kind != Alert::Kind::finished)
+    if (held)
         alert.requestId = UUID::random();
     alert.turnEnded = kind != Alert::Kind::needsPermission;
     return alert;
 }
 
-TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
-    TidewickSettings usual, off, quiet;
+TEST(Alerts, EachKindSoundsGlowsAndNotifiesAsTheSettingsSay) {
+    TidewickSettings usual, off, quiet, chosen;
     off.soundEnabled = off.glowEnabled = off.systemNotificationsEnabled = false;
     quiet.quietMode = true;
+    chosen.alertSounds = {{Alert::Kind::usageLimit, AlertSound::none},
+                          {Alert::Kind::needsPermission, AlertSound::chime}};
     using enum Alert::Kind;
+    using enum AlertSound;
     struct Row {
         std::string name;
         Alert::Kind kind;
         TidewickSettings settings;
-        bool bell, glow;
+        AlertSound sound;
+        bool glow;
         std::string summary; // empty: no notification
         bool offersAnswers;
     };
     for (const Row& row : std::vector<Row>{
-             {"permission", needsPermission, usual, true, true, "Cursor needs permission", true},
-             {"permission, all off", needsPermission, off, false, false, "", false},
+             {"permission", needsPermission, usual, knock, true, "Cursor needs permission", true},
+             {"permission, all off", needsPermission, off, none, false, "", false},
              // Quiet mode keeps the screen telling everything.
-             {"permission, quiet", needsPermission, quiet, false, true, "", false},
+             {"permission, quiet", needsPermission, quiet, none, true, "", false},
              // A reply cannot be given with a button.
-             {"reply", waitingReply, usual, true, true, "Cursor is waiting for your reply", false},
-             {"finished", finished, usual, false, false, "Cursor finished", false},
-             {"finished, quiet", finished, quiet, false, false, "", false}}) {
+             {"reply", waitingReply, usual, question, true, "Cursor is waiting for your reply",
+              false},
+             {"finished", finished, usual, chime, false, "Cursor finished", false},
+             {"finished, quiet", finished, quiet, none, false, "", false},
+             {"error", error, usual, buzz, false, "Cursor ran into an error", false},
+             {"usage limit", usageLimit, usual, pulse, false, "Cursor reached a usage limit",
+              false},
+             // A sound chosen per kind; a kind the setting leaves out keeps its own.
+             {"usage limit, silenced", usageLimit, chosen, none, false,
+              "Cursor reached a usage limit", false},
+             {"permission, another sound", needsPermission, chosen, chime, true,
+              "Cursor needs permission", true},
+             {"reply, left out", waitingReply, chosen, question, true,
+              "Cursor is waiting for your reply", false}}) {
         const Alert raised = alert(row.kind);
         SCOPED_TRACE(row.name);
         const AlertEffects effects = alertEffects(raised, row.settings);
-        EXPECT_EQ(effects.bell, row.bell);
+        EXPECT_EQ(rawValue(effects.sound), rawValue(row.sound));
         EXPECT_EQ(effects.glow, row.glow);
         EXPECT_EQ(effects.notification ? effects.notification->summary : "", row.summary);
         if (!effects.notification)
@@ -59,6 +77,7 @@ TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
     const AlertEffects ended = alertEffects(alert(finished), usual);
     EXPECT_EQ(ended.notification->body, "No reply — it stopped");
     EXPECT_EQ(ended.message, "Cursor: No reply — it stopped");
+    EXPECT_EQ(alertEffects(alert(error), usual).message, "Cursor: The agent hit an error");
 
     Alert burst = alert(waitingReply);
     burst.detail.reset();

@@ -1,8 +1,10 @@
 // The full-screen terminal interface of `tidewick app`: the sessions, their
-// held requests and the keys that answer them, with the bell, the glowing
-// frame and desktop notifications for new requests.
+// held requests and the keys that answer them, with the avatar in the header,
+// alert sounds (or the bell), the glowing frame, a banner for requests held
+// out of view and desktop notifications for new requests.
 #pragma once
 
+#include "presentation/Palette.h"
 #include "service/TidewickService.h"
 
 #include <csignal>
@@ -20,6 +22,11 @@ struct TerminalUIOptions {
     /// The session bus for desktop notifications; nothing: DBUS_SESSION_BUS_ADDRESS. Without
     /// a bus there are no desktop notifications and nothing else changes.
     std::optional<std::string> busAddress;
+    /// never: no colour whatever the terminal can do (--no-color); automatic also honours
+    /// NO_COLOR.
+    Palette::ColourRequest colours = Palette::ColourRequest::automatic;
+    /// Where the sound player programs are looked for; nothing: PATH.
+    std::optional<std::string> searchPath;
 };
 
 /// Runs the interface on this process's terminal (standard input and output) for the running

@@ -16,13 +16,19 @@ std::string allowedReadOnly(const std::optional<std::string>& command) {
     return "Allowed (read-only): " + command.value_or("command");
 }
 
+std::string asksFor(std::string_view who, PendingKind kind) {
+    return std::string(who) +
+           (kind == PendingKind::permission ? " needs permission" : " is waiting for your reply");
+}
+
 std::string alsoWaiting(std::size_t count) {
     return "+" + std::to_string(count) + (count == 1 ? " more request" : " more requests") +
            " waiting";
 }
 
 std::string noPermissionRequest(std::string_view who) {
-    return std::string(who) + " has no permission request waiting, so the decision was not delivered.";
+    return std::string(who) +
+           " has no permission request waiting, so the decision was not delivered.";
 }
 
 std::string noReplyWaiting(std::string_view who) {
