@@ -9,6 +9,7 @@
 
 namespace tidewick {
 
+/// One synthesised sound, or none. Raw values equal the case names.
 enum class AlertSound {
     /// No sound at all.
     none,

@@ -19,6 +19,7 @@ namespace tidewick {
 
 class JSONReader;
 
+/// What the avatar looks like in each pose, and when it falls asleep.
 struct AvatarDefinition {
     /// A definition that cannot be used; what() is the reason, a clause that fits into a
     /// sentence ("the pose \"idle\" has no frames").
@@ -34,8 +35,10 @@ struct AvatarDefinition {
     static constexpr int maxExpressionColumns = 40;
     static constexpr double maxFramesPerSecond = 4;
 
+    /// One picture: its lines of text, top to bottom.
     using Frame = std::vector<std::string>;
 
+    /// How the avatar looks in one pose.
     struct Pose {
         /// A few words beside the figure ("Needs you!").
         std::string expression;

@@ -25,6 +25,7 @@ template <> struct RawValues<AvatarPose> {
     }}};
 };
 
+/// Every pose, in declaration order.
 inline constexpr std::array<AvatarPose, 6> allAvatarPoses = {
     AvatarPose::needsYou, AvatarPose::error, AvatarPose::working,
     AvatarPose::finished, AvatarPose::idle,  AvatarPose::sleeping};

@@ -15,6 +15,7 @@ namespace tidewick {
 /// The status colours.
 enum class Tint { needsYou, error, working, finished, idle, ended };
 
+/// Every tint, in declaration order.
 inline constexpr std::array<Tint, 6> allTints = {Tint::needsYou, Tint::error, Tint::working,
                                                  Tint::finished, Tint::idle,  Tint::ended};
 
@@ -23,6 +24,7 @@ inline constexpr std::array<Tint, 6> allTints = {Tint::needsYou, Tint::error, Ti
 /// The tint of an avatar pose (sleeping is idle's).
 [[nodiscard]] Tint tintOf(AvatarPose pose);
 
+/// The looks of the tints at one colour depth.
 class Palette {
 public:
     /// How many colours the palette may use.
@@ -53,9 +55,12 @@ public:
         bool dim = false;
     };
 
+    /// The palette for `depth` (see depthFor).
     explicit Palette(Depth depth) : depth_(depth) {}
 
+    /// How many colours it uses.
     [[nodiscard]] Depth depth() const { return depth_; }
+    /// How `tint` is drawn at this depth.
     [[nodiscard]] Look look(Tint tint) const;
 
 private:

@@ -9,6 +9,7 @@
 
 namespace tidewick {
 
+/// The sound files of one folder. Not thread-safe: one writer at a time.
 class SoundLibrary {
 public:
     /// The sounds in `directory` (TidewickPaths::soundsDirectory()).
@@ -24,6 +25,7 @@ public:
     /// Throws SystemError when a file cannot be written.
     bool prepare() const;
 
+    /// The folder of the sound files.
     [[nodiscard]] const std::string& directory() const { return directory_; }
 
 private:

@@ -15,32 +15,29 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Folders of fake player programs: each records its name and arguments in "played" and,
-/// when "hold" exists, waits until it is removed.
+/// Folders of fake player programs: each notes its name and arguments in "played" and
+/// then waits while "hold" exists.
 class FakePlayers {
 public:
-    std::string folder(const std::string& name) const { return File::join(root.path(), name); }
+    std::string path(const std::string& name) const { return File::join(root.path(), name); }
 
-    void add(const std::string& folderName, const std::string& program, mode_t mode = 0700) const {
-        File::makeDirectories(folder(folderName), 0700);
-        File::writeAtomically(File::join(folder(folderName), program),
-                              "#!/bin/sh\n"
-                              "echo \"$(basename \"$0\") $*\" >> '" +
-                                  played() +
-                                  "'\n"
-                                  "while [ -e '" +
-                                  hold() + "' ]; do sleep 0.02; done\n",
-                              mode);
+    /// Adds `program` to folder `folder`; a name ending in "!" is not executable.
+    void add(const std::string& folder, std::string program) const {
+        const bool executable = !program.ends_with("!");
+        if (!executable)
+            program.pop_back();
+        File::makeDirectories(path(folder), 0700);
+        File::writeAtomically(File::join(path(folder), program),
+                              "#!/bin/sh\necho \"$(basename \"$0\") $*\" >> '" + path("played") +
+                                  "'\nwhile [ -e '" + path("hold") + "' ]; do sleep 0.02; done\n",
+                              executable ? 0700 : 0600);
     }
-    std::string played() const { return File::join(root.path(), "played"); }
-    std::string hold() const { return File::join(root.path(), "hold"); }
-    std::string sounds() const { return File::join(root.path(), "Sounds"); }
 
-    /// What the players recorded once `lines` lines are there (10 s at most).
-    std::string waitForPlayed(std::size_t lines) const {
+    /// What the players noted once `lines` lines are there (10 s at most).
+    std::string played(std::size_t lines) const {
         std::string text;
         for (int i = 0; i < 500; ++i, std::this_thread::sleep_for(20ms)) {
-            text = File::exists(played()) ? File::read(played()) : "";
+            text = File::exists(path("played")) ? File::read(path("played")) : "";
             if (static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) >= lines)
                 break;
         }
@@ -61,8 +58,10 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
     struct Row {
         std::string name;
         std::vector<std::pair<std::string, std::string>> programs; // folder, program
-        std::string path;                                          // folder names, ':'
-        std::string played; // what the player recorded; empty: the bell rings
+        std::string path;              // folders, made absolute but for "rel" and empty ones
+        std::string played;            // what the player noted; empty: the bell rings
+        std::string sounds = "Sounds"; // where the sounds go
+        std::string report = "";
     };
     const std::vector<Row> rows = {
         {"pw-play before paplay, whatever the folder order",
@@ -80,38 +79,51 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
          "aplay -q SOUNDS/knock.wav"},
         {"no player on the path", {{"a", "mpv"}}, "a", ""},
         {"relative folders are never searched", {{"rel", "paplay"}}, "rel:", ""},
+        {"sounds that cannot be written",
+         {{"a", "paplay"}},
+         "a",
+         "",
+         "a/paplay/Sounds",
+         "Tidewick couldn't write its alert sounds in ROOT/a/paplay/Sounds (mkdir(ROOT/a/paplay): "
+         "Not a directory), so it rings the terminal bell instead."},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         FakePlayers fakes;
-        for (auto [folder, program] : row.programs) {
-            const bool executable = !program.ends_with("!");
-            if (!executable)
-                program.pop_back();
-            fakes.add(folder, program, executable ? 0700 : 0600);
-        }
+        for (const auto& [folder, program] : row.programs)
+            fakes.add(folder, program);
         std::string path;
         for (std::size_t start = 0; start <= row.path.size();) {
-            std::size_t colon = std::min(row.path.find(':', start), row.path.size());
+            const std::size_t colon = std::min(row.path.find(':', start), row.path.size());
             const std::string name = row.path.substr(start, colon - start);
-            // Relative names stay relative, as a user's PATH might have them.
             path += (path.empty() ? "" : ":") +
-                    (name.empty() || name == "rel" ? name : fakes.folder(name));
+                    (name.empty() || name == "rel" ? name : fakes.path(name));
             start = colon + 1;
         }
+        auto rooted = [&](std::string text) {
+            for (std::size_t at; (at = text.find("ROOT")) != std::string::npos;)
+                text.replace(at, 4, fakes.root.path());
+            for (std::size_t at; (at = text.find("SOUNDS")) != std::string::npos;)
+                text.replace(at, 6, fakes.path(row.sounds));
+            return text;
+        };
         int bells = 0;
-        SoundPlayer player(SoundLibrary(fakes.sounds()), path, [&bells] { ++bells; });
-        player.play(AlertSound::knock);
-        EXPECT_TRUE(File::exists(File::join(fakes.sounds(), "knock.wav")));
+        std::vector<std::string> reports;
+        SoundPlayer player(
+            SoundLibrary(fakes.path(row.sounds)), path, [&bells] { ++bells; },
+            [&reports](const std::string& sentence) { reports.push_back(sentence); });
+        for (int i = 0; i < (row.report.empty() ? 1 : 2); ++i)
+            player.play(AlertSound::knock);
+        EXPECT_EQ(reports, row.report.empty() ? std::vector<std::string>{}
+                                              : std::vector<std::string>{rooted(row.report)})
+            << "reported once";
         if (row.played.empty()) {
-            EXPECT_EQ(bells, 1);
-            EXPECT_FALSE(player.program());
+            EXPECT_EQ(bells, row.report.empty() ? 1 : 2);
+            EXPECT_FALSE(File::exists(fakes.path("played")));
             continue;
         }
         EXPECT_EQ(bells, 0);
-        std::string expected = row.played;
-        expected.replace(expected.find("SOUNDS"), 6, fakes.sounds());
-        EXPECT_EQ(fakes.waitForPlayed(1), expected + "\n");
+        EXPECT_EQ(fakes.played(1), rooted(row.played) + "\n");
         EXPECT_TRUE(allEnded(player));
     }
 }
@@ -119,9 +131,9 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
 TEST(SoundPlayer, NeverWaitsForThePlayerAndReapsIt) {
     FakePlayers fakes;
     fakes.add("a", "paplay");
-    File::writeAtomically(fakes.hold(), "", 0600);
+    File::writeAtomically(fakes.path("hold"), "", 0600);
     int bells = 0;
-    SoundPlayer player(SoundLibrary(fakes.sounds()), fakes.folder("a"), [&bells] { ++bells; });
+    SoundPlayer player(SoundLibrary(fakes.path("Sounds")), fakes.path("a"), [&bells] { ++bells; });
 
     // Each play returns while its player still runs; beyond three at once a burst is
     // skipped rather than piled up (and without the bell: sounds are playing).
@@ -129,35 +141,14 @@ TEST(SoundPlayer, NeverWaitsForThePlayerAndReapsIt) {
                              AlertSound::question, AlertSound::none})
         player.play(sound);
     EXPECT_EQ(player.playing(), SoundPlayer::mostAtOnce);
-    const std::string played = fakes.waitForPlayed(3);
+    const std::string played = fakes.played(3);
     for (const char* name : {"chime.wav", "buzz.wav", "pulse.wav"})
         EXPECT_NE(played.find(name), std::string::npos) << played;
     EXPECT_EQ(played.find("question.wav"), std::string::npos) << played;
     EXPECT_EQ(bells, 0);
 
-    ASSERT_EQ(::unlink(fakes.hold().c_str()), 0);
+    ASSERT_EQ(::unlink(fakes.path("hold").c_str()), 0);
     EXPECT_TRUE(allEnded(player));
-}
-
-TEST(SoundPlayer, RingsTheBellAndSaysSoOnceWhenTheSoundsCannotBeWritten) {
-    FakePlayers fakes;
-    fakes.add("a", "pw-play");
-    File::writeAtomically(fakes.sounds(), "a file where the folder should be", 0600);
-    int bells = 0;
-    std::vector<std::string> reports;
-    SoundPlayer player(
-        SoundLibrary(File::join(fakes.sounds(), "Sounds")), fakes.folder("a"),
-        [&bells] { ++bells; },
-        [&reports](const std::string& sentence) { reports.push_back(sentence); });
-    player.play(AlertSound::knock);
-    player.play(AlertSound::knock);
-    EXPECT_EQ(bells, 2);
-    ASSERT_EQ(reports.size(), 1u);
-    EXPECT_TRUE(reports[0].starts_with("Tidewick couldn't write its alert sounds in " +
-                                       fakes.sounds() + "/Sounds (mkdir("))
-        << reports[0];
-    EXPECT_TRUE(reports[0].ends_with("), so it rings the terminal bell instead.")) << reports[0];
-    EXPECT_FALSE(File::exists(fakes.played()));
 }
 
 } // namespace
