@@ -154,11 +154,14 @@ void ScreenController::noteNewRequests(const std::vector<Session>& previous) {
     for (const Session& session : previous)
         for (const PendingRequest& request : session.pending)
             known.insert(request.id);
-    const Session* inView = selected();
-    const bool typing = mode_ == Mode::denyMessage || mode_ == Mode::reply;
+    // Left to itself the selection shows the longest-waiting request, so a new one takes
+    // its turn in the list; once the user has chosen a session, or is typing or reading
+    // the keys, it is announced instead.
+    const Session* inView = pinned_ && mode_ == Mode::browse ? selected() : nullptr;
+    const bool elsewhere = pinned_ || mode_ != Mode::browse;
     for (const Session& session : sessions_)
         for (const PendingRequest& request : session.pending)
-            if (!known.count(request.id) && (typing || !inView || inView->key != session.key))
+            if (!known.count(request.id) && elsewhere && (!inView || inView->key != session.key))
                 unseen_.emplace_back(session.key, request.id);
 }
 

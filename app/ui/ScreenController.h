@@ -92,9 +92,10 @@ public:
     [[nodiscard]] const std::vector<std::string>& quickReplies() const { return quickReplies_; }
     [[nodiscard]] const std::string& allowKey() const { return allowKey_; }
     [[nodiscard]] const std::string& denyKey() const { return denyKey_; }
-    /// The newest request held while the user was reading another session or typing, until
-    /// they go there (Tab, or selecting its session) or it is no longer held. Requests
-    /// already held when the interface starts are in the list for all to see: no banner.
+    /// The newest request held while the user was reading another session (one they moved
+    /// to), typing or reading the keys, until they go there (Tab, or selecting its session)
+    /// or it is no longer held. Requests already held when the interface starts, or while
+    /// the selection follows the top row, take their turn in the list: no banner.
     [[nodiscard]] std::optional<Banner> banner() const;
     /// When the user last pressed a key; nothing before the first.
     [[nodiscard]] std::optional<Date> lastKeyAt() const { return lastKeyAt_; }

@@ -192,7 +192,9 @@ TEST_F(ScreenControllerTest, ABannerAnnouncesRequestsHeldOutOfViewAndTabGoesTher
     Session held = asking("held", 10);
     controller.setSessions({quiet, held});
     EXPECT_EQ(banner(), "") << "what was held before the interface started is no news";
-    type({down}); // reading the quiet session
+    controller.setSessions({quiet, held, asking("queued", 15)});
+    EXPECT_EQ(banner(), "") << "left to itself the selection shows each request in turn";
+    type({end}); // reading the quiet session
 
     const Session webshop = asking("webshop", 20);
     Session api = asking("api", 30, PendingKind::reply, AgentKind::codex);
