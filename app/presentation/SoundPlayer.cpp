@@ -1,9 +1,11 @@
 #include "presentation/SoundPlayer.h"
 
 #include "foundation/File.h"
+#include "foundation/Subprocess.h"
 #include "foundation/SystemError.h"
 
-#include <algorithm>
+#include <system_error>
+#include <thread>
 
 namespace tidewick {
 
@@ -33,59 +35,72 @@ std::optional<std::string> SoundPlayer::findPlayer(std::string_view searchPath) 
 }
 
 bool SoundPlayer::soundsReady() {
-    if (ready_)
-        return *ready_;
-    try {
-        (void)library_.prepare();
-        ready_ = true;
-    } catch (const SystemError& error) {
-        ready_ = false;
-        if (reporter_)
-            reporter_("Tidewick couldn't write its alert sounds in " + library_.directory() + " (" +
-                      error.what() + "), so it rings the terminal bell instead.");
+    std::optional<std::string> problem;
+    {
+        std::lock_guard guard(lock_);
+        if (ready_)
+            return *ready_;
+        try {
+            (void)library_.prepare();
+            ready_ = true;
+        } catch (const SystemError& error) {
+            ready_ = false;
+            problem = "Tidewick couldn't write its alert sounds in " + library_.directory() + " (" +
+                      error.what() + "), so it rings the terminal bell instead.";
+        }
     }
-    return *ready_;
+    if (problem && reporter_)
+        reporter_(*problem);
+    return !problem;
+}
+
+void SoundPlayer::ring() const {
+    if (bell_)
+        bell_();
 }
 
 void SoundPlayer::play(AlertSound sound) {
     if (sound == AlertSound::none)
         return;
-    reap();
     // Written whether or not a player is found, for anyone who wants to hear them.
     const bool ready = soundsReady();
-    if (!program_ || !ready) {
-        if (bell_)
-            bell_();
-        return;
+    if (!program_ || !ready)
+        return ring();
+    {
+        std::lock_guard guard(running_->lock);
+        if (running_->count >= mostAtOnce)
+            return; // a burst: the sounds already playing say it
+        ++running_->count;
     }
-    if (running_.size() >= mostAtOnce)
-        return; // a burst: the sounds already playing say it
     std::vector<std::string> arguments = {*program_};
     if (File::lastComponent(*program_) == "aplay")
         arguments.push_back("-q"); // aplay describes every file it plays otherwise
     arguments.push_back(library_.path(sound));
     try {
-        running_.push_back(
-            Subprocess::start(Subprocess::Command{std::move(arguments)}, "/dev/null", "/dev/null"));
-    } catch (const SystemError&) {
-        if (bell_)
-            bell_();
+        Subprocess player =
+            Subprocess::start(Subprocess::Command{std::move(arguments)}, "/dev/null", "/dev/null");
+        // The player ends within a second; this thread collects it then.
+        std::thread([player = std::move(player), running = running_]() mutable {
+            try {
+                (void)player.wait();
+            } catch (const SystemError&) {
+                // Collected by someone else: nothing is left to wait for.
+            }
+            std::lock_guard guard(running->lock);
+            --running->count;
+        }).detach();
+    } catch (const std::exception&) {
+        // The player did not start (SystemError), or no thread could wait for it
+        // (std::system_error): it may play unwaited for, but never blocks.
+        std::lock_guard guard(running_->lock);
+        --running_->count;
+        ring();
     }
 }
 
-void SoundPlayer::reap() {
-    std::erase_if(running_, [](Subprocess& player) {
-        try {
-            return !player.isRunning();
-        } catch (const SystemError&) {
-            return true; // not ours to wait for any more
-        }
-    });
-}
-
-std::size_t SoundPlayer::playing() {
-    reap();
-    return running_.size();
+int SoundPlayer::playing() const {
+    std::lock_guard guard(running_->lock);
+    return running_->count;
 }
 
 } // namespace tidewick

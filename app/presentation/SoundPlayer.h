@@ -4,19 +4,19 @@
 // or the sounds cannot be written.
 #pragma once
 
-#include "foundation/Subprocess.h"
 #include "presentation/AlertSound.h"
 #include "presentation/SoundLibrary.h"
 
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace tidewick {
 
-/// Not thread-safe: one thread (the interface's loop) plays and reaps.
+/// Thread-safe: alerts may come from any thread.
 class SoundPlayer {
 public:
     using Bell = std::function<void()>;
@@ -25,13 +25,18 @@ public:
     /// The player programs looked for, in order of preference.
     static constexpr std::string_view programs[] = {"pw-play", "paplay", "aplay"};
     /// Sounds still playing beyond this many are skipped rather than piled up.
-    static constexpr std::size_t mostAtOnce = 3;
+    static constexpr int mostAtOnce = 3;
 
     /// Plays the sounds of `library`, with the first player found on `searchPath` (a PATH
-    /// value); `bell` rings the terminal bell instead. `reporter` hears, once, why the bell
-    /// rings although a player was found (the sounds could not be written).
+    /// value); `bell` (which may be empty) rings the terminal bell instead. `reporter` hears,
+    /// once, why the bell rings although a player was found (the sounds could not be
+    /// written). Both are called on the thread that plays.
     SoundPlayer(SoundLibrary library, std::string_view searchPath, Bell bell,
                 Reporter reporter = {});
+    /// Leaves sounds that still play to end by themselves (a fraction of a second).
+    ~SoundPlayer() = default;
+    SoundPlayer(const SoundPlayer&) = delete;
+    SoundPlayer& operator=(const SoundPlayer&) = delete;
 
     /// The first of `programs` that is an executable file in a folder of `searchPath`,
     /// preferring earlier programs over earlier folders; nothing when there is none.
@@ -41,27 +46,32 @@ public:
     [[nodiscard]] const std::optional<std::string>& program() const { return program_; }
 
     /// Starts playing `sound` and returns at once; nothing for AlertSound::none. Writes the
-    /// sound files on first use, with or without a player. Rings the bell instead when there is no
-    /// player, the files cannot be written or the player cannot be started. Never throws.
+    /// sound files on first use, with or without a player. Rings the bell instead when there
+    /// is no player, the files cannot be written or the player cannot be started. A thread
+    /// of its own waits for each player, so none is left behind as a zombie. Never throws.
     void play(AlertSound sound);
 
-    /// Collects players that have ended, so none is left behind as a zombie. Cheap when
-    /// nothing plays; call it now and then (every play does too).
-    void reap();
-
-    /// How many players are still running (after reaping).
-    [[nodiscard]] std::size_t playing();
+    /// How many players are still running.
+    [[nodiscard]] int playing() const;
 
 private:
+    /// What the waiting threads share with the player, which may be gone before them.
+    struct Running {
+        mutable std::mutex lock;
+        int count = 0;
+    };
+
     [[nodiscard]] bool soundsReady();
+    void ring() const;
 
     SoundLibrary library_;
-    std::optional<std::string> program_;
+    const std::optional<std::string> program_;
     Bell bell_;
     Reporter reporter_;
+    std::mutex lock_;
     /// Whether the sound files are known to be written (true) or to fail (false).
     std::optional<bool> ready_;
-    std::vector<Subprocess> running_;
+    std::shared_ptr<Running> running_ = std::make_shared<Running>();
 };
 
 } // namespace tidewick

@@ -128,7 +128,7 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
     }
 }
 
-TEST(SoundPlayer, NeverWaitsForThePlayerAndReapsIt) {
+TEST(SoundPlayer, NeverWaitsForThePlayerAndCollectsIt) {
     FakePlayers fakes;
     fakes.add("a", "paplay");
     File::writeAtomically(fakes.path("hold"), "", 0600);

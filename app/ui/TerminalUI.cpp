@@ -446,7 +446,6 @@ int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
         layout.alertChip = settings.alertChip;
         layout.avatar = settings.avatarEnabled ? &avatar : nullptr;
         layout.awakeSince = std::max(started, controller.lastKeyAt().value_or(started));
-        player.reap();
         for (const Alert& alert : mail.alerts) {
             AlertEffects effects = alertEffects(alert, settings);
             player.play(effects.sound);
