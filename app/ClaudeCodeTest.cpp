@@ -2,34 +2,19 @@
 // SessionStart hook starts the installed tidewick-hook, and a whole print-mode
 // turn reaches the running application. Claude Code comes from the npm
 // registry (test only) and runs with no network at all.
+#include "RealAgents.h"
 #include "TidewickPrograms.h"
 
 #include "foundation/TidewickPaths.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <sstream>
-
-extern char** environ;
 
 namespace tidewick {
 namespace {
 
 using testing::runProgram;
-
-std::string lastLine(const std::string& text) {
-    std::string line;
-    std::istringstream lines(text);
-    for (std::string each; std::getline(lines, each);)
-        if (!each.empty())
-            line = each;
-    return line;
-}
-
-// Whether `unshare -n` can give a program a network of its own (loopback only).
-bool canIsolateNetwork() {
-    return runProgram({"/usr/bin/unshare", "-n", "/bin/true"}, {"PATH=/usr/bin:/bin"}).status == 0;
-}
+namespace RealAgents = testing::RealAgents;
 
 // Claude Code installed on first use (into TIDEWICK_CLAUDE_CODE_DIR when set, so
 // build trees can share it) and connected in a temporary home that serves as
@@ -39,18 +24,12 @@ protected:
     void SetUp() override {
         if (!testing::TidewickPrograms::built())
             GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
-        const char* shared = std::getenv("TIDEWICK_CLAUDE_CODE_DIR");
-        std::vector<std::string> environment;
-        for (char** entry = environ; *entry; ++entry)
-            environment.emplace_back(*entry);
-        auto install = runProgram(
-            {"/bin/bash", std::string(TIDEWICK_SOURCE_DIR) + "/scripts/install-claude-code.sh",
-             shared && *shared ? shared : std::string(TIDEWICK_BINARY_DIR) + "/claude-code"},
-            environment, {}, {}, std::chrono::seconds(660));
+        auto install =
+            RealAgents::install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR", "claude-code");
         if (install.status == 77)
-            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.err;
-        ASSERT_EQ(install.status, 0) << install.err;
-        claude = lastLine(install.out);
+            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.error;
+        ASSERT_EQ(install.status, 0) << install.error;
+        claude = install.command;
         // `connect` looks for Claude Code on the PATH.
         run.setVariable("PATH", File::parent(claude) + ":/usr/bin:/bin");
         auto connect = run.tidewick({"connect", "claude", "--yes"});
@@ -61,7 +40,7 @@ protected:
     // can be made, and `variables` besides the two homes.
     testing::ProgramResult isolated(std::vector<std::string> argv,
                                     std::vector<std::string> variables) {
-        if (canIsolateNetwork())
+        if (RealAgents::canIsolateNetwork())
             argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
         variables.insert(variables.end(),
                          {"HOME=" + run.home(), "TIDEWICK_HOME=" + run.home(),
@@ -76,7 +55,7 @@ protected:
 
 TEST_F(ClaudeCode, SessionStartRunsTheInstalledHook) {
     auto version = runProgram({claude, "--version"}, {"PATH=/usr/bin:/bin", "HOME=/nonexistent"});
-    RecordProperty("claude_code_version", lastLine(version.out));
+    RecordProperty("claude_code_version", version.out);
 
     run.recordHookCalls();
 
@@ -121,10 +100,7 @@ exit $status
 )";
 
 TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
-    std::string python;
-    for (const char* candidate : {"/usr/bin/python3", "/usr/local/bin/python3"})
-        if (File::isExecutableFile(candidate))
-            python = candidate;
+    const std::string python = RealAgents::python();
     if (python.empty())
         GTEST_SKIP() << "python3 is needed for the model stand-in";
     const std::string work = File::join(run.home(), "work");
