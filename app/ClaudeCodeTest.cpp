@@ -24,8 +24,8 @@ protected:
     void SetUp() override {
         if (!testing::TidewickPrograms::built())
             GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
-        auto install =
-            RealAgents::install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR", "claude-code");
+        auto install = RealAgents::install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR",
+                                           "claude-code");
         if (install.status == 77)
             GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.error;
         ASSERT_EQ(install.status, 0) << install.error;
@@ -66,8 +66,8 @@ TEST_F(ClaudeCode, SessionStartRunsTheInstalledHook) {
     EXPECT_FALSE(turn.timedOut);
 
     const std::vector<JSONValue> starts = run.hookCalls("SessionStart");
-    ASSERT_FALSE(starts.empty()) << "Claude Code never started tidewick-hook.\nstdout: "
-                                 << turn.out << "\nstderr: " << turn.err;
+    ASSERT_FALSE(starts.empty()) << "Claude Code never started tidewick-hook.\nstdout: " << turn.out
+                                 << "\nstderr: " << turn.err;
     for (const JSONValue& record : starts) {
         EXPECT_EQ(*record.get("agent"), JSONValue("claude"));
         // The payload is Claude Code's own, not something this test made up.

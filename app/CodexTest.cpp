@@ -74,9 +74,11 @@ protected:
         std::filesystem::create_directories(File::join(run.home(), "real-home/.codex"));
         std::filesystem::create_directory_symlink("real-home", home());
         std::filesystem::create_directories(work());
-        for (const auto& [name, value] :
-             {std::pair{"HOME", home()}, {"TIDEWICK_HOME", home()}, {"CODEX_HOME", codexHome()},
-              {"STAND_IN_KEY", "test-key"}, {"PATH", File::parent(codex) + ":/usr/bin:/bin"}})
+        for (const auto& [name, value] : {std::pair{"HOME", home()},
+                                          {"TIDEWICK_HOME", home()},
+                                          {"CODEX_HOME", codexHome()},
+                                          {"STAND_IN_KEY", "test-key"},
+                                          {"PATH", File::parent(codex) + ":/usr/bin:/bin"}})
             run.setVariable(name, value);
         isolate = RealAgents::canIsolateNetwork();
         // A closed port until a test starts the stand-in: Codex must not reach anything.
@@ -97,18 +99,13 @@ protected:
     void startStandIn(const std::string& scenario) {
         File::writeAtomically(File::join(run.home(), "scenario.json"), scenario, 0600);
         std::vector<std::string> argv = {
-            python, File::join(testingFolder, "codex_stand_in.py"), "--port", "0", "--scenario",
-            File::join(run.home(), "scenario.json"), "--log", requestLog()};
-        if (isolate) {
+            python,       File::join(testingFolder, "codex_stand_in.py"), "--port", "0",
+            "--scenario", File::join(run.home(), "scenario.json"),        "--log",  requestLog()};
+        if (isolate)
             // A new namespace starts with loopback down; unshare and sh hand their
             // process over to python, so its id names the namespace.
-            argv = {"/usr/bin/unshare", "-n", "/bin/sh", "-c",
-                    "ip link set lo up && exec \"$@\"", "stand-in"};
-            argv.insert(argv.end(), {python, File::join(testingFolder, "codex_stand_in.py"),
-                                     "--port", "0", "--scenario",
-                                     File::join(run.home(), "scenario.json"), "--log",
-                                     requestLog()});
-        }
+            argv.insert(argv.begin(), {"/usr/bin/unshare", "-n", "/bin/sh", "-c",
+                                       "ip link set lo up && exec \"$@\"", "stand-in"});
         standIn = std::make_unique<BackgroundProgram>(
             argv, std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/bin"}, "",
             File::join(run.home(), "stand-in"));
@@ -144,24 +141,22 @@ protected:
                         "--cwd", work(), "--transcript", File::join(run.home(), transcript)});
     }
 
-    // What `hooks/list` says of every hook, after approving all when `approve`.
-    JSONValue::Array listHooks(bool approve) {
+    // What `hooks/list` says of each hook's approval, by key: "trusted", "untrusted",
+    // "modified" or "managed"; after approving every hook first, as /hooks does, when asked.
+    enum class Approving { none, all };
+    std::map<std::string, std::string> trust(Approving approving = Approving::none) {
         std::vector<std::string> argv = driver("hooks.jsonl");
         argv.push_back("hooks");
-        if (approve)
+        if (approving == Approving::all)
             argv.push_back("--approve");
         ProgramResult result =
             runProgram(argv, run.environment, {}, work(), std::chrono::seconds(120));
         EXPECT_EQ(result.status, 0) << result.out << result.err;
-        if (result.status != 0)
-            return {};
-        return *JSONValue::parse(result.out).get("hooks")->arrayValue();
-    }
-
-    // The trust status of each hook by key.
-    std::map<std::string, std::string> trust(bool approve = false) {
         std::map<std::string, std::string> statuses;
-        for (const JSONValue& hook : listHooks(approve))
+        if (result.status != 0)
+            return statuses;
+        const JSONValue listed = JSONValue::parse(result.out);
+        for (const JSONValue& hook : *listed.get("hooks")->arrayValue())
             statuses[*hook.get("key")->stringValue()] = *hook.get("trustStatus")->stringValue();
         return statuses;
     }
@@ -197,14 +192,10 @@ protected:
     std::unique_ptr<BackgroundProgram> standIn;
 };
 
-// The held request that `tidewick pending` lists once `wanted` holds for it (within
-// 60 s), with the session identifier the text listing printed for it.
-struct Held {
-    JSONValue request;
-    std::string session;
-};
-Held waitForHeld(const testing::TidewickPrograms& run,
-                 const std::function<bool(const JSONValue&)>& wanted) {
+// Waits (60 s at most) until `tidewick pending` lists one held request, for which
+// `wanted` holds; the session identifier that the text listing printed for it.
+std::string waitForHeld(const testing::TidewickPrograms& run,
+                        const std::function<bool(const JSONValue&)>& wanted) {
     JSONValue held;
     for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
          std::chrono::steady_clock::now() < deadline;
@@ -216,7 +207,7 @@ Held waitForHeld(const testing::TidewickPrograms& run,
         std::istringstream line(run.tidewick({"pending"}).out);
         std::string agent, session;
         line >> agent >> session;
-        return Held{*(*held.arrayValue())[0].get("request"), session};
+        return session;
     }
     ADD_FAILURE() << "not held as expected; pending: " << held.compact();
     return {};
@@ -234,8 +225,10 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     // One step per request to the model: the exec turn runs a command and answers; the
     // editor's turn asks twice to leave the sandbox, then answers.
     startStandIn(R"({"steps": [{"exec": "echo exec-turn"}, {"reply": "exec turn done"},
-        {"exec": "touch )" + outside + R"(/denied", "escalated": true},
-        {"exec": "touch )" + outside + R"(/allowed", "escalated": true},
+        {"exec": "touch )" +
+                 outside + R"(/denied", "escalated": true},
+        {"exec": "touch )" +
+                 outside + R"(/allowed", "escalated": true},
         {"reply": "Both asked."}]})");
     ASSERT_TRUE(run.startApp());
 
@@ -247,16 +240,15 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     EXPECT_TRUE(contains(status, approvalNote)) << status;
 
     // Approved as /hooks does: then every hook of Tidewick's runs, and status says so.
-    for (const auto& [key, state] : trust(true))
+    for (const auto& [key, state] : trust(Approving::all))
         EXPECT_EQ(state, "trusted") << key;
     status = statusLine();
     EXPECT_TRUE(contains(status, " connected ")) << status;
     EXPECT_FALSE(contains(status, "Note:")) << status;
 
     // Headless: recorded, nothing held, the turn ends by itself.
-    ProgramResult exec =
-        runProgram(offline({codex, "exec", "--skip-git-repo-check", "first turn"}),
-                   run.environment, {}, work(), std::chrono::seconds(120));
+    ProgramResult exec = runProgram(offline({codex, "exec", "--skip-git-repo-check", "first turn"}),
+                                    run.environment, {}, work(), std::chrono::seconds(120));
     ASSERT_EQ(exec.status, 0) << exec.out << exec.err;
     EXPECT_TRUE(contains(exec.out, "exec turn done")) << exec.out;
     JSONValue sessions = run.listing("sessions");
@@ -277,29 +269,29 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
         }(),
         run.environment, "", File::join(run.home(), "turn"), work());
     const std::string refusal = "Not outside the workspace, please";
-    Held first = waitForHeld(run, [&](const JSONValue& request) {
+    const std::string first = waitForHeld(run, [&](const JSONValue& request) {
         return detailHas(request, "permission", outside + "/denied");
     });
-    ProgramResult deny = run.tidewick({"deny", first.session, "--message", refusal});
+    ProgramResult deny = run.tidewick({"deny", first, "--message", refusal});
     EXPECT_EQ(deny.status, 0) << deny.out << deny.err;
 
-    Held second = waitForHeld(run, [&](const JSONValue& request) {
+    const std::string second = waitForHeld(run, [&](const JSONValue& request) {
         return detailHas(request, "permission", outside + "/allowed");
     });
-    EXPECT_EQ(second.session, first.session);
-    ProgramResult allow = run.tidewick({"allow", second.session});
+    EXPECT_EQ(second, first);
+    ProgramResult allow = run.tidewick({"allow", second});
     EXPECT_EQ(allow.status, 0) << allow.out << allow.err;
 
-    Held stop = waitForHeld(
+    const std::string stop = waitForHeld(
         run, [](const JSONValue& request) { return detailHas(request, "reply", "Both asked."); });
     EXPECT_FALSE(File::exists(File::join(outside, "denied")));
     EXPECT_TRUE(File::exists(File::join(outside, "allowed")));
-    ProgramResult reply = run.tidewick({"reply", stop.session, "Now run the tests"});
+    ProgramResult reply = run.tidewick({"reply", stop, "Now run the tests"});
     EXPECT_EQ(reply.status, 0) << reply.out << reply.err;
     // The reply sends the turn on; it stops again, held again until let go.
-    Held again = waitForHeld(
+    const std::string again = waitForHeld(
         run, [](const JSONValue& request) { return detailHas(request, "reply", "Continued:"); });
-    ProgramResult letStop = run.tidewick({"let-stop", again.session});
+    ProgramResult letStop = run.tidewick({"let-stop", again});
     EXPECT_EQ(letStop.status, 0) << letStop.out << letStop.err;
 
     ASSERT_EQ(turn.waitFor(std::chrono::seconds(240)), 0) << turn.out() << turn.err();
@@ -318,8 +310,8 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
             continue;
         const JSONValue& newest = input->arrayValue()->back();
         if (const JSONValue* output = newest.get("output"); output && output->isString())
-            sawRefusal = sawRefusal ||
-                         contains(*output->stringValue(), "Rejected(\\\"" + refusal + "\\\")");
+            sawRefusal =
+                sawRefusal || contains(*output->stringValue(), "Rejected(\\\"" + refusal + "\\\")");
         const std::string text = newest.compact();
         sawReply = sawReply || (contains(text, "<hook_prompt") &&
                                 contains(text, "sent via Tidewick: Now run the tests"));
@@ -333,6 +325,7 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     for (const JSONValue& session : *sessions.arrayValue()) {
         if (*session.get("key")->get("sessionId") == *execSession.get("key")->get("sessionId"))
             continue;
+        EXPECT_EQ(*session.get("status"), JSONValue("ended")) << session.compact();
         std::vector<std::string> texts;
         for (const JSONValue& item : *session.get("timeline")->arrayValue())
             texts.push_back(*item.get("text")->stringValue());
@@ -367,7 +360,7 @@ TEST_F(Codex, ReconnectingKeepsTheUsersApprovalsAndDisconnectingNamesTheHooksItM
     hooks.get("Stop")->arrayValue()->push_back(userGroup(userStop));
     hooks.set("SubagentStop", JSONValue(JSONValue::Array{userGroup(userSubagent)}));
     writeHooks(document);
-    std::map<std::string, std::string> states = trust(true);
+    std::map<std::string, std::string> states = trust(Approving::all);
     ASSERT_EQ(states[key("stop:1:0")], "trusted");
     ASSERT_EQ(states[key("subagent_stop:0:0")], "trusted");
 
@@ -390,7 +383,7 @@ TEST_F(Codex, ReconnectingKeepsTheUsersApprovalsAndDisconnectingNamesTheHooksItM
     std::string status = statusLine();
     EXPECT_TRUE(contains(status, "waiting for your approval in Codex")) << status;
     EXPECT_TRUE(contains(status, approvalNote)) << status;
-    (void)trust(true);
+    (void)trust(Approving::all);
     status = statusLine();
     EXPECT_TRUE(contains(status, " connected ")) << status;
 

@@ -37,10 +37,10 @@ struct Install {
     std::vector<std::string> environment;
     for (char** entry = environ; *entry; ++entry)
         environment.emplace_back(*entry);
-    ProgramResult run = runProgram(
-        {"/bin/bash", std::string(TIDEWICK_SOURCE_DIR) + "/scripts/" + script,
-         shared && *shared ? shared : std::string(TIDEWICK_BINARY_DIR) + "/" + folder},
-        environment, {}, {}, std::chrono::seconds(660));
+    ProgramResult run =
+        runProgram({"/bin/bash", std::string(TIDEWICK_SOURCE_DIR) + "/scripts/" + script,
+                    shared && *shared ? shared : std::string(TIDEWICK_BINARY_DIR) + "/" + folder},
+                   environment, {}, {}, std::chrono::seconds(660));
     Install result{run.status, {}, run.err};
     std::istringstream lines(run.out);
     for (std::string line; std::getline(lines, line);)

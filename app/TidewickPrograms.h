@@ -154,9 +154,7 @@ public:
     std::vector<std::string> environment;
 
 private:
-    std::string socketFolder() const {
-        return File::parent(TidewickPaths(home()).socketPath());
-    }
+    std::string socketFolder() const { return File::parent(TidewickPaths(home()).socketPath()); }
     std::string scratch(const std::string& name) {
         return File::join(home(), name + "-" + std::to_string(++programs_));
     }
