@@ -264,7 +264,7 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     BackgroundProgram turn(
         [&] {
             auto argv = driver("turn.jsonl");
-            argv.insert(argv.end(), {"turn", "--prompt", "second turn", "--timeout", "240"});
+            argv.insert(argv.end(), {"turn", "--prompt", "second turn", "--timeout", "200"});
             return argv;
         }(),
         run.environment, "", File::join(run.home(), "turn"), work());
@@ -272,18 +272,20 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     const std::string first = waitForHeld(run, [&](const JSONValue& request) {
         return detailHas(request, "permission", outside + "/denied");
     });
+    ASSERT_FALSE(first.empty());
     ProgramResult deny = run.tidewick({"deny", first, "--message", refusal});
     EXPECT_EQ(deny.status, 0) << deny.out << deny.err;
 
     const std::string second = waitForHeld(run, [&](const JSONValue& request) {
         return detailHas(request, "permission", outside + "/allowed");
     });
-    EXPECT_EQ(second, first);
+    ASSERT_EQ(second, first);
     ProgramResult allow = run.tidewick({"allow", second});
     EXPECT_EQ(allow.status, 0) << allow.out << allow.err;
 
     const std::string stop = waitForHeld(
         run, [](const JSONValue& request) { return detailHas(request, "reply", "Both asked."); });
+    ASSERT_FALSE(stop.empty());
     EXPECT_FALSE(File::exists(File::join(outside, "denied")));
     EXPECT_TRUE(File::exists(File::join(outside, "allowed")));
     ProgramResult reply = run.tidewick({"reply", stop, "Now run the tests"});
@@ -291,10 +293,11 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     // The reply sends the turn on; it stops again, held again until let go.
     const std::string again = waitForHeld(
         run, [](const JSONValue& request) { return detailHas(request, "reply", "Continued:"); });
+    ASSERT_FALSE(again.empty());
     ProgramResult letStop = run.tidewick({"let-stop", again});
     EXPECT_EQ(letStop.status, 0) << letStop.out << letStop.err;
 
-    ASSERT_EQ(turn.waitFor(std::chrono::seconds(240)), 0) << turn.out() << turn.err();
+    ASSERT_EQ(turn.waitFor(std::chrono::seconds(120)), 0) << turn.out() << turn.err();
     const JSONValue summary = JSONValue::parse(turn.out());
     EXPECT_EQ(*summary.get("status"), JSONValue("completed")) << summary.compact();
     // Every answer came from Tidewick's hooks: Codex never had to ask the editor.
