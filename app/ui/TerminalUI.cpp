@@ -442,10 +442,6 @@ int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
             }
             dirty = true;
         }
-        LayoutOptions layout;
-        layout.alertChip = settings.alertChip;
-        layout.avatar = settings.avatarEnabled ? &avatar : nullptr;
-        layout.awakeSince = std::max(started, controller.lastKeyAt().value_or(started));
         for (const Alert& alert : mail.alerts) {
             AlertEffects effects = alertEffects(alert, settings);
             player.play(effects.sound);
@@ -478,6 +474,12 @@ int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
         }
         if (quit)
             return 0;
+
+        // After the keys: a key wakes the avatar.
+        LayoutOptions layout;
+        layout.alertChip = settings.alertChip;
+        layout.avatar = settings.avatarEnabled ? &avatar : nullptr;
+        layout.awakeSince = std::max(started, controller.lastKeyAt().value_or(started));
 
         const auto sinceDraw = std::chrono::steady_clock::now() - lastDraw;
         Milliseconds wait = untilNextSecond(tidewick::now());
