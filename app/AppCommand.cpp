@@ -5,10 +5,13 @@
 #include "control/SessionMatcher.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
+#include "presentation/SoundPlayer.h"
 #include "service/TidewickService.h"
+#include "ui/Alerts.h"
 #include "ui/TerminalUI.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
@@ -67,9 +70,18 @@ void runApplication(AppContext& context, Interface interface, ApplicationOptions
 
     Terminal& terminal = context.terminal();
     auto outputLock = std::make_shared<std::mutex>();
+    // Headless, the application plays the alert sounds itself; there is no terminal bell
+    // to fall back on. Made before the service, whose threads play, and gone after it.
+    const char* path = std::getenv("PATH");
+    SoundPlayer sounds(SoundLibrary(context.paths().soundsDirectory()), path ? path : "", {},
+                       [&terminal, outputLock](const std::string& sentence) {
+                           std::lock_guard guard(*outputLock);
+                           terminal.err() << sentence << std::endl;
+                       });
     TidewickService service(context.paths());
     auto printAlerts = [&] {
-        service.setAlertHandler([&terminal, &service, outputLock](const Alert& alert) {
+        service.setAlertHandler([&terminal, &service, &sounds, outputLock](const Alert& alert) {
+            sounds.play(alertEffects(alert, service.settings()).sound);
             const std::string line = describeAlert(alert, service.sessions());
             std::lock_guard guard(*outputLock);
             terminal.out() << line << std::endl;

@@ -52,14 +52,13 @@ protected:
                             "interface tests need it";
         ASSERT_TRUE(testing::TidewickPrograms::built());
         // A sound player of our own, first on the path: it notes what it was asked to play.
-        File::makeDirectories(players, 0700);
-        File::writeAtomically(File::join(players, "paplay"),
-                              "#!/bin/sh\necho \"$*\" >> '" + played + "'\n", 0700);
+        played = run.fakeSoundPlayer("paplay");
         // No session bus: desktop notifications stay off and nothing leaves the test.
-        const std::string command =
-            "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" + run.home() + "' HOME='" +
-            run.home() + "' PATH='" + players + ":/usr/bin:/bin' " + environment + " '" +
-            testing::TidewickPrograms::tidewickPath + "' " + arguments + " 2>'" + errors + "'";
+        const std::string command = "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
+                                    run.home() + "' HOME='" + run.home() + "' PATH='" +
+                                    File::join(run.home(), "players") + ":/usr/bin:/bin' " +
+                                    environment + " '" + testing::TidewickPrograms::tidewickPath +
+                                    "' " + arguments + " 2>'" + errors + "'";
         ASSERT_EQ(terminal.run({"new-session", "-d", "-s", "ui", "-x", "100", "-y", "30", command})
                       .status,
                   0);
@@ -95,8 +94,7 @@ protected:
     std::string arguments = "app";
     testing::TidewickPrograms run;
     const std::string errors = File::join(run.home(), "app.err");
-    const std::string players = File::join(run.home(), "players");
-    const std::string played = File::join(run.home(), "played");
+    std::string played;
     Tmux terminal;
 };
 
@@ -150,11 +148,8 @@ TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSes
     ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
                                "Needs you!", "( °o° )", "1 needs you · 1 working"}));
     // The alert's sound went to the player on the path.
-    for (int i = 0; i < 100 && !File::exists(played); ++i)
-        std::this_thread::sleep_for(100ms);
-    EXPECT_EQ(File::exists(played) ? File::read(played) : "",
-              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav") +
-                  "\n");
+    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
     // In 256 colours, what needs the user is amber (xterm colour 214).
     EXPECT_NE(terminal.styledScreen().find("38;5;214m"), std::string::npos);
 
