@@ -42,15 +42,20 @@ ToolCall ToolCall::describe(std::string id, std::string name, const JSONValue* i
     if (description.detail)
         call.input = Text::cut(*description.detail, textLimit, Text::ellipsis);
     call.command = description.command;
+    // Which files it changed, by the tool's kind: agents name their editing tools alike.
+    const std::string lower = Text::lowercased(call.name);
     const std::string path = description.detail.value_or("");
-    if (Text::startsWith(call.summary, "Edit ") && !path.empty())
-        call.files.push_back({path, FileChange::edited});
-    else if (Text::startsWith(call.summary, "Write ") && !path.empty())
-        call.files.push_back({path, FileChange::created});
-    else if (Text::startsWith(call.summary, "Patch "))
+    const bool isPath = !description.isShell && !path.empty() && path.find('\n') == std::string::npos &&
+                        path.find('/') != std::string::npos;
+    if (Text::startsWith(call.summary, "Patch ") || lower.find("patch") != std::string::npos) {
         for (std::string_view key : {"input", "patch"})
             if (const std::string* patch = RecordAccess::stringAt(described, {key}); patch && call.files.empty())
                 call.files = patchedFiles(*patch);
+    } else if (isPath && (lower.find("write") != std::string::npos || lower.find("create") != std::string::npos)) {
+        call.files.push_back({path, FileChange::created});
+    } else if (isPath && (lower.find("edit") != std::string::npos || lower.find("replace") != std::string::npos)) {
+        call.files.push_back({path, FileChange::edited});
+    }
     return call;
 }
 

@@ -28,7 +28,8 @@ void TranscriptBuilder::note(std::optional<std::string>& field, const std::strin
 void TranscriptBuilder::add(TranscriptEntry entry) {
     noteTime(entry.time);
     if (entry.tool) {
-        calls_[entry.tool->id] = transcript_.entries.size();
+        if (!entry.tool->id.empty())
+            calls_[entry.tool->id] = transcript_.entries.size();
     } else if (Text::trimmed(entry.text).empty()) {
         return;
     }
@@ -36,6 +37,8 @@ void TranscriptBuilder::add(TranscriptEntry entry) {
 }
 
 ToolCall* TranscriptBuilder::toolCall(const std::string& id) {
+    if (id.empty())
+        return nullptr; // a call or result without an identifier pairs with nothing
     const auto found = calls_.find(id);
     return found == calls_.end() ? nullptr : &*transcript_.entries[found->second].tool;
 }
@@ -55,7 +58,7 @@ void TranscriptBuilder::addToolResult(const std::string& id, std::string_view ou
         entry.tool->id = id;
         entry.tool->summary = "Tool call";
         add(std::move(entry));
-        call = toolCall(id);
+        call = &*transcript_.entries.back().tool;
     }
     auto [lines, cut] = firstLines(output);
     call->result = std::move(lines);
