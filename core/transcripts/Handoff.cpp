@@ -113,6 +113,11 @@ Work workOf(const Transcript& transcript) {
     return work;
 }
 
+// "1 prompt", "3 prompts".
+std::string counted(std::int64_t count, std::string_view thing) {
+    return std::to_string(count) + " " + std::string(thing) + (count == 1 ? "" : "s");
+}
+
 std::string displayPath(const std::string& path, const std::optional<std::string>& project) {
     if (project && Text::startsWith(path, *project + "/"))
         return path.substr(project->size() + 1);
@@ -137,8 +142,9 @@ void writeWhere(std::string& out, const Session& session, const Transcript& tran
     if (transcript.lastActivityAt)
         out += ", last active " + utc(*transcript.lastActivityAt);
     out += "\n- Status in Tidewick: " + std::string(label(session.status)) + "\n";
-    out += "- Record: " + code(transcript.source) + " (" + std::to_string(transcript.userMessages) +
-           " prompts, " + std::to_string(transcript.toolCalls) + " tool calls";
+    out += "- Record: " + code(transcript.source) + " (" +
+           counted(transcript.userMessages, "prompt") + ", " +
+           counted(transcript.toolCalls, "tool call");
     if (!transcript.tokens.isEmpty())
         out += ", " + std::to_string(transcript.tokens.input) + " tokens in and " +
                std::to_string(transcript.tokens.output) + " out";
@@ -229,7 +235,8 @@ void writeOpen(std::string& out, const Session& session, const Transcript& trans
 void writeContinue(std::string& out, const Session& session, const Transcript& transcript,
                    const Work& work) {
     out += "## How to continue\n\n";
-    out += "Read first: the goal and the latest prompts above";
+    out += transcript.userPrompts().size() > 1 ? "Read first: the goal and the latest prompts above"
+                                               : "Read first: the goal above";
     std::vector<std::string> names;
     for (std::size_t i = 0; i < work.files.size() && names.size() < 5; ++i)
         names.push_back(code(displayPath(work.files[i].path, transcript.projectPath)));
