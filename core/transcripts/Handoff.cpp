@@ -113,11 +113,6 @@ Work workOf(const Transcript& transcript) {
     return work;
 }
 
-// "1 prompt", "3 prompts".
-std::string counted(std::int64_t count, std::string_view thing) {
-    return std::to_string(count) + " " + std::string(thing) + (count == 1 ? "" : "s");
-}
-
 std::string displayPath(const std::string& path, const std::optional<std::string>& project) {
     if (project && Text::startsWith(path, *project + "/"))
         return path.substr(project->size() + 1);
@@ -143,8 +138,8 @@ void writeWhere(std::string& out, const Session& session, const Transcript& tran
         out += ", last active " + utc(*transcript.lastActivityAt);
     out += "\n- Status in Tidewick: " + std::string(label(session.status)) + "\n";
     out += "- Record: " + code(transcript.source) + " (" +
-           counted(transcript.userMessages, "prompt") + ", " +
-           counted(transcript.toolCalls, "tool call");
+           TranscriptText::counted(transcript.userMessages, "prompt") + ", " +
+           TranscriptText::counted(transcript.toolCalls, "tool call");
     if (!transcript.tokens.isEmpty())
         out += ", " + std::to_string(transcript.tokens.input) + " tokens in and " +
                std::to_string(transcript.tokens.output) + " out";
@@ -201,7 +196,8 @@ void writeWork(std::string& out, const Transcript& transcript, const Work& work)
         out += "Sub-agent " + code(thread.id);
         if (thread.description)
             out += " (" + oneLine(*thread.description, 80) + ")";
-        out += ": " + std::to_string(calls(thread.entries).size()) + " tool calls";
+        out += ": " + TranscriptText::counted(static_cast<long long>(calls(thread.entries).size()),
+                                              "tool call");
         for (auto entry = thread.entries.rbegin(); entry != thread.entries.rend(); ++entry)
             if (entry->role == TranscriptRole::agent && !entry->thinking) {
                 out += "; it said: " + oneLine(entry->text, Handoff::resultLimit);

@@ -29,6 +29,30 @@ std::string handoffWritten(std::string_view path) {
     return "Handoff written to " + std::string(path);
 }
 
+std::string_view roleLabel(TranscriptRole role) {
+    switch (role) {
+    case TranscriptRole::user:
+        return "You";
+    case TranscriptRole::agent:
+        return "Agent";
+    case TranscriptRole::tool:
+        return "Tool";
+    case TranscriptRole::system:
+        return "System";
+    }
+    return "System";
+}
+
+std::string_view outcomeMark(const ToolCall& call) {
+    if (!call.finished())
+        return "…";
+    return call.failed ? "✗" : "✓";
+}
+
+std::string counted(long long count, std::string_view noun) {
+    return std::to_string(count) + " " + std::string(noun) + (count == 1 ? "" : "s");
+}
+
 std::string skipped(long long bytes) {
     char amount[32];
     if (bytes >= (1LL << 30))

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "events/AgentKind.h"
+#include "transcripts/TranscriptEntry.h"
 
 #include <string>
 #include <string_view>
@@ -18,6 +19,12 @@ namespace tidewick::TranscriptText {
 /// A handoff that would have carried the shared secret: nothing was written.
 inline constexpr std::string_view handoffRefused =
     "Tidewick didn't write the handoff: it would have contained Tidewick's secret.";
+/// "You", "Agent", "Tool", "System": who an entry comes from, as listings show it.
+[[nodiscard]] std::string_view roleLabel(TranscriptRole role);
+/// "✓" finished, "✗" failed, "…" no result yet: a tool call's outcome in one character.
+[[nodiscard]] std::string_view outcomeMark(const ToolCall& call);
+/// "1 prompt", "3 prompts": a count with its noun (an English plural in "s").
+[[nodiscard]] std::string counted(long long count, std::string_view noun);
 /// The marker of a long record's middle that was not read.
 [[nodiscard]] std::string skipped(long long bytes);
 
