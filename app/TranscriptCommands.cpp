@@ -164,16 +164,18 @@ std::string formatTranscript(const Transcript& transcript) {
         out += " — " + *transcript.projectPath;
     out += "\n";
     std::string facts;
-    const auto fact = [&](const std::string& text) { facts += (facts.empty() ? "" : " · ") + text; };
+    const auto fact = [&](const std::string& text) {
+        facts += (facts.empty() ? "" : " · ") + text;
+    };
     if (transcript.model)
         fact("model " + *transcript.model);
     if (transcript.branch)
         fact("branch " + *transcript.branch);
     fact(TranscriptText::counted(transcript.userMessages, "prompt"));
     fact(TranscriptText::counted(transcript.toolCalls, "tool call") +
-         (transcript.failedToolCalls ? " (" + std::to_string(transcript.failedToolCalls) +
-                                           " failed)"
-                                     : ""));
+         (transcript.failedToolCalls
+              ? " (" + std::to_string(transcript.failedToolCalls) + " failed)"
+              : ""));
     if (!transcript.tokens.isEmpty())
         fact(std::to_string(transcript.tokens.input) + " tokens in, " +
              std::to_string(transcript.tokens.output) + " out");

@@ -36,19 +36,26 @@ protected:
 };
 
 TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicationKnows) {
-    const std::string transcript = run.home() + "/.claude/projects/-home-dev-proj/" + claudeId + ".jsonl";
+    const std::string transcript =
+        run.home() + "/.claude/projects/-home-dev-proj/" + claudeId + ".jsonl";
     File::makeDirectories(File::parent(transcript), 0700);
-    File::writeAtomically(transcript, File::read(fixtures + "claude-transcripts/perm-allow.jsonl"), 0600);
-    const std::string rollout = run.home() + "/.codex/sessions/2026/11/21/rollout-2026-11-21T04-16-02-" + codexId + ".jsonl";
+    File::writeAtomically(transcript, File::read(fixtures + "claude-transcripts/perm-allow.jsonl"),
+                          0600);
+    const std::string rollout = run.home() +
+                                "/.codex/sessions/2026/11/21/rollout-2026-11-21T04-16-02-" +
+                                codexId + ".jsonl";
     File::makeDirectories(File::parent(rollout), 0700);
     for (const auto& entry : std::filesystem::directory_iterator(fixtures + "codex/sessions/exec"))
         File::writeAtomically(rollout, File::read(entry.path()), 0600);
 
     ASSERT_TRUE(run.startApp());
-    start("claude", R"({"session_id":")" + claudeId + R"(","transcript_path":")" + transcript +
-                        R"(","cwd":"/home/dev/proj","hook_event_name":"SessionStart","source":"startup"})");
+    start("claude",
+          R"({"session_id":")" + claudeId + R"(","transcript_path":")" + transcript +
+              R"(","cwd":"/home/dev/proj","hook_event_name":"SessionStart","source":"startup"})");
     // Codex's payload names its rollout too; without it the file is found by the identifier.
-    start("codex", R"({"session_id":")" + codexId + R"(","cwd":"/home/dev/work","hook_event_name":"SessionStart","source":"startup"})");
+    start("codex",
+          R"({"session_id":")" + codexId +
+              R"(","cwd":"/home/dev/work","hook_event_name":"SessionStart","source":"startup"})");
 
     const ProgramResult printed = run.tidewick({"transcript", "bc2a"});
     EXPECT_EQ(printed.status, 0) << printed.err;
@@ -58,28 +65,33 @@ TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicati
                                        "                    removed-ok\n"));
     EXPECT_THAT(printed.out, HasSubstr("Agent   All done.\n"));
 
-    const ProgramResult json = run.tidewick({"transcript", "01a1", "--agent", "codex", "--json", "--tail", "2"});
+    const ProgramResult json =
+        run.tidewick({"transcript", "01a1", "--agent", "codex", "--json", "--tail", "2"});
     ASSERT_EQ(json.status, 0) << json.err;
     const JSONValue codex = JSONValue::parse(json.out);
     EXPECT_EQ(*codex.get("userMessages"), JSONValue::integer(1));
     EXPECT_EQ(*codex.get("tokens")->get("total"), JSONValue::integer(30));
     ASSERT_EQ(codex.get("entries")->arrayValue()->size(), 2u);
-    EXPECT_EQ(*codex.get("entries")->arrayValue()->at(0).get("tool")->get("failed"), JSONValue::boolean(true));
+    EXPECT_EQ(*codex.get("entries")->arrayValue()->at(0).get("tool")->get("failed"),
+              JSONValue::boolean(true));
 
     const ProgramResult written = run.tidewick({"handoff", "bc2a"});
     ASSERT_EQ(written.status, 0) << written.err;
     const std::string handoffs = TidewickPaths(run.home()).handoffsDirectory() + "/";
-    ASSERT_THAT(written.out, ::testing::StartsWith("Handoff written to " + handoffs + "proj-claude-bc2ae821-"));
+    ASSERT_THAT(written.out,
+                ::testing::StartsWith("Handoff written to " + handoffs + "proj-claude-bc2ae821-"));
     const std::string path = written.out.substr(19, written.out.size() - 20);
     EXPECT_THAT(File::read(path), HasSubstr("claude --resume " + claudeId));
     struct stat info {};
     ASSERT_EQ(::stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
-    EXPECT_THAT(run.tidewick({"handoff", codexId, "--output", "-"}).out, HasSubstr("codex resume " + codexId));
+    EXPECT_THAT(run.tidewick({"handoff", codexId, "--output", "-"}).out,
+                HasSubstr("codex resume " + codexId));
 
     // Once the application has stopped, the saved sessions still name the records.
     EXPECT_EQ(run.stopApp(), 0);
-    const ProgramResult afterwards = run.tidewick({"handoff", "01a1", "-o", run.home() + "/next.md"});
+    const ProgramResult afterwards =
+        run.tidewick({"handoff", "01a1", "-o", run.home() + "/next.md"});
     EXPECT_EQ(afterwards.status, 0) << afterwards.err;
     EXPECT_THAT(File::read(run.home() + "/next.md"), HasSubstr("`rm -rf build` — failed"));
 

@@ -76,7 +76,9 @@ void shown(benchmark::State& state, HeadTailLimits limits) {
     state.counters["peakRSSMiB"] = peakResidentMiB();
 }
 
-void BM_TranscriptHeadAndTail1GiB(benchmark::State& state) { shown(state, {}); }
+void BM_TranscriptHeadAndTail1GiB(benchmark::State& state) {
+    shown(state, {});
+}
 // The same record read whole: what the head and tail spare.
 void BM_TranscriptWhole1GiB(benchmark::State& state) {
     shown(state, {INT64_MAX, INT64_MAX, INT64_MAX});
@@ -91,7 +93,8 @@ void BM_HandoffLargestFixture(benchmark::State& state) {
     session.key = {AgentKind::claude, "1948e0f2-1c32-4774-a21d-7446ccd76656"};
     for (auto _ : state) {
         const Transcript transcript = ClaudeTranscriptReader::read(largest, session.key.sessionId);
-        const std::string document = Handoff::render(session, transcript, now(), std::string(64, 'f'));
+        const std::string document =
+            Handoff::render(session, transcript, now(), std::string(64, 'f'));
         benchmark::DoNotOptimize(document.data());
     }
     state.counters["fixtureKiB"] = static_cast<double>(std::filesystem::file_size(largest)) / 1024;

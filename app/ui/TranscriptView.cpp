@@ -58,8 +58,8 @@ FrameLine row(int width, std::vector<Segment> pieces, bool reverse) {
             line.push_back({text, piece.style, reverse});
     }
     if (used < width)
-        line.push_back({std::string(static_cast<std::size_t>(width - used), ' '), Style::plain,
-                        reverse});
+        line.push_back(
+            {std::string(static_cast<std::size_t>(width - used), ' '), Style::plain, reverse});
     return line;
 }
 
@@ -73,8 +73,9 @@ std::string expandedText(const TranscriptEntry& entry) {
         text += *call.input + "\n";
     text += call.result ? *call.result : "(no result yet)";
     if (call.resultLinesCut > 0)
-        text += "\n(" + TranscriptText::counted(static_cast<long long>(call.resultLinesCut),
-                                                "more line") + ")";
+        text += "\n(" +
+                TranscriptText::counted(static_cast<long long>(call.resultLinesCut), "more line") +
+                ")";
     if (entry.tokens)
         text += "\n" + std::to_string(entry.tokens->input) + " tokens in, " +
                 std::to_string(entry.tokens->output) + " out";
@@ -120,7 +121,8 @@ std::vector<TranscriptView::Row> TranscriptView::rows(int width) const {
     for (std::size_t i = 0; i < entries_.size(); ++i) {
         const TranscriptEntry& entry = entries_[i];
         if (firstNew_ == i)
-            rows.push_back({i, row(width, {{"── new since you last looked ──", Style::key}}, false)});
+            rows.push_back(
+                {i, row(width, {{"── new since you last looked ──", Style::key}}, false)});
         const bool selected = i == selected_;
         const Style style = styleOf(entry);
         std::string who(TranscriptText::roleLabel(entry.role));
@@ -132,14 +134,15 @@ std::vector<TranscriptView::Row> TranscriptView::rows(int width) const {
             if (entry.tool->result && !isExpanded(i))
                 pieces.push_back({"  " + firstLine(*entry.tool->result), Style::dim});
         } else {
-            pieces.push_back({(entry.thinking ? "(thinking) " : "") + firstLine(entry.text), style});
+            pieces.push_back(
+                {(entry.thinking ? "(thinking) " : "") + firstLine(entry.text), style});
         }
         rows.push_back({i, row(width, std::move(pieces), selected)});
         if (!isExpanded(i))
             continue;
         for (const std::string& piece : DisplayText::wrap(expandedText(entry), textWidth, 200))
-            rows.push_back({i, row(width, {{std::string(textColumn, ' ') + piece, Style::plain}},
-                                   false)});
+            rows.push_back(
+                {i, row(width, {{std::string(textColumn, ' ') + piece, Style::plain}}, false)});
     }
     return rows;
 }

@@ -1,11 +1,11 @@
 // The transcript screen: one line per entry with each tool call's outcome,
 // lines opened up, moving, searching, what is new since the last reading, and
 // the keys that open it and write a handoff from the session list.
+#include "TranscriptView.h"
 #include "DisplayText.h"
 #include "Layout.h"
 #include "ScreenController.h"
 #include "TranscriptAccess.h"
-#include "TranscriptView.h"
 #include "UITestSupport.h"
 #include "transcripts/Handoff.h"
 #include "transcripts/TranscriptUnavailable.h"
@@ -75,11 +75,13 @@ std::vector<std::string> texts(const std::vector<FrameLine>& lines) {
 TEST(TranscriptView, OneLinePerEntryOpenedUpMovedAndSearched) {
     TranscriptView view(sample(), std::nullopt);
     EXPECT_EQ(view.selected(), 3u) << "the latest entry of the main thread";
-    EXPECT_EQ(view.title(), "Claude Code session bc2ae821 · /home/dev/proj · 1 prompt · 2 tool calls (1 failed)");
+    EXPECT_EQ(view.title(),
+              "Claude Code session bc2ae821 · /home/dev/proj · 1 prompt · 2 tool calls (1 failed)");
     EXPECT_THAT(texts(view.lines(60, 20)),
                 ElementsAre("You      build it", "Tool     ✗ Run make  make: *** No rule",
                             "Agent    Fixed the Makefile.", "Tool     … Run make install",
-                            "System   Sub-agent a5709cbc — Sub task", "Agent    Listed the files."));
+                            "System   Sub-agent a5709cbc — Sub task",
+                            "Agent    Listed the files."));
     for (const FrameLine& line : view.lines(60, 20)) {
         int width = 0;
         for (const Segment& segment : line)
@@ -191,7 +193,8 @@ TEST(TranscriptView, TheSessionListOpensTheTranscriptAndWritesHandoffs) {
     controller.setTranscriptAccess(&transcripts);
     (void)controller.handleKey(Key::of('t'), now);
     ASSERT_EQ(controller.mode(), ScreenController::Mode::transcript);
-    EXPECT_EQ(transcripts.marked, (std::vector<std::pair<std::string, std::int64_t>>{{"bc2ae821-aea9", 4242}}));
+    EXPECT_EQ(transcripts.marked,
+              (std::vector<std::pair<std::string, std::int64_t>>{{"bc2ae821-aea9", 4242}}));
     const Frame frame = layoutScreen(controller, now, 80, 16);
     EXPECT_THAT(frame.text(1), HasSubstr("Transcript · Claude Code session bc2ae821"));
     EXPECT_THAT(frame.text(), HasSubstr("✗ Run make"));

@@ -28,8 +28,7 @@ std::size_t printableAt(std::string_view bytes, std::size_t at) {
     if (byte == '\t' || (byte >= 0x20 && byte < 0x7f))
         return 1;
     const std::size_t length = byte >= 0xf0 ? 4 : byte >= 0xe0 ? 3 : byte >= 0xc2 ? 2 : 0;
-    if (length == 0 || at + length > bytes.size() ||
-        !UTF8::isValid(bytes.substr(at, length)))
+    if (length == 0 || at + length > bytes.size() || !UTF8::isValid(bytes.substr(at, length)))
         return 0;
     return length;
 }
@@ -88,10 +87,9 @@ Transcript AntigravityTranscriptReader::readMirror(const std::string& path,
                                                    HeadTailFile::Limits limits) {
     TranscriptBuilder builder(AgentKind::antigravity, conversationId, path);
     MessageLines reader(builder);
-    builder.readJSONLines(HeadTailFile(path, limits), [&](const JSONValue& line,
-                                                          std::int64_t offset) {
-        reader.read(line, offset);
-    });
+    builder.readJSONLines(
+        HeadTailFile(path, limits),
+        [&](const JSONValue& line, std::int64_t offset) { reader.read(line, offset); });
     return builder.finish();
 }
 
@@ -124,13 +122,11 @@ Transcript AntigravityTranscriptReader::readDatabase(const std::string& path,
     if (rest > 0) {
         const std::int64_t from = std::max<std::int64_t>(head.size(), count - tailSteps);
         number = from;
-        database.query("SELECT * FROM " + table + " LIMIT " + std::to_string(count - from) +
-                           " OFFSET " + std::to_string(from),
-                       [&](const SQLiteDatabase::Row& row) {
-                           tail.push_back(stepOf(row, ++number));
-                       });
-        if (const std::int64_t skipped = from - static_cast<std::int64_t>(head.size());
-            skipped > 0)
+        database.query(
+            "SELECT * FROM " + table + " LIMIT " + std::to_string(count - from) + " OFFSET " +
+                std::to_string(from),
+            [&](const SQLiteDatabase::Row& row) { tail.push_back(stepOf(row, ++number)); });
+        if (const std::int64_t skipped = from - static_cast<std::int64_t>(head.size()); skipped > 0)
             head.push_back(Step{-skipped, std::nullopt, ""});
     }
     head.insert(head.end(), tail.begin(), tail.end());
@@ -139,17 +135,17 @@ Transcript AntigravityTranscriptReader::readDatabase(const std::string& path,
         entry.role = TranscriptRole::system;
         entry.time = step.time;
         entry.position = std::max<std::int64_t>(step.number, 0);
-        entry.text = step.number < 0
-                         ? "[" + std::to_string(-step.number) + " steps not shown]"
-                         : "Step " + std::to_string(step.number) +
-                               (step.text.empty() ? "" : ": " + step.text);
+        entry.text = step.number < 0 ? "[" + std::to_string(-step.number) + " steps not shown]"
+                                     : "Step " + std::to_string(step.number) +
+                                           (step.text.empty() ? "" : ": " + step.text);
         builder.add(std::move(entry));
     }
     return builder.finish();
 }
 
-std::optional<std::string> AntigravityTranscriptReader::find(
-    const std::vector<std::string>& folders, const std::string& conversationId) {
+std::optional<std::string>
+AntigravityTranscriptReader::find(const std::vector<std::string>& folders,
+                                  const std::string& conversationId) {
     if (conversationId.empty() || conversationId.find('/') != std::string::npos)
         return std::nullopt;
     for (const std::string& folder : folders) {

@@ -66,8 +66,8 @@ public:
     }
 
 private:
-    void add(TranscriptRole role, std::string text, std::optional<Date> time,
-             std::int64_t offset, bool thinking = false) {
+    void add(TranscriptRole role, std::string text, std::optional<Date> time, std::int64_t offset,
+             bool thinking = false) {
         TranscriptEntry entry;
         entry.role = role;
         entry.text = std::move(text);
@@ -94,9 +94,10 @@ private:
                 command += " " + std::string(args);
             add(TranscriptRole::user, command, time, offset);
         } else if (Text::startsWith(trimmed, "<local-command-stdout>")) {
-            add(TranscriptRole::system, std::string(between(trimmed, "local-command-stdout")),
-                time, offset);
-        } else if (Text::startsWith(trimmed, "<system-reminder>") && trimmed.ends_with("</system-reminder>")) {
+            add(TranscriptRole::system, std::string(between(trimmed, "local-command-stdout")), time,
+                offset);
+        } else if (Text::startsWith(trimmed, "<system-reminder>") &&
+                   trimmed.ends_with("</system-reminder>")) {
             builder_.noteTime(time); // context Claude Code gives the model, not an event
         } else if (isMeta || Text::startsWith(trimmed, "[Request interrupted")) {
             add(TranscriptRole::system, std::string(trimmed), time, offset);
@@ -120,11 +121,11 @@ private:
                 const std::string* id = stringAt(&block, {"tool_use_id"});
                 const JSONValue* isError = block.get("is_error");
                 const bool failed = isError && isError->boolValue() == true;
-                builder_.addToolResult(
-                    id ? *id : "", RecordAccess::contentText(block.get("content")),
-                    failed ? TranscriptBuilder::Outcome::failed
-                           : TranscriptBuilder::Outcome::succeeded,
-                    time, offset);
+                builder_.addToolResult(id ? *id : "",
+                                       RecordAccess::contentText(block.get("content")),
+                                       failed ? TranscriptBuilder::Outcome::failed
+                                              : TranscriptBuilder::Outcome::succeeded,
+                                       time, offset);
                 if (const std::string* kind = stringAt(&line, {"toolUseResult", "type"});
                     kind && *kind == "update" && id)
                     if (ToolCall* call = builder_.toolCall(*id))
@@ -203,8 +204,8 @@ private:
             const std::string* hook = stringAt(attachment, {"hookEvent"});
             const std::string* said = stringAt(attachment, {"blockingError", "blockingError"});
             add(TranscriptRole::system,
-                (hook ? *hook : std::string("A")) + " hook answered: " + (said ? *said : ""),
-                time, offset);
+                (hook ? *hook : std::string("A")) + " hook answered: " + (said ? *said : ""), time,
+                offset);
         } else if (type && *type == "model" && !builder_.transcript().model) {
             TranscriptBuilder::note(builder_.transcript().model,
                                     stringAt(attachment, {"identity", "modelId"}));
@@ -248,8 +249,8 @@ std::optional<SubagentThread> readSubagentFile(const std::string& folder, const 
         readFile(HeadTailFile(path, limits), builder, [](const JSONValue&, std::int64_t) {
             return false; // in its own file, every line is the sub-agent's
         });
-        SubagentThread thread = threadFrom(stem.substr(std::string_view("agent-").size()),
-                                           builder.finish());
+        SubagentThread thread =
+            threadFrom(stem.substr(std::string_view("agent-").size()), builder.finish());
         const std::string metaPath = File::join(folder, stem + ".meta.json");
         if (File::exists(metaPath)) {
             const JSONValue meta = JSONValue::parse(File::read(metaPath));

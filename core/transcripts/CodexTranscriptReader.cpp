@@ -54,8 +54,8 @@ std::pair<std::string, Outcome> readOutput(const JSONValue* value) {
     const bool refused = firstLine.find(" failed") != std::string_view::npos ||
                          Text::startsWith(firstLine, "failed") ||
                          Text::startsWith(Text::lowercased(firstLine), "error");
-    const Outcome outcome = (code && *code != 0) || (!code && refused) ? Outcome::failed
-                                                                       : Outcome::succeeded;
+    const Outcome outcome =
+        (code && *code != 0) || (!code && refused) ? Outcome::failed : Outcome::succeeded;
     if (const std::size_t header = text.find("\nOutput:\n"); code && header != std::string::npos) {
         std::string output = text.substr(header + 9);
         if (Text::trimmed(output).empty())
@@ -67,8 +67,8 @@ std::pair<std::string, Outcome> readOutput(const JSONValue* value) {
 
 std::string summaryText(const JSONValue* summary) {
     std::string joined;
-    for (const JSONValue& part : summary && summary->arrayValue() ? *summary->arrayValue()
-                                                                   : JSONValue::Array{})
+    for (const JSONValue& part :
+         summary && summary->arrayValue() ? *summary->arrayValue() : JSONValue::Array{})
         if (const std::string* text = stringAt(&part, {"text"}))
             joined += (joined.empty() ? "" : "\n\n") + *text;
     return joined;
@@ -145,7 +145,7 @@ private:
         } else if (*kind == "local_shell_call") {
             const JSONValue input(JSONValue::Object{
                 {"command", at(&item, {"action", "command"}) ? *at(&item, {"action", "command"})
-                                                              : JSONValue()}});
+                                                             : JSONValue()}});
             addCall(item, "local_shell", &input);
         } else if (*kind == "function_call_output" || *kind == "custom_tool_call_output") {
             const std::string* id = stringAt(&item, {"call_id"});
@@ -197,7 +197,8 @@ private:
             add(TranscriptRole::user, RecordAccess::contentText(item.get("content")));
             builder_.transcript().turn = TurnState::running;
         } else if (*kind == "HookPrompt") {
-            add(TranscriptRole::system, "Hook: " + RecordAccess::contentText(item.get("fragments")));
+            add(TranscriptRole::system,
+                "Hook: " + RecordAccess::contentText(item.get("fragments")));
         } else if (*kind == "CommandExecution") {
             const std::string* id = stringAt(&item, {"id"});
             const std::string* status = stringAt(&item, {"status"});
@@ -230,10 +231,9 @@ Transcript CodexTranscriptReader::read(const std::string& path, const std::strin
                                        HeadTailFile::Limits limits) {
     TranscriptBuilder builder(AgentKind::codex, sessionId, path);
     RolloutReader reader(builder);
-    builder.readJSONLines(HeadTailFile(path, limits), [&](const JSONValue& line,
-                                                          std::int64_t offset) {
-        reader.read(line, offset);
-    });
+    builder.readJSONLines(
+        HeadTailFile(path, limits),
+        [&](const JSONValue& line, std::int64_t offset) { reader.read(line, offset); });
     return builder.finish();
 }
 

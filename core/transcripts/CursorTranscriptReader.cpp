@@ -72,7 +72,8 @@ public:
             TranscriptEntry entry;
             entry.role = TranscriptRole::tool;
             entry.position = callOffset_;
-            entry.tool = ToolCall::describe(id, callName_.empty() ? "tool" : callName_, &callInput_);
+            entry.tool =
+                ToolCall::describe(id, callName_.empty() ? "tool" : callName_, &callInput_);
             builder_.add(std::move(entry));
             lastCall_ = id;
             text_.clear();
@@ -89,7 +90,7 @@ public:
             entry.role = role_;
             entry.thinking = state_ == State::thinking;
             entry.text = role_ == TranscriptRole::user ? MessageLines::unwrapQuery(text_)
-                                                        : std::string(Text::trimmed(text_));
+                                                       : std::string(Text::trimmed(text_));
             entry.position = offset_;
             builder_.add(std::move(entry));
         }
@@ -143,9 +144,8 @@ Transcript CursorTranscriptReader::read(const std::string& path, const std::stri
     const HeadTailFile file(path, limits);
     if (looksLikeJSONLines(file)) {
         MessageLines reader(builder);
-        builder.readJSONLines(file, [&](const JSONValue& line, std::int64_t offset) {
-            reader.read(line, offset);
-        });
+        builder.readJSONLines(
+            file, [&](const JSONValue& line, std::int64_t offset) { reader.read(line, offset); });
         return builder.finish();
     }
     builder.transcript().position = file.size();
@@ -173,9 +173,9 @@ std::optional<std::string> CursorTranscriptReader::find(const std::string& proje
     std::sort(projects.begin(), projects.end());
     for (const char* extension : {".jsonl", ".txt"})
         for (const std::string& project : projects) {
-            const std::string path = File::join(
-                File::join(File::join(projectsFolder, project), "agent-transcripts"),
-                chatId + extension);
+            const std::string path =
+                File::join(File::join(File::join(projectsFolder, project), "agent-transcripts"),
+                           chatId + extension);
             if (File::exists(path))
                 return path;
         }

@@ -23,7 +23,9 @@ std::string formatUTC(Date date, const char* format) {
     return text;
 }
 
-std::string utc(Date date) { return formatUTC(date, "%Y-%m-%d %H:%M UTC"); }
+std::string utc(Date date) {
+    return formatUTC(date, "%Y-%m-%d %H:%M UTC");
+}
 
 std::string oneLine(std::string_view text, std::size_t limit) {
     std::string line = Text::replacingAll(Text::replacingAll(text, "\r", ""), "\n", " ");
@@ -66,8 +68,8 @@ std::string outcome(const ToolCall& call) {
     if (!call.finished())
         return "no result recorded";
     std::string said = call.failed ? "failed" : "succeeded";
-    const std::string first = oneLine(call.result->substr(0, call.result->find('\n')),
-                                      Handoff::resultLimit);
+    const std::string first =
+        oneLine(call.result->substr(0, call.result->find('\n')), Handoff::resultLimit);
     if (!first.empty())
         said += ": " + code(first);
     return said;
@@ -121,8 +123,9 @@ std::string displayPath(const std::string& path, const std::optional<std::string
 
 void writeWhere(std::string& out, const Session& session, const Transcript& transcript) {
     out += "## Where\n\n";
-    out += "- Project folder: " + (transcript.projectPath ? code(*transcript.projectPath)
-                                                          : std::string("not recorded")) + "\n";
+    out += "- Project folder: " +
+           (transcript.projectPath ? code(*transcript.projectPath) : std::string("not recorded")) +
+           "\n";
     std::string agent(displayName(session.key.agent));
     if (transcript.agentVersion)
         agent += " " + *transcript.agentVersion;
@@ -150,10 +153,12 @@ void writePrompts(std::string& out, const Transcript& transcript) {
     const std::vector<const TranscriptEntry*> prompts = transcript.userPrompts();
     out += "## Goal\n\nThe first prompt";
     out += transcript.skippedBytes > 0 ? " read" : "";
-    out += ":\n\n" + (prompts.empty() ? std::string("> (none recorded)\n") : quoted(prompts[0]->text));
+    out +=
+        ":\n\n" + (prompts.empty() ? std::string("> (none recorded)\n") : quoted(prompts[0]->text));
     if (prompts.size() > 1) {
         out += "\n## Latest prompts\n\n";
-        const std::size_t from = std::max<std::size_t>(1, prompts.size() - std::min(prompts.size() - 1, Handoff::latestPrompts));
+        const std::size_t from = std::max<std::size_t>(
+            1, prompts.size() - std::min(prompts.size() - 1, Handoff::latestPrompts));
         for (std::size_t i = from; i < prompts.size(); ++i) {
             const TranscriptEntry& prompt = *prompts[i];
             out += std::to_string(i + 1) + ". " + (prompt.time ? utc(*prompt.time) : "") + "\n\n" +
@@ -188,8 +193,8 @@ void writeWork(std::string& out, const Transcript& transcript, const Work& work)
     if (!work.others.empty()) {
         out += "Other tool calls:\n\n";
         for (const ToolCall* call : latest(work.others, Handoff::listedCalls, out))
-            out += "- " + oneLine(call->summary, Handoff::resultLimit) + " — " + outcome(*call) +
-                   "\n";
+            out +=
+                "- " + oneLine(call->summary, Handoff::resultLimit) + " — " + outcome(*call) + "\n";
         out += "\n";
     }
     for (const SubagentThread& thread : transcript.subagents) {
@@ -211,12 +216,18 @@ void writeOpen(std::string& out, const Session& session, const Transcript& trans
                const Work& work) {
     std::string open;
     for (const ToolCall* call : work.failed)
-        open += "- Failed: " + (call->command ? code(oneLine(*call->command, 120))
-                                              : oneLine(call->summary, 120)) +
-                (call->result ? " — " + code(oneLine(call->result->substr(0, call->result->find('\n')), Handoff::resultLimit)) : "") + "\n";
+        open +=
+            "- Failed: " +
+            (call->command ? code(oneLine(*call->command, 120)) : oneLine(call->summary, 120)) +
+            (call->result ? " — " + code(oneLine(call->result->substr(0, call->result->find('\n')),
+                                                 Handoff::resultLimit))
+                          : "") +
+            "\n";
     for (const PendingRequest& request : session.pending)
-        open += "- Waiting in Tidewick: " + oneLine(request.title, 120) +
-                (request.detail ? " — " + code(oneLine(*request.detail, Handoff::resultLimit)) : "") + "\n";
+        open +=
+            "- Waiting in Tidewick: " + oneLine(request.title, 120) +
+            (request.detail ? " — " + code(oneLine(*request.detail, Handoff::resultLimit)) : "") +
+            "\n";
     if (transcript.turn == TurnState::running)
         open += "- The agent was still working when this was written.\n";
     for (const ToolCall* call : calls(transcript.entries))
@@ -263,8 +274,9 @@ std::string Handoff::render(const Session& session, const Transcript& transcript
                             std::string_view secret) {
     std::string project = transcript.projectPath ? File::lastComponent(*transcript.projectPath)
                                                  : std::string("a project");
-    std::string out = "# Handoff: " + project + " — " + std::string(displayName(session.key.agent)) +
-                      " session " + session.key.sessionId.substr(0, 8) + "\n\n";
+    std::string out = "# Handoff: " + project + " — " +
+                      std::string(displayName(session.key.agent)) + " session " +
+                      session.key.sessionId.substr(0, 8) + "\n\n";
     out += "Written by Tidewick at " + utc(now) + " from " +
            std::string(displayName(session.key.agent)) +
            "'s own record of the session, for whoever carries the work on.\n\n";
@@ -305,8 +317,7 @@ std::string Handoff::defaultPath(const TidewickPaths& paths, const Session& sess
     return File::join(paths.handoffsDirectory(), name);
 }
 
-void Handoff::write(const std::string& document, const std::string& path,
-                    std::string_view secret) {
+void Handoff::write(const std::string& document, const std::string& path, std::string_view secret) {
     if (!secret.empty() && document.find(secret) != std::string::npos)
         throw Failure(std::string(TranscriptText::handoffRefused));
     try {

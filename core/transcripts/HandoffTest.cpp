@@ -1,8 +1,8 @@
 // The handoff document: compared whole with a reviewed copy for a recorded
 // session, never carrying the shared secret, written owner-only.
+#include "transcripts/Handoff.h"
 #include "transcripts/ClaudeTranscriptReader.h"
 #include "transcripts/CodexTranscriptReader.h"
-#include "transcripts/Handoff.h"
 #include "transcripts/TranscriptTestSupport.h"
 #include "transcripts/TranscriptText.h"
 
@@ -90,7 +90,8 @@ TEST(Handoff, NeverCarriesTheSecretAndIsWrittenForTheOwnerAlone) {
     EXPECT_FALSE(File::exists(path));
     Handoff::write(document, path, secret);
     EXPECT_EQ(File::read(path), document);
-    struct stat file {}, folder {};
+    struct stat file {
+    }, folder{};
     ASSERT_EQ(::stat(path.c_str(), &file), 0);
     ASSERT_EQ(::stat(paths.handoffsDirectory().c_str(), &folder), 0);
     EXPECT_EQ(file.st_mode & 0777, 0600u);

@@ -66,8 +66,9 @@ TEST(HeadTailFile, ReadsSmallFilesWholeAndLongOnesByTheirWholeLinesAtEitherEnd) 
         EXPECT_EQ(read.skipped, row.skipped);
         EXPECT_EQ(file.skippedBytes(), std::max<std::int64_t>(row.skipped, 0));
         if (row.skipped > 0) {
-            const auto afterGap = std::find_if(read.lines.begin(), read.lines.end(),
-                                               [&](const auto& line) { return line.first > read.skippedAt; });
+            const auto afterGap =
+                std::find_if(read.lines.begin(), read.lines.end(),
+                             [&](const auto& line) { return line.first > read.skippedAt; });
             ASSERT_NE(afterGap, read.lines.end());
             EXPECT_EQ(read.skippedAt + read.skipped, afterGap->first);
         }

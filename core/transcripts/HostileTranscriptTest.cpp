@@ -3,8 +3,8 @@
 #include "transcripts/AntigravityTranscriptReader.h"
 #include "transcripts/ClaudeTranscriptReader.h"
 #include "transcripts/CodexTranscriptReader.h"
-#include "transcripts/Transcripts.h"
 #include "transcripts/TranscriptTestSupport.h"
+#include "transcripts/Transcripts.h"
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/IO.h"
@@ -26,7 +26,8 @@ using ::testing::HasSubstr;
 
 std::string prompt(const std::string& text) {
     return R"({"type":"user","message":{"role":"user","content":")" + text +
-           R"("},"timestamp":"2026-11-21T04:53:29.881Z"})" "\n";
+           R"("},"timestamp":"2026-11-21T04:53:29.881Z"})"
+           "\n";
 }
 
 long peakResidentKiB() {
@@ -38,17 +39,24 @@ long peakResidentKiB() {
 TEST(HostileTranscripts, DamagedLinesAreLeftOutAndTheRestIsRead) {
     TemporaryDirectory folder;
     const std::string path = folder.path() + "/damaged.jsonl";
-    put(path, prompt("first") + R"({"type":"user","message":{"role":"us)" "\n" +
-                  std::string("\xff\xfe\x00\x01binary\x00\x9f", 12) + "\n" +
-                  R"({"type":"assistant","message":{"content":[{"type":"tool_use"}]}})" "\n" +
-                  R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":7}]}})" "\n" +
-                  "[1, 2, 3]\n\n" + prompt("second") + R"({"type":"user","message":{"role":"user","cont)");
+    put(path,
+        prompt("first") +
+            R"({"type":"user","message":{"role":"us)"
+            "\n" +
+            std::string("\xff\xfe\x00\x01binary\x00\x9f", 12) + "\n" +
+            R"({"type":"assistant","message":{"content":[{"type":"tool_use"}]}})"
+            "\n" +
+            R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":7}]}})"
+            "\n" +
+            "[1, 2, 3]\n\n" + prompt("second") +
+            R"({"type":"user","message":{"role":"user","cont)");
     const Transcript transcript = ClaudeTranscriptReader::read(path, "id");
     EXPECT_EQ(transcript.unreadableLines, 2) << "the cut and the binary line; not the last one";
     EXPECT_EQ(transcript.userMessages, 2);
     EXPECT_EQ(transcript.entries.front().text, "first");
     EXPECT_EQ(transcript.entries.back().text, "second");
-    EXPECT_EQ(transcript.toolCalls, 2) << "the call without a name, and the result without its call";
+    EXPECT_EQ(transcript.toolCalls, 2)
+        << "the call without a name, and the result without its call";
 }
 
 TEST(HostileTranscripts, ATwoGigabyteSparseRecordIsReadByItsEndsInBoundedMemory) {
@@ -69,7 +77,8 @@ TEST(HostileTranscripts, ATwoGigabyteSparseRecordIsReadByItsEndsInBoundedMemory)
     const Transcript transcript = ClaudeTranscriptReader::read(path, "id");
     EXPECT_LT(peakResidentKiB() - before, 64 * 1024) << "KiB more at the peak";
     EXPECT_THAT(describe(transcript.entries),
-                ::testing::ElementsAre("user: the goal", ::testing::StartsWith("system: [… 2.0 GiB"),
+                ::testing::ElementsAre("user: the goal",
+                                       ::testing::StartsWith("system: [… 2.0 GiB"),
                                        "user: the latest"));
     EXPECT_EQ(transcript.position, size);
     EXPECT_EQ(transcript.skippedBytes, transcript.entries[1].skippedBytes);
@@ -179,7 +188,8 @@ TEST(HostileTranscripts, AntigravityStepDatabasesShowWhatCanBeReadAndNeverWait) 
     sqlite3* writer = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &writer), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(writer, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-    const SQLiteDatabase::Limits brief{std::chrono::milliseconds(2000), std::chrono::milliseconds(50)};
+    const SQLiteDatabase::Limits brief{std::chrono::milliseconds(2000),
+                                       std::chrono::milliseconds(50)};
     EXPECT_THROW((void)AntigravityTranscriptReader::readDatabase(path, "conv-1", brief),
                  SQLiteDatabase::Failure);
     sqlite3_exec(writer, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -207,7 +217,8 @@ TEST(HostileTranscripts, AntigravityStepDatabasesShowWhatCanBeReadAndNeverWait) 
         ADD_FAILURE() << "read a corrupt database";
     } catch (const TranscriptUnavailable& error) {
         EXPECT_THAT(error.what(),
-                    ::testing::StartsWith("Tidewick couldn't read Antigravity's record of session conv-1: "));
+                    ::testing::StartsWith(
+                        "Tidewick couldn't read Antigravity's record of session conv-1: "));
     }
     EXPECT_EQ(std::filesystem::last_write_time(path), modified);
     put(path, "not a database at all, just some text that is long enough to look like a header");

@@ -42,7 +42,9 @@ std::string firstText(const JSONValue& value, std::initializer_list<std::string_
     return {};
 }
 
-bool isTrue(const JSONValue* value) { return value && value->boolValue() == true; }
+bool isTrue(const JSONValue* value) {
+    return value && value->boolValue() == true;
+}
 
 } // namespace
 
@@ -50,8 +52,8 @@ std::string MessageLines::unwrapQuery(std::string_view text) {
     const std::string_view trimmed = Text::trimmed(text);
     constexpr std::string_view open = "<user_query>", close = "</user_query>";
     if (Text::startsWith(trimmed, open) && trimmed.ends_with(close))
-        return std::string(
-            Text::trimmed(trimmed.substr(open.size(), trimmed.size() - open.size() - close.size())));
+        return std::string(Text::trimmed(
+            trimmed.substr(open.size(), trimmed.size() - open.size() - close.size())));
     return std::string(text);
 }
 
@@ -100,14 +102,15 @@ void MessageLines::read(const JSONValue& line, std::int64_t offset) {
         facts.turn = TurnState::finished;
 }
 
-void MessageLines::readBlock(const JSONValue& block, TranscriptRole role,
-                             std::optional<Date> time, std::int64_t offset) {
+void MessageLines::readBlock(const JSONValue& block, TranscriptRole role, std::optional<Date> time,
+                             std::int64_t offset) {
     const std::string* type = stringAt(&block, {"type"});
     const std::string kind = type ? *type : "text";
     if (kind == "tool_use" || kind == "tool_call" || kind == "toolCall" || kind == "function_call")
         return addCall(block, time, offset);
     if (kind == "tool_result" || kind == "toolResult") {
-        const std::string id = firstText(block, {"tool_use_id", "tool_call_id", "toolCallId", "id"});
+        const std::string id =
+            firstText(block, {"tool_use_id", "tool_call_id", "toolCallId", "id"});
         const JSONValue* output = block.get("content") ? block.get("content") : block.get("output");
         builder_.addToolResult(id, RecordAccess::contentText(output),
                                isTrue(block.get("is_error")) || isTrue(block.get("isError"))

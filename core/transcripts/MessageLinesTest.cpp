@@ -1,10 +1,10 @@
 // Cursor's agent transcripts and Antigravity's JSON Lines mirror, for which no
 // real sample is available here: the records below were made here, in the
 // shapes those agents are known to write, and mixed with lines nobody writes.
+#include "foundation/JSONValue.h"
 #include "transcripts/AntigravityTranscriptReader.h"
 #include "transcripts/CursorTranscriptReader.h"
 #include "transcripts/RecordedTime.h"
-#include "foundation/JSONValue.h"
 #include "transcripts/TranscriptTestSupport.h"
 
 #include "testing/TemporaryDirectory.h"
@@ -20,13 +20,20 @@ using ::testing::ElementsAreArray;
 TEST(MessageLines, RecognisedShapesAreKeptAndTheRestPassedOver) {
     // Made here: one conversation in each form.
     const std::string jsonLines =
-        R"({"role":"user","message":{"content":[{"type":"text","text":"<user_query>\nfix the build\n</user_query>"}]}})" "\n"
-        R"({"role":"assistant","message":{"content":[{"type":"thinking","thinking":"Look first."},{"type":"text","text":"Running it."},{"type":"tool_use","id":"t1","name":"Shell","input":{"command":"make"}}]}})" "\n"
-        R"({"role":"tool","tool_call_id":"t1","content":"make: *** No rule","is_error":true})" "\n"
-        R"({"role":"assistant","content":"Added the rule.","tool_calls":[{"id":"t2","function":{"name":"edit_file","arguments":"{\"path\":\"/w/Makefile\"}"}}],"timestamp":"2026-11-21T05:00:00Z"})" "\n"
-        R"({"role":"tool","toolCallId":"t2","content":[{"type":"text","text":"ok"}]})" "\n"
-        R"({"kind":"unknown","payload":[1,2]})" "\n"
-        R"({"role":"user","content":"thanks"})" "\n";
+        R"({"role":"user","message":{"content":[{"type":"text","text":"<user_query>\nfix the build\n</user_query>"}]}})"
+        "\n"
+        R"({"role":"assistant","message":{"content":[{"type":"thinking","thinking":"Look first."},{"type":"text","text":"Running it."},{"type":"tool_use","id":"t1","name":"Shell","input":{"command":"make"}}]}})"
+        "\n"
+        R"({"role":"tool","tool_call_id":"t1","content":"make: *** No rule","is_error":true})"
+        "\n"
+        R"({"role":"assistant","content":"Added the rule.","tool_calls":[{"id":"t2","function":{"name":"edit_file","arguments":"{\"path\":\"/w/Makefile\"}"}}],"timestamp":"2026-11-21T05:00:00Z"})"
+        "\n"
+        R"({"role":"tool","toolCallId":"t2","content":[{"type":"text","text":"ok"}]})"
+        "\n"
+        R"({"kind":"unknown","payload":[1,2]})"
+        "\n"
+        R"({"role":"user","content":"thanks"})"
+        "\n";
     const std::string plainText = "user:\n<user_query>\nfix the build\n</user_query>\n\n"
                                   "assistant:\n[Thinking] Look first.\nRunning it.\n"
                                   "[Tool call] Shell\n  command: make\n"
@@ -47,7 +54,8 @@ TEST(MessageLines, RecognisedShapesAreKeptAndTheRestPassedOver) {
     TemporaryDirectory home;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string path = home.path() + "/.cursor/projects/home-dev-w/agent-transcripts/" + row.name;
+        const std::string path =
+            home.path() + "/.cursor/projects/home-dev-w/agent-transcripts/" + row.name;
         put(path, row.text);
         const Transcript cursor = CursorTranscriptReader::read(path, "chat");
         EXPECT_THAT(describe(cursor.entries), ElementsAreArray(row.entries));
@@ -58,11 +66,13 @@ TEST(MessageLines, RecognisedShapesAreKeptAndTheRestPassedOver) {
     }
     // Antigravity's mirror is read the same way.
     put(home.path() + "/mirror.jsonl", jsonLines);
-    const Transcript mirror = AntigravityTranscriptReader::readMirror(home.path() + "/mirror.jsonl", "c");
+    const Transcript mirror =
+        AntigravityTranscriptReader::readMirror(home.path() + "/mirror.jsonl", "c");
     EXPECT_THAT(describe(mirror.entries), ElementsAreArray(rows[0].entries));
     EXPECT_EQ(mirror.failedToolCalls, 1);
     EXPECT_EQ(mirror.lastActivityAt, RecordedTime::parseISO8601("2026-11-21T05:00:00Z"));
-    EXPECT_EQ(mirror.entries[5].tool->files, (std::vector<FileTouched>{{"/w/Makefile", FileChange::edited}}));
+    EXPECT_EQ(mirror.entries[5].tool->files,
+              (std::vector<FileTouched>{{"/w/Makefile", FileChange::edited}}));
 }
 
 TEST(MessageLines, RecordedTimesReadInEveryFormAgentsUse) {

@@ -25,7 +25,9 @@ std::string uriFor(const std::string& path) {
 
 } // namespace
 
-int SQLiteDatabase::Row::columns() const { return sqlite3_column_count(statement_); }
+int SQLiteDatabase::Row::columns() const {
+    return sqlite3_column_count(statement_);
+}
 std::string_view SQLiteDatabase::Row::name(int column) const {
     const char* name = sqlite3_column_name(statement_, column);
     return name ? name : "";
@@ -55,10 +57,9 @@ std::string_view SQLiteDatabase::Row::bytes(int column) const {
 
 SQLiteDatabase::SQLiteDatabase(const std::string& path, Limits limits)
     : path_(path), limits_(limits) {
-    const int status = sqlite3_open_v2(uriFor(path).c_str(), &database_,
-                                       SQLITE_OPEN_READONLY | SQLITE_OPEN_URI |
-                                           SQLITE_OPEN_NOMUTEX,
-                                       nullptr);
+    const int status =
+        sqlite3_open_v2(uriFor(path).c_str(), &database_,
+                        SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX, nullptr);
     if (status != SQLITE_OK) {
         const std::string reason = database_ ? sqlite3_errmsg(database_) : sqlite3_errstr(status);
         sqlite3_close(database_);
@@ -70,7 +71,9 @@ SQLiteDatabase::SQLiteDatabase(const std::string& path, Limits limits)
     sqlite3_progress_handler(database_, 1000, &SQLiteDatabase::onProgress, this);
 }
 
-SQLiteDatabase::~SQLiteDatabase() { sqlite3_close(database_); }
+SQLiteDatabase::~SQLiteDatabase() {
+    sqlite3_close(database_);
+}
 
 int SQLiteDatabase::onProgress(void* self) {
     const auto* database = static_cast<SQLiteDatabase*>(self);
@@ -81,8 +84,7 @@ void SQLiteDatabase::fail(std::string_view reason) const {
     throw Failure(path_ + ": " + std::string(reason));
 }
 
-void SQLiteDatabase::query(const std::string& sql,
-                           const std::function<void(const Row&)>& onRow) {
+void SQLiteDatabase::query(const std::string& sql, const std::function<void(const Row&)>& onRow) {
     deadline_ = std::chrono::steady_clock::now() + limits_.query;
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(database_, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK) {

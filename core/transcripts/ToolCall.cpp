@@ -14,7 +14,8 @@ std::vector<FileTouched> patchedFiles(std::string_view patch) {
     std::vector<FileTouched> files;
     for (std::string_view path : ToolDescriber::patchedFiles(patch)) {
         const bool added = patch.find("*** Add File: " + std::string(path)) != std::string::npos;
-        const bool deleted = patch.find("*** Delete File: " + std::string(path)) != std::string::npos;
+        const bool deleted =
+            patch.find("*** Delete File: " + std::string(path)) != std::string::npos;
         if (!deleted)
             files.push_back({std::string(path), added ? FileChange::created : FileChange::edited});
     }
@@ -45,15 +46,18 @@ ToolCall ToolCall::describe(std::string id, std::string name, const JSONValue* i
     // Which files it changed, by the tool's kind: agents name their editing tools alike.
     const std::string lower = Text::lowercased(call.name);
     const std::string path = description.detail.value_or("");
-    const bool isPath = !description.isShell && !path.empty() && path.find('\n') == std::string::npos &&
-                        path.find('/') != std::string::npos;
+    const bool isPath = !description.isShell && !path.empty() &&
+                        path.find('\n') == std::string::npos && path.find('/') != std::string::npos;
     if (Text::startsWith(call.summary, "Patch ") || lower.find("patch") != std::string::npos) {
         for (std::string_view key : {"input", "patch"})
-            if (const std::string* patch = RecordAccess::stringAt(described, {key}); patch && call.files.empty())
+            if (const std::string* patch = RecordAccess::stringAt(described, {key});
+                patch && call.files.empty())
                 call.files = patchedFiles(*patch);
-    } else if (isPath && (lower.find("write") != std::string::npos || lower.find("create") != std::string::npos)) {
+    } else if (isPath && (lower.find("write") != std::string::npos ||
+                          lower.find("create") != std::string::npos)) {
         call.files.push_back({path, FileChange::created});
-    } else if (isPath && (lower.find("edit") != std::string::npos || lower.find("replace") != std::string::npos)) {
+    } else if (isPath && (lower.find("edit") != std::string::npos ||
+                          lower.find("replace") != std::string::npos)) {
         call.files.push_back({path, FileChange::edited});
     }
     return call;

@@ -63,15 +63,17 @@ TEST(TranscriptReaders, ClaudeSubagentWorkIsKeptApartAndCounted) {
     put(agentFile + ".meta.json",
         R"({"agentType":"general-purpose","description":"Sub task","toolUseId":"toolu_mock_0_0","finished":true})");
 
-    const Transcript transcript = ClaudeTranscriptReader::read(project + session + ".jsonl", session);
-    EXPECT_THAT(describe(transcript.entries),
-                ElementsAreArray({"user: delegate",
-                                  "tool: Agent: Sub task -> Async agent launched successfully. (This "
-                                  "tool result is internal metadata \u2014 never quote or paste any "
-                                  "part of it, including the agentId below, into a user-facing reply.)",
-                                  "agent: All done.",
-                                  "system: Agent \"Sub task\" finished: Subagent finished: two entries.",
-                                  "agent: All done."}));
+    const Transcript transcript =
+        ClaudeTranscriptReader::read(project + session + ".jsonl", session);
+    EXPECT_THAT(
+        describe(transcript.entries),
+        ElementsAreArray({"user: delegate",
+                          "tool: Agent: Sub task -> Async agent launched successfully. (This "
+                          "tool result is internal metadata \u2014 never quote or paste any "
+                          "part of it, including the agentId below, into a user-facing reply.)",
+                          "agent: All done.",
+                          "system: Agent \"Sub task\" finished: Subagent finished: two entries.",
+                          "agent: All done."}));
     EXPECT_EQ(transcript.userMessages, 1) << "the sub-agent's report is not the user's";
     ASSERT_EQ(transcript.subagents.size(), 1u);
     const SubagentThread& thread = transcript.subagents[0];
@@ -91,7 +93,8 @@ TEST(TranscriptReaders, ClaudeSubagentWorkIsKeptApartAndCounted) {
 
 TEST(TranscriptReaders, CodexRolloutsReadAsTheirTurns) {
     const std::string refused = "exec_command failed: CreateProcess { message: \"Rejected(\\\"";
-    const std::string policy = "`/bin/bash -lc 'rm -rf build'` rejected: rm -f style commands are not permitted. Use a safer approach\\\")\" }";
+    const std::string policy = "`/bin/bash -lc 'rm -rf build'` rejected: rm -f style commands are "
+                               "not permitted. Use a safer approach\\\")\" }";
     struct Row {
         std::string run;
         std::vector<std::string> entries;
@@ -129,7 +132,8 @@ TEST(TranscriptReaders, CodexRolloutIsFoundByItsSessionIdentifierInAnyDayFolder)
     TemporaryDirectory codex;
     const std::string id = "01a1fc51-7fe1-70d0-aad1-88fe95216210";
     // The name carries local time, which may fall on another day than the record's UTC.
-    const std::string path = codex.path() + "/sessions/2026/11/22/rollout-2026-11-22T00-16-02-" + id + ".jsonl";
+    const std::string path =
+        codex.path() + "/sessions/2026/11/22/rollout-2026-11-22T00-16-02-" + id + ".jsonl";
     put(path, File::read(codexRollout("exec")));
     put(codex.path() + "/sessions/2026/11/21/rollout-2026-11-21T04-16-19-other.jsonl", "{}\n");
     EXPECT_EQ(CodexTranscriptReader::find(codex.path() + "/sessions", id), path);

@@ -17,7 +17,8 @@ inline const std::string recorded = TIDEWICK_SOURCE_DIR "/../shared/fixtures";
 
 /// The one rollout file of a recorded Codex run.
 inline std::string codexRollout(const std::string& run) {
-    for (const auto& entry : std::filesystem::directory_iterator(recorded + "/codex/sessions/" + run))
+    for (const auto& entry :
+         std::filesystem::directory_iterator(recorded + "/codex/sessions/" + run))
         return entry.path().string();
     return {};
 }
@@ -31,7 +32,8 @@ inline std::string describe(const TranscriptEntry& entry) {
     if (!entry.tool->finished())
         return line + " (no result)";
     const std::string& result = *entry.tool->result;
-    return line + " -> " + result.substr(0, result.find('\n')) + (entry.tool->failed ? " [failed]" : "");
+    return line + " -> " + result.substr(0, result.find('\n')) +
+           (entry.tool->failed ? " [failed]" : "");
 }
 
 inline std::vector<std::string> describe(const std::vector<TranscriptEntry>& entries) {

@@ -31,8 +31,7 @@ std::optional<std::string> findClaude(const std::string& projects, const std::st
     return std::nullopt;
 }
 
-Transcript readFound(const Session& session, const std::string& path,
-                     HeadTailFile::Limits limits) {
+Transcript readFound(const Session& session, const std::string& path, HeadTailFile::Limits limits) {
     const std::string& id = session.key.sessionId;
     switch (session.key.agent) {
     case AgentKind::claude:
