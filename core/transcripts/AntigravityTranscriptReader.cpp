@@ -134,7 +134,8 @@ Transcript AntigravityTranscriptReader::readDatabase(const std::string& path,
         TranscriptEntry entry;
         entry.role = TranscriptRole::system;
         entry.time = step.time;
-        entry.position = std::max<std::int64_t>(step.number, 0);
+        // Steps counted from 0, so that those past a previous reading's count are the new ones.
+        entry.position = std::max<std::int64_t>(step.number - 1, 0);
         entry.text = step.number < 0 ? "[" + std::to_string(-step.number) + " steps not shown]"
                                      : "Step " + std::to_string(step.number) +
                                            (step.text.empty() ? "" : ": " + step.text);
