@@ -70,8 +70,7 @@ Alert heldAlert(const PendingRequest& request, const SessionKey& key) {
     return alert;
 }
 
-// Told when a turn ended with nobody replying, so the user still learns it is over.
-/// An agent that reports an error has usually stopped working: the user should know.
+// An agent that reports an error has usually stopped working: the user should know.
 Alert errorAlert(const AgentEvent& event, const SessionKey& key) {
     Alert alert;
     alert.kind = Alert::Kind::error;
@@ -82,6 +81,7 @@ Alert errorAlert(const AgentEvent& event, const SessionKey& key) {
     return alert;
 }
 
+// Told when a turn ended with nobody replying, so the user still learns it is over.
 Alert finishedAlert(const SessionKey& key, const std::optional<std::string>& detail) {
     Alert alert;
     alert.kind = Alert::Kind::finished;
