@@ -51,7 +51,8 @@ std::string agentName(const Session& session) {
 
 } // namespace
 
-ScreenController::ScreenController(SessionActions& actions) : actions_(actions) {}
+ScreenController::ScreenController(SessionActions& actions, Quitting quitting)
+    : actions_(actions), quitting_(quitting) {}
 
 void ScreenController::setSessions(std::vector<Session> sessions, std::optional<Date> now) {
     std::vector<Session> previous = std::move(sessions_);
@@ -213,7 +214,7 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
         mode_ = Mode::help;
         break;
     case 'q':
-        if (heldCount_ == 0)
+        if (heldCount_ == 0 || quitting_ == Quitting::leavesRequestsHeld)
             return Outcome::quit;
         mode_ = Mode::confirmQuit;
         break;
