@@ -6,6 +6,7 @@
 #include "ControlCommands.h"
 #include "DemoCommand.h"
 #include "ServiceCommands.h"
+#include "TranscriptCommands.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
 #include "install/HookConfigError.h"
@@ -29,6 +30,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerControlCommands(app, context);
     registerDemoCommand(app, context);
     registerServiceCommands(app, context);
+    registerTranscriptCommands(app, context);
 
     Terminal& terminal = context.terminal();
     try {

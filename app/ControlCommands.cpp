@@ -81,6 +81,7 @@ std::string confirmation(ControlCommand command, const ControlReply& reply) {
     case ControlCommand::sessions:
     case ControlCommand::pending:
     case ControlCommand::subscribe:
+    case ControlCommand::transcriptStep:
         break;
     }
     return who + ".";

@@ -6,9 +6,13 @@ _tidewick_held() {
     tidewick pending --json 2>/dev/null | sed -n 's/.*"shortId": *"\([^"]*\)".*/\1/p'
 }
 
+_tidewick_sessions() {
+    tidewick sessions --json 2>/dev/null | sed -n 's/.*"shortId": *"\([^"]*\)".*/\1/p'
+}
+
 _tidewick() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="app status connect disconnect sessions pending allow deny reply let-stop demo service"
+    local commands="app status connect disconnect sessions pending allow deny reply let-stop transcript handoff demo service"
     local agents="claude codex cursor antigravity"
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
@@ -20,7 +24,11 @@ _tidewick() {
         mapfile -t COMPREPLY < <(compgen -W "$agents" -- "$cur")
         return
         ;;
-    -m | --message) return ;;
+    -m | --message | --tail) return ;;
+    -o | --output)
+        mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+        return
+        ;;
     esac
     local words="--help"
     case ${COMP_WORDS[1]} in
@@ -31,6 +39,8 @@ _tidewick() {
     allow | let-stop) words+=" --agent $(_tidewick_held)" ;;
     deny) words+=" --agent --message $(_tidewick_held)" ;;
     reply) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_held)" ;;
+    transcript) words+=" --agent --json --tail $(_tidewick_sessions)" ;;
+    handoff) words+=" --agent --output $(_tidewick_sessions)" ;;
     service) ((COMP_CWORD == 2)) && words+=" install uninstall status" ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")

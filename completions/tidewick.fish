@@ -2,7 +2,7 @@
 # identifiers of the sessions holding a request (asked of the running
 # application). Installed as share/fish/vendor_completions.d/tidewick.fish.
 
-set -l commands app status connect disconnect sessions pending allow deny reply let-stop demo service
+set -l commands app status connect disconnect sessions pending allow deny reply let-stop transcript handoff demo service
 set -l agents claude codex cursor antigravity
 set -l top "not __fish_seen_subcommand_from $commands"
 
@@ -18,6 +18,8 @@ complete -c tidewick -n $top -a allow -d 'Allow the permission request a session
 complete -c tidewick -n $top -a deny -d 'Deny the permission request a session is waiting on'
 complete -c tidewick -n $top -a reply -d 'Answer a session that finished its turn and waits for you'
 complete -c tidewick -n $top -a let-stop -d 'Let a session that waits for you end its turn'
+complete -c tidewick -n $top -a transcript -d "Show a session's transcript, as its agent recorded it"
+complete -c tidewick -n $top -a handoff -d 'Write a Markdown handoff from which another agent can carry a session on'
 complete -c tidewick -n $top -a demo -d 'Run four scripted agent sessions against the running Tidewick app'
 complete -c tidewick -n $top -a service -d 'Run Tidewick as a systemd user service, in the background from login'
 
@@ -30,4 +32,9 @@ complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -s y -l
 complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -l agent -x -a "$agents" -d "Only this agent's sessions"
 complete -c tidewick -n '__fish_seen_subcommand_from deny' -s m -l message -x -d 'Tell the agent why'
 complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -l agent -x -a "$agents" -d "Only this agent's sessions"
+complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l json -d 'Print JSON'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l tail -x -d 'Only the last N entries'
+complete -c tidewick -n '__fish_seen_subcommand_from handoff' -s o -l output -r -d 'Where to write it (- for standard output)'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -a '(tidewick sessions --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Session'
 complete -c tidewick -n '__fish_seen_subcommand_from service' -a 'install uninstall status'

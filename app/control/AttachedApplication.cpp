@@ -224,7 +224,7 @@ std::vector<HeldRequest> AttachedApplication::pendingRequests() const {
     return list;
 }
 
-bool AttachedApplication::decide(ControlRequest request, const SessionKey& session) {
+bool AttachedApplication::sendFor(ControlRequest request, const SessionKey& session) {
     // The whole identifier with its agent: exactly the session the user sees.
     request.session = session.sessionId;
     request.agent = session.agent;
@@ -241,20 +241,27 @@ bool AttachedApplication::answerPermission(const SessionKey& session, Answer ans
     ControlRequest request;
     request.command = answer == Answer::allow ? ControlCommand::allow : ControlCommand::deny;
     request.message = std::move(message);
-    return decide(std::move(request), session);
+    return sendFor(std::move(request), session);
 }
 
 bool AttachedApplication::reply(const SessionKey& session, std::string text) {
     ControlRequest request;
     request.command = ControlCommand::reply;
     request.text = std::move(text);
-    return decide(std::move(request), session);
+    return sendFor(std::move(request), session);
 }
 
 bool AttachedApplication::letStop(const SessionKey& session) {
     ControlRequest request;
     request.command = ControlCommand::letStop;
-    return decide(std::move(request), session);
+    return sendFor(std::move(request), session);
+}
+
+void AttachedApplication::setTranscriptStep(const SessionKey& session, std::int64_t step) {
+    ControlRequest request;
+    request.command = ControlCommand::transcriptStep;
+    request.step = step;
+    (void)sendFor(std::move(request), session);
 }
 
 TidewickSettings AttachedApplication::settings() {

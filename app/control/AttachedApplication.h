@@ -59,6 +59,9 @@ public:
     void unwatch(WatchId id) override;
     /// Read from the settings file, as the application does.
     [[nodiscard]] TidewickSettings settings() override;
+    /// Sent to the application as a control request; lost when none answers.
+    void setTranscriptStep(const SessionKey& session, std::int64_t step) override;
+    [[nodiscard]] const TidewickPaths& paths() const override { return paths_; }
     [[nodiscard]] Location location() const override { return Location::attached; }
 
 private:
@@ -72,7 +75,8 @@ private:
     /// Replaces the copy with `sessions` and tells the watchers what that changed.
     void replaceSessions(Mirror sessions);
     void tellConnection(Connection connection, const std::string& sentence);
-    bool decide(ControlRequest request, const SessionKey& session);
+    /// Sends `request` for exactly `session`; true when the application did what it asks.
+    bool sendFor(ControlRequest request, const SessionKey& session);
 
     const TidewickPaths paths_;
     const Options options_;

@@ -104,10 +104,13 @@ TEST_F(AttachedApplicationTest, FollowsTheSessionsAndDecidesForExactlyTheSession
     EXPECT_FALSE(view.answerPermission({AgentKind::claude, "s-1"}, SessionActions::Answer::deny));
     EXPECT_TRUE(view.reply({AgentKind::codex, "s-2"}, "Run the tests."));
     EXPECT_FALSE(view.letStop({AgentKind::cursor, "s-2"})) << "no such session: never handed on";
+    view.setTranscriptStep({AgentKind::claude, "s-10"}, 4096);
     const auto calls = target.calls();
-    ASSERT_EQ(calls.size(), 3u);
+    ASSERT_EQ(calls.size(), 4u);
     EXPECT_EQ(calls[0].key, (SessionKey{AgentKind::claude, "s-1"}));
     EXPECT_EQ(calls[2].text, "Run the tests.");
+    EXPECT_EQ(std::tie(calls[3].what, calls[3].key.sessionId, calls[3].text),
+              std::make_tuple("transcriptStep", "s-10", std::optional<std::string>("4096")));
 
     view.unwatch(watch.id);
     target.change(sessionWith(AgentKind::codex, "s-3"));

@@ -31,10 +31,10 @@ class JSONReader;
 class JSONWriter;
 
 /// What a control request asks for. Raw values equal the case names.
-enum class ControlCommand { sessions, pending, allow, deny, reply, letStop, subscribe };
+enum class ControlCommand { sessions, pending, allow, deny, reply, letStop, subscribe, transcriptStep };
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 7> table{{{
+    static constexpr EnumTable<ControlCommand, 8> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -42,6 +42,7 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::reply, "reply"},
         {ControlCommand::letStop, "letStop"},
         {ControlCommand::subscribe, "subscribe"},
+        {ControlCommand::transcriptStep, "transcriptStep"},
     }}};
 };
 
@@ -56,6 +57,8 @@ struct ControlRequest {
     std::optional<std::string> message;
     /// reply: the text sent to the agent.
     std::string text;
+    /// transcriptStep: how far the session's transcript has been read.
+    std::optional<std::int64_t> step;
 
     friend bool operator==(const ControlRequest&, const ControlRequest&) = default;
 };

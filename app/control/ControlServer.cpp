@@ -39,6 +39,7 @@ bool isDecision(ControlCommand command) {
     case ControlCommand::sessions:
     case ControlCommand::pending:
     case ControlCommand::subscribe:
+    case ControlCommand::transcriptStep:
         return false;
     }
     return false;
@@ -58,6 +59,7 @@ bool deliver(const ControlRequest& request, const SessionKey& key, SessionAction
     case ControlCommand::sessions:
     case ControlCommand::pending:
     case ControlCommand::subscribe:
+    case ControlCommand::transcriptStep:
         break;
     }
     return false;
@@ -157,7 +159,7 @@ void ControlServer::stop() {
     server_.closeConnections();
 }
 
-ControlReply ControlServer::respond(const ControlRequest& request, SessionActions& target) {
+ControlReply ControlServer::respond(const ControlRequest& request, ApplicationView& target) {
     std::vector<Session> known = target.sessions();
     ControlReply reply;
     std::vector<std::string> named;
@@ -173,6 +175,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, SessionAction
             named.push_back(held.first.sessionId);
     } else if (request.command == ControlCommand::reply && request.text.empty()) {
         return failure(ControlOutcome::badRequest, "A reply needs some text.");
+    } else if (request.command == ControlCommand::transcriptStep && !request.step) {
+        return failure(ControlOutcome::badRequest, "A transcript step needs the step.");
     } else {
         SessionMatch match = matchSession(known, request.session, request.agent);
         if (!match.key)
@@ -181,6 +185,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, SessionAction
         named.push_back(match.key->sessionId);
     }
     reply.shortIds = shortIdsOf(known, named);
+    if (reply.session && request.command == ControlCommand::transcriptStep)
+        target.setTranscriptStep(*reply.session, *request.step);
     if (reply.session && isDecision(request.command) && !deliver(request, *reply.session, target)) {
         reply.outcome = ControlOutcome::notDelivered;
         reply.message = notDelivered(request, *reply.session, reply.shortIds);

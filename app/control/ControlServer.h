@@ -29,11 +29,11 @@ public:
     void stop();
     [[nodiscard]] const std::string& socketPath() const { return server_.socketPath(); }
 
-    /// What `request` gets from `target`: listings, or the decision handed over and
-    /// whether it was delivered. Session identifiers are matched by matchSession. A
-    /// subscription is no single answer: `badRequest`.
+    /// What `request` gets from `target`: listings, the decision handed over and whether
+    /// it was delivered, or the transcript step recorded. Session identifiers are matched
+    /// by matchSession. A subscription is no single answer: `badRequest`.
     [[nodiscard]] static ControlReply respond(const ControlRequest& request,
-                                              SessionActions& target);
+                                              ApplicationView& target);
 
 private:
     /// Answers one request line: nothing at all for a malformed line or a wrong secret

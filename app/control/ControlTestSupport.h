@@ -77,6 +77,11 @@ public:
         watchers_.erase(id);
     }
     TidewickSettings settings() override { return {}; }
+    void setTranscriptStep(const SessionKey& key, std::int64_t step) override {
+        std::lock_guard guard(mutex_);
+        calls_.push_back({"transcriptStep", key, std::to_string(step)});
+    }
+    const TidewickPaths& paths() const override { return paths_; }
     Location location() const override { return Location::inProcess; }
 
     /// Applies a session change to `all` and tells every watcher, as the service would.
@@ -120,6 +125,7 @@ private:
     std::vector<Call> calls_;
     std::map<WatchId, Watcher> watchers_;
     WatchId lastWatch_ = 0;
+    TidewickPaths paths_{"/nonexistent"};
 };
 
 } // namespace tidewick::testing

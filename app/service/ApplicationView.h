@@ -4,6 +4,7 @@
 // runs in its own process or in another one it is attached to.
 #pragma once
 
+#include "foundation/TidewickPaths.h"
 #include "service/Alert.h"
 #include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
@@ -64,6 +65,11 @@ public:
     virtual void unwatch(WatchId id) = 0;
     /// The settings in force now.
     [[nodiscard]] virtual TidewickSettings settings() = 0;
+    /// Records how far the session's transcript has been read (its transcriptStep).
+    /// Nothing happens for an unknown session, or when it cannot be recorded.
+    virtual void setTranscriptStep(const SessionKey& session, std::int64_t step) = 0;
+    /// Where the application's files are: the same for every interface of one user.
+    [[nodiscard]] virtual const TidewickPaths& paths() const = 0;
     [[nodiscard]] virtual Location location() const = 0;
 };
 

@@ -96,6 +96,9 @@ public:
     bool letStop(const SessionKey& session) override;
     [[nodiscard]] std::vector<HeldRequest> pendingRequests() const override;
     [[nodiscard]] std::vector<Session> sessions() const override;
+    /// Records how far the application has read the session's transcript (its
+    /// transcriptStep: see Transcript::position). Nothing happens for an unknown session.
+    void setTranscriptStep(const SessionKey& session, std::int64_t step) override;
     /// The settings in force now (re-read when the file changed).
     [[nodiscard]] TidewickSettings settings() override;
     /// Saves `settings` to the settings file; they apply from the next request.
@@ -110,7 +113,7 @@ public:
     void unwatch(WatchId id) override;
     [[nodiscard]] Location location() const override { return Location::inProcess; }
 
-    [[nodiscard]] const TidewickPaths& paths() const { return paths_; }
+    [[nodiscard]] const TidewickPaths& paths() const override { return paths_; }
     /// The shared secret (valid after start()); the control socket checks it too.
     [[nodiscard]] const std::string& secret() const;
     /// The file whose lock marks the running instance: "tidewick.lock" in appSupport.

@@ -2,6 +2,7 @@
 
 #include "Alerts.h"
 #include "Layout.h"
+#include "FileTranscriptAccess.h"
 #include "ScreenController.h"
 #include "foundation/FileDescriptor.h"
 
@@ -298,6 +299,13 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                                 application.location() == ApplicationView::Location::attached
                                     ? ScreenController::Quitting::leavesRequestsHeld
                                     : ScreenController::Quitting::endsHeldRequests);
+    // The records are read here, in the interface's process, wherever the application runs.
+    FileTranscriptAccess transcripts(
+        application.paths(), TranscriptLocations::forHome(application.paths().home()),
+        [&application](const SessionKey& key, std::int64_t step) {
+            application.setTranscriptStep(key, step);
+        });
+    controller.setTranscriptAccess(&transcripts);
     CursesScreen screen;
 
     auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;

@@ -105,6 +105,9 @@ std::string TidewickPaths::helperPath() const {
 std::string TidewickPaths::backupsDirectory() const {
     return File::join(appSupport(), "Backups");
 }
+std::string TidewickPaths::handoffsDirectory() const {
+    return File::join(appSupport(), "Handoffs");
+}
 std::string TidewickPaths::secretFile() const {
     return File::join(appSupport(), "secret");
 }
@@ -144,6 +147,14 @@ std::string TidewickPaths::controlSocketPath() const {
                   static_cast<unsigned>(getuid()),
                   static_cast<unsigned long long>(fnv1a64(appSupport())));
     return name;
+}
+
+std::string TidewickPaths::debugMarkerFile() const {
+    return File::join(File::parent(socketPath()), "debug-hooks");
+}
+
+std::string TidewickPaths::debugLogFile() const {
+    return File::join(File::parent(socketPath()), "hook-debug.jsonl");
 }
 
 void TidewickPaths::ensureDirectories() const {
