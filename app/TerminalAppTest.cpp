@@ -2,56 +2,24 @@
 // requests come from the real hook command, and keys sent to the pane answer
 // them.
 #include "TidewickPrograms.h"
+#include "TmuxTestSupport.h"
 
 #include "foundation/TidewickPaths.h"
 
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <regex>
-#include <unistd.h>
 
 namespace tidewick {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::ProgramResult;
-using testing::runProgram;
-
-/// A tmux server of our own (its own socket and directory), killed at the end.
-class Tmux {
-public:
-    Tmux() {
-        static std::atomic<int> counter{0};
-        socket_ = "tw-ui-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
-    }
-    ~Tmux() { (void)run({"kill-server"}); }
-
-    ProgramResult run(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"/usr/bin/tmux", "-L", socket_, "-f", "/dev/null"});
-        return runProgram(arguments,
-                          {"TMUX_TMPDIR=" + directory_.path(), "TERM=xterm-256color",
-                           "LANG=C.UTF-8", "PATH=/usr/bin:/bin"},
-                          {}, {}, std::chrono::seconds(20));
-    }
-    std::string screen() const { return run({"capture-pane", "-p", "-t", "ui"}).out; }
-    /// The screen with its colours and attributes as escape sequences.
-    std::string styledScreen() const { return run({"capture-pane", "-e", "-p", "-t", "ui"}).out; }
-    void keys(std::vector<std::string> keys) const {
-        keys.insert(keys.begin(), {"send-keys", "-t", "ui"});
-        (void)run(keys);
-    }
-    bool isRunning() const { return run({"has-session", "-t", "ui"}).status == 0; }
-
-private:
-    TemporaryDirectory directory_;
-    std::string socket_;
-};
 
 class TerminalApp : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!File::isExecutableFile("/usr/bin/tmux"))
+        if (!testing::Tmux::isInstalled())
             GTEST_SKIP() << "tmux is not installed (Debian package tmux): the terminal "
                             "interface tests need it";
         ASSERT_TRUE(testing::TidewickPrograms::built());
@@ -63,34 +31,15 @@ protected:
                                     File::join(run.home(), "players") + ":/usr/bin:/bin' " +
                                     environment + " '" + testing::TidewickPrograms::tidewickPath +
                                     "' " + arguments + " 2>'" + errors + "'";
-        ASSERT_EQ(terminal.run({"new-session", "-d", "-s", "ui", "-x", "100", "-y", "30", command})
-                      .status,
-                  0);
+        ASSERT_TRUE(terminal.start("ui", command));
         ASSERT_TRUE(waitForScreen({"0 sessions"}));
     }
 
-    /// Polls the pane until every part shows (generous: a loaded machine, sanitizers).
     bool waitForScreen(std::initializer_list<std::string> parts) {
-        std::string screen;
-        for (int i = 0; i < 300; ++i, std::this_thread::sleep_for(100ms)) {
-            screen = terminal.screen();
-            if (std::all_of(parts.begin(), parts.end(), [&](const std::string& part) {
-                    return screen.find(part) != std::string::npos;
-                }))
-                return true;
-        }
-        ADD_FAILURE() << screen
-                      << "\nstandard error: " << (File::exists(errors) ? File::read(errors) : "");
-        return false;
-    }
-
-    /// Polls the pane until `part` is gone.
-    bool waitUntilGone(const std::string& part) {
-        for (int i = 0; i < 300; ++i, std::this_thread::sleep_for(100ms))
-            if (terminal.screen().find(part) == std::string::npos)
-                return true;
-        ADD_FAILURE() << "still there: " << part << "\n" << terminal.screen();
-        return false;
+        const bool shown = terminal.waitForAll("ui", parts);
+        if (!shown)
+            ADD_FAILURE() << "standard error: " << (File::exists(errors) ? File::read(errors) : "");
+        return shown;
     }
 
     /// What the application is started with: more variables, and its arguments.
@@ -99,7 +48,7 @@ protected:
     testing::TidewickPrograms run;
     const std::string errors = File::join(run.home(), "app.err");
     std::string played;
-    Tmux terminal;
+    testing::Tmux terminal;
 };
 
 TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
@@ -110,7 +59,7 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
     ASSERT_TRUE(
         waitForScreen({"Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
                        "Waiting for you", "Needs permission", "webshop", "1 held"}));
-    terminal.keys({"y"});
+    terminal.keys("ui", {"y"});
     EXPECT_EQ(run.finished(claude),
               "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
               "\"decision\":{\"behavior\":\"allow\"}}}\n");
@@ -123,18 +72,18 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
                            R"("The signup checks are in. Anything else?"})");
     ASSERT_TRUE(waitForScreen(
         {"Waiting for your reply", "Waiting for reply", "The signup checks are in."}));
-    terminal.keys({"r"});
+    terminal.keys("ui", {"r"});
     ASSERT_TRUE(waitForScreen({"1 Continue working.", "2 Run the tests."}));
-    terminal.keys({"2"});
+    terminal.keys("ui", {"2"});
     EXPECT_EQ(run.finished(codex),
               "{\"decision\":\"block\",\"reason\":\"Message from the user, sent "
               "via Tidewick: Run the tests.\"}\n");
 
     // Nothing is held now: q quits at once.
-    terminal.keys({"q"});
-    for (int i = 0; i < 100 && terminal.isRunning(); ++i)
+    terminal.keys("ui", {"q"});
+    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
         std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning()) << terminal.screen();
+    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
 }
 
 TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSession) {
@@ -143,7 +92,7 @@ TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSes
                             R"("cwd":"/home/ana/src/api","prompt":"Add the signup checks"})");
     EXPECT_EQ(run.finished(prompt), "");
     ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
-    terminal.keys({"Down"}); // the user reads this session
+    terminal.keys("ui", {"Down"}); // the user reads this session
 
     auto& claude = run.hook("claude", "PermissionRequest",
                             R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
@@ -155,16 +104,16 @@ TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSes
     EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
               File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
     // In 256 colours, what needs the user is amber (xterm colour 214).
-    EXPECT_NE(terminal.styledScreen().find("38;5;214m"), std::string::npos);
+    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
 
-    terminal.keys({"Tab"});
-    ASSERT_TRUE(waitUntilGone("Tab to go there"));
+    terminal.keys("ui", {"Tab"});
+    ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
     ASSERT_TRUE(waitForScreen({"● Run npm publish", "Waiting for you"}));
-    terminal.keys({"y"});
+    terminal.keys("ui", {"y"});
     EXPECT_EQ(run.finished(claude),
               "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
               "\"decision\":{\"behavior\":\"allow\"}}}\n");
-    EXPECT_TRUE(waitUntilGone("Needs you!"));
+    EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
     EXPECT_TRUE(waitForScreen({"On it", "2 working"}));
 }
 
@@ -188,11 +137,11 @@ TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
     ASSERT_TRUE(waitForScreen({"Needs permission", "Needs you!"}));
     // Bold still marks what matters; no colour is set anywhere (39 and 49 only return to the
     // terminal's own).
-    const std::string styled = terminal.styledScreen();
+    const std::string styled = terminal.styledScreen("ui");
     EXPECT_NE(styled.find("\x1b[1m"), std::string::npos) << styled;
     const std::regex colour("\x1b\\[([0-9]*;)*(3[0-8]|4[0-8]|9[0-7]|10[0-7])[;m]");
     EXPECT_FALSE(std::regex_search(styled, colour)) << styled;
-    terminal.keys({"y"});
+    terminal.keys("ui", {"y"});
     EXPECT_NE(run.finished(claude), "");
 }
 
@@ -223,18 +172,18 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
               0);
     ASSERT_TRUE(waitForScreen({"1 session", "proj"}));
 
-    terminal.keys({"t"});
+    terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"Transcript · Claude Code session bc2ae821", "clean the build",
                                "✓ Run rm -rf build && echo removed-ok  removed-ok", "All done."}));
-    terminal.keys({"/"});
-    terminal.keys({"-l", "removed"});
-    terminal.keys({"Enter"});
-    terminal.keys({"Enter"});
+    terminal.keys("ui", {"/"});
+    terminal.keys("ui", {"-l", "removed"});
+    terminal.keys("ui", {"Enter"});
+    terminal.keys("ui", {"Enter"});
     // The opened line shows the whole command and the result under it.
     ASSERT_TRUE(waitForScreen({std::string(19, ' ') + "rm -rf build && echo removed-ok",
                                std::string(19, ' ') + "removed-ok"}));
 
-    terminal.keys({"h"});
+    terminal.keys("ui", {"h"});
     ASSERT_TRUE(waitForScreen({"Handoff written to"}));
     const std::string handoffs = TidewickPaths(run.home()).handoffsDirectory();
     const std::vector<std::string> written = File::listFolder(handoffs);
@@ -247,12 +196,12 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     EXPECT_EQ(*sessions.arrayValue()->at(0).get("transcriptStep"),
               JSONValue::integer(static_cast<std::int64_t>(File::read(transcript).size())));
 
-    terminal.keys({"t"});
+    terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"t transcript"}));
-    terminal.keys({"q"});
-    for (int i = 0; i < 100 && terminal.isRunning(); ++i)
+    terminal.keys("ui", {"q"});
+    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
         std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning()) << terminal.screen();
+    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
 }
 
 } // namespace

@@ -1,24 +1,30 @@
 #!/usr/bin/env bash
 # The terminal interface at rest. Starts `tidewick app` in a tmux pane with a
-# temporary home and reports the app's CPU use over 10 s of idling (from
-# /proc/<pid>/stat: the interface, the service and its waiting connection
-# threads together) in these states:
+# temporary home and reports its CPU use over 10 s of idling (from
+# /proc/<pid>/stat) in these states:
 #  1. under load: 200 sessions of which 50 hold a permission request (real
 #     tidewick-hook processes), the avatar on and animating ("needs you"),
 #  2. the same with the avatar switched off (settings avatarEnabled: false),
 #  3. one working session, the avatar animating ("working"),
 #  4. the same once the avatar has fallen asleep (a replacement avatar.json that
-#     sleeps 5 s after the measure of 3 ends): it no longer animates;
+#     sleeps 6 s after the measure of 3 ends): it no longer animates;
 # and, under load, how long a key takes to show on screen (Page Down, then Page
 # Up; capture-pane polls).
-# Usage: bench/TerminalUIIdle.sh [bin directory, default build/release/bin]
+# By default the interface runs the application in its own process (the figure
+# covers the service and its waiting connection threads too). With --attached
+# the application runs headless in the background and the pane's `tidewick app`
+# attaches to it: the figures are then the attached interface's alone, and the
+# application's beside them.
+# Usage: bench/TerminalUIIdle.sh [bin directory, default build/release/bin] [--attached]
 # (SECONDS_PER_MEASURE=30 measures longer, for a finer figure: a tick is 10 ms).
 set -euo pipefail
 bin=$(cd "${1:-build/release/bin}" && pwd)
+attached=${2:-}
 seconds=${SECONDS_PER_MEASURE:-10}
 hooks=()
 homes=()
 servers=()
+apps=()
 cleanup() {
   for server in "${servers[@]}"; do
     tmux -L "$server" -f /dev/null send-keys -t ui q y 2>/dev/null || true
@@ -26,11 +32,13 @@ cleanup() {
   sleep 1
   for server in "${servers[@]}"; do tmux -L "$server" -f /dev/null kill-server 2>/dev/null || true; done
   for pid in "${hooks[@]}"; do kill "$pid" 2>/dev/null || true; done
+  for pid in "${apps[@]}"; do kill "$pid" 2>/dev/null && wait "$pid" 2>/dev/null || true; done
   for home in "${homes[@]}"; do rm -rf "$home"; done
 }
 trap cleanup EXIT
 
-# start_app NAME: a fresh home and `tidewick app` in tmux server NAME, pane "ui".
+# start_app NAME: a fresh home and `tidewick app` in tmux server NAME, pane "ui"
+# (attached to a headless application of its own with --attached).
 start_app() {
   local name=$1
   home=$(mktemp -d)
@@ -39,22 +47,40 @@ start_app() {
   app_support="$home/Library/Application Support/Tidewick"
   mkdir -p "$app_support"
   [ -n "${avatar:-}" ] && printf '%s' "$avatar" >"$app_support/avatar.json"
+  export TIDEWICK_HOME="$home"
+  app=
+  if [ "$attached" = "--attached" ]; then
+    env -i TIDEWICK_HOME="$home" HOME="$home" "$bin/tidewick" app --headless >"$home/app.out" 2>&1 &
+    app=$!
+    apps+=("$app")
+    for _ in $(seq 100); do grep -q "Tidewick is running" "$home/app.out" 2>/dev/null && break; sleep 0.1; done
+  fi
   tmux -L "$name" -f /dev/null new-session -d -s ui -x 120 -y 40 \
     "exec env -i TERM=xterm-256color LANG=C.UTF-8 TIDEWICK_HOME='$home' HOME='$home' '$bin/tidewick' app"
-  export TIDEWICK_HOME="$home"
   for _ in $(seq 100); do "$bin/tidewick" sessions >/dev/null 2>&1 && break; sleep 0.1; done
   pid=$(tmux -L "$name" -f /dev/null display-message -p -t ui '#{pane_pid}')
 }
 
-# measure LABEL: the app's CPU share over $seconds seconds.
-measure() {
-  local start end hz
-  start=$(awk '{print $14 + $15}' "/proc/$pid/stat")
-  sleep "$seconds"
-  end=$(awk '{print $14 + $15}' "/proc/$pid/stat")
-  hz=$(getconf CLK_TCK)
-  awk -v d=$((end - start)) -v hz="$hz" -v s="$seconds" -v label="$1" \
+ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
+report() {
+  awk -v d="$2" -v hz="$(getconf CLK_TCK)" -v s="$seconds" -v label="$1" \
     'BEGIN { printf "idle CPU over %d s, %s: %.2f%% of one core (%d ticks at %d Hz)\n", s, label, 100 * d / (hz * s), d, hz }'
+}
+
+# measure LABEL: the interface's CPU share over $seconds seconds (and the
+# application's, when the interface is attached to it).
+measure() {
+  local start end appStart=0
+  start=$(ticks "$pid")
+  [ -n "$app" ] && appStart=$(ticks "$app")
+  sleep "$seconds"
+  end=$(ticks "$pid")
+  if [ -n "$app" ]; then
+    report "$1, attached interface" $((end - start))
+    report "$1, headless application" $(($(ticks "$app") - appStart))
+  else
+    report "$1, interface with the application in it" $((end - start))
+  fi
 }
 
 # --- Under load ---------------------------------------------------------------

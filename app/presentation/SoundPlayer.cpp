@@ -9,9 +9,8 @@
 
 namespace tidewick {
 
-SoundPlayer::SoundPlayer(SoundLibrary library, std::string_view searchPath, Bell bell,
-                         Reporter reporter)
-    : library_(std::move(library)), program_(findPlayer(searchPath)), bell_(std::move(bell)),
+SoundPlayer::SoundPlayer(SoundLibrary library, std::string_view searchPath, Reporter reporter)
+    : library_(std::move(library)), program_(findPlayer(searchPath)),
       reporter_(std::move(reporter)) {}
 
 std::optional<std::string> SoundPlayer::findPlayer(std::string_view searchPath) {
@@ -54,22 +53,17 @@ bool SoundPlayer::soundsReady() {
     return !problem;
 }
 
-void SoundPlayer::ring() const {
-    if (bell_)
-        bell_();
-}
-
-void SoundPlayer::play(AlertSound sound) {
+SoundPlayer::Outcome SoundPlayer::play(AlertSound sound) {
     if (sound == AlertSound::none)
-        return;
+        return Outcome::silent;
     // Written whether or not a player is found, for anyone who wants to hear them.
     const bool ready = soundsReady();
     if (!program_ || !ready)
-        return ring();
+        return Outcome::bell;
     {
         std::lock_guard guard(running_->lock);
         if (running_->count >= mostAtOnce)
-            return; // a burst: the sounds already playing say it
+            return Outcome::playing; // a burst: the sounds already playing say it
         ++running_->count;
     }
     std::vector<std::string> arguments = {*program_};
@@ -89,12 +83,13 @@ void SoundPlayer::play(AlertSound sound) {
             std::lock_guard guard(running->lock);
             --running->count;
         }).detach();
+        return Outcome::playing;
     } catch (const std::exception&) {
         // The player did not start (SystemError), or no thread could wait for it
         // (std::system_error): it may play unwaited for, but never blocks.
         std::lock_guard guard(running_->lock);
         --running_->count;
-        ring();
+        return Outcome::bell;
     }
 }
 

@@ -1,7 +1,7 @@
 // Plays the alert sounds through the desktop's own player program (the first
 // of pw-play, paplay and aplay on the search path), started in the background
-// so that nothing waits for it; rings the terminal bell where none is found
-// or the sounds cannot be written.
+// so that nothing waits for it; says when none can be played, so that the
+// terminal bell rings instead.
 #pragma once
 
 #include "presentation/AlertSound.h"
@@ -19,7 +19,6 @@ namespace tidewick {
 /// Thread-safe: alerts may come from any thread.
 class SoundPlayer {
 public:
-    using Bell = std::function<void()>;
     using Reporter = std::function<void(const std::string& sentence)>;
 
     /// The player programs looked for, in order of preference.
@@ -27,12 +26,21 @@ public:
     /// Sounds still playing beyond this many are skipped rather than piled up.
     static constexpr int mostAtOnce = 3;
 
+    /// What play() did.
+    enum class Outcome {
+        /// Nothing was asked for (AlertSound::none).
+        silent,
+        /// The sound plays, or was skipped in a burst while others play.
+        playing,
+        /// No sound can play (no player, unwritable files, a player that did not start):
+        /// the terminal bell should ring instead.
+        bell,
+    };
+
     /// Plays the sounds of `library`, with the first player found on `searchPath` (a PATH
-    /// value); `bell` (which may be empty) rings the terminal bell instead. `reporter` hears,
-    /// once, why the bell rings although a player was found (the sounds could not be
-    /// written). Both are called on the thread that plays.
-    SoundPlayer(SoundLibrary library, std::string_view searchPath, Bell bell,
-                Reporter reporter = {});
+    /// value). `reporter` hears, once, why no sound plays although a player was found (the
+    /// sounds could not be written), on the thread that plays.
+    SoundPlayer(SoundLibrary library, std::string_view searchPath, Reporter reporter = {});
     /// Leaves sounds that still play to end by themselves (a fraction of a second).
     ~SoundPlayer() = default;
     SoundPlayer(const SoundPlayer&) = delete;
@@ -42,14 +50,13 @@ public:
     /// preferring earlier programs over earlier folders; nothing when there is none.
     [[nodiscard]] static std::optional<std::string> findPlayer(std::string_view searchPath);
 
-    /// The player program in use; nothing when the bell rings instead.
+    /// The player program in use; nothing when there is none.
     [[nodiscard]] const std::optional<std::string>& program() const { return program_; }
 
-    /// Starts playing `sound` and returns at once; nothing for AlertSound::none. Writes the
-    /// sound files on first use, with or without a player. Rings the bell instead when there
-    /// is no player, the files cannot be written or the player cannot be started. A thread
-    /// of its own waits for each player, so none is left behind as a zombie. Never throws.
-    void play(AlertSound sound);
+    /// Starts playing `sound` and returns at once. Writes the sound files on first use,
+    /// with or without a player. A thread of its own waits for each player, so none is left
+    /// behind as a zombie. Never throws.
+    [[nodiscard]] Outcome play(AlertSound sound);
 
     /// How many players are still running.
     [[nodiscard]] int playing() const;
@@ -62,11 +69,9 @@ private:
     };
 
     [[nodiscard]] bool soundsReady();
-    void ring() const;
 
     SoundLibrary library_;
     const std::optional<std::string> program_;
-    Bell bell_;
     Reporter reporter_;
     std::mutex lock_;
     /// Whether the sound files are known to be written (true) or to fail (false).

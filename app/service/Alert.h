@@ -1,6 +1,6 @@
 // Something the user should notice, raised by the service when a request is
-// held or a turn ends unanswered, and shown by the terminal UI and desktop
-// notifications.
+// held, a turn ends unanswered or an agent reports an error, and shown by the
+// terminal UI and desktop notifications.
 #pragma once
 
 #include "foundation/EnumTable.h"
@@ -40,6 +40,9 @@ struct Alert {
     /// How many other new requests of the same session this alert also stands for (alerts
     /// of a burst are announced together).
     std::size_t alsoHeld = 0;
+    /// Set by the application as it announces the alert: it has a sound for it but could
+    /// not play one, so every interface rings the terminal bell instead.
+    bool bell = false;
 
     friend bool operator==(const Alert&, const Alert&) = default;
 };

@@ -35,8 +35,12 @@ protected:
     ~TidewickServiceTest() override { service.reset(); }
 
     /// A service on the test's home and clock whose alerts and problems the test collects.
-    std::unique_ptr<TidewickService> make(double throttleSeconds = 0) {
+    /// Without `soundSearchPath` no sound can play: every alert that has one asks for the
+    /// bell.
+    std::unique_ptr<TidewickService> make(double throttleSeconds = 0,
+                                          std::optional<std::string> soundSearchPath = {}) {
         TidewickService::Options options;
+        options.soundSearchPath = std::move(soundSearchPath);
         options.clock = clock.clock();
         options.alertThrottleSeconds = throttleSeconds;
         options.saveDelaySeconds = 0.05;
@@ -45,10 +49,10 @@ protected:
             problems.push_back(sentence);
         };
         auto made = std::make_unique<TidewickService>(paths, options);
-        made->setAlertHandler([this](const Alert& alert) {
+        (void)made->watch({.alerted = [this](const Alert& alert) {
             std::lock_guard guard(mutex);
             alerts.push_back(alert);
-        });
+        }});
         return made;
     }
 
@@ -122,7 +126,7 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
     EXPECT_EQ(alertsSoFar(1),
               (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
-                                   request.detail, request.id, false, false}}));
+                                   request.detail, request.id, false, false, 0, true}}));
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
 
@@ -155,7 +159,7 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(status(claudeKey), SessionStatus::waitingReply);
     EXPECT_EQ(alertsSoFar(4).back(),
               (Alert{Alert::Kind::waitingReply, claudeKey, "Finished the turn", "All done.",
-                     request.id, false, true}));
+                     request.id, false, true, 0, true}));
     EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
     // The reply's exact answer is checked through the socket below.
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
@@ -174,16 +178,47 @@ TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
     // The change handler answers before the connection's thread has begun to wait; an
     // alert handler that fails meanwhile is reported and changes nothing.
     writeSettings(R"({"permissionTimeoutSeconds": 5})");
-    service->setAlertHandler([](const Alert&) { throw std::runtime_error("no display"); });
+    (void)service->watch(
+        {.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
     std::atomic<bool> delivered = false;
-    service->addChangeHandler([&](const StoreChange& change) {
+    (void)service->watch({.changed = [&](const StoreChange& change) {
         if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
             delivered = service->answerPermission(change.key, Answer::allow);
-    });
+    }});
     EXPECT_EQ(handleNow(claudePermission()), (HookOutput{claudeAllow, 0}));
     EXPECT_TRUE(delivered);
     std::lock_guard guard(mutex);
     EXPECT_EQ(problems, std::vector<std::string>{"Tidewick's alert handler failed: no display."});
+}
+
+TEST_F(TidewickServiceTest, AWatcherStartsFromItsSessionsAndIsNeverToldAfterUnwatching) {
+    (void)handleNow(cursorShell("ls", "c-first"));
+    // Changes are told on the work queue while the test unwatches from its own thread.
+    std::atomic<bool> telling = false, toldAfterUnwatch = false, unwatched = false;
+    std::vector<StoreChange> told;
+    ApplicationView::Watch watch = service->watch({.changed = [&](const StoreChange& change) {
+        telling = true;
+        if (unwatched)
+            toldAfterUnwatch = true;
+        told.push_back(change);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        telling = false;
+    }});
+    ASSERT_EQ(watch.sessions.size(), 1u);
+    EXPECT_EQ(watch.sessions[0].key.sessionId, "c-first");
+
+    std::thread events([&] {
+        for (int i = 0; i < 20; ++i)
+            (void)handleNow(cursorShell("ls", "c-" + std::to_string(i)));
+    });
+    ASSERT_TRUE(eventually([&] { return telling.load(); }));
+    service->unwatch(watch.id);
+    unwatched = true;
+    EXPECT_FALSE(telling) << "unwatch returned while the watcher was being told";
+    events.join();
+    EXPECT_FALSE(toldAfterUnwatch);
+    ASSERT_FALSE(told.empty());
+    EXPECT_EQ(told.front().key.sessionId, "c-0") << "the first change after the sessions given";
 }
 
 TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
@@ -201,7 +236,7 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
     EXPECT_EQ(alertsSoFar(4).back(), (Alert{Alert::Kind::finished, claudeKey, "Finished",
-                                            "All done.", std::nullopt, false, false}));
+                                            "All done.", std::nullopt, false, false, 0, true}));
     ASSERT_EQ(service->pendingRequests().size(), 1u);
     EXPECT_TRUE(service->answerPermission(cursorKey, Answer::deny));
     EXPECT_EQ(
@@ -279,7 +314,9 @@ TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
                                                    std::nullopt,
                                                    std::nullopt,
                                                    true,
-                                                   false}}));
+                                                   false,
+                                                   0,
+                                                   true}}));
     EXPECT_TRUE(inTimeline(claudeKey, "Finished the turn"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     EXPECT_EQ(service->sessions().size(), 3u);
@@ -340,6 +377,39 @@ TEST_F(TidewickServiceTest, ABurstRaisesOneAlertAndWhatItHeldBackIsAnnouncedWhen
     EXPECT_TRUE(service->answerPermission(claudeKey, SessionActions::Answer::allow));
     EXPECT_TRUE(service->letStop(claudeKey));
     (void)cursor.get(), (void)permission.get(), (void)stop.get();
+}
+
+TEST_F(TidewickServiceTest, TheApplicationSoundsEachAlertOnceOrAsksForTheBell) {
+    // A stand-in player that notes what it plays.
+    const std::string players = File::join(home.path(), "players");
+    const std::string played = File::join(home.path(), "played");
+    File::makeDirectories(players, 0700);
+    File::writeAtomically(File::join(players, "paplay"),
+                          "#!/bin/sh\necho \"$*\" >> '" + played + "'\n", 0700);
+    service = make(0, players);
+    // Silent ones first: whatever they wrongly played would show among the lines below.
+    // With a player at hand no alert asks for the bell, sounded or not.
+    const std::vector<std::string> settings = {R"({"quietMode": true})",
+                                               R"({"alertSounds": {"error": "none"}})", "{}",
+                                               R"({"alertSounds": {"error": "chime"}})"};
+    for (std::size_t i = 0; i < settings.size(); ++i) {
+        SCOPED_TRACE(settings[i]);
+        writeSettings(settings[i]);
+        HookRequest failed = cursorShell("", "c-" + std::to_string(i));
+        failed.event = "stop";
+        failed.payload = JSONValue::parse(R"({"hook_event_name":"stop","status":"error",)"
+                                          R"("conversation_id":"c-)" +
+                                          std::to_string(i) + R"(","workspace_roots":["/w"]})");
+        (void)handleNow(failed);
+        const std::vector<Alert> raised = alertsSoFar(i + 1);
+        ASSERT_EQ(raised.size(), i + 1);
+        EXPECT_FALSE(raised.back().bell);
+    }
+    const std::string sounds = paths.soundsDirectory();
+    EXPECT_TRUE(eventually([&] {
+        return File::exists(played) && std::ranges::count(File::read(played), '\n') >= 2;
+    }));
+    EXPECT_EQ(File::read(played), sounds + "/buzz.wav\n" + sounds + "/chime.wav\n");
 }
 
 TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {

@@ -58,6 +58,13 @@ const std::map<Alert::Kind, AlertSound>& TidewickSettings::defaultAlertSounds() 
     return sounds;
 }
 
+AlertSound TidewickSettings::soundFor(Alert::Kind kind) const {
+    if (!soundEnabled || quietMode)
+        return AlertSound::none;
+    const auto chosen = alertSounds.find(kind);
+    return chosen != alertSounds.end() ? chosen->second : defaultAlertSounds().at(kind);
+}
+
 void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.beginObject();
     out.member("permissionTimeoutSeconds", settings.permissionTimeoutSeconds);

@@ -59,6 +59,9 @@ struct TidewickSettings {
     /// Each kind its own sound: needsPermission knock, waitingReply question, finished
     /// chime, error buzz, usageLimit pulse.
     [[nodiscard]] static const std::map<Alert::Kind, AlertSound>& defaultAlertSounds();
+    /// The sound an alert of `kind` plays: its entry in alertSounds (the default for a kind
+    /// left out), none while soundEnabled is off or quietMode on.
+    [[nodiscard]] AlertSound soundFor(Alert::Kind kind) const;
 
     friend bool operator==(const TidewickSettings&, const TidewickSettings&) = default;
 };

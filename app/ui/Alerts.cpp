@@ -55,12 +55,7 @@ AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings) 
     const bool held =
         alert.kind == Alert::Kind::needsPermission || alert.kind == Alert::Kind::waitingReply;
     const bool audible = !settings.quietMode;
-    if (settings.soundEnabled && audible) {
-        const auto chosen = settings.alertSounds.find(alert.kind);
-        effects.sound = chosen != settings.alertSounds.end()
-                            ? chosen->second
-                            : TidewickSettings::defaultAlertSounds().at(alert.kind);
-    }
+    effects.bell = alert.bell;
     effects.glow = held && settings.glowEnabled && alert.requestId.has_value();
     if (settings.systemNotificationsEnabled && audible)
         effects.notification = notificationFor(alert);

@@ -1,9 +1,9 @@
-// What an alert from the service turns into, given the user's settings: a
-// sound (or the terminal bell), a glowing frame, a desktop notification (with
-// Allow and Deny for a permission request) and a line on the status bar.
+// What an alert from the service turns into, given the user's settings: the
+// terminal bell where the application played no sound, a glowing frame, a
+// desktop notification (with Allow and Deny for a permission request) and a
+// line on the status bar.
 #pragma once
 
-#include "presentation/AlertSound.h"
 #include "service/Alert.h"
 #include "service/TidewickSettings.h"
 
@@ -26,17 +26,17 @@ struct Notification {
 };
 
 struct AlertEffects {
-    /// The sound to play (the bell where no sound can be played); none: silence.
-    AlertSound sound = AlertSound::none;
+    /// Ring the terminal bell: the application could not play the alert's sound.
+    bool bell = false;
     bool glow = false;
     std::optional<Notification> notification;
     /// A line for the status bar, for alerts the screen would not otherwise point out.
     std::optional<std::string> message;
 };
 
-/// The effects of `alert` under `settings`. Every alert plays the sound alertSounds gives
-/// its kind when soundEnabled, and is notified when systemNotificationsEnabled; quietMode
-/// silences sound and notification but never the screen. A held request makes the frame
+/// The effects of `alert` under `settings`. Its sound is the application's to play (see
+/// TidewickSettings::soundFor); the bell rings where it could not. Every alert is notified
+/// when systemNotificationsEnabled; quietMode silences notifications but never the screen. A held request makes the frame
 /// glow when glowEnabled; the other kinds (finished, error, usage limit) report themselves
 /// on the status line instead.
 [[nodiscard]] AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings);
