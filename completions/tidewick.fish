@@ -25,6 +25,7 @@ complete -c tidewick -n $top -a service -d 'Run Tidewick as a systemd user servi
 
 complete -c tidewick -s h -l help -d 'Print help'
 complete -c tidewick -n '__fish_seen_subcommand_from app' -l headless -d 'Run without the terminal interface'
+complete -c tidewick -n '__fish_seen_subcommand_from app' -l no-color -d 'Show the interface without colours'
 complete -c tidewick -n '__fish_seen_subcommand_from status sessions pending' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -a "$agents"
 complete -c tidewick -n '__fish_seen_subcommand_from connect' -l gate-commands -d 'Cursor: hold shell and MCP calls until you answer'
