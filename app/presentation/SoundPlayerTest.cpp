@@ -108,8 +108,9 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
             return text;
         };
         std::vector<std::string> reports;
-        SoundPlayer player(SoundLibrary(fakes.path(row.sounds)), path,
-                           [&reports](const std::string& sentence) { reports.push_back(sentence); });
+        SoundPlayer player(
+            SoundLibrary(fakes.path(row.sounds)), path,
+            [&reports](const std::string& sentence) { reports.push_back(sentence); });
         const auto expected =
             row.played.empty() ? SoundPlayer::Outcome::bell : SoundPlayer::Outcome::playing;
         for (int i = 0; i < (row.report.empty() ? 1 : 2); ++i)

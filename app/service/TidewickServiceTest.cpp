@@ -178,8 +178,7 @@ TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
     // The change handler answers before the connection's thread has begun to wait; an
     // alert handler that fails meanwhile is reported and changes nothing.
     writeSettings(R"({"permissionTimeoutSeconds": 5})");
-    (void)service->watch(
-        {.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
+    (void)service->watch({.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
     std::atomic<bool> delivered = false;
     (void)service->watch({.changed = [&](const StoreChange& change) {
         if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
@@ -406,9 +405,8 @@ TEST_F(TidewickServiceTest, TheApplicationSoundsEachAlertOnceOrAsksForTheBell) {
         EXPECT_FALSE(raised.back().bell);
     }
     const std::string sounds = paths.soundsDirectory();
-    EXPECT_TRUE(eventually([&] {
-        return File::exists(played) && std::ranges::count(File::read(played), '\n') >= 2;
-    }));
+    EXPECT_TRUE(eventually(
+        [&] { return File::exists(played) && std::ranges::count(File::read(played), '\n') >= 2; }));
     EXPECT_EQ(File::read(played), sounds + "/buzz.wav\n" + sounds + "/chime.wav\n");
 }
 

@@ -36,9 +36,9 @@ struct AlertEffects {
 
 /// The effects of `alert` under `settings`. Its sound is the application's to play (see
 /// TidewickSettings::soundFor); the bell rings where it could not. Every alert is notified
-/// when systemNotificationsEnabled; quietMode silences notifications but never the screen. A held request makes the frame
-/// glow when glowEnabled; the other kinds (finished, error, usage limit) report themselves
-/// on the status line instead.
+/// when systemNotificationsEnabled; quietMode silences notifications but never the screen.
+/// A held request makes the frame glow when glowEnabled; the other kinds (finished, error,
+/// usage limit) report themselves on the status line instead.
 [[nodiscard]] AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings);
 
 } // namespace tidewick

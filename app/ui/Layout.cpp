@@ -380,7 +380,7 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         if (auto message = controller.message(now)) {
             line.add(DisplayText::singleLine(message->text),
                      message->tone == ScreenController::Tone::warning ? Style::warning
-                                                                       : Style::success);
+                                                                      : Style::success);
             break;
         }
         if (!view.notice().empty()) {
@@ -439,7 +439,8 @@ FrameLine bannerLine(const ScreenController::Banner& banner, int width) {
 int avatarRows(const ScreenController& controller, const LayoutOptions& options, int width,
                int height) {
     // The list of keys needs every row it can get.
-    if (!options.avatar || width < minimumWidth || controller.mode() == ScreenController::Mode::help)
+    if (!options.avatar || width < minimumWidth ||
+        controller.mode() == ScreenController::Mode::help)
         return 0;
     const int rows = static_cast<int>(options.avatar->height());
     return height - rows >= minimumHeight + 4 ? rows : 0;
@@ -544,7 +545,8 @@ Style styleFor(AvatarPose pose) {
 
 std::optional<AvatarCells> layoutAvatar(const ScreenController& controller, Date now, int width,
                                         int height, const LayoutOptions& options) {
-    if (width < minimumWidth || height < minimumHeight || avatarRows(controller, options, width, height) == 0)
+    if (width < minimumWidth || height < minimumHeight ||
+        avatarRows(controller, options, width, height) == 0)
         return std::nullopt;
     const AvatarPose pose = poseAt(controller, now, options);
     // Inside the frame's left border ("│ "), below the top line.
