@@ -53,6 +53,15 @@ public:
         return take(answer == SessionActions::Answer::allow ? "allow" : "deny", key,
                     PendingKind::permission, std::move(message));
     }
+    Delivery allowAlways(const SessionKey& key, std::optional<std::string> rule) override {
+        return delivery(take("allowAlways", key, PendingKind::permission, std::move(rule)));
+    }
+    Delivery answerQuestions(const SessionKey& key, std::vector<std::string> answers) override {
+        std::string joined;
+        for (const std::string& answer : answers)
+            joined += (joined.empty() ? "" : "|") + answer;
+        return delivery(take("answer", key, PendingKind::permission, joined));
+    }
     bool reply(const SessionKey& key, std::string text) override {
         return take("reply", key, PendingKind::reply, std::move(text));
     }
@@ -66,6 +75,9 @@ public:
     }
 
 private:
+    static Delivery delivery(bool delivered) {
+        return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
+    }
     bool take(std::string what, const SessionKey& key, PendingKind kind,
               std::optional<std::string> text) {
         std::lock_guard guard(mutex_);

@@ -33,8 +33,9 @@ bool isAssignment(std::string_view word) {
     });
 }
 
+// Compared in lower case: the Mac's file system runs NPM as npm.
 bool hasSubcommands(std::string_view word) {
-    const std::string_view name = word.substr(word.rfind('/') + 1);
+    const std::string name = Text::lowercased(word.substr(word.rfind('/') + 1));
     return std::find(std::begin(subcommandTools), std::end(subcommandTools), name) !=
            std::end(subcommandTools);
 }

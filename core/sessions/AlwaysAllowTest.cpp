@@ -13,6 +13,7 @@ TEST(AlwaysAllow, CommandPrefixNamesWhatRunsAndNeverReachesPastAnOperator) {
     const Case cases[] = {
         {"touch a.txt", "touch"},
         {"npm test", "npm test"},
+        {"NPM Test", "NPM Test"},
         {"npm test -- --watch", "npm test"},
         {"npm run build --prod", "npm run build"},
         {"npm run", "npm run"},

@@ -70,6 +70,8 @@ inline constexpr std::string_view codexKeepsNoRule =
     "To stop being asked, leave the request to Codex's own prompt, which can remember it.";
 /// A request with no rule to offer when the user gave none.
 [[nodiscard]] std::string noRuleOffered(AgentKind agent);
+/// An answer to a question left empty.
+inline constexpr std::string_view emptyAnswer = "An answer can't be empty.";
 /// A rule or prefix the user emptied.
 inline constexpr std::string_view emptyRule = "An empty rule would allow everything; give one.";
 /// Said when Claude Code is offered a rule for a shell command.
