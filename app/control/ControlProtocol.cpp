@@ -65,6 +65,9 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
         out.member("message", request.message);
         if (!request.text.empty())
             out.member("text", request.text);
+        out.member("rule", request.rule);
+        if (!request.answers.empty())
+            out.member("answers", request.answers);
     });
     // The application would refuse the whole line; say why here instead.
     if (!UTF8::isValid(text))
@@ -78,7 +81,8 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
     using M = JSONMember;
     if (!decodeLine(text, M::required("secret", secret), M::required("command", request.command),
                     M::lenient("session", request.session), M::optional("agent", request.agent),
-                    M::lenient("message", request.message), M::lenient("text", request.text)))
+                    M::lenient("message", request.message), M::lenient("text", request.text),
+                    M::lenient("rule", request.rule), M::lenient("answers", request.answers)))
         return std::nullopt;
     return std::pair{std::move(secret), std::move(request)};
 }

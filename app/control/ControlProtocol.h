@@ -22,16 +22,18 @@ class JSONReader;
 class JSONWriter;
 
 /// What a control request asks for. Raw values equal the case names.
-enum class ControlCommand { sessions, pending, allow, deny, reply, letStop };
+enum class ControlCommand { sessions, pending, allow, deny, reply, letStop, allowAlways, answer };
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 6> table{{{
+    static constexpr EnumTable<ControlCommand, 8> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
         {ControlCommand::deny, "deny"},
         {ControlCommand::reply, "reply"},
         {ControlCommand::letStop, "letStop"},
+        {ControlCommand::allowAlways, "allowAlways"},
+        {ControlCommand::answer, "answer"},
     }}};
 };
 
@@ -45,6 +47,10 @@ struct ControlRequest {
     std::optional<std::string> message;
     /// reply: the text sent to the agent.
     std::string text;
+    /// allowAlways: the rule or prefix to keep allowing instead of the one offered.
+    std::optional<std::string> rule;
+    /// answer: one answer per question, in order.
+    std::vector<std::string> answers;
 
     friend bool operator==(const ControlRequest&, const ControlRequest&) = default;
 };
@@ -76,7 +82,8 @@ template <> struct RawValues<ControlOutcome> {
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
-    /// A sentence for the user when the outcome is not `done`.
+    /// A sentence for the user when the outcome is not `done`; for a lasting allow or
+    /// answers that were delivered, what they told the agent.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;
