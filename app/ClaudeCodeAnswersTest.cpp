@@ -3,31 +3,18 @@
 // keeps in the project's local settings, and its questions get their answers.
 // Claude Code comes from the npm registry (test only); the model is the loopback
 // stand-in, and everything runs in a network namespace with loopback only.
+#include "RealAgents.h"
 #include "TidewickPrograms.h"
 
-#include "foundation/TidewickPaths.h"
-
-#include <cstdlib>
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
-
-extern char** environ;
 
 namespace tidewick {
 namespace {
 
 using testing::runProgram;
-
-constexpr const char* claudeCodeVersion = "2.1.328";
-
-std::string lastLine(const std::string& text) {
-    std::string line;
-    std::istringstream lines(text);
-    for (std::string each; std::getline(lines, each);)
-        if (!each.empty())
-            line = each;
-    return line;
-}
+namespace RealAgents = testing::RealAgents;
 
 std::vector<JSONValue> jsonLines(const std::string& path) {
     std::vector<JSONValue> records;
@@ -45,10 +32,9 @@ std::vector<std::string> toolResults(const std::string& requestsLog) {
     std::vector<std::string> texts;
     for (const JSONValue& request : jsonLines(requestsLog)) {
         const JSONValue* messages = request.get("body") ? request.get("body")->get("messages") : nullptr;
-        if (!messages || !messages->arrayValue())
+        if (!messages || !messages->arrayValue() || messages->arrayValue()->empty())
             continue;
-        const JSONValue& last = messages->arrayValue()->back();
-        const JSONValue* content = last.get("content");
+        const JSONValue* content = messages->arrayValue()->back().get("content");
         if (!content || !content->arrayValue())
             continue;
         for (const JSONValue& block : *content->arrayValue()) {
@@ -66,50 +52,27 @@ std::vector<std::string> toolResults(const std::string& requestsLog) {
     return texts;
 }
 
-bool canIsolateNetwork() {
-    return runProgram({"/usr/bin/unshare", "-n", "/bin/true"}, {"PATH=/usr/bin:/bin"}).status == 0;
-}
-
-std::string python() {
-    for (const char* candidate : {"/usr/bin/python3", "/usr/local/bin/python3"})
-        if (File::isExecutableFile(candidate))
-            return candidate;
-    return {};
-}
-
 class ClaudeCodeAnswers : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!testing::TidewickPrograms::built())
             GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
-        if (python().empty() || !File::isExecutableFile("/usr/bin/tmux") || !canIsolateNetwork())
+        if (RealAgents::python().empty() || !File::isExecutableFile("/usr/bin/tmux") ||
+            !RealAgents::canIsolateNetwork())
             GTEST_SKIP() << "python3, tmux and a private network namespace are needed";
-        // Its own folder: the version differs from the other Claude Code test's.
-        const char* shared = std::getenv("TIDEWICK_CLAUDE_CODE_DIR");
-        const std::string folder =
-            (shared && *shared ? std::string(shared) : std::string(TIDEWICK_BINARY_DIR) + "/claude-code") +
-            "-" + claudeCodeVersion;
-        std::vector<std::string> environment;
-        for (char** entry = environ; *entry; ++entry)
-            if (!std::string_view(*entry).starts_with("TIDEWICK_CLAUDE_CODE_VERSION="))
-                environment.emplace_back(*entry);
-        environment.push_back(std::string("TIDEWICK_CLAUDE_CODE_VERSION=") + claudeCodeVersion);
-        auto install = runProgram(
-            {"/bin/bash", std::string(TIDEWICK_SOURCE_DIR) + "/scripts/install-claude-code.sh", folder},
-            environment, {}, {}, std::chrono::seconds(660));
+        auto install = RealAgents::install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR",
+                                           "claude-code");
         if (install.status == 77)
-            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.err;
-        ASSERT_EQ(install.status, 0) << install.err;
-        claude = lastLine(install.out);
+            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.error;
+        ASSERT_EQ(install.status, 0) << install.error;
+        claude = install.command;
         run.setVariable("PATH", File::parent(claude) + ":/usr/bin:/bin");
         auto connect = run.tidewick({"connect", "claude", "--yes"});
         ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
         work = File::join(run.home(), "work");
         std::filesystem::create_directories(work);
-        // The hook command logs every call it gets, to tell what reached Tidewick.
-        const std::string socketFolder = File::parent(TidewickPaths(run.home()).socketPath());
-        File::writeAtomically(File::join(socketFolder, "debug-hooks"), "", 0600);
-        hookLog = File::join(socketFolder, "hook-debug.jsonl");
+        // What reached Tidewick at all, whether held or not.
+        run.recordHookCalls();
         ASSERT_TRUE(run.startApp());
     }
 
@@ -120,21 +83,14 @@ protected:
              std::string(TIDEWICK_SOURCE_DIR) + "/app/testing/claude-interactive.sh", mode, claude,
              std::string(TIDEWICK_SOURCE_DIR) + "/app/testing/claude_stand_in.py",
              testing::TidewickPrograms::tidewickPath, run.home(), work, run.home()},
-            {"PATH=" + File::parent(python()) + ":" + File::parent(claude) + ":/usr/sbin:/usr/bin:/bin"},
+            {"PATH=" + File::parent(RealAgents::python()) + ":" + File::parent(claude) + ":/usr/sbin:/usr/bin:/bin"},
             {}, run.home(), std::chrono::seconds(240));
-    }
-
-    std::size_t hookCalls(const std::string& event) {
-        std::size_t count = 0;
-        for (const JSONValue& record : jsonLines(hookLog))
-            count += record.get("event") && *record.get("event") == JSONValue(event);
-        return count;
     }
 
     std::string requestsLog() const { return File::join(run.home(), "requests.jsonl"); }
 
     testing::TidewickPrograms run;
-    std::string claude, work, hookLog;
+    std::string claude, work;
 };
 
 TEST_F(ClaudeCodeAnswers, AlwaysAllowLeavesARuleSoTheSameCommandNeverAsksAgain) {
@@ -146,8 +102,8 @@ TEST_F(ClaudeCodeAnswers, AlwaysAllowLeavesARuleSoTheSameCommandNeverAsksAgain) 
         << answer;
 
     // Only the first command was put to Tidewick; the second ran on the rule.
-    EXPECT_EQ(hookCalls("PermissionRequest"), 1u);
-    EXPECT_EQ(hookCalls("PostToolUse"), 2u);
+    EXPECT_EQ(run.hookCalls("PermissionRequest").size(), 1u);
+    EXPECT_EQ(run.hookCalls("PostToolUse").size(), 2u);
     EXPECT_TRUE(File::exists(File::join(work, "first.txt")));
     EXPECT_TRUE(File::exists(File::join(work, "second.txt")));
     const std::string local = File::join(work, ".claude/settings.local.json");
@@ -167,7 +123,7 @@ TEST_F(ClaudeCodeAnswers, AlwaysAllowLeavesARuleSoTheSameCommandNeverAsksAgain) 
 TEST_F(ClaudeCodeAnswers, AQuestionAnsweredFromTheCommandLineReachesTheModel) {
     auto session = play("question");
     ASSERT_EQ(session.status, 0) << session.out << session.err;
-    EXPECT_EQ(hookCalls("PermissionRequest"), 1u);
+    EXPECT_EQ(run.hookCalls("PermissionRequest").size(), 1u);
     const std::vector<std::string> results = toolResults(requestsLog());
     ASSERT_EQ(results.size(), 1u);
     EXPECT_EQ(results[0], "Your questions have been answered: \"Which colour should the button "
