@@ -30,6 +30,8 @@ namespace tidewick {
 namespace {
 
 constexpr const char* workQueueLabel = "tidewick.service.work";
+/// Most options offered as buttons of a notification.
+constexpr std::size_t maxChoiceButtons = 4;
 
 // The single-instance lock: an exclusive flock on a file of the app folder. The kernel
 // drops it when the process dies, so a crash never leaves Tidewick locked out.
@@ -75,6 +77,13 @@ Alert heldAlert(const PendingRequest& request, const SessionKey& key) {
     alert.requestId = request.id;
     alert.informational = false;
     alert.turnEnded = !permission;
+    alert.canAlwaysAllow = request.alwaysAllow.has_value();
+    alert.question = request.isQuestion();
+    // A notification has room for a few buttons: one question with one answer fits.
+    if (request.questions.size() == 1 && !request.questions[0].multiSelect &&
+        request.questions[0].options.size() <= maxChoiceButtons)
+        for (const QuestionOption& option : request.questions[0].options)
+            alert.choices.push_back(option.label);
     return alert;
 }
 

@@ -122,7 +122,8 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
     EXPECT_EQ(alertsSoFar(1),
               (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
-                                   request.detail, request.id, false, false}}));
+                                   request.detail, request.id, false, false, 0, true}}))
+        << "always allow is offered for a shell command";
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
 
@@ -206,6 +207,10 @@ TEST_F(TidewickServiceTest, AnswersBeyondYesOrNoReachTheAgentInItsOwnTerms) {
     ASSERT_TRUE(pendingCountIs(1));
     const PendingRequest listed = service->pendingRequests().front().second;
     EXPECT_EQ(listed.title, "Claude Code is asking you a question");
+    const Alert askedAlert = alertsSoFar(4).back();
+    EXPECT_TRUE(askedAlert.question);
+    EXPECT_FALSE(askedAlert.canAlwaysAllow);
+    EXPECT_TRUE(askedAlert.choices.empty()) << "two questions do not fit a notification's buttons";
     EXPECT_EQ(listed.questions.size(), 2u);
     EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
     EXPECT_EQ(service->allowAlways(claudeKey, std::nullopt).kind, Kind::nothingHeld);

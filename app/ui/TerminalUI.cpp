@@ -261,6 +261,24 @@ void answerFromNotification(TidewickService& service, const DesktopNotifier::Act
             continue;
         if (request.id != action.requestId)
             return; // an older request of the session is first: leave this to the screen
+        if (action.key == "always") {
+            const auto delivery = service.allowAlways(session, std::nullopt);
+            mailbox.say(delivery.kind == SessionActions::Delivery::Kind::delivered
+                            ? "Always allowed from the notification: " + delivery.sentence
+                            : delivery.sentence);
+            return;
+        }
+        if (action.key.starts_with(DesktopNotifier::choicePrefix)) {
+            const std::size_t choice =
+                std::strtoul(action.key.c_str() + std::strlen(DesktopNotifier::choicePrefix), nullptr, 10);
+            if (request.questions.size() != 1 || choice >= request.questions[0].options.size())
+                return;
+            const auto delivery =
+                service.answerQuestions(session, {request.questions[0].options[choice].label});
+            if (delivery.kind == SessionActions::Delivery::Kind::delivered)
+                mailbox.say("Answered from the notification: " + delivery.sentence);
+            return;
+        }
         const bool allow = action.key == "allow";
         if (service.answerPermission(session, allow ? SessionActions::Answer::allow
                                                     : SessionActions::Answer::deny))
