@@ -2,6 +2,7 @@
 
 #include "DisplayText.h"
 #include "Screen.h"
+#include "TranscriptView.h"
 #include "sessions/SessionText.h"
 
 #include <algorithm>
@@ -176,7 +177,8 @@ void addAlwaysOffer(std::vector<FrameLine>& lines, const std::optional<AlwaysAll
     else if (offer->kind == AlwaysAllowOffer::Kind::safePrefix)
         text = "Tidewick adds the prefix below to the commands it allows without asking.";
     else
-        text = "Enter keeps what " + name + " suggests, or type a rule of your own:\n" + offer->text;
+        text =
+            "Enter keeps what " + name + " suggests, or type a rule of your own:\n" + offer->text;
     addWrapped(lines, text, 2, Style::plain, width, 6);
 }
 
@@ -262,7 +264,8 @@ std::vector<FrameLine> detailLines(const ScreenController& controller, Date now,
             LineBuilder keys(width);
             keys.spaces(4);
             if (request.question)
-                keys.add("1–" + std::to_string(std::max<std::size_t>(request.options, 1)), Style::key)
+                keys.add("1–" + std::to_string(std::max<std::size_t>(request.options, 1)),
+                         Style::key)
                     .add(" choose · ", Style::dim)
                     .add(controller.allowKey(), Style::key)
                     .add(" answer · ", Style::dim)
@@ -330,6 +333,8 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {deny, "deny it; type a message for the agent or just press Enter"},
         {"r", "reply to a session waiting for you; 1–9 send a quick reply"},
         {"s", "let a session waiting for your reply stop"},
+        {"t", "show the selected session's transcript (/ searches, Enter opens a line)"},
+        {"h", "write a handoff another agent can carry the session on from"},
         {"Esc", "cancel the line you are typing"},
         {"?", "show these keys"},
         {"q", "quit (asks first while requests are held)"},
@@ -419,8 +424,8 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         // Show the end of a long line, where the user is typing.
         const int promptWidth = DisplayText::width(prompt);
         const int room = std::max(1, width - std::min(promptWidth, width / 2) - 1);
-        std::string shown = controller.questionForm() ? controller.questionForm()->typed()
-                                                      : controller.input();
+        std::string shown =
+            controller.questionForm() ? controller.questionForm()->typed() : controller.input();
         while (DisplayText::width(shown) > room) {
             shown.erase(0, 1);
             while (!shown.empty() && (static_cast<unsigned char>(shown[0]) & 0xC0) == 0x80)
@@ -430,6 +435,31 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         const int column = width - line.left();
         line.add(shown, Style::plain);
         cursor = std::make_pair(row, std::min(width - 1, column + DisplayText::width(shown)));
+        break;
+    }
+    case ScreenController::Mode::transcript: {
+        const TranscriptView& view = *controller.transcript();
+        if (view.isSearching()) {
+            line.add("Search: ", Style::key).add(view.query(), Style::plain);
+            cursor = std::make_pair(row, std::min(width - 1, 8 + DisplayText::width(view.query())));
+            break;
+        }
+        if (auto message = controller.message(now)) {
+            line.add(DisplayText::singleLine(message->text),
+                     message->tone == ScreenController::Tone::warning ? Style::warning
+                                                                      : Style::success);
+            break;
+        }
+        if (!view.notice().empty()) {
+            line.add(view.notice(), Style::warning);
+            break;
+        }
+        line.add("↑↓", Style::key).add(" move  ", Style::dim);
+        line.add("Enter", Style::key).add(" open  ", Style::dim);
+        line.add("/", Style::key).add(" search  ", Style::dim);
+        line.add("n N", Style::key).add(" next  ", Style::dim);
+        line.add("h", Style::key).add(" handoff  ", Style::dim);
+        line.add("t", Style::key).add(" back", Style::dim);
         break;
     }
     case ScreenController::Mode::confirmQuit: {
@@ -453,6 +483,7 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         line.add(controller.denyKey(), Style::key).add(" deny  ", Style::dim);
         line.add("r", Style::key).add(" reply  ", Style::dim);
         line.add("s", Style::key).add(" stop  ", Style::dim);
+        line.add("t", Style::key).add(" transcript  ", Style::dim);
         line.add("?", Style::key).add(" keys  ", Style::dim);
         line.add("q", Style::key).add(" quit", Style::dim);
         break;
@@ -527,7 +558,17 @@ Frame layoutScreen(const ScreenController& controller, Date now, int width, int 
     const int detailRows = interior - listRows;
 
     frame.lines.push_back(topRule(controller, width, border, options));
-    if (controller.mode() == ScreenController::Mode::help) {
+    if (const TranscriptView* view = controller.transcript()) {
+        LineBuilder title(inner);
+        title.add("Transcript · ", Style::heading).add(view->title(), Style::bold);
+        frame.lines.push_back(framed(title.finish(), border));
+        std::vector<FrameLine> rows = view->lines(inner, interior + 1);
+        for (int row = 0; row < interior + 1; ++row)
+            frame.lines.push_back(framed(row < static_cast<int>(rows.size())
+                                             ? std::move(rows[static_cast<std::size_t>(row)])
+                                             : LineBuilder(inner).finish(),
+                                         border));
+    } else if (controller.mode() == ScreenController::Mode::help) {
         std::vector<FrameLine> help = helpLines(controller, inner);
         for (int row = 0; row < interior + 2; ++row)
             frame.lines.push_back(framed(row < static_cast<int>(help.size())
