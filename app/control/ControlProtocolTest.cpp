@@ -24,6 +24,18 @@ TEST(ControlProtocol, RequestsRoundTripAndMalformedOnesAreRefused) {
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->first, "s3cret");
     EXPECT_EQ(decoded->second, deny);
+    ControlRequest answer;
+    answer.command = ControlCommand::answer;
+    answer.session = "abc";
+    answer.answers = {"Blue", "Search, Sync"};
+    ControlRequest always;
+    always.command = ControlCommand::allowAlways;
+    always.session = "abc";
+    always.rule = "npm test:*";
+    for (const ControlRequest& request : {answer, always}) {
+        const std::string encoded = ControlProtocol::encode(request, "s");
+        EXPECT_EQ(ControlProtocol::decodeRequest(encoded)->second, request) << encoded;
+    }
 
     for (const char* bad : {
              R"({"v":1,"secret":"s","command":"sessions"})",
@@ -90,8 +102,13 @@ TEST(ControlProtocol, EventsCarryChangesAndAlertsWhateverTheirTexts) {
     Session session = sessionWith(AgentKind::codex, "abc",
                                   {heldRequest(PendingKind::reply, "Finished its turn")});
     session.startedAt = session.lastActivityAt = dateFromSeconds(1'700'000'000.5);
-    Alert alert{Alert::Kind::needsPermission, session.key, "Run ls", "ls -la",
-                session.pending[0].id, false, false, 2, true};
+    Alert alert{.kind = Alert::Kind::needsPermission,
+                .session = session.key,
+                .title = "Run ls",
+                .detail = "ls -la",
+                .requestId = session.pending[0].id,
+                .alsoHeld = 2,
+                .bell = true};
     using Kind = ControlEvent::Kind;
     const std::vector<ControlEvent> events = {
         {Kind::change, StoreChange::changed(session), std::nullopt},
@@ -100,8 +117,12 @@ TEST(ControlProtocol, EventsCarryChangesAndAlertsWhateverTheirTexts) {
         {Kind::change, StoreChange::removed(session.key), std::nullopt},
         {Kind::alert, std::nullopt, alert},
         {Kind::alert, std::nullopt,
-         Alert{Alert::Kind::error, session.key, "The agent hit an error", std::nullopt,
-               std::nullopt, true}},
+         Alert{.kind = Alert::Kind::error,
+               .session = session.key,
+               .title = "The agent hit an error",
+               .detail = std::nullopt,
+               .requestId = std::nullopt,
+               .informational = true}},
         {Kind::ready, std::nullopt, std::nullopt},
     };
     for (const ControlEvent& event : events) {
