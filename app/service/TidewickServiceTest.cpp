@@ -125,9 +125,13 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(status(claudeKey), SessionStatus::needsPermission);
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
     EXPECT_EQ(alertsSoFar(1),
-              (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
-                                   request.detail, request.id, false, false, 0, true, false,
-                                   {}, true}}))
+              (std::vector<Alert>{{.kind = Alert::Kind::needsPermission,
+                                   .session = claudeKey,
+                                   .title = request.title,
+                                   .detail = request.detail,
+                                   .requestId = request.id,
+                                   .canAlwaysAllow = true,
+                                   .bell = true}}))
         << "always allow is offered for a shell command; no sound can play: the bell";
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
@@ -160,8 +164,13 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 3600));
     EXPECT_EQ(status(claudeKey), SessionStatus::waitingReply);
     EXPECT_EQ(alertsSoFar(4).back(),
-              (Alert{Alert::Kind::waitingReply, claudeKey, "Finished the turn", "All done.",
-                     request.id, false, true, 0, false, false, {}, true}));
+              (Alert{.kind = Alert::Kind::waitingReply,
+                     .session = claudeKey,
+                     .title = "Finished the turn",
+                     .detail = "All done.",
+                     .requestId = request.id,
+                     .turnEnded = true,
+                     .bell = true}));
     EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
     // The reply's exact answer is checked through the socket below.
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
@@ -317,9 +326,12 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     EXPECT_TRUE(inTimeline(claudeKey, "No reply — it stopped"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
-    EXPECT_EQ(alertsSoFar(4).back(), (Alert{Alert::Kind::finished, claudeKey, "Finished",
-                                            "All done.", std::nullopt, false, false, 0, false,
-                                            false, {}, true}));
+    EXPECT_EQ(alertsSoFar(4).back(), (Alert{.kind = Alert::Kind::finished,
+                                            .session = claudeKey,
+                                            .title = "Finished",
+                                            .detail = "All done.",
+                                            .requestId = std::nullopt,
+                                            .bell = true}));
     ASSERT_EQ(service->pendingRequests().size(), 1u);
     EXPECT_TRUE(service->answerPermission(cursorKey, Answer::deny));
     EXPECT_EQ(
