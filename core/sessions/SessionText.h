@@ -30,6 +30,8 @@ inline constexpr std::string_view allowed = "Allowed";
 inline constexpr std::string_view noReplyItStopped = "No reply — it stopped";
 inline constexpr std::string_view withdrawn = "The request was withdrawn";
 inline constexpr std::string_view youEndedIt = "You ended the session";
+/// The agent process went away without ending its session.
+inline constexpr std::string_view agentExited = "The agent exited";
 
 /// "No answer in Tidewick — asking in " and the agent's name: a permission request that
 /// ran out of time, which the agent now asks in its own window.
