@@ -23,7 +23,6 @@ TEST(ProcessAccessTest, ReadsLiveProcessesAndTellsEndedOnesApart) {
     const std::optional<std::int64_t> started = system.startTime(pid);
     ASSERT_TRUE(started);
     EXPECT_GE(*started, *system.startTime(self));
-    EXPECT_EQ(system.commandLine(pid), (std::vector<std::string>{"/bin/sleep", "30"}));
     EXPECT_TRUE(system.signal(pid, SIGKILL));
     // Killed but not yet reaped: it no longer runs.
     for (int i = 0; i < 10000 && system.startTime(pid); ++i)
