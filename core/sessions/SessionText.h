@@ -56,4 +56,34 @@ inline constexpr std::string_view waitingForReply = "Waiting for your reply";
 /// An answer sent while the request was ending anyway (time-out, agent gone).
 inline constexpr std::string_view alreadyEnded = "Not delivered: that request had already ended.";
 
+// Continuing a session that holds nothing, with the agent's own program.
+/// "Antigravity can't be continued from Tidewick yet: reply in Antigravity."
+[[nodiscard]] std::string cannotContinueFromHere(AgentKind agent);
+/// The agent's program was found nowhere.
+[[nodiscard]] std::string programNotFound(AgentKind agent, std::string_view program);
+/// The session is in the middle of a turn (`held`: waiting for a permission answer).
+[[nodiscard]] std::string busyNow(AgentKind agent, bool held);
+/// The program started; its output goes to `log`.
+[[nodiscard]] std::string continuing(AgentKind agent, std::string_view log);
+/// The program could not be started (`reason` from the system).
+[[nodiscard]] std::string couldNotStart(AgentKind agent, std::string_view reason,
+                                        std::string_view log);
+/// The program ended with a status other than 0.
+[[nodiscard]] std::string continuationFailed(AgentKind agent, int status, std::string_view log);
+/// The agent still has the session open in a window of its own.
+[[nodiscard]] std::string openElsewhere(AgentKind agent);
+
+// Ending a session from Tidewick.
+/// The agent process was interrupted.
+[[nodiscard]] std::string ending(AgentKind agent);
+/// No process of the session runs any more: it is only marked as ended.
+[[nodiscard]] std::string endedWithoutProcess(AgentKind agent);
+/// The session had ended already.
+[[nodiscard]] std::string alreadyOver(AgentKind agent);
+
+// Where a session runs.
+/// "Claude Code runs in tmux pane %3 (kitty).", "... runs in kitty.", or that it is unknown.
+[[nodiscard]] std::string runsIn(AgentKind agent, const std::optional<std::string>& pane,
+                                 const std::optional<std::string>& host);
+
 } // namespace tidewick::SessionText
