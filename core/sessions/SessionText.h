@@ -59,6 +59,11 @@ inline constexpr std::string_view alreadyEnded = "Not delivered: that request ha
 // Continuing a session that holds nothing, with the agent's own program.
 /// "Antigravity can't be continued from Tidewick yet: reply in Antigravity."
 [[nodiscard]] std::string cannotContinueFromHere(AgentKind agent);
+/// The session names no project folder that exists, where the agent must run.
+inline constexpr std::string_view noProjectFolder =
+    "Tidewick doesn't know this session's project folder, so it can't continue it.";
+/// A reply sent to a session that was held for one.
+inline constexpr std::string_view replied = "Your reply reached the waiting agent.";
 /// The agent's program was found nowhere.
 [[nodiscard]] std::string programNotFound(AgentKind agent, std::string_view program);
 /// The session is in the middle of a turn (`held`: waiting for a permission answer).
@@ -76,6 +81,8 @@ inline constexpr std::string_view alreadyEnded = "Not delivered: that request ha
 // Ending a session from Tidewick.
 /// The agent process was interrupted.
 [[nodiscard]] std::string ending(AgentKind agent);
+/// What the agent is told when a request it holds is denied because the user ended it.
+inline constexpr std::string_view endedByYouDenial = "The user ended this session from Tidewick.";
 /// No process of the session runs any more: it is only marked as ended.
 [[nodiscard]] std::string endedWithoutProcess(AgentKind agent);
 /// The session had ended already.
