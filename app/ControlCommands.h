@@ -9,7 +9,7 @@
 
 namespace tidewick {
 
-/// Adds the six control commands to `app`. Their callbacks throw CommandFailure: status 1
+/// Adds the control commands (sessions, pending, allow, deny, reply, end, let-stop) to `app`. Their callbacks throw CommandFailure: status 1
 /// when a decision was not delivered or no session matches, 2 for an ambiguous or empty
 /// session identifier, 3 when no application answers.
 void registerControlCommands(CLI::App& app, AppContext& context);

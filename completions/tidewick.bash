@@ -12,7 +12,7 @@ _tidewick_sessions() {
 
 _tidewick() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="app status connect disconnect sessions pending allow deny reply let-stop transcript handoff demo service"
+    local commands="app status connect disconnect sessions pending allow deny reply end let-stop transcript handoff demo service"
     local agents="claude codex cursor antigravity"
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
@@ -38,7 +38,8 @@ _tidewick() {
     disconnect) words+=" --yes $agents" ;;
     allow | let-stop) words+=" --agent $(_tidewick_held)" ;;
     deny) words+=" --agent --message $(_tidewick_held)" ;;
-    reply) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_held)" ;;
+    reply) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_sessions)" ;;
+    end) words+=" --agent $(_tidewick_sessions)" ;;
     transcript) words+=" --agent --json --tail $(_tidewick_sessions)" ;;
     handoff) words+=" --agent --output $(_tidewick_sessions)" ;;
     service) ((COMP_CWORD == 2)) && words+=" install uninstall status" ;;

@@ -2,7 +2,7 @@
 # identifiers of the sessions holding a request (asked of the running
 # application). Installed as share/fish/vendor_completions.d/tidewick.fish.
 
-set -l commands app status connect disconnect sessions pending allow deny reply let-stop transcript handoff demo service
+set -l commands app status connect disconnect sessions pending allow deny reply end let-stop transcript handoff demo service
 set -l agents claude codex cursor antigravity
 set -l top "not __fish_seen_subcommand_from $commands"
 
@@ -16,7 +16,8 @@ complete -c tidewick -n $top -a sessions -d "List the running application's sess
 complete -c tidewick -n $top -a pending -d 'List the requests waiting for you'
 complete -c tidewick -n $top -a allow -d 'Allow the permission request a session is waiting on'
 complete -c tidewick -n $top -a deny -d 'Deny the permission request a session is waiting on'
-complete -c tidewick -n $top -a reply -d 'Answer a session that finished its turn and waits for you'
+complete -c tidewick -n $top -a reply -d 'Answer a session that waits for you, or continue one that holds nothing'
+complete -c tidewick -n $top -a end -d 'End a session: interrupt its agent and mark it ended by you'
 complete -c tidewick -n $top -a let-stop -d 'Let a session that waits for you end its turn'
 complete -c tidewick -n $top -a transcript -d "Show a session's transcript, as its agent recorded it"
 complete -c tidewick -n $top -a handoff -d 'Write a Markdown handoff from which another agent can carry a session on'
@@ -31,10 +32,11 @@ complete -c tidewick -n '__fish_seen_subcommand_from connect' -l gate-commands -
 complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -s y -l yes -d 'Apply without asking'
 complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -l agent -x -a "$agents" -d "Only this agent's sessions"
 complete -c tidewick -n '__fish_seen_subcommand_from deny' -s m -l message -x -d 'Tell the agent why'
-complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
+complete -c tidewick -n '__fish_seen_subcommand_from end' -l agent -x -a "$agents" -d "Only this agent's sessions"
+complete -c tidewick -n '__fish_seen_subcommand_from allow deny let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
 complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -l agent -x -a "$agents" -d "Only this agent's sessions"
 complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l tail -x -d 'Only the last N entries'
 complete -c tidewick -n '__fish_seen_subcommand_from handoff' -s o -l output -r -d 'Where to write it (- for standard output)'
-complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -a '(tidewick sessions --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Session'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff reply end' -a '(tidewick sessions --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Session'
 complete -c tidewick -n '__fish_seen_subcommand_from service' -a 'install uninstall status'

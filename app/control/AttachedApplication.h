@@ -52,6 +52,9 @@ public:
                           std::optional<std::string> message = std::nullopt) override;
     bool reply(const SessionKey& session, std::string text) override;
     bool letStop(const SessionKey& session) override;
+    /// Asked of the application; a failure to reach it is the sentence of the result.
+    Result continueSession(const SessionKey& session, std::string text) override;
+    Result endSession(const SessionKey& session) override;
     /// Changes and alerts are told on the view's thread, and so are lost and restored
     /// connections; after a new subscription the watcher is told one change per session
     /// that differs (removed or replaced), so that a copy kept from the changes stays right.
@@ -77,6 +80,8 @@ private:
     void tellConnection(Connection connection, const std::string& sentence);
     /// Sends `request` for exactly `session`; true when the application did what it asks.
     bool sendFor(ControlRequest request, const SessionKey& session);
+    /// Sends `request` for `session`; whether it was done, and the application's sentence.
+    Result sendForResult(ControlRequest request, const SessionKey& session);
 
     const TidewickPaths paths_;
     const Options options_;

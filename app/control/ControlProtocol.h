@@ -31,10 +31,23 @@ class JSONReader;
 class JSONWriter;
 
 /// What a control request asks for. Raw values equal the case names.
-enum class ControlCommand { sessions, pending, allow, deny, reply, letStop, subscribe, transcriptStep };
+enum class ControlCommand {
+    sessions,
+    pending,
+    allow,
+    deny,
+    reply,
+    letStop,
+    subscribe,
+    transcriptStep,
+    /// Continue a session that holds nothing with the agent's own program.
+    continueSession,
+    /// End a session: interrupt its agent.
+    end,
+};
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 8> table{{{
+    static constexpr EnumTable<ControlCommand, 10> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -43,6 +56,8 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::letStop, "letStop"},
         {ControlCommand::subscribe, "subscribe"},
         {ControlCommand::transcriptStep, "transcriptStep"},
+        {ControlCommand::continueSession, "continue"},
+        {ControlCommand::end, "end"},
     }}};
 };
 
@@ -91,7 +106,8 @@ template <> struct RawValues<ControlOutcome> {
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
-    /// A sentence for the user when the outcome is not `done`.
+    /// A sentence for the user when the outcome is not `done`, and for `continue` and
+    /// `end` what was done.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;
