@@ -268,10 +268,12 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {"↑ ↓  j k", "move between sessions (PgUp PgDn Home End jump)"},
         {allow, "allow the selected session's permission request"},
         {deny, "deny it; type a message for the agent or just press Enter"},
-        {"r", "reply to a session waiting for you; 1–9 send a quick reply"},
+        {"r", "reply to a session waiting for you, or continue a finished one; 1–9 quick replies"},
         {"s", "let a session waiting for your reply stop"},
         {"t", "show the selected session's transcript (/ searches, Enter opens a line)"},
         {"h", "write a handoff another agent can carry the session on from"},
+        {"e", "end the selected session: interrupt its agent (asks first)"},
+        {"g", "go to the agent's tmux pane, or show where it runs"},
         {"Esc", "cancel the line you are typing"},
         {"?", "show these keys"},
         {"q", controller.quitting() == ScreenController::Quitting::endsHeldRequests
@@ -386,6 +388,9 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         line.add("t", Style::key).add(" back", Style::dim);
         break;
     }
+    case ScreenController::Mode::confirmAction:
+        line.add(DisplayText::singleLine(controller.question()) + " (y/N)", Style::warning);
+        break;
     case ScreenController::Mode::confirmQuit: {
         const std::size_t held = controller.heldCount();
         line.add(std::to_string(held) + (held == 1 ? " request is" : " requests are") +

@@ -164,6 +164,9 @@ ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) 
     case Mode::reply:
         typeInto(key, now);
         return Outcome::stay;
+    case Mode::confirmAction:
+        confirmed(key, now);
+        return Outcome::stay;
     case Mode::transcript:
         if (key.kind == Key::Kind::character && key.character == 'h' &&
             !transcriptView_->isSearching()) {
@@ -280,6 +283,12 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
     case 'h':
         writeHandoff(now);
         break;
+    case 'e':
+        askToEnd(now);
+        break;
+    case 'g':
+        goToAgent(now);
+        break;
     case '?':
         mode_ = Mode::help;
         break;
@@ -351,11 +360,67 @@ void ScreenController::startDeny(Date now) {
 }
 
 void ScreenController::startReply(Date now) {
-    if (!heldOrExplain(PendingKind::reply, now))
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
         return;
-    target_ = selected()->key;
+    }
+    // A session holding nothing is continued with the agent's own program instead,
+    // once the user agrees; one in the middle of a turn is left alone.
+    continuing_ = !held(PendingKind::reply);
+    if (continuing_) {
+        const bool permission = held(PendingKind::permission) != nullptr;
+        if (permission || session->status == SessionStatus::working) {
+            showMessage(SessionText::busyNow(session->key.agent, permission), Tone::warning, now);
+            return;
+        }
+    }
+    target_ = session->key;
     input_.clear();
     mode_ = Mode::reply;
+}
+
+void ScreenController::askToEnd(Date now) {
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (session->status == SessionStatus::ended) {
+        showMessage(SessionText::alreadyOver(session->key.agent), Tone::warning, now);
+        return;
+    }
+    target_ = session->key;
+    confirming_ = Confirming::end;
+    question_ = "End this " + agentName(*session) + " session? Its agent is interrupted.";
+    mode_ = Mode::confirmAction;
+}
+
+void ScreenController::confirmed(const Key& key, Date now) {
+    mode_ = Mode::browse;
+    const bool yes =
+        key.kind == Key::Kind::character && (key.character == 'y' || key.character == 'Y');
+    if (!yes || !target_) {
+        showMessage("Nothing was started or ended.", Tone::info, now);
+        return;
+    }
+    const SessionActions::Result result = confirming_ == Confirming::end
+                                              ? actions_.endSession(*target_)
+                                              : actions_.continueSession(*target_, continueText_);
+    showMessage(result.sentence, result.done ? Tone::success : Tone::warning, now);
+}
+
+void ScreenController::goToAgent(Date now) {
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (session->tmuxPane && session->tmuxSocket && paneSwitch_ &&
+        paneSwitch_(*session->tmuxSocket, *session->tmuxPane))
+        return;
+    showMessage(SessionText::runsIn(session->key.agent, session->tmuxPane, session->hostApp),
+                Tone::info, now);
 }
 
 void ScreenController::letStop(Date now) {
@@ -422,6 +487,18 @@ void ScreenController::sendReply(std::string text, Date now) {
     if (!target_)
         return;
     const std::string agent(displayName(target_->agent));
+    if (continuing_) {
+        continueText_ = std::move(text);
+        confirming_ = Confirming::continueSession;
+        question_ = "Start " + agent + " to continue this session with your reply?";
+        const Session* session = selected();
+        // An agent still open in its own window would not see the turn started here.
+        if (session && session->key == *target_ && session->status != SessionStatus::ended &&
+            session->agentPid)
+            question_ += " " + SessionText::openElsewhere(target_->agent);
+        mode_ = Mode::confirmAction;
+        return;
+    }
     if (actions_.reply(*target_, text)) {
         showMessage("Sent to " + agent + ": " + text, Tone::success, now);
         returnToTop();

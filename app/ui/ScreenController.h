@@ -10,6 +10,7 @@
 #include "sessions/Session.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -36,6 +37,8 @@ public:
         confirmQuit,
         /// The selected session's transcript (see transcript()).
         transcript,
+        /// Asked to confirm starting an agent or ending a session (see question()).
+        confirmAction,
     };
     enum class Outcome { stay, quit };
     enum class Tone { info, success, warning };
@@ -61,6 +64,13 @@ public:
     explicit ScreenController(SessionActions& actions,
                               Quitting quitting = Quitting::endsHeldRequests);
     ~ScreenController();
+
+    /// Switches the terminal to tmux pane `pane` of the server at `socket`; false when it
+    /// cannot (Tidewick runs elsewhere). Without one, `g` only says where the agent runs.
+    using PaneSwitch = std::function<bool(const std::string& socket, const std::string& pane)>;
+    void setPaneSwitch(PaneSwitch paneSwitch) { paneSwitch_ = std::move(paneSwitch); }
+    /// The question asked in Mode::confirmAction.
+    [[nodiscard]] const std::string& question() const { return question_; }
 
     /// Where `t` reads the selected session's transcript and `h` writes its handoff;
     /// without one those keys say they are not available. `access` must outlive the
@@ -125,6 +135,9 @@ private:
     void sendReply(std::string text, Date now);
     void letStop(Date now);
     void openTranscript(Date now);
+    void askToEnd(Date now);
+    void confirmed(const Key& key, Date now);
+    void goToAgent(Date now);
     void writeHandoff(Date now);
     [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
     /// Like held(), but when nothing of `kind` is held tells the user why and gives null.
@@ -151,6 +164,14 @@ private:
     std::unique_ptr<TranscriptView> transcriptView_;
     /// The session whose transcript is shown.
     std::optional<SessionKey> transcriptKey_;
+    /// What a confirmed question does: continue the target with `continueText_`, or end it.
+    enum class Confirming { continueSession, end };
+    Confirming confirming_ = Confirming::end;
+    /// The reply line was opened to continue a session that holds nothing.
+    bool continuing_ = false;
+    std::string continueText_;
+    std::string question_;
+    PaneSwitch paneSwitch_;
 };
 
 } // namespace tidewick

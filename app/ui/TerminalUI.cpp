@@ -4,7 +4,9 @@
 #include "Layout.h"
 #include "FileTranscriptAccess.h"
 #include "ScreenController.h"
+#include "agents/AgentCommand.h"
 #include "foundation/FileDescriptor.h"
+#include "foundation/Subprocess.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -27,6 +29,25 @@ namespace tidewick {
 namespace {
 
 using Milliseconds = std::chrono::milliseconds;
+
+// Shows tmux pane `pane` in this terminal, when the interface runs inside that same tmux
+// server; false otherwise or when tmux refuses.
+bool switchToTmuxPane(const std::string& socket, const std::string& pane) {
+    const char* tmux = std::getenv("TMUX");
+    const char* path = std::getenv("PATH");
+    if (!tmux || std::string_view(tmux).substr(0, std::string_view(tmux).find(',')) != socket)
+        return false;
+    const std::optional<std::string> program = AgentCommand::findOnPath("tmux", path ? path : "");
+    if (!program)
+        return false;
+    try {
+        return Subprocess::run({{*program, "-S", socket, "switch-client", "-t", pane}},
+                               Subprocess::Group::shared, std::chrono::seconds(3))
+                   .status == 0;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
 
 /// Redraws caused by a burst of changes are spaced at least this far apart; keys are
 /// answered at once.
@@ -306,6 +327,7 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
             application.setTranscriptStep(key, step);
         });
     controller.setTranscriptAccess(&transcripts);
+    controller.setPaneSwitch(switchToTmuxPane);
     CursesScreen screen;
 
     auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;
