@@ -50,6 +50,10 @@ public:
     /// false when it was not delivered there, or no application answered.
     bool answerPermission(const SessionKey& session, Answer answer,
                           std::optional<std::string> message = std::nullopt) override;
+    /// Sent as control requests too: delivered with what the application says it did,
+    /// refused or a bad answer with its sentence, nothing held when no application answered.
+    Delivery allowAlways(const SessionKey& session, std::optional<std::string> rule) override;
+    Delivery answerQuestions(const SessionKey& session, std::vector<std::string> answers) override;
     bool reply(const SessionKey& session, std::string text) override;
     bool letStop(const SessionKey& session) override;
     /// Asked of the application; a failure to reach it is the sentence of the result.
@@ -82,6 +86,8 @@ private:
     bool sendFor(ControlRequest request, const SessionKey& session);
     /// Sends `request` for `session`; whether it was done, and the application's sentence.
     Result sendForResult(ControlRequest request, const SessionKey& session);
+    /// Sends `request` for exactly `session` and says how it went.
+    [[nodiscard]] Delivery deliveryFor(ControlRequest request, const SessionKey& session);
 
     const TidewickPaths paths_;
     const Options options_;

@@ -30,7 +30,7 @@ namespace tidewick {
 class JSONReader;
 class JSONWriter;
 
-/// What a control request asks for. Raw values equal the case names.
+/// What a control request asks for. Raw values equal the case names, but "continue".
 enum class ControlCommand {
     sessions,
     pending,
@@ -40,6 +40,8 @@ enum class ControlCommand {
     letStop,
     subscribe,
     transcriptStep,
+    allowAlways,
+    answer,
     /// Continue a session that holds nothing with the agent's own program.
     continueSession,
     /// End a session: interrupt its agent.
@@ -47,7 +49,7 @@ enum class ControlCommand {
 };
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 10> table{{{
+    static constexpr EnumTable<ControlCommand, 12> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -56,6 +58,8 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::letStop, "letStop"},
         {ControlCommand::subscribe, "subscribe"},
         {ControlCommand::transcriptStep, "transcriptStep"},
+        {ControlCommand::allowAlways, "allowAlways"},
+        {ControlCommand::answer, "answer"},
         {ControlCommand::continueSession, "continue"},
         {ControlCommand::end, "end"},
     }}};
@@ -72,6 +76,10 @@ struct ControlRequest {
     std::optional<std::string> message;
     /// reply: the text sent to the agent.
     std::string text;
+    /// allowAlways: the rule or prefix to keep allowing instead of the one offered.
+    std::optional<std::string> rule;
+    /// answer: one answer per question, in order.
+    std::vector<std::string> answers;
     /// transcriptStep: how far the session's transcript has been read.
     std::optional<std::int64_t> step;
 
@@ -106,8 +114,9 @@ template <> struct RawValues<ControlOutcome> {
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
-    /// A sentence for the user when the outcome is not `done`, and for `continue` and
-    /// `end` what was done.
+    /// A sentence for the user when the outcome is not `done`; for a lasting allow or
+    /// answers that were delivered, what they told the agent; for `continue` and `end`
+    /// what was done.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;
