@@ -87,12 +87,14 @@ std::string confirmation(ControlCommand command, const ControlReply& reply) {
         return "Always allowed " + who + ": " + reply.message.value_or("") + ".";
     case ControlCommand::answer:
         return "Answered " + who + ":\n" + reply.message.value_or("");
+    case ControlCommand::continueSession:
+    case ControlCommand::end:
+        // The application says what it started or ended.
+        return reply.message.value_or(who + ".");
     case ControlCommand::sessions:
     case ControlCommand::pending:
     case ControlCommand::subscribe:
     case ControlCommand::transcriptStep:
-    case ControlCommand::continueSession:
-    case ControlCommand::end:
         break;
     }
     return who + ".";
@@ -122,10 +124,7 @@ void runDecision(AppContext& context, ControlCommand command, const ControlOptio
         reply = send(context, request);
     }
     requireDone(reply);
-    if (command == ControlCommand::end || reply.message)
-        context.terminal().out() << reply.message.value_or("") << "\n";
-    else
-        context.terminal().out() << confirmation(command, reply) << "\n";
+    context.terminal().out() << confirmation(request.command, reply) << "\n";
 }
 
 // Asks the application for a listing; its reply, or the failure it stands for.
