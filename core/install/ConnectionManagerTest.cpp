@@ -35,9 +35,7 @@ void put(const std::string& path, const std::string& text, mode_t mode = 0644) {
 }
 
 std::vector<std::string> namesIn(const std::string& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory))
-        names.push_back(entry.path().filename());
+    std::vector<std::string> names = File::listFolder(directory);
     std::sort(names.begin(), names.end());
     return names;
 }
