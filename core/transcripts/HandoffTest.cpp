@@ -81,12 +81,9 @@ TEST(Handoff, NeverCarriesTheSecretAndIsWrittenForTheOwnerAlone) {
 
     const std::string path = Handoff::defaultPath(paths, session, dateFromSeconds(0));
     EXPECT_EQ(path, paths.handoffsDirectory() + "/proj-antigravity-conv-1-19700101-000000.md");
-    try {
-        Handoff::write("leaked " + secret, path, secret);
-        ADD_FAILURE() << "wrote the secret";
-    } catch (const Handoff::Failure& failure) {
-        EXPECT_EQ(failure.what(), TranscriptText::handoffRefused);
-    }
+    EXPECT_THAT(
+        [&] { Handoff::write("leaked " + secret, path, secret); },
+        ::testing::ThrowsMessage<Handoff::Failure>(std::string(TranscriptText::handoffRefused)));
     EXPECT_FALSE(File::exists(path));
     Handoff::write(document, path, secret);
     EXPECT_EQ(File::read(path), document);
