@@ -6,7 +6,7 @@
 #include "wire/HookClient.h"
 #include "wire/WireTestSupport.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <atomic>
 #include <memory>
@@ -17,6 +17,9 @@
 
 namespace tidewick {
 namespace {
+
+using ::testing::Property;
+using ::testing::Throws;
 
 const std::string secret = std::string(32, 'a') + std::string(32, 'b');
 
@@ -109,13 +112,11 @@ TEST_F(HookServerTest, SocketPathsOfUpTo103BytesBind) {
     good.start();
     EXPECT_EQ(sendTo(fits, "A").response->output.stdoutText, "ok");
     for (const std::string& bad : {fits + "p", dir_.path() + "/missing/tw.sock"}) {
+        SCOPED_TRACE(bad);
         HookServer server(bad, secret, nullptr);
-        try {
-            server.start();
-            ADD_FAILURE() << bad << " must not bind";
-        } catch (const SystemError& error) {
-            EXPECT_EQ(error.code(), bad.size() > 103 ? ENAMETOOLONG : ENOENT) << error.what();
-        }
+        EXPECT_THAT([&] { server.start(); },
+                    Throws<SystemError>(
+                        Property(&SystemError::code, bad.size() > 103 ? ENAMETOOLONG : ENOENT)));
         EXPECT_FALSE(server.isRunning());
         EXPECT_FALSE(File::exists(bad));
     }
