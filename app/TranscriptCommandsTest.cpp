@@ -7,7 +7,6 @@
 #include "transcripts/TranscriptTestSupport.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
@@ -78,9 +77,7 @@ TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicati
                 ::testing::StartsWith("Handoff written to " + handoffs + "proj-claude-bc2ae821-"));
     const std::string path = written.out.substr(19, written.out.size() - 20);
     EXPECT_THAT(File::read(path), HasSubstr("claude --resume " + claudeId));
-    struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(testing::modeOf(path), 0600);
     EXPECT_THAT(run.tidewick({"handoff", codexId, "--output", "-"}).out,
                 HasSubstr("codex resume " + codexId));
 

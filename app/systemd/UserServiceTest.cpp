@@ -6,10 +6,10 @@
 #include "foundation/File.h"
 #include "foundation/Subprocess.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gmock/gmock.h>
 #include <map>
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
@@ -79,9 +79,7 @@ TEST_F(UserServiceTest, InstallingWritesEnablesAndStartsAndSetsLaunchAtLogin) {
     applyLaunchAtLogin(true, service, settings);
     EXPECT_EQ(systemctl.calls, (std::vector<std::string>{"show-environment", "daemon-reload",
                                                          "enable --now tidewick.service"}));
-    struct stat info {};
-    ASSERT_EQ(::stat(service.unitPath().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0644u);
+    EXPECT_EQ(testing::modeOf(service.unitPath()), 0644);
     EXPECT_EQ(File::read(service.unitPath()), service.unitText());
     EXPECT_TRUE(settings.current().launchAtLogin);
 

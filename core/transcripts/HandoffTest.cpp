@@ -10,7 +10,6 @@
 #include "testing/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
@@ -87,12 +86,8 @@ TEST(Handoff, NeverCarriesTheSecretAndIsWrittenForTheOwnerAlone) {
     EXPECT_FALSE(File::exists(path));
     Handoff::write(document, path, secret);
     EXPECT_EQ(File::read(path), document);
-    struct stat file {
-    }, folder{};
-    ASSERT_EQ(::stat(path.c_str(), &file), 0);
-    ASSERT_EQ(::stat(paths.handoffsDirectory().c_str(), &folder), 0);
-    EXPECT_EQ(file.st_mode & 0777, 0600u);
-    EXPECT_EQ(folder.st_mode & 0777, 0700u);
+    EXPECT_EQ(modeOf(path), 0600);
+    EXPECT_EQ(modeOf(paths.handoffsDirectory()), 0700);
     EXPECT_THROW(Handoff::write(document, home.path() + "/gone/x/../../" + "secret/", secret),
                  Handoff::Failure);
 }

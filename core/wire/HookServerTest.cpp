@@ -3,6 +3,7 @@
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 #include "wire/HookClient.h"
 #include "wire/WireTestSupport.h"
 
@@ -67,9 +68,7 @@ protected:
 
 TEST_F(HookServerTest, AnswersGoodRequestsAndClosesOnEverythingElse) {
     server_.start();
-    struct stat info {};
-    ASSERT_EQ(::stat(path_.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600);
+    EXPECT_EQ(testing::modeOf(path_), 0600);
     auto answered = sendTo(path_, "PermissionRequest");
     ASSERT_TRUE(answered.response);
     EXPECT_EQ(answered.response->output, (HookOutput{"answer to PermissionRequest", 2}));
