@@ -134,6 +134,7 @@ TEST(TranscriptView, KeysMoveSearchOpenLinesAndClose) {
     (void)view.handleKey(Key::special(Key::Kind::enter));
     EXPECT_TRUE(view.isExpanded(1));
     const std::vector<std::string> opened = texts(view.lines(60, 20));
+    ASSERT_GE(opened.size(), 5u);
     EXPECT_EQ(opened[1], "Tool     ✗ Run make");
     EXPECT_THAT(opened[2], HasSubstr("make -j2 install"));
     EXPECT_THAT(opened[3], HasSubstr("make: *** No rule"));
