@@ -81,6 +81,18 @@ std::string age(const AgentUsage& usage, Date now) {
     return "as of " + secondsUntil(now, *usage.reportedAt) + " ago";
 }
 
+std::string tokens(std::int64_t count) {
+    std::string digits = std::to_string(count < 0 ? -count : count);
+    for (auto at = static_cast<std::ptrdiff_t>(digits.size()) - 3; at > 0; at -= 3)
+        digits.insert(static_cast<std::size_t>(at), ",");
+    return count < 0 ? "-" + digits : digits;
+}
+
+std::string tokenUse(std::int64_t input, std::int64_t output, bool partial) {
+    return (partial ? "at least " : "") + tokens(input + output) + " tokens (" + tokens(input) +
+           " in, " + tokens(output) + " out)";
+}
+
 std::string alertTitle(AgentKind agent, const UsageWindow& window, Date now) {
     return std::string(displayName(agent)) + ": " + window.label() + " limit " +
            percent(window, now) + " used";

@@ -29,6 +29,12 @@ namespace tidewick::UsageText {
 /// "as of 3m ago", from the figures' report time; "" when unknown.
 [[nodiscard]] std::string age(const AgentUsage& usage, Date now);
 
+/// A token count with thousands separated: "12,345".
+[[nodiscard]] std::string tokens(std::int64_t count);
+/// How the screen and the command line name a session's token use: "12,345 tokens
+/// (12,000 in, 345 out)", preceded by "at least " when only part of its record was read.
+[[nodiscard]] std::string tokenUse(std::int64_t input, std::int64_t output, bool partial);
+
 /// The alert's title and body for a window past 90 %: "Codex: 5h limit 93% used" and
 /// "Resets in 1h 20m." (or "No reset time was reported.").
 [[nodiscard]] std::string alertTitle(AgentKind agent, const UsageWindow& window, Date now);
