@@ -8,6 +8,7 @@
 #include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
 #include "sessions/Session.h"
+#include "usage/UsageReport.h"
 
 #include <cstddef>
 #include <memory>
@@ -19,6 +20,7 @@
 namespace tidewick {
 
 class TranscriptAccess;
+class UsageAccess;
 class TranscriptView;
 
 class ScreenController {
@@ -36,6 +38,8 @@ public:
         confirmQuit,
         /// The selected session's transcript (see transcript()).
         transcript,
+        /// Every usage-limit window and the sessions' token use (see usageReport()).
+        usage,
     };
     enum class Outcome { stay, quit };
     enum class Tone { info, success, warning };
@@ -68,6 +72,19 @@ public:
     void setTranscriptAccess(TranscriptAccess* access) { transcripts_ = access; }
     /// The transcript shown in Mode::transcript; null otherwise.
     [[nodiscard]] const TranscriptView* transcript() const { return transcriptView_.get(); }
+
+    /// Where `u` reads the usage report; without one the key says it is not available.
+    /// `access` must outlive the controller.
+    void setUsageAccess(UsageAccess* access) { usageAccess_ = access; }
+    /// The agents' windows the header shows; replaced as they are read again.
+    void setUsage(std::vector<AgentUsage> usage) { usage_ = std::move(usage); }
+    [[nodiscard]] const std::vector<AgentUsage>& usage() const { return usage_; }
+    /// The report shown in Mode::usage; null otherwise.
+    [[nodiscard]] const UsageReport* usageReport() const {
+        return usageReport_ ? &*usageReport_ : nullptr;
+    }
+    /// The first line of the usage report shown.
+    [[nodiscard]] std::size_t usageScroll() const { return usageScroll_; }
 
     /// Replaces the sessions (any order; they are put in screen order). The selection
     /// stays on the same session once the user has moved it; before that, and again after
@@ -126,6 +143,9 @@ private:
     void letStop(Date now);
     void openTranscript(Date now);
     void writeHandoff(Date now);
+    void openUsage(Date now);
+    void usageKey(const Key& key);
+    void scrollUsageDown();
     [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
     /// Like held(), but when nothing of `kind` is held tells the user why and gives null.
     const PendingRequest* heldOrExplain(PendingKind kind, Date now);
@@ -151,6 +171,10 @@ private:
     std::unique_ptr<TranscriptView> transcriptView_;
     /// The session whose transcript is shown.
     std::optional<SessionKey> transcriptKey_;
+    UsageAccess* usageAccess_ = nullptr;
+    std::vector<AgentUsage> usage_;
+    std::optional<UsageReport> usageReport_;
+    std::size_t usageScroll_ = 0;
 };
 
 } // namespace tidewick
