@@ -291,8 +291,9 @@ void TidewickService::start() {
     std::lock_guard guard(s.lock);
     s.instanceLock = std::move(instanceLock);
     s.running = true;
+    // A second after start: the interfaces and notifications of this process watch by then.
     if (s.options.usageCheckSeconds > 0)
-        checkUsageEvery(0, ++s.generation);
+        checkUsageEvery(std::min(1.0, s.options.usageCheckSeconds), ++s.generation);
 }
 
 void TidewickService::checkUsageEvery(double delaySeconds, std::uint64_t generation) {
