@@ -429,6 +429,7 @@ TEST_F(Codex, TheServicesUsageLimitsShowInTidewickAfterATurn) {
     ProgramResult usage = run.tidewick({"usage", "--json"});
     ASSERT_EQ(usage.status, 0) << usage.err;
     const JSONValue report = JSONValue::parse(usage.out);
+    ASSERT_EQ(report.get("agents")->arrayValue()->size(), 2u) << usage.out;
     const JSONValue& codexUsage = (*report.get("agents")->arrayValue())[1];
     ASSERT_EQ(codexUsage.get("windows")->arrayValue()->size(), 2u) << usage.out;
     const JSONValue& primary = (*codexUsage.get("windows")->arrayValue())[0];

@@ -5,6 +5,7 @@
 
 #include "foundation/Text.h"
 #include "foundation/TidewickPaths.h"
+#include "testing/TestFiles.h"
 #include "transcripts/TranscriptTestSupport.h"
 
 #include <gmock/gmock.h>
@@ -59,8 +60,7 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     const std::string rollout = run.home() +
                                 "/.codex/sessions/2026/11/24/rollout-2026-11-24T01-42-18-" +
                                 codexId + ".jsonl";
-    File::makeDirectories(File::parent(rollout), 0700);
-    File::writeAtomically(rollout, record, 0600);
+    testing::put(rollout, record);
 
     ASSERT_TRUE(run.startApp());
     EXPECT_EQ(

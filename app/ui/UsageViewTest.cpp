@@ -78,7 +78,7 @@ TEST(UsageView, TheHeaderShowsEachWindowColouredByLevelAndUOpensTheWholeReport) 
     for (const Row& row :
          {Row{"93%", Style::error}, Row{"71%", Style::warning}, Row{"reset", Style::dim}}) {
         SCOPED_TRACE(row.part);
-        EXPECT_EQ(stylesOf(frame.lines[1], row.part), std::vector<Style>{row.style});
+        EXPECT_EQ(stylesOf(frame.lines.at(1), row.part), std::vector<Style>{row.style});
     }
     // A narrow terminal shows the windows that fit whole.
     const std::string narrow = layoutScreen(controller, t0, 50, 24).text(1);
@@ -88,6 +88,7 @@ TEST(UsageView, TheHeaderShowsEachWindowColouredByLevelAndUOpensTheWholeReport) 
     // Without access the key says so; with it the view lists everything.
     (void)controller.handleKey(Key::of('u'), t0);
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    ASSERT_TRUE(controller.message(t0));
     EXPECT_EQ(controller.message(t0)->text, "Usage figures are not available here.");
     controller.setUsageAccess(&usage);
     (void)controller.handleKey(Key::of('u'), t0);

@@ -4,6 +4,7 @@
 
 #include "foundation/File.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 #include "transcripts/TranscriptTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -76,15 +77,14 @@ TEST(ClaudeLimitsReader, ReadsWhatTheStatusLineRecordedAndSaysWhyWhenNothingIsTh
         SCOPED_TRACE(row.name);
         std::filesystem::remove(file);
         if (row.contents)
-            File::writeAtomically(file, *row.contents, 0600);
+            testing::put(file, *row.contents);
         const AgentUsage usage = ClaudeLimitsReader::read(file);
         EXPECT_EQ(usage.agent, AgentKind::claude);
         EXPECT_EQ(summary(usage.windows), row.windows);
         EXPECT_TRUE(usage.missing.starts_with(row.missingStart)) << usage.missing;
         EXPECT_EQ(usage.missing.empty(), row.missingStart.empty()) << usage.missing;
     }
-    File::writeAtomically(
-        file, R"({"at":1763700000.5,"rate_limits":{"five_hour":{"used_percentage":1}}})", 0600);
+    testing::put(file, R"({"at":1763700000.5,"rate_limits":{"five_hour":{"used_percentage":1}}})");
     EXPECT_EQ(ClaudeLimitsReader::read(file).reportedAt, at(1763700000.5));
 
     // A folder where the file should be, or a file too large to be Tidewick's.
@@ -92,8 +92,7 @@ TEST(ClaudeLimitsReader, ReadsWhatTheStatusLineRecordedAndSaysWhyWhenNothingIsTh
     std::filesystem::create_directory(file);
     EXPECT_TRUE(ClaudeLimitsReader::read(file).missing.starts_with("Tidewick couldn't read"));
     std::filesystem::remove(file);
-    File::writeAtomically(file, R"({"rate_limits":{}, "pad":")" + std::string(2 << 20, 'x') + "\"}",
-                          0600);
+    testing::put(file, R"({"rate_limits":{}, "pad":")" + std::string(2 << 20, 'x') + "\"}");
     EXPECT_NE(ClaudeLimitsReader::read(file).missing.find("larger than"), std::string::npos);
 }
 
@@ -149,18 +148,16 @@ TEST(CodexLimitsReader, ReadsTheLastTokenCountOfARecord) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        File::writeAtomically(record, row.contents, 0600);
+        testing::put(record, row.contents);
         const CodexLimitsReader::RecordLimits limits = CodexLimitsReader::readRecord(record);
         EXPECT_EQ(limits.reported, row.reported);
         EXPECT_EQ(summary(limits.windows), row.windows);
     }
 
     // Only the tail of a long record is read: the event at its end is found all the same.
-    File::writeAtomically(record,
-                          std::string(3 << 20, 'x') + "\n" +
-                              R"({"type":"response_item","payload":{"text":")" +
-                              std::string(100000, 'y') + "\"}}\n" + good + "\n",
-                          0600);
+    testing::put(record, std::string(3 << 20, 'x') + "\n" +
+                             R"({"type":"response_item","payload":{"text":")" +
+                             std::string(100000, 'y') + "\"}}\n" + good + "\n");
     EXPECT_EQ(summary(CodexLimitsReader::readRecord(record).windows), Lines{"primary 95 300 -"});
     EXPECT_THROW((void)CodexLimitsReader::readRecord(dir.path() + "/none.jsonl"), std::exception);
 }
@@ -181,10 +178,8 @@ TEST(CodexLimitsReader, TakesTheNewestRecordThatReportsAndSaysWhyWhenNoneDoes) {
     const std::string noFigures = File::read(testing::codexRollout("exec"));
     auto put = [&](const std::string& day, const std::string& name, const std::string& text,
                    double secondsAgo) {
-        const std::string folder = sessions + "/" + day;
-        File::makeDirectories(folder, 0700);
-        const std::string path = folder + "/rollout-" + name + ".jsonl";
-        File::writeAtomically(path, text, 0600);
+        const std::string path = sessions + "/" + day + "/rollout-" + name + ".jsonl";
+        testing::put(path, text);
         touch(path, secondsAgo);
         return path;
     };
@@ -208,7 +203,7 @@ TEST(CodexLimitsReader, TakesTheNewestRecordThatReportsAndSaysWhyWhenNoneDoes) {
 
     // A followed session resumed in an old record is newer still.
     const std::string resumed = dir.path() + "/elsewhere.jsonl";
-    File::writeAtomically(resumed, figures, 0600);
+    testing::put(resumed, figures);
     usage = CodexLimitsReader::read(sessions, {resumed, dir.path() + "/gone.jsonl"});
     EXPECT_EQ(usage.source, resumed);
     EXPECT_EQ(summary(usage.windows),
