@@ -2,7 +2,7 @@
 # identifiers of the sessions holding a request (asked of the running
 # application). Installed as share/fish/vendor_completions.d/tidewick.fish.
 
-set -l commands app status connect disconnect sessions pending allow answer deny reply end let-stop transcript handoff demo service
+set -l commands app status connect disconnect sessions pending allow answer deny reply end let-stop transcript handoff usage demo service
 set -l agents claude codex cursor antigravity
 set -l top "not __fish_seen_subcommand_from $commands"
 
@@ -22,11 +22,13 @@ complete -c tidewick -n $top -a end -d 'End a session: interrupt its agent and m
 complete -c tidewick -n $top -a let-stop -d 'Let a session that waits for you end its turn'
 complete -c tidewick -n $top -a transcript -d "Show a session's transcript, as its agent recorded it"
 complete -c tidewick -n $top -a handoff -d 'Write a Markdown handoff from which another agent can carry a session on'
+complete -c tidewick -n $top -a usage -d "Show how much of each agent's usage limits is used, and tokens per session"
 complete -c tidewick -n $top -a demo -d 'Run four scripted agent sessions against the running Tidewick app'
 complete -c tidewick -n $top -a service -d 'Run Tidewick as a systemd user service, in the background from login'
 
 complete -c tidewick -s h -l help -d 'Print help'
 complete -c tidewick -n '__fish_seen_subcommand_from app' -l headless -d 'Run without the terminal interface'
+complete -c tidewick -n '__fish_seen_subcommand_from usage' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from status sessions pending' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -a "$agents"
 complete -c tidewick -n '__fish_seen_subcommand_from connect' -l gate-commands -d 'Cursor: hold shell and MCP calls until you answer'

@@ -18,6 +18,7 @@
 #include "sessions/DecisionBroker.h"
 #include "sessions/SessionPersistence.h"
 #include "sessions/SessionText.h"
+#include "transcripts/TranscriptLocations.h"
 #include "wire/HookServer.h"
 
 #include <algorithm>
@@ -155,6 +156,12 @@ struct TidewickService::State {
           saver([this] { (void)persistence.save(store.snapshot()); }, scheduler,
                 options.saveDelaySeconds) {
         store.setOnChange([this](const StoreChange& change) { changed(change); });
+        if (!options.readUsage)
+            options.readUsage =
+                [this, sources = UsageSources{paths.claudeLimitsFile(),
+                                              TranscriptLocations::forHome(paths.home())}] {
+                    return Usage::readAgents(sources, store.snapshot());
+                };
     }
 
     void report(const std::string& sentence) const {
@@ -242,6 +249,11 @@ struct TidewickService::State {
     DebouncedSaver saver;
     // Touched on the work queue only: one report per run of failures, not one per event.
     bool activityFailing = false;
+    // On the work queue only: the usage-limit alerts, and whether a check after a Codex
+    // event is already due.
+    UsageWatch usage{[this] { return options.readUsage(); }, options.clock,
+                     [this](const Alert& alert) { announce(alert); }};
+    bool usageCheckDue = false;
 
     // Held shared while watchers are told, so that unwatch(), which takes it exclusively,
     // returns only once no call to the watcher it removes is running.
@@ -258,6 +270,9 @@ struct TidewickService::State {
     /// Set while stopping and after: nothing new is held.
     bool closed = false;
     int inFlight = 0;
+    /// Counts the starts and stops: a periodic usage or agent check of an earlier run ends
+    /// itself.
+    std::uint64_t generation = 0;
     /// The call behind each held permission request, for answers beyond yes or no.
     std::unordered_map<UUID, HeldCall> calls;
     // Serialises changes of the settings file made here (always allow of a prefix).
@@ -266,9 +281,6 @@ struct TidewickService::State {
     FileDescriptor instanceLock;
     std::string secret;
     std::string serverSecret;
-    // Which run of the service the periodic agent check belongs to; a check of an
-    // earlier run stops rescheduling itself.
-    std::uint64_t generation = 0;
     // The programs continuing sessions; its thread reports their ends to the service.
     std::unique_ptr<AgentRuns> runs;
     // Last, so that tearing down waits for the connection threads first.
@@ -340,6 +352,25 @@ void TidewickService::start() {
         generation = ++s.generation;
     }
     scheduleAgentCheck(generation);
+    // A second after start: the interfaces and notifications of this process watch by then.
+    if (s.options.usageCheckSeconds > 0)
+        checkUsageEvery(std::min(1.0, s.options.usageCheckSeconds), generation);
+}
+
+void TidewickService::checkUsageEvery(double delaySeconds, std::uint64_t generation) {
+    State& s = *state_;
+    s.work->asyncAfter(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                           std::chrono::duration<double>(delaySeconds)),
+                       [this, generation] {
+                           State& s = *state_;
+                           {
+                               std::lock_guard guard(s.lock);
+                               if (!s.running || s.generation != generation)
+                                   return;
+                           }
+                           s.usage.check();
+                           checkUsageEvery(s.options.usageCheckSeconds, generation);
+                       });
 }
 
 void TidewickService::stop() {
@@ -444,6 +475,18 @@ void TidewickService::record(const AgentEvent& event, const HookRequest& request
             s.store.setAgentPid(key, request.agentPid, s.processes.startTime(*request.agentPid));
         if (request.tmuxPane)
             s.store.setTmuxPane(key, request.tmuxPane, request.tmuxSocket);
+        // Codex writes its latest limits into its record as it works: look soon after.
+        if (key.agent == AgentKind::codex && s.options.usageCheckSeconds > 0 && !s.usageCheckDue) {
+            s.usageCheckDue = true;
+            s.work->asyncAfter(std::chrono::seconds(1), [&s] {
+                s.usageCheckDue = false;
+                std::unique_lock guard(s.lock);
+                if (!s.running)
+                    return;
+                guard.unlock();
+                s.usage.check();
+            });
+        }
         // Queued behind this task: the log is for the user to read later, the agent need
         // not wait for the write.
         s.work->async([&s, event, time] { s.appendActivity(event, time); });
@@ -475,10 +518,9 @@ void TidewickService::raise(const Alert& alert) {
         s.announce(alert);
         return;
     case AlertThrottle::Admission::Kind::kept:
-        s.work->asyncAfter(
-            std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                std::chrono::duration<double>(admission.waitSeconds)),
-            [this, key = alert.session] { raiseKept(key); });
+        s.work->asyncAfter(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                               std::chrono::duration<double>(admission.waitSeconds)),
+                           [this, key = alert.session] { raiseKept(key); });
         return;
     case AlertThrottle::Admission::Kind::joined:
         return;

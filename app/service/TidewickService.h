@@ -11,6 +11,7 @@
 #include "service/Alert.h"
 #include "service/ApplicationView.h"
 #include "service/TidewickSettings.h"
+#include "service/UsageWatch.h"
 #include "sessions/SessionStore.h"
 #include "wire/ClientProbe.h"
 #include "wire/HookRequest.h"
@@ -64,6 +65,11 @@ public:
         const ProcessAccess* processes = nullptr;
         /// Where agents' programs are looked for; nothing: this process's PATH.
         std::optional<std::string> searchPath;
+        /// While running, the agents' usage limits are read this often (and a second after
+        /// each Codex event) to alert once per window past 90 %; 0: never.
+        double usageCheckSeconds = 15;
+        /// Reads the usage figures; empty: Claude Code's and Codex's files under the home.
+        UsageWatch::Reader readUsage;
     };
 
     /// A stopped service for `paths`; nothing is read or written until start().
@@ -160,6 +166,9 @@ private:
     void raise(const Alert& alert);
     /// Announces what the throttle kept for `key`, once its window has ended.
     void raiseKept(const SessionKey& key);
+    /// Reads the usage figures on the work queue after `delaySeconds` if the service still
+    /// runs as `generation`, then again every usageCheckSeconds.
+    void checkUsageEvery(double delaySeconds, std::uint64_t generation);
     /// Hands `decision` to the session's oldest held request of `kind`; true when delivered.
     bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
     /// The session's oldest held permission request that asks questions (or, with

@@ -3,6 +3,7 @@
 #include "Screen.h"
 #include "TranscriptAccess.h"
 #include "TranscriptView.h"
+#include "UsageAccess.h"
 #include "foundation/UTF8.h"
 #include "sessions/SessionText.h"
 #include "transcripts/Handoff.h"
@@ -158,6 +159,9 @@ ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) 
     case Mode::confirmAction:
         confirmed(key, now);
         return Outcome::stay;
+    case Mode::usage:
+        usageKey(key);
+        return Outcome::stay;
     case Mode::question:
         answerKey(key, now);
         return Outcome::stay;
@@ -173,6 +177,58 @@ ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) 
         return Outcome::stay;
     }
     return Outcome::stay;
+}
+
+void ScreenController::openUsage(Date now) {
+    if (!usageAccess_) {
+        showMessage("Usage figures are not available here.", Tone::warning, now);
+        return;
+    }
+    usageReport_ = usageAccess_->report(sessions_, now);
+    usage_ = usageReport_->agents;
+    usageScroll_ = 0;
+    mode_ = Mode::usage;
+}
+
+void ScreenController::usageKey(const Key& key) {
+    switch (key.kind) {
+    case Key::Kind::up:
+        usageScroll_ -= usageScroll_ > 0 ? 1 : 0;
+        return;
+    case Key::Kind::down:
+        scrollUsageDown();
+        return;
+    case Key::Kind::home:
+        usageScroll_ = 0;
+        return;
+    case Key::Kind::character:
+        if (key.character == 'k') {
+            usageScroll_ -= usageScroll_ > 0 ? 1 : 0;
+            return;
+        }
+        if (key.character == 'j') {
+            scrollUsageDown();
+            return;
+        }
+        if (key.character != 'u' && key.character != 'q')
+            return;
+        break;
+    case Key::Kind::escape:
+        break;
+    default:
+        return;
+    }
+    mode_ = Mode::browse;
+    usageReport_.reset();
+}
+
+void ScreenController::scrollUsageDown() {
+    // Past the last line there is nothing to see: stop at it.
+    // The report's lines: a blank and a heading, then a line per session (or one saying none).
+    std::size_t lines = 2 + std::max<std::size_t>(usageReport_->sessions.size(), 1);
+    for (const AgentUsage& agent : usageReport_->agents)
+        lines += 1 + std::max<std::size_t>(agent.windows.size(), 1);
+    usageScroll_ = std::min(usageScroll_ + 1, lines - 1);
 }
 
 void ScreenController::openTranscript(Date now) {
@@ -291,6 +347,9 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
         break;
     case 'g':
         goToAgent(now);
+        break;
+    case 'u':
+        openUsage(now);
         break;
     case '?':
         mode_ = Mode::help;

@@ -9,6 +9,7 @@
 #include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
 #include "sessions/Session.h"
+#include "usage/UsageReport.h"
 
 #include <cstddef>
 #include <functional>
@@ -21,6 +22,7 @@
 namespace tidewick {
 
 class TranscriptAccess;
+class UsageAccess;
 class TranscriptView;
 
 class ScreenController {
@@ -44,6 +46,8 @@ public:
         transcript,
         /// Asked to confirm starting an agent or ending a session (see question()).
         confirmAction,
+        /// Every usage-limit window and the sessions' token use (see usageReport()).
+        usage,
     };
     enum class Outcome { stay, quit };
     enum class Tone { info, success, warning };
@@ -83,6 +87,19 @@ public:
     void setTranscriptAccess(TranscriptAccess* access) { transcripts_ = access; }
     /// The transcript shown in Mode::transcript; null otherwise.
     [[nodiscard]] const TranscriptView* transcript() const { return transcriptView_.get(); }
+
+    /// Where `u` reads the usage report; without one the key says it is not available.
+    /// `access` must outlive the controller.
+    void setUsageAccess(UsageAccess* access) { usageAccess_ = access; }
+    /// The agents' windows the header shows; replaced as they are read again.
+    void setUsage(std::vector<AgentUsage> usage) { usage_ = std::move(usage); }
+    [[nodiscard]] const std::vector<AgentUsage>& usage() const { return usage_; }
+    /// The report shown in Mode::usage; null otherwise.
+    [[nodiscard]] const UsageReport* usageReport() const {
+        return usageReport_ ? &*usageReport_ : nullptr;
+    }
+    /// The first line of the usage report shown.
+    [[nodiscard]] std::size_t usageScroll() const { return usageScroll_; }
 
     /// Replaces the sessions (any order; they are put in screen order). The selection
     /// stays on the same session once the user has moved it; before that, and again after
@@ -156,6 +173,9 @@ private:
     void confirmed(const Key& key, Date now);
     void goToAgent(Date now);
     void writeHandoff(Date now);
+    void openUsage(Date now);
+    void usageKey(const Key& key);
+    void scrollUsageDown();
     [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
     /// Like held(), but when nothing of `kind` is held tells the user why and gives null.
     const PendingRequest* heldOrExplain(PendingKind kind, Date now);
@@ -191,6 +211,10 @@ private:
     std::string continueText_;
     std::string question_;
     PaneSwitch paneSwitch_;
+    UsageAccess* usageAccess_ = nullptr;
+    std::vector<AgentUsage> usage_;
+    std::optional<UsageReport> usageReport_;
+    std::size_t usageScroll_ = 0;
 };
 
 } // namespace tidewick

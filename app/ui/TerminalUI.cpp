@@ -1,10 +1,11 @@
 #include "TerminalUI.h"
 
 #include "Alerts.h"
-#include "Layout.h"
 #include "FileTranscriptAccess.h"
+#include "Layout.h"
 #include "ScreenController.h"
 #include "agents/AgentCommand.h"
+#include "UsageAccess.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Subprocess.h"
 
@@ -52,6 +53,8 @@ bool switchToTmuxPane(const std::string& socket, const std::string& pane) {
 /// Redraws caused by a burst of changes are spaced at least this far apart; keys are
 /// answered at once.
 constexpr Milliseconds minimumRedrawInterval{40};
+/// How often the header's usage figures are read again from the agents' files.
+constexpr std::chrono::seconds usageInterval{10};
 
 /// What other threads hand the UI loop: the application's changes, alerts and connection.
 /// Shared with the watcher, so it is reference-counted and goes quiet once closed.
@@ -321,13 +324,17 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                                     ? ScreenController::Quitting::leavesRequestsHeld
                                     : ScreenController::Quitting::endsHeldRequests);
     // The records are read here, in the interface's process, wherever the application runs.
-    FileTranscriptAccess transcripts(
-        application.paths(), TranscriptLocations::forHome(application.paths().home()),
-        [&application](const SessionKey& key, std::int64_t step) {
-            application.setTranscriptStep(key, step);
-        });
+    FileTranscriptAccess transcripts(application.paths(),
+                                     TranscriptLocations::forHome(application.paths().home()),
+                                     [&application](const SessionKey& key, std::int64_t step) {
+                                         application.setTranscriptStep(key, step);
+                                     });
     controller.setTranscriptAccess(&transcripts);
     controller.setPaneSwitch(switchToTmuxPane);
+    FileUsageAccess usage(UsageSources{application.paths().claudeLimitsFile(),
+                                       TranscriptLocations::forHome(application.paths().home())});
+    controller.setUsageAccess(&usage);
+    auto usageReadAt = std::chrono::steady_clock::now() - usageInterval;
     CursesScreen screen;
 
     auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;
@@ -339,6 +346,11 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
         const Date now = tidewick::now();
         if (mail.changed || !mail.alerts.empty()) {
             controller.setSessions(application.sessions(), now);
+            dirty = true;
+        }
+        if (std::chrono::steady_clock::now() - usageReadAt >= usageInterval) {
+            controller.setUsage(usage.agents(controller.sessions()));
+            usageReadAt = std::chrono::steady_clock::now();
             dirty = true;
         }
         for (auto& [connection, sentence] : mail.connections) {
@@ -358,6 +370,8 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                 controller.glowFor(*alert.requestId);
             if (effects.message)
                 controller.showMessage(*effects.message, ScreenController::Tone::warning, now);
+            if (alert.kind == Alert::Kind::usageLimit)
+                usageReadAt -= usageInterval; // the header shows the new figures at once
             dirty = true;
         }
 
