@@ -36,6 +36,8 @@ sigset_t stopSignals() {
 // One line per alert, so someone watching the headless application knows what
 // to answer and how.
 std::string describeAlert(const Alert& alert, const std::vector<Session>& known) {
+    if (alert.kind == Alert::Kind::usageLimit)
+        return alert.title + ". " + alert.detail.value_or("");
     const auto shortIds = shortIdsOf(known, {alert.session.sessionId});
     const std::string who = describeSession(alert.session, shortIds);
     const std::string id = shortIds.at(alert.session.sessionId);
@@ -62,7 +64,7 @@ std::string describeAlert(const Alert& alert, const std::vector<Session>& known)
     case Alert::Kind::error:
         return who + " ran into an error: " + alert.title + detail + ".";
     case Alert::Kind::usageLimit:
-        return who + " reached a usage limit: " + alert.title + detail + ".";
+        break;
     }
     return who + ": " + alert.title;
 }
@@ -144,9 +146,10 @@ void runApplication(AppContext& context, Interface interface, ApplicationOptions
     std::optional<ApplicationView::WatchId> printing;
     auto printAlerts = [&] {
         printing = service
-                       .watch({.alerted = [&say, &service](const Alert& alert) {
-                           say(describeAlert(alert, service.sessions()));
-                       }})
+                       .watch({.alerted =
+                                   [&say, &service](const Alert& alert) {
+                                       say(describeAlert(alert, service.sessions()));
+                                   }})
                        .id;
     };
     Readiness::ready("Holding your agents' requests until you answer them.");

@@ -24,7 +24,8 @@ struct Alert {
         finished,
         /// The agent reported an error.
         error,
-        /// The agent reached a usage limit.
+        /// One of the agent's usage-limit windows is more than 90 % used; `session` names
+        /// the agent only (its sessionId is empty).
         usageLimit,
     };
 

@@ -82,6 +82,11 @@ void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.member("denyKey", settings.denyKey);
     out.member("launchAtLogin", settings.launchAtLogin);
     out.member("checkForUpdates", settings.checkForUpdates);
+    out.key("agentCommands");
+    out.beginObject();
+    for (const auto& [agent, program] : settings.agentCommands)
+        out.member(agent, program);
+    out.endObject();
     for (const auto& [key, value] : settings.unknownKeys)
         out.member(key, value);
     out.endObject();
@@ -95,25 +100,27 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     std::optional<std::string> allowKey;
     std::optional<std::string> denyKey;
     std::optional<std::map<std::string, JSONValue>> sounds;
+    std::optional<JSONValue> agentCommands;
     using M = JSONMember;
-    const bool isObject =
-        readObject(in, M::lenient("permissionTimeoutSeconds", permissionSeconds),
-                   M::lenient("replyTimeoutSeconds", replySeconds),
-                   M::lenient("gating", out.gating), M::lenient("quickReplies", replies),
-                   M::lenient("systemNotificationsEnabled", out.systemNotificationsEnabled),
-                   M::lenient("glowEnabled", out.glowEnabled),
-                   M::lenient("soundEnabled", out.soundEnabled), M::lenient("alertSounds", sounds),
-                   M::lenient("quietMode", out.quietMode), M::lenient("alertChip", out.alertChip),
-                   M::lenient("avatarEnabled", out.avatarEnabled), M::lenient("allowKey", allowKey),
-                   M::lenient("denyKey", denyKey), M::lenient("launchAtLogin", out.launchAtLogin),
-                   M::lenient("checkForUpdates", out.checkForUpdates),
-                   // Keys of a later version are kept, in order, so writing the settings back never
-                   // loses them.
-                   M::others([&out](std::string_view key, JSONReader& in) {
-                       std::string name(key);
-                       out.unknownKeys.emplace_back(std::move(name), in.readValue());
-                       return true;
-                   }));
+    const bool isObject = readObject(
+        in, M::lenient("permissionTimeoutSeconds", permissionSeconds),
+        M::lenient("replyTimeoutSeconds", replySeconds), M::lenient("gating", out.gating),
+        M::lenient("quickReplies", replies),
+        M::lenient("systemNotificationsEnabled", out.systemNotificationsEnabled),
+        M::lenient("glowEnabled", out.glowEnabled), M::lenient("soundEnabled", out.soundEnabled),
+        M::lenient("alertSounds", sounds), M::lenient("quietMode", out.quietMode),
+        M::lenient("alertChip", out.alertChip), M::lenient("avatarEnabled", out.avatarEnabled),
+        M::lenient("allowKey", allowKey), M::lenient("denyKey", denyKey),
+        M::lenient("launchAtLogin", out.launchAtLogin),
+        M::lenient("checkForUpdates", out.checkForUpdates),
+        M::lenient("agentCommands", agentCommands),
+        // Keys of a later version are kept, in order, so writing the settings back never
+        // loses them.
+        M::others([&out](std::string_view key, JSONReader& in) {
+            std::string name(key);
+            out.unknownKeys.emplace_back(std::move(name), in.readValue());
+            return true;
+        }));
     applySeconds(permissionSeconds, out.permissionTimeoutSeconds);
     applySeconds(replySeconds, out.replyTimeoutSeconds);
     applyKey(allowKey, out.allowKey);
@@ -128,7 +135,11 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
             if (alertKind && chosen)
                 out.alertSounds[*alertKind] = *chosen;
         }
-    // Entries that are not texts are skipped rather than losing the whole list.
+    // Entries that are not texts are skipped, here and in the lists below.
+    if (agentCommands && agentCommands->isObject())
+        for (const auto& [agent, program] : *agentCommands->objectPairs())
+            if (const std::string* path = program.stringValue(); path && !path->empty())
+                out.agentCommands[agent] = *path;
     if (replies) {
         out.quickReplies.clear();
         for (const JSONValue& reply : *replies)

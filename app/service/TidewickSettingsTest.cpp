@@ -21,7 +21,7 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
             R"("systemNotificationsEnabled":true,"glowEnabled":true,"soundEnabled":true,)"
             R"("alertSounds":{"needsPermission":"knock","waitingReply":"question","finished":"chime",)"
             R"("error":"buzz","usageLimit":"pulse"},"quietMode":false,"alertChip":true,"avatarEnabled":true,)"
-            R"("allowKey":"y","denyKey":"n","launchAtLogin":false,"checkForUpdates":false})");
+            R"("allowKey":"y","denyKey":"n","launchAtLogin":false,"checkForUpdates":false,"agentCommands":{}})");
     EXPECT_EQ(decodeJSON<TidewickSettings>(defaults), TidewickSettings());
     EXPECT_EQ(decodeJSON<TidewickSettings>("{}"), TidewickSettings());
 
@@ -33,7 +33,8 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
         "quickReplies": ["Go on.", 7, "Stop here."], "soundEnabled": "no", "quietMode": true,
         "allowKey": "a", "denyKey": "", "launchAtLogin": 1, "avatarEnabled": false,
         "alertSounds": {"finished": "none", "error": "loud", "usageLimit": 3, "later": "knock",
-                        "needsPermission": "pulse"}})");
+                        "needsPermission": "pulse"},
+        "agentCommands": {"claude": "/opt/claude", "codex": 3, "cursor": ""}})");
     EXPECT_EQ(read.permissionTimeoutSeconds + read.replyTimeoutSeconds, 45.5 + 3600);
     EXPECT_EQ(read.gating.gateCommands, (std::map<AgentKind, bool>{{AgentKind::cursor, false}}));
     EXPECT_TRUE(read.gating.paused);
@@ -46,6 +47,7 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
     sounds[Alert::Kind::finished] = AlertSound::none;
     sounds[Alert::Kind::needsPermission] = AlertSound::pulse;
     EXPECT_EQ(read.alertSounds, sounds);
+    EXPECT_EQ(read.agentCommands, (std::map<std::string, std::string>{{"claude", "/opt/claude"}}));
 
     // A gating object missing one of its three keys falls back whole.
     read = *decodeJSON<TidewickSettings>(
@@ -78,8 +80,10 @@ TEST_F(SettingsFileTest, ReadsEditsAtOnceAndKeepsUnknownKeysWhenWritingBack) {
 
     const JSONValue written = JSONValue::parse(File::read(file.path()));
     const JSONValue::Object& pairs = *written.objectPairs();
-    ASSERT_EQ(pairs.size(), 17u);
-    EXPECT_EQ(pairs[15].first + pairs[15].second.compact() + pairs[16].first,
+    // The unknown keys follow every known one.
+    const std::size_t known = JSONValue::parse(encodeJSON(TidewickSettings())).objectPairs()->size();
+    ASSERT_EQ(pairs.size(), known + 2);
+    EXPECT_EQ(pairs[known].first + pairs[known].second.compact() + pairs[known + 1].first,
               R"(fromANewerVersion{"a":[1,2]}zeta)");
     EXPECT_EQ(*written.get("allowKey")->stringValue(), "Y");
     EXPECT_EQ(SettingsFile(file.path()).current(), settings);

@@ -48,7 +48,8 @@ Notification notificationFor(const Alert& alert) {
         notification.summary = agent + " ran into an error";
         break;
     case Alert::Kind::usageLimit:
-        notification.summary = agent + " reached a usage limit";
+        notification.summary = alert.title;
+        body = alert.detail.value_or("");
         break;
     }
     if (alert.alsoHeld > 0)
@@ -63,18 +64,19 @@ AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings) 
     AlertEffects effects;
     const bool held =
         alert.kind == Alert::Kind::needsPermission || alert.kind == Alert::Kind::waitingReply;
+    const bool usage = alert.kind == Alert::Kind::usageLimit;
     const bool audible = !settings.quietMode;
     effects.bell = alert.bell;
     effects.glow = held && settings.glowEnabled && alert.requestId.has_value();
     if (settings.systemNotificationsEnabled && audible)
         effects.notification = notificationFor(alert);
-    if (!held) {
-        const std::string agent(displayName(alert.session.agent));
+    if (usage)
+        effects.message = alert.title + ". " + alert.detail.value_or("");
+    else if (!held)
         effects.message =
-            agent + ": " +
+            std::string(displayName(alert.session.agent)) + ": " +
             (alert.kind == Alert::Kind::finished ? std::string(SessionText::noReplyItStopped)
                                                  : DisplayText::singleLine(alert.title));
-    }
     return effects;
 }
 

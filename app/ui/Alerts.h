@@ -43,7 +43,7 @@ struct AlertEffects {
 /// TidewickSettings::soundFor); the bell rings where it could not. Every alert is notified
 /// when systemNotificationsEnabled; quietMode silences notifications but never the screen.
 /// A held request makes the frame glow when glowEnabled; the other kinds (finished, error,
-/// usage limit) report themselves on the status line instead.
+/// a usage limit past 90 %) report themselves on the status line instead.
 [[nodiscard]] AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings);
 
 } // namespace tidewick

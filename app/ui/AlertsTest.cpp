@@ -14,6 +14,11 @@ Alert alert(Alert::Kind kind) {
                   : kind == Alert::Kind::error ? "The agent hit an error"
                                                : "Finished";
     alert.detail = "sudo make install\n\nInstall it";
+    if (kind == Alert::Kind::usageLimit) {
+        alert.title = "Cursor: 5h limit 93% used";
+        alert.detail = "Resets in 2h.";
+        return alert;
+    }
     if (held)
         alert.requestId = UUID::random();
     alert.turnEnded = kind != Alert::Kind::needsPermission;
@@ -48,11 +53,11 @@ TEST(Alerts, EachKindSoundsGlowsAndNotifiesAsTheSettingsSay) {
              {"finished", finished, usual, chime, false, "Cursor finished", false},
              {"finished, quiet", finished, quiet, none, false, "", false},
              {"error", error, usual, buzz, false, "Cursor ran into an error", false},
-             {"usage limit", usageLimit, usual, pulse, false, "Cursor reached a usage limit",
-              false},
+             {"usage limit", usageLimit, usual, pulse, false, "Cursor: 5h limit 93% used", false},
+             {"usage limit, quiet", usageLimit, quiet, none, false, "", false},
              // A sound chosen per kind; a kind the setting leaves out keeps its own.
              {"usage limit, silenced", usageLimit, chosen, none, false,
-              "Cursor reached a usage limit", false},
+              "Cursor: 5h limit 93% used", false},
              {"permission, another sound", needsPermission, chosen, chime, true,
               "Cursor needs permission", true},
              {"reply, left out", waitingReply, chosen, question, true,
@@ -78,6 +83,9 @@ TEST(Alerts, EachKindSoundsGlowsAndNotifiesAsTheSettingsSay) {
     EXPECT_EQ(ended.notification->body, "No reply — it stopped");
     EXPECT_EQ(ended.message, "Cursor: No reply — it stopped");
     EXPECT_EQ(alertEffects(alert(error), usual).message, "Cursor: The agent hit an error");
+    const AlertEffects usage = alertEffects(alert(usageLimit), usual);
+    EXPECT_EQ(usage.notification->body, "Resets in 2h.");
+    EXPECT_EQ(usage.message, "Cursor: 5h limit 93% used. Resets in 2h.");
 
     Alert burst = alert(waitingReply);
     burst.detail.reset();
