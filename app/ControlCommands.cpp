@@ -60,6 +60,7 @@ void requireDone(const ControlReply& reply) {
         return;
     case ControlOutcome::notDelivered:
     case ControlOutcome::noMatch:
+    case ControlOutcome::refused:
         throw CommandFailure(static_cast<int>(ExitStatus::refused), message);
     case ControlOutcome::ambiguous:
     case ControlOutcome::badRequest:
@@ -78,10 +79,7 @@ std::string confirmation(ControlCommand command, const ControlReply& reply) {
         return "Replied to " + who + ".";
     case ControlCommand::letStop:
         return "Let " + who + " stop.";
-    case ControlCommand::sessions:
-    case ControlCommand::pending:
-    case ControlCommand::subscribe:
-    case ControlCommand::transcriptStep:
+    default:
         break;
     }
     return who + ".";

@@ -63,6 +63,14 @@ public:
     void setTranscriptStep(const SessionKey& session, std::int64_t step) override;
     [[nodiscard]] const TidewickPaths& paths() const override { return paths_; }
     [[nodiscard]] Location location() const override { return Location::attached; }
+    /// Sent to the application as control requests; refused with a sentence when none
+    /// answers.
+    ControlResult pause(std::optional<Date> until) override;
+    ControlResult resume() override;
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change change) override;
+    ControlResult forget(const SessionKey& session) override;
+    ControlResult forgetAll() override;
 
 private:
     using Mirror = std::map<SessionKey, Session>;
@@ -77,6 +85,8 @@ private:
     void tellConnection(Connection connection, const std::string& sentence);
     /// Sends `request` for exactly `session`; true when the application did what it asks.
     bool sendFor(ControlRequest request, const SessionKey& session);
+    /// Sends `request` and turns its reply into the result with its sentence.
+    ControlResult control(const ControlRequest& request);
 
     const TidewickPaths paths_;
     const Options options_;

@@ -12,6 +12,7 @@
 #include "events/AgentKind.h"
 #include "foundation/EnumTable.h"
 #include "service/Alert.h"
+#include "service/SettingCatalog.h"
 #include "service/SessionActions.h"
 #include "sessions/PendingRequest.h"
 #include "sessions/Session.h"
@@ -31,10 +32,24 @@ class JSONReader;
 class JSONWriter;
 
 /// What a control request asks for. Raw values equal the case names.
-enum class ControlCommand { sessions, pending, allow, deny, reply, letStop, subscribe, transcriptStep };
+enum class ControlCommand {
+    sessions,
+    pending,
+    allow,
+    deny,
+    reply,
+    letStop,
+    subscribe,
+    transcriptStep,
+    pause,
+    resume,
+    setting,
+    forget,
+    forgetAll,
+};
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 8> table{{{
+    static constexpr EnumTable<ControlCommand, 13> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -43,6 +58,19 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::letStop, "letStop"},
         {ControlCommand::subscribe, "subscribe"},
         {ControlCommand::transcriptStep, "transcriptStep"},
+        {ControlCommand::pause, "pause"},
+        {ControlCommand::resume, "resume"},
+        {ControlCommand::setting, "setting"},
+        {ControlCommand::forget, "forget"},
+        {ControlCommand::forgetAll, "forgetAll"},
+    }}};
+};
+
+template <> struct RawValues<SettingCatalog::Change> {
+    static constexpr EnumTable<SettingCatalog::Change, 3> table{{{
+        {SettingCatalog::Change::set, "set"},
+        {SettingCatalog::Change::add, "add"},
+        {SettingCatalog::Change::remove, "remove"},
     }}};
 };
 
@@ -55,10 +83,15 @@ struct ControlRequest {
     std::optional<AgentKind> agent;
     /// deny: the message shown to the agent.
     std::optional<std::string> message;
-    /// reply: the text sent to the agent.
+    /// reply: the text sent to the agent; setting: the value.
     std::string text;
     /// transcriptStep: how far the session's transcript has been read.
     std::optional<std::int64_t> step;
+    /// pause: when the pause ends by itself; none: when the user resumes.
+    std::optional<Date> until;
+    /// setting: the setting's name and how the value changes it.
+    std::string setting;
+    SettingCatalog::Change change = SettingCatalog::Change::set;
 
     friend bool operator==(const ControlRequest&, const ControlRequest&) = default;
 };
@@ -77,21 +110,26 @@ enum class ControlOutcome {
     /// The request itself was malformed (an empty identifier, an unknown command), or it
     /// came in another version of the protocol.
     badRequest,
+    /// The application would not do it (a setting's wrong value, a session holding a
+    /// request); the message says why.
+    refused,
 };
 
 template <> struct RawValues<ControlOutcome> {
-    static constexpr EnumTable<ControlOutcome, 5> table{{{
+    static constexpr EnumTable<ControlOutcome, 6> table{{{
         {ControlOutcome::done, "done"},
         {ControlOutcome::notDelivered, "notDelivered"},
         {ControlOutcome::noMatch, "noMatch"},
         {ControlOutcome::ambiguous, "ambiguous"},
         {ControlOutcome::badRequest, "badRequest"},
+        {ControlOutcome::refused, "refused"},
     }}};
 };
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
-    /// A sentence for the user when the outcome is not `done`.
+    /// A sentence for the user when the outcome is not `done`, and what a pause, a
+    /// setting or forgetting did.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;

@@ -40,9 +40,40 @@ bool isDecision(ControlCommand command) {
     case ControlCommand::pending:
     case ControlCommand::subscribe:
     case ControlCommand::transcriptStep:
+    case ControlCommand::pause:
+    case ControlCommand::resume:
+    case ControlCommand::setting:
+    case ControlCommand::forget:
+    case ControlCommand::forgetAll:
         return false;
     }
     return false;
+}
+
+// The reply to a pause, a setting or forgetting: the sentence either way.
+ControlReply replyFor(const ControlResult& result) {
+    ControlReply reply;
+    reply.outcome = result.isDone() ? ControlOutcome::done : ControlOutcome::refused;
+    reply.message = result.sentence;
+    return reply;
+}
+
+// The requests that change the application rather than answer an agent; nothing for others.
+std::optional<ControlReply> control(const ControlRequest& request, ApplicationControls& target) {
+    switch (request.command) {
+    case ControlCommand::pause:
+        return replyFor(target.pause(request.until));
+    case ControlCommand::resume:
+        return replyFor(target.resume());
+    case ControlCommand::setting:
+        if (request.setting.empty())
+            return failure(ControlOutcome::badRequest, "Name the setting to change.");
+        return replyFor(target.changeSetting(request.setting, request.text, request.change));
+    case ControlCommand::forgetAll:
+        return replyFor(target.forgetAll());
+    default:
+        return std::nullopt;
+    }
 }
 
 // Hands the decision over; true when it reached a waiting agent.
@@ -56,10 +87,7 @@ bool deliver(const ControlRequest& request, const SessionKey& key, SessionAction
         return target.reply(key, request.text);
     case ControlCommand::letStop:
         return target.letStop(key);
-    case ControlCommand::sessions:
-    case ControlCommand::pending:
-    case ControlCommand::subscribe:
-    case ControlCommand::transcriptStep:
+    default:
         break;
     }
     return false;
@@ -163,6 +191,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
     std::vector<Session> known = target.sessions();
     ControlReply reply;
     std::vector<std::string> named;
+    if (std::optional<ControlReply> changed = control(request, target))
+        return *changed;
     if (request.command == ControlCommand::subscribe) {
         return failure(ControlOutcome::badRequest, "A subscription needs a connection of its own.");
     } else if (request.command == ControlCommand::sessions) {
@@ -187,6 +217,11 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
     reply.shortIds = shortIdsOf(known, named);
     if (reply.session && request.command == ControlCommand::transcriptStep)
         target.setTranscriptStep(*reply.session, *request.step);
+    if (reply.session && request.command == ControlCommand::forget) {
+        const ControlResult result = target.forget(*reply.session);
+        reply.outcome = result.isDone() ? ControlOutcome::done : ControlOutcome::refused;
+        reply.message = result.sentence;
+    }
     if (reply.session && isDecision(request.command) && !deliver(request, *reply.session, target)) {
         reply.outcome = ControlOutcome::notDelivered;
         reply.message = notDelivered(request, *reply.session, reply.shortIds);

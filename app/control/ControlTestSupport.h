@@ -83,6 +83,18 @@ public:
     }
     const TidewickPaths& paths() const override { return paths_; }
     Location location() const override { return Location::inProcess; }
+    ControlResult pause(std::optional<Date> until) override {
+        return record("pause", {}, until ? std::to_string(secondsSince1970(*until)) : "");
+    }
+    ControlResult resume() override { return record("resume", {}, std::nullopt); }
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change change) override {
+        return record("setting", {}, name + " " + rawValue(change) + " " + value);
+    }
+    ControlResult forget(const SessionKey& key) override { return record("forget", key, {}); }
+    ControlResult forgetAll() override { return record("forgetAll", {}, std::nullopt); }
+    /// What the controls above answer.
+    ControlResult controlResult = ControlResult::done("Done.");
 
     /// Applies a session change to `all` and tells every watcher, as the service would.
     void change(const Session& session) {
@@ -105,6 +117,11 @@ public:
     }
 
 private:
+    ControlResult record(std::string what, SessionKey key, std::optional<std::string> text) {
+        std::lock_guard guard(mutex_);
+        calls_.push_back({std::move(what), std::move(key), std::move(text)});
+        return controlResult;
+    }
     bool take(std::string what, const SessionKey& key, PendingKind kind,
               std::optional<std::string> text) {
         std::lock_guard guard(mutex_);

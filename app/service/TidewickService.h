@@ -9,6 +9,7 @@
 #include "service/ActivityLog.h"
 #include "service/Alert.h"
 #include "service/ApplicationView.h"
+#include "foundation/Scheduler.h"
 #include "service/TidewickSettings.h"
 #include "sessions/SessionStore.h"
 #include "wire/ClientProbe.h"
@@ -54,7 +55,13 @@ public:
         ProblemReporter reportProblem;
         /// Size past which "activity.jsonl" is rotated to "activity.jsonl.1".
         std::uintmax_t activityLimitBytes = ActivityLog::defaultLimitBytes;
+        /// Runs the end of a pause for a while; null: the work queue. Must outlive the
+        /// service.
+        Scheduler* timers = nullptr;
     };
+
+    /// A working session quiet for this long may be forgotten: its agent is likely gone.
+    static constexpr int forgetWorkingAfterMinutes = 10;
 
     /// A stopped service for `paths`; nothing is read or written until start().
     TidewickService(TidewickPaths paths, Options options);
@@ -104,6 +111,17 @@ public:
     /// Saves `settings` to the settings file; they apply from the next request.
     void saveSettings(const TidewickSettings& settings);
 
+    /// Pausing, settings and forgetting (see ApplicationControls). A pause with an end
+    /// resumes by itself then (also after a restart), or at the first request after it.
+    ControlResult pause(std::optional<Date> until) override;
+    ControlResult resume() override;
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change change) override;
+    /// Refused for a session holding a request (or about to), and for a working one heard
+    /// from within forgetWorkingAfterMinutes. The sessions file is saved at once.
+    ControlResult forget(const SessionKey& session) override;
+    ControlResult forgetAll() override;
+
     /// Watches the sessions (see ApplicationView). Changes are told on the work queue,
     /// alerts on the thread that raised them (a connection's) or on the work queue for
     /// alerts the throttle held back. A watcher may answer requests but must not call
@@ -132,6 +150,8 @@ private:
     void raiseKept(const SessionKey& key);
     /// Hands `decision` to the session's oldest held request of `kind`; true when delivered.
     bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
+    /// Has the pause in the settings end by itself when its time comes.
+    void scheduleResume(const TidewickSettings& settings);
     /// Closes the door to new holds, answers every held request with the time-out decision
     /// and waits until no handle() call is running.
     void drain();

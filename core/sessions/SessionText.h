@@ -54,4 +54,14 @@ inline constexpr std::string_view waitingForReply = "Waiting for your reply";
 /// An answer sent while the request was ending anyway (time-out, agent gone).
 inline constexpr std::string_view alreadyEnded = "Not delivered: that request had already ended.";
 
+// Forgetting sessions; `who` names the session.
+[[nodiscard]] std::string forgotten(std::string_view who);
+/// A session holding a request is never forgotten.
+[[nodiscard]] std::string forgetHeld(std::string_view who);
+/// A session still working is forgotten only once it has been quiet for `quietMinutes`.
+[[nodiscard]] std::string forgetWorking(std::string_view who, int quietMinutes);
+/// The history erased: `forgotten` sessions gone, `kept` kept because they hold requests.
+[[nodiscard]] std::string forgotAll(std::size_t forgotten, std::size_t kept);
+inline constexpr std::string_view noSuchSession = "That session is no longer listed.";
+
 } // namespace tidewick::SessionText
