@@ -89,7 +89,7 @@ public:
     ControlResult resume() override { return record("resume", {}, std::nullopt); }
     ControlResult changeSetting(const std::string& name, const std::string& value,
                                 SettingCatalog::Change change) override {
-        return record("setting", {}, name + " " + rawValue(change) + " " + value);
+        return record("setting", {}, name + " " + std::string(rawValue(change)) + " " + value);
     }
     ControlResult forget(const SessionKey& key) override { return record("forget", key, {}); }
     ControlResult forgetAll() override { return record("forgetAll", {}, std::nullopt); }
