@@ -6,6 +6,7 @@
 #include "ControlCommands.h"
 #include "DemoCommand.h"
 #include "ServiceCommands.h"
+#include "SettingsCommands.h"
 #include "TranscriptCommands.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
@@ -30,6 +31,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerControlCommands(app, context);
     registerDemoCommand(app, context);
     registerServiceCommands(app, context);
+    registerSettingsCommands(app, context);
     registerTranscriptCommands(app, context);
 
     Terminal& terminal = context.terminal();

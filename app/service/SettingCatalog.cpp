@@ -190,8 +190,10 @@ JSONValue parsed(const Entry& entry, const TidewickSettings& settings, std::stri
             throw SettingCatalog::Refused(std::string(entry.name) +
                                           " takes texts that are not empty.");
         std::vector<std::string> list = textsOf(entry.get(settings));
-        std::erase(list, item);
-        if (change == SettingCatalog::Change::add)
+        const bool present = std::find(list.begin(), list.end(), item) != list.end();
+        if (change == SettingCatalog::Change::remove)
+            std::erase(list, item);
+        else if (!present)
             list.push_back(item);
         return texts(list);
     }

@@ -54,6 +54,9 @@ ControlResult SettingsEditor::changeSetting(const std::string& name, const std::
             differs = SettingCatalog::apply(settings, name, value, change);
             return differs;
         });
+        if (change != SettingCatalog::Change::set)
+            return ControlResult::done(SettingsText::listEdited(
+                name, value, change == SettingCatalog::Change::add, differs));
         const std::string shown = SettingCatalog::display(SettingCatalog::find(name)->get(after));
         return ControlResult::done(differs ? SettingsText::changed(name, shown)
                                            : SettingsText::unchanged(name, shown));

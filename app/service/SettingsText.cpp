@@ -62,6 +62,16 @@ std::string unchanged(std::string_view name, std::string_view value) {
     return std::string(name) + " already is " + std::string(value) + ". Nothing was changed.";
 }
 
+std::string listEdited(std::string_view name, std::string_view item, bool adding, bool done) {
+    const std::string quoted = "\"" + std::string(item) + "\"";
+    const std::string list(name);
+    if (!done)
+        return quoted + (adding ? " already is in " : " is not in ") + list +
+               ". Nothing was changed.";
+    return (adding ? "Added " + quoted + " to " : "Removed " + quoted + " from ") + list +
+           ". It applies from the next request.";
+}
+
 std::string unreadable(std::string_view problem) {
     return std::string(problem) + " Nothing was changed.";
 }

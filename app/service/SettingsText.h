@@ -34,6 +34,10 @@ inline constexpr std::string_view notPaused = "Tidewick isn't paused.";
                                      std::string_view value);
 [[nodiscard]] std::string changed(std::string_view name, std::string_view value);
 [[nodiscard]] std::string unchanged(std::string_view name, std::string_view value);
+/// "Added "make -n" to gating.safePrefixes." and the like, `done` false when it already
+/// was (or was not) there.
+[[nodiscard]] std::string listEdited(std::string_view name, std::string_view item, bool adding,
+                                     bool done);
 /// The settings file does not read: nothing is written over it.
 [[nodiscard]] std::string unreadable(std::string_view problem);
 /// launchAtLogin changes the user service, which only the command line does.
