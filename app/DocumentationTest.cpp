@@ -5,6 +5,7 @@
 
 #include "foundation/JSONCoding.h"
 #include "service/SettingCatalog.h"
+#include "testing/TestFiles.h"
 
 #include <gmock/gmock.h>
 #include <regex>
@@ -96,11 +97,10 @@ TEST_F(Documentation, CompletionsCompleteCommandsOptionsAgentsAndHeldSessions) {
     // A stand-in tidewick on PATH answers `pending --json` (and `settings --json`) as the
     // real one would.
     const std::string bin = File::join(run.home(), "bin");
-    File::makeDirectories(bin, 0755);
-    File::writeAtomically(File::join(bin, "tidewick"),
-                          "#!/bin/sh\nprintf '[\\n  {\\n    \"shortId\": \"4f2a\"\\n  },\\n  {\\n    "
-                          "\"shortId\": \"b71c\",\\n    \"name\": \"quietMode\"\\n  }\\n]\\n'\n",
-                          0755);
+    testing::put(File::join(bin, "tidewick"),
+                 "#!/bin/sh\nprintf '[\\n  {\\n    \"shortId\": \"4f2a\"\\n  },\\n  {\\n    "
+                 "\"shortId\": \"b71c\",\\n    \"name\": \"quietMode\"\\n  }\\n]\\n'\n",
+                 0755);
     const std::vector<std::pair<std::string, std::string>> bashRows = {
         {"tidewick se", "sessions service settings"},
         {"tidewick gate ", "--help cursor antigravity"},

@@ -110,6 +110,9 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
         out.member("message", request.message);
         if (!request.text.empty())
             out.member("text", request.text);
+        out.member("rule", request.rule);
+        if (!request.answers.empty())
+            out.member("answers", request.answers);
         out.member("step", request.step);
         out.member("until", request.until);
         if (!request.setting.empty()) {
@@ -130,6 +133,7 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
     if (!decodeLine(text, M::required("secret", secret), M::required("command", request.command),
                     M::lenient("session", request.session), M::optional("agent", request.agent),
                     M::lenient("message", request.message), M::lenient("text", request.text),
+                    M::lenient("rule", request.rule), M::lenient("answers", request.answers),
                     M::lenient("step", request.step), M::lenient("until", request.until),
                     M::lenient("setting", request.setting), M::lenient("change", request.change)))
         return std::nullopt;

@@ -41,6 +41,8 @@ enum class ControlCommand {
     letStop,
     subscribe,
     transcriptStep,
+    allowAlways,
+    answer,
     pause,
     resume,
     setting,
@@ -49,7 +51,7 @@ enum class ControlCommand {
 };
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 13> table{{{
+    static constexpr EnumTable<ControlCommand, 15> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -58,6 +60,8 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::letStop, "letStop"},
         {ControlCommand::subscribe, "subscribe"},
         {ControlCommand::transcriptStep, "transcriptStep"},
+        {ControlCommand::allowAlways, "allowAlways"},
+        {ControlCommand::answer, "answer"},
         {ControlCommand::pause, "pause"},
         {ControlCommand::resume, "resume"},
         {ControlCommand::setting, "setting"},
@@ -85,6 +89,10 @@ struct ControlRequest {
     std::optional<std::string> message;
     /// reply: the text sent to the agent; setting: the value.
     std::string text;
+    /// allowAlways: the rule or prefix to keep allowing instead of the one offered.
+    std::optional<std::string> rule;
+    /// answer: one answer per question, in order.
+    std::vector<std::string> answers;
     /// transcriptStep: how far the session's transcript has been read.
     std::optional<std::int64_t> step;
     /// pause: when the pause ends by itself; none: when the user resumes.
@@ -128,8 +136,9 @@ template <> struct RawValues<ControlOutcome> {
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
-    /// A sentence for the user when the outcome is not `done`, and what a pause, a
-    /// setting or forgetting did.
+    /// A sentence for the user when the outcome is not `done`; for a lasting allow or
+    /// answers that were delivered, what they told the agent; what a pause, a setting or
+    /// forgetting did.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;
