@@ -306,6 +306,7 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
             application.setTranscriptStep(key, step);
         });
     controller.setTranscriptAccess(&transcripts);
+    controller.setControls(&application);
     CursesScreen screen;
 
     auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;
