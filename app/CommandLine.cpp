@@ -8,6 +8,7 @@
 #include "ServiceCommands.h"
 #include "SettingsCommands.h"
 #include "TranscriptCommands.h"
+#include "UsageCommand.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
 #include "install/HookConfigError.h"
@@ -33,6 +34,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerServiceCommands(app, context);
     registerSettingsCommands(app, context);
     registerTranscriptCommands(app, context);
+    registerUsageCommand(app, context);
 
     Terminal& terminal = context.terminal();
     try {

@@ -31,7 +31,7 @@ namespace tidewick {
 class JSONReader;
 class JSONWriter;
 
-/// What a control request asks for. Raw values equal the case names.
+/// What a control request asks for. Raw values equal the case names, but "continue".
 enum class ControlCommand {
     sessions,
     pending,
@@ -43,6 +43,10 @@ enum class ControlCommand {
     transcriptStep,
     allowAlways,
     answer,
+    /// Continue a session that holds nothing with the agent's own program.
+    continueSession,
+    /// End a session: interrupt its agent.
+    end,
     pause,
     resume,
     setting,
@@ -51,7 +55,7 @@ enum class ControlCommand {
 };
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 15> table{{{
+    static constexpr EnumTable<ControlCommand, 17> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -62,6 +66,8 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::transcriptStep, "transcriptStep"},
         {ControlCommand::allowAlways, "allowAlways"},
         {ControlCommand::answer, "answer"},
+        {ControlCommand::continueSession, "continue"},
+        {ControlCommand::end, "end"},
         {ControlCommand::pause, "pause"},
         {ControlCommand::resume, "resume"},
         {ControlCommand::setting, "setting"},
@@ -137,8 +143,8 @@ template <> struct RawValues<ControlOutcome> {
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
     /// A sentence for the user when the outcome is not `done`; for a lasting allow or
-    /// answers that were delivered, what they told the agent; what a pause, a setting or
-    /// forgetting did.
+    /// answers that were delivered, what they told the agent; for `continue` and `end`
+    /// what was done; what a pause, a setting or forgetting did.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;

@@ -47,6 +47,8 @@ bool isDecision(ControlCommand command) {
     case ControlCommand::setting:
     case ControlCommand::forget:
     case ControlCommand::forgetAll:
+    case ControlCommand::continueSession:
+    case ControlCommand::end:
         return false;
     }
     return false;
@@ -261,7 +263,9 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
         reply.pending = target.pendingRequests();
         for (const HeldRequest& held : reply.pending)
             named.push_back(held.first.sessionId);
-    } else if (request.command == ControlCommand::reply && request.text.empty()) {
+    } else if ((request.command == ControlCommand::reply ||
+                request.command == ControlCommand::continueSession) &&
+               request.text.empty()) {
         return failure(ControlOutcome::badRequest, "A reply needs some text.");
     } else if (request.command == ControlCommand::answer && request.answers.empty()) {
         return failure(ControlOutcome::badRequest, "An answer needs some text.");
@@ -280,6 +284,15 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
     if (reply.session && request.command == ControlCommand::forget) {
         const ControlResult result = target.forget(*reply.session);
         reply.outcome = result.isDone() ? ControlOutcome::done : ControlOutcome::refused;
+        reply.message = result.sentence;
+    }
+    if (reply.session && (request.command == ControlCommand::continueSession ||
+                          request.command == ControlCommand::end)) {
+        const SessionActions::Result result =
+            request.command == ControlCommand::end
+                ? target.endSession(*reply.session)
+                : target.continueSession(*reply.session, request.text);
+        reply.outcome = result.done ? ControlOutcome::done : ControlOutcome::notDelivered;
         reply.message = result.sentence;
     }
     if (reply.session && isDecision(request.command))

@@ -59,6 +59,21 @@ template <AgentKind agent> Entry gate(std::string_view name, std::string_view ab
             [](TidewickSettings& s, const JSONValue& v) { s.gating.gateCommands[agent] = isTrue(v); }};
 }
 
+template <AgentKind agent> Entry program(std::string_view name, std::string_view about) {
+    return {name, Kind::program, about,
+            [](const TidewickSettings& s) {
+                const auto found = s.agentCommands.find(std::string(rawValue(agent)));
+                return JSONValue(found == s.agentCommands.end() ? std::string() : found->second);
+            },
+            [](TidewickSettings& s, const JSONValue& v) {
+                const std::string key(rawValue(agent));
+                if (v.stringValue()->empty())
+                    s.agentCommands.erase(key);
+                else
+                    s.agentCommands[key] = *v.stringValue();
+            }};
+}
+
 std::vector<Entry> makeEntries() {
     return {
         seconds<&TidewickSettings::permissionTimeoutSeconds>(
@@ -105,6 +120,14 @@ std::vector<Entry> makeEntries() {
             "launchAtLogin", "Run Tidewick as a systemd user service from every login."),
         toggle<&TidewickSettings::checkForUpdates>(
             "checkForUpdates", "Look for a newer Tidewick (off: nothing leaves this machine)."),
+        program<AgentKind::claude>(
+            "agentCommands.claude",
+            "The program continuing Claude Code sessions when neither its process nor PATH "
+            "shows one."),
+        program<AgentKind::codex>("agentCommands.codex",
+                                  "The program continuing Codex sessions, likewise."),
+        program<AgentKind::cursor>("agentCommands.cursor",
+                                   "The program continuing Cursor sessions, likewise."),
     };
 }
 
@@ -210,6 +233,8 @@ JSONValue parsed(const Entry& entry, const TidewickSettings& settings, std::stri
         if (isSingleKey(text))
             return JSONValue(text);
         throw refuse();
+    case Kind::program:
+        return JSONValue(trimmed(text));
     case Kind::texts:
         if (auto list = parseTexts(text)) {
             for (std::string& item : *list)
@@ -246,6 +271,8 @@ std::string SettingCatalog::takes(Kind kind) {
         return "one character that is not a space";
     case Kind::texts:
         return "a JSON array of texts that are not empty, such as [\"ls\",\"git status\"]";
+    case Kind::program:
+        return "a program's name or path (\"\" for none)";
     }
     return {};
 }

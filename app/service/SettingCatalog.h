@@ -30,6 +30,8 @@ public:
         key,
         /// A list of texts.
         texts,
+        /// A program's name or path; empty: none named.
+        program,
     };
 
     /// How a change treats the value.

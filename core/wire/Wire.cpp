@@ -86,6 +86,8 @@ std::string encode(const HookRequest& request, std::string_view secret) {
     }
     out.member("host", request.host);
     out.member("agentPid", request.agentPid);
+    out.member("tmuxPane", request.tmuxPane);
+    out.member("tmuxSocket", request.tmuxSocket);
     if (request.noHold)
         out.member("noHold", true);
     out.endObject();
@@ -103,7 +105,9 @@ std::optional<std::pair<std::string, HookRequest>> decode(std::string_view line)
     if (!decodeLine(line, M::required("secret", secret), M::required("agent", request.agent),
                     M::required("event", request.event), M::optional("payload", payload),
                     M::optional("pid", pid), M::lenient("host", request.host),
-                    M::optional("agentPid", agentPid), M::lenient("noHold", request.noHold)))
+                    M::optional("agentPid", agentPid), M::lenient("tmuxPane", request.tmuxPane),
+                    M::lenient("tmuxSocket", request.tmuxSocket),
+                    M::lenient("noHold", request.noHold)))
         return std::nullopt;
     if (payload.isObject())
         request.payload = std::move(payload);
