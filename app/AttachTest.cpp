@@ -168,5 +168,46 @@ TEST_F(Attach, AlwaysAllowAndAnswersReachTheAgentFromAnInterfaceAndFromTheNotifi
     EXPECT_TRUE(terminal.waitForGone("one", "1 held"));
 }
 
+TEST_F(Attach, PauseForgetAndSettingsFromAnAttachedInterface) {
+    ASSERT_TRUE(run.startApp());
+    ASSERT_TRUE(openInterface("one"));
+    auto cursor = [&](const std::string& event, const std::string& extra = "") -> auto& {
+        return run.hook("cursor", event,
+                        R"({"conversation_id":"cur-1","workspace_roots":["/home/ana/src/app"],)"
+                        R"("hook_event_name":")" + event + "\"" + extra + "}");
+    };
+    for (const char* event : {"sessionStart", "sessionEnd"})
+        (void)testing::TidewickPrograms::finished(cursor(event));
+    ASSERT_TRUE(terminal.waitForAll("one", {"Cursor", "Ended"}));
+
+    terminal.keys("one", {"p"});
+    ASSERT_TRUE(terminal.waitForAll("one", {" Paused ", "Paused: Tidewick holds nothing"}));
+    EXPECT_NE(run.tidewick({"status"}).out.find("Paused"), std::string::npos);
+    EXPECT_EQ(testing::TidewickPrograms::finished(
+                  cursor("beforeShellExecution", R"(,"command":"rm -rf build")")),
+              "{\"permission\":\"ask\"}\n");
+    terminal.keys("one", {"p"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Resumed: Tidewick holds your agents' requests"}));
+    EXPECT_EQ(run.tidewick({"status"}).out.find("Paused"), std::string::npos);
+
+    terminal.keys("one", {"x"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Forget Cursor session cur-1? It leaves the list"}));
+    terminal.keys("one", {"y"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Forgot Cursor session cur-1.", "0 sessions"}));
+    EXPECT_TRUE(run.listing("sessions").arrayValue()->empty());
+
+    // quietMode is the sixteenth setting.
+    terminal.keys("one", {","});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Settings", "▸ permissionTimeoutSeconds"}));
+    terminal.keys("one", {"j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j",
+                          "j", "Enter"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Set quietMode to true.", "[on]  true"}));
+    const JSONValue settings =
+        JSONValue::parse(File::read(TidewickPaths(run.home()).settingsFile()));
+    EXPECT_EQ(settings.get("quietMode")->compact(), "true");
+    terminal.keys("one", {"Escape"});
+    EXPECT_TRUE(terminal.waitForGone("one", "▸ permissionTimeoutSeconds"));
+}
+
 } // namespace
 } // namespace tidewick

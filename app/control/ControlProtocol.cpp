@@ -116,6 +116,11 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
         if (!request.answers.empty())
             out.member("answers", request.answers);
         out.member("step", request.step);
+        out.member("until", request.until);
+        if (!request.setting.empty()) {
+            out.member("setting", request.setting);
+            out.member("change", request.change);
+        }
     });
     // The application would refuse the whole line; say why here instead.
     if (!UTF8::isValid(text))
@@ -131,7 +136,8 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
                     M::lenient("session", request.session), M::optional("agent", request.agent),
                     M::lenient("message", request.message), M::lenient("text", request.text),
                     M::lenient("rule", request.rule), M::lenient("answers", request.answers),
-                    M::lenient("step", request.step)))
+                    M::lenient("step", request.step), M::lenient("until", request.until),
+                    M::lenient("setting", request.setting), M::lenient("change", request.change)))
         return std::nullopt;
     return std::pair{std::move(secret), std::move(request)};
 }

@@ -14,6 +14,9 @@
 #include "foundation/Text.h"
 #include "presentation/SoundPlayer.h"
 #include "service/AlertThrottle.h"
+#include "service/SettingsEditor.h"
+#include "service/SettingsText.h"
+#include "sessions/ShortIds.h"
 #include "sessions/AlwaysAllow.h"
 #include "sessions/DebouncedSaver.h"
 #include "sessions/DecisionBroker.h"
@@ -166,7 +169,8 @@ struct TidewickService::State {
           activity(paths.activityFile(), options.activityLimitBytes),
           persistence(paths.sessionsFile()), throttle(options.alertThrottleSeconds),
           saver([this] { (void)persistence.save(store.snapshot()); }, scheduler,
-                options.saveDelaySeconds) {
+                options.saveDelaySeconds),
+          editor(settingsFile, options.clock) {
         store.setOnChange([this](const StoreChange& change) { changed(change); });
         if (!options.readUsage)
             options.readUsage =
@@ -268,6 +272,7 @@ struct TidewickService::State {
     SessionPersistence persistence;
     AlertThrottle throttle;
     DebouncedSaver saver;
+    SettingsEditor editor;
     // Touched on the work queue only: one report per run of failures, not one per event.
     bool activityFailing = false;
     // On the work queue only: the usage-limit alerts, and whether a check after a Codex
@@ -291,13 +296,13 @@ struct TidewickService::State {
     /// Set while stopping and after: nothing new is held.
     bool closed = false;
     int inFlight = 0;
+    /// Sessions with a request on its way to being held (listed or not yet): never forgotten.
+    std::map<SessionKey, int> holding;
     /// Counts the starts and stops: a periodic usage or agent check of an earlier run ends
     /// itself.
     std::uint64_t generation = 0;
     /// The call behind each held permission request, for answers beyond yes or no.
     std::unordered_map<UUID, HeldCall> calls;
-    // Serialises changes of the settings file made here (always allow of a prefix).
-    std::mutex settingsLock;
 
     FileDescriptor instanceLock;
     std::string secret;
@@ -345,7 +350,9 @@ void TidewickService::start() {
     FileDescriptor instanceLock = takeInstanceLock(instanceLockPath());
     s.secret = paths_.loadOrCreateSecret();
     // Read now so that a malformed file is reported at start-up, not at the first event.
-    (void)s.settingsFile.current();
+    // A pause that ended while Tidewick was not running ends now; a later end is awaited.
+    (void)s.editor.resumeIfDue();
+    scheduleResume(s.settingsFile.current());
     std::vector<Session> saved = s.persistence.load();
     s.work->sync([&] {
         s.store.restore(std::move(saved));
@@ -447,7 +454,9 @@ HookResponse TidewickService::handle(const HookRequest& request,
         adapter->parse(request.event, Payload(request.payload));
     if (!parsed)
         return HookResponse{adapter->failSafe(request.event)};
-    // Read per request, so an edit of the file applies from the next one.
+    // Read per request, so an edit of the file applies from the next one; a pause whose
+    // end has come is over even if its timer has not run yet.
+    (void)s.editor.resumeIfDue();
     const TidewickSettings settings = s.settingsFile.current();
     auto answer = [&](const std::optional<Decision>& decision) {
         return HookResponse{adapter->output(*parsed, decision)};
@@ -571,6 +580,21 @@ HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentA
     State& s = *state_;
     const AgentEvent& event = parsed.event;
     const SessionKey key = keyOf(event);
+    // From before the session lists it until after it is resolved, so forget() cannot take
+    // the session away from under a request.
+    {
+        std::lock_guard guard(s.lock);
+        ++s.holding[key];
+    }
+    struct Release {
+        State& s;
+        const SessionKey& key;
+        ~Release() {
+            std::lock_guard guard(s.lock);
+            if (--s.holding[key] == 0)
+                s.holding.erase(key);
+        }
+    } release{s, key};
     record(event, hookRequest);
     const bool permission = parsed.hold == HoldKind::permission;
     const double timeout =
@@ -715,20 +739,12 @@ SessionActions::Delivery TidewickService::allowAlways(const SessionKey& session,
 
 void TidewickService::addSafePrefix(const SessionKey& session, const std::string& prefix) {
     State& s = *state_;
-    {
-        std::lock_guard guard(s.settingsLock);
-        TidewickSettings settings = s.settingsFile.current();
-        std::vector<std::string>& prefixes = settings.gating.safePrefixes;
-        if (std::find(prefixes.begin(), prefixes.end(), prefix) == prefixes.end()) {
-            prefixes.push_back(prefix);
-            try {
-                s.settingsFile.save(settings);
-            } catch (const std::exception& error) {
-                s.report(std::string("Tidewick couldn't save the prefix it allows: ") +
-                         error.what() + ".");
-            }
-        }
-    }
+    // Through the editor, the settings file's one writer here: it never writes over a file
+    // that does not read, and keeps what else changed in it meanwhile.
+    const ControlResult added =
+        s.editor.changeSetting("gating.safePrefixes", prefix, SettingCatalog::Change::add);
+    if (!added.isDone())
+        s.report("Tidewick couldn't save the prefix it allows: " + added.sentence);
     AgentEvent note;
     note.agent = session.agent;
     note.sessionId = session.sessionId;
@@ -912,6 +928,94 @@ TidewickSettings TidewickService::settings() {
 
 void TidewickService::saveSettings(const TidewickSettings& settings) {
     state_->settingsFile.save(settings);
+}
+
+void TidewickService::scheduleResume(const TidewickSettings& settings) {
+    State& s = *state_;
+    if (!settings.gating.paused || !settings.gating.pausedUntil)
+        return;
+    const double wait =
+        std::chrono::duration<double>(*settings.gating.pausedUntil - s.options.clock()).count();
+    Scheduler& timers = s.options.timers ? *s.options.timers : s.scheduler;
+    // A later pause or a resume meanwhile is no matter: resumeIfDue reads the file then.
+    timers.schedule(wait, [&s] { (void)s.editor.resumeIfDue(); });
+}
+
+ControlResult TidewickService::pause(std::optional<Date> until) {
+    ControlResult result = state_->editor.pause(until);
+    if (result.isDone())
+        scheduleResume(state_->settingsFile.current());
+    return result;
+}
+
+ControlResult TidewickService::resume() {
+    return state_->editor.resume();
+}
+
+ControlResult TidewickService::changeSetting(const std::string& name, const std::string& value,
+                                             SettingCatalog::Change change) {
+    return state_->editor.changeSetting(name, value, change);
+}
+
+ControlResult TidewickService::forget(const SessionKey& key) {
+    State& s = *state_;
+    ControlResult result;
+    // On the work queue, where requests are listed: nothing can be held in between.
+    s.work->sync([&] {
+        const std::optional<Session> session = s.store.session(key);
+        if (!session) {
+            result = ControlResult::refused(std::string(SessionText::noSuchSession));
+            return;
+        }
+        std::vector<std::string_view> ids;
+        const std::vector<Session> all = s.store.snapshot();
+        for (const Session& each : all)
+            ids.push_back(each.key.sessionId);
+        const std::string who = std::string(displayName(key.agent)) + " session " +
+                                ShortIds(std::move(ids)).of(key.sessionId);
+        bool holding = false;
+        {
+            std::lock_guard guard(s.lock);
+            holding = s.holding.count(key) > 0;
+        }
+        const double quiet =
+            std::chrono::duration<double>(s.options.clock() - session->lastActivityAt).count();
+        if (holding || !session->pending.empty())
+            result = ControlResult::refused(SessionText::forgetHeld(who));
+        else if (session->status == SessionStatus::working &&
+                 quiet < forgetWorkingAfterMinutes * 60.0)
+            result = ControlResult::refused(
+                SessionText::forgetWorking(who, forgetWorkingAfterMinutes));
+        else {
+            s.store.remove(key);
+            s.saver.flush();
+            result = ControlResult::done(SessionText::forgotten(who));
+        }
+    });
+    return result;
+}
+
+ControlResult TidewickService::forgetAll() {
+    State& s = *state_;
+    std::size_t forgotten = 0, kept = 0;
+    s.work->sync([&] {
+        for (const Session& session : s.store.snapshot()) {
+            bool holding = false;
+            {
+                std::lock_guard guard(s.lock);
+                holding = s.holding.count(session.key) > 0;
+            }
+            if (holding || !session.pending.empty()) {
+                ++kept;
+                continue;
+            }
+            s.store.remove(session.key);
+            ++forgotten;
+        }
+        // The user erased the history: saved at once, not a while later.
+        s.saver.flush();
+    });
+    return ControlResult::done(SessionText::forgotAll(forgotten, kept));
 }
 
 TidewickService::Watch TidewickService::watch(Watcher watcher) {

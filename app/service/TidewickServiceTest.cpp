@@ -3,6 +3,7 @@
 #include "foundation/File.h"
 #include "service/ServiceTestSupport.h"
 #include "sessions/SessionPersistence.h"
+#include "testing/ManualScheduler.h"
 #include "testing/TemporaryDirectory.h"
 #include "wire/HookClient.h"
 
@@ -44,6 +45,7 @@ protected:
         options.clock = clock.clock();
         options.alertThrottleSeconds = throttleSeconds;
         options.saveDelaySeconds = 0.05;
+        options.timers = &timers;
         options.reportProblem = [this](const std::string& sentence) {
             std::lock_guard guard(mutex);
             problems.push_back(sentence);
@@ -107,6 +109,7 @@ protected:
     TemporaryDirectory home;
     TidewickPaths paths{home.path()};
     ManualClock clock;
+    ManualScheduler timers;
     std::mutex mutex;
     std::vector<Alert> alerts;
     std::vector<std::string> problems;
@@ -556,6 +559,75 @@ TEST_F(TidewickServiceTest, RunsOnceAtATimeAndKeepsSessionsAcrossARestart) {
     // The first one may start again once the other has stopped.
     service->start();
     EXPECT_EQ(service->sessions(), before);
+}
+
+TEST_F(TidewickServiceTest, APauseLetsRequestsPassUntilItEndsEvenAcrossARestart) {
+    // A request held by mistake fails the test within seconds rather than minutes.
+    writeSettings(R"({"permissionTimeoutSeconds": 20})");
+    service->start();
+    auto cursorHeldAgain = [&] {
+        auto held = handleAsync(cursorShell("rm -rf build"));
+        const bool listed = pendingCountIs(1);
+        EXPECT_TRUE(service->answerPermission(cursorKey, Answer::allow));
+        return listed && held.get().output == cursorAllow;
+    };
+    std::future<HookResponse> before = handleAsync(claudePermission());
+    ASSERT_TRUE(pendingCountIs(1));
+
+    EXPECT_TRUE(service->pause(addSeconds(clock.now(), 1800)).isDone());
+    EXPECT_EQ(handleNow(cursorShell("rm -rf build")), cursorAsk);
+    EXPECT_EQ(service->pendingRequests().size(), 1u) << "held before the pause, held still";
+    EXPECT_TRUE(service->answerPermission(claudeKey, Answer::allow));
+    EXPECT_EQ(before.get().output.stdoutText, claudeAllow);
+    // The timer ends it at its time on the work queue...
+    clock.advance(1800);
+    timers.advance(1800);
+    EXPECT_TRUE(eventually([&] { return !service->settings().gating.paused; }));
+    EXPECT_TRUE(cursorHeldAgain());
+
+    // ...and so does the first request after it, or a start after the time has passed.
+    EXPECT_TRUE(service->pause(addSeconds(clock.now(), 60)).isDone());
+    clock.advance(61);
+    EXPECT_TRUE(cursorHeldAgain());
+    EXPECT_TRUE(service->pause(addSeconds(clock.now(), 60)).isDone());
+    service.reset();
+    clock.advance(61);
+    service = make();
+    service->start();
+    EXPECT_FALSE(service->settings().gating.paused);
+    EXPECT_TRUE(service->resume().isDone());
+}
+
+TEST_F(TidewickServiceTest, ForgetsOnlySessionsNobodyWaitsOnAndSavesAtOnce) {
+    service->start();
+    (void)handleNow(cursorShell("ls"));
+    HookRequest finished = claudeStop();
+    finished.noHold = true;
+    (void)handleNow(finished);
+    auto held = handleAsync(cursorShell("rm -rf /", "c-2"));
+    ASSERT_TRUE(pendingCountIs(1));
+    const SessionKey heldKey{AgentKind::cursor, "c-2"};
+
+    const ControlResult holding = service->forget(heldKey);
+    EXPECT_EQ(holding.sentence,
+              "Cursor session c-2 holds a request for you, so Tidewick keeps it: answer the "
+              "request first.");
+    const ControlResult working = service->forget(cursorKey);
+    EXPECT_FALSE(working.isDone());
+    EXPECT_NE(working.sentence.find("is working"), std::string::npos);
+    // Quiet for long enough, a working session's agent is likely gone.
+    clock.advance(TidewickService::forgetWorkingAfterMinutes * 60);
+    EXPECT_EQ(service->forget(cursorKey), ControlResult::done("Forgot Cursor session c-1."));
+    EXPECT_EQ(service->forget(cursorKey).outcome, ControlResult::Outcome::refused);
+    EXPECT_EQ(SessionPersistence(paths.sessionsFile()).load().size(), 2u);
+
+    EXPECT_EQ(service->forgetAll().sentence,
+              "Erased the history: forgot 1 session. Kept 1 that holds a request for you.");
+    const std::vector<Session> saved = SessionPersistence(paths.sessionsFile()).load();
+    ASSERT_EQ(saved.size(), 1u);
+    EXPECT_EQ(saved[0].key, heldKey);
+    EXPECT_TRUE(service->answerPermission(heldKey, Answer::deny));
+    EXPECT_NE(held.get().output.stdoutText.find(R"("permission":"deny")"), std::string::npos);
 }
 
 } // namespace

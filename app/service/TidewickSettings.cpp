@@ -39,6 +39,19 @@ std::string fileSignature(const std::string& path) {
            std::to_string(info.st_ctim.tv_nsec);
 }
 
+// The settings in the file at `path`; throws SettingsFile::Unreadable.
+TidewickSettings readFile(const std::string& path) {
+    try {
+        TidewickSettings read;
+        if (!parseJSON(File::read(path), read))
+            throw std::runtime_error("The settings file must hold one JSON object.");
+        return read;
+    } catch (const std::exception& error) {
+        throw SettingsFile::Unreadable("Tidewick couldn't read its settings in " + path + " (" +
+                                       error.what() + ").");
+    }
+}
+
 } // namespace
 
 const std::vector<std::string>& TidewickSettings::defaultQuickReplies() {
@@ -163,15 +176,12 @@ TidewickSettings SettingsFile::current() {
         cached_ = TidewickSettings();
         if (signature != "missing") {
             try {
-                TidewickSettings read;
-                if (!parseJSON(File::read(path_), read))
-                    throw std::runtime_error("The settings file must hold one JSON object.");
-                cached_ = std::move(read);
-            } catch (const std::exception& error) {
+                cached_ = readFile(path_);
+            } catch (const Unreadable& error) {
                 // Only the copy in memory falls back: the user's file may hold the one
                 // typo they are about to fix, and rewriting it would lose their other edits.
-                problem = "Tidewick couldn't read its settings in " + path_ + " (" + error.what() +
-                          "). It uses the default settings until the file is fixed; the file "
+                problem = std::string(error.what()) +
+                          " It uses the default settings until the file is fixed; the file "
                           "was left as it is.";
             }
         }
@@ -190,6 +200,20 @@ void SettingsFile::save(const TidewickSettings& settings) {
     File::writeAtomically(path_, encodeJSON(settings, JSONWriter::Style::pretty) + "\n", 0600);
     cached_ = settings;
     signature_ = fileSignature(path_);
+}
+
+TidewickSettings SettingsFile::edit(const std::function<bool(TidewickSettings&)>& change) {
+    std::lock_guard guard(lock_);
+    TidewickSettings settings;
+    if (File::exists(path_))
+        settings = readFile(path_);
+    if (!change(settings))
+        return settings;
+    File::makeDirectories(File::parent(path_), 0700);
+    File::writeAtomically(path_, encodeJSON(settings, JSONWriter::Style::pretty) + "\n", 0600);
+    cached_ = settings;
+    signature_ = fileSignature(path_);
+    return settings;
 }
 
 } // namespace tidewick

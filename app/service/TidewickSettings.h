@@ -11,6 +11,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,12 @@ class SettingsFile {
 public:
     using Reporter = std::function<void(const std::string& sentence)>;
 
+    /// The file is there but does not read; what() says so and names it.
+    class Unreadable : public std::runtime_error {
+    public:
+        using std::runtime_error::runtime_error;
+    };
+
     SettingsFile(std::string path, Reporter reporter = {});
 
     /// The settings in force now. Thread-safe; costs one stat() when nothing changed.
@@ -92,6 +99,12 @@ public:
     /// Writes `settings` (with the unknown keys they carry) atomically, mode 0600.
     /// Throws SystemError.
     void save(const TidewickSettings& settings);
+    /// Reads the file afresh, lets `change` edit the settings and, when it returns true,
+    /// writes them back as save() does; the settings in force afterwards. Unknown keys
+    /// are kept. Throws Unreadable when the file does not read (it is never written over
+    /// then), SystemError when writing fails; whatever `change` throws leaves the file as
+    /// it was.
+    TidewickSettings edit(const std::function<bool(TidewickSettings&)>& change);
 
     [[nodiscard]] const std::string& path() const { return path_; }
 

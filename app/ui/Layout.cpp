@@ -3,6 +3,7 @@
 #include "DisplayText.h"
 #include "Screen.h"
 #include "TranscriptView.h"
+#include "service/SettingsText.h"
 #include "foundation/File.h"
 #include "usage/UsageText.h"
 #include "sessions/SessionText.h"
@@ -455,8 +456,9 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {"h", "write a handoff another agent can carry the session on from"},
         {"e  g", "end the selected session (asks first); go to its agent's tmux pane"},
         {"u", "show every usage-limit window and the sessions' token use"},
-        {"Tab  Esc", "go where the banner points; cancel the line you are typing"},
-        {"?", "show these keys"},
+        {"p  x  ,", std::string(controller.settings().gating.paused ? "resume" : "pause") +
+                        " · forget the selected session (asks first) · settings"},
+        {"Tab Esc ?", "go where the banner points · cancel your line · show these keys"},
         {"q", controller.quitting() == ScreenController::Quitting::endsHeldRequests
                   ? "quit (asks first while requests are held)"
                   : "close this window; Tidewick keeps running and holding requests"},
@@ -502,12 +504,49 @@ FrameLine rule(const char* leftCorner, const char* rightCorner, int width, Style
     return {{leftCorner + repeated("─", width - 2) + rightCorner, frame, false}};
 }
 
+std::vector<FrameLine> settingsLines(const SettingsView& view, const TidewickSettings& settings,
+                                     int width, int height) {
+    std::vector<FrameLine> lines;
+    LineBuilder title(width);
+    title.add("Settings", Style::heading)
+        .add("  Enter or space switches, Esc goes back", Style::dim);
+    lines.push_back(title.finish());
+    const std::vector<SettingsView::Row> rows = SettingsView::rows(settings);
+    // Two rows at the bottom say what the selected setting does.
+    const int listRows = std::max(1, height - 3);
+    const int count = static_cast<int>(rows.size());
+    const int selected = static_cast<int>(view.selected());
+    const int first = std::clamp(selected - listRows / 2, 0, std::max(0, count - listRows));
+    for (int index = first; index < count && index < first + listRows; ++index) {
+        const SettingsView::Row& row = rows[static_cast<std::size_t>(index)];
+        const bool current = index == selected;
+        LineBuilder line(width);
+        line.add(current ? "▸ " : "  ", Style::bold, current, 2)
+            .add(row.name, Style::plain, current, 34)
+            .add(row.toggles ? (row.value == "true" ? "[on]  " : "[off] ") : "", Style::key,
+                 current)
+            .add(row.value, row.isDefault ? Style::dim : Style::bold, current);
+        lines.push_back(line.finish(current));
+    }
+    while (static_cast<int>(lines.size()) < listRows + 1)
+        lines.push_back(LineBuilder(width).finish());
+    LineBuilder about(width);
+    about.spaces(2).add(view.description(), Style::dim);
+    lines.push_back(LineBuilder(width).finish());
+    lines.push_back(about.finish());
+    return lines;
+}
+
 FrameLine topRule(const ScreenController& controller, int width, Style frame,
                   LayoutOptions options) {
     LineBuilder line(width);
     line.add("┌─ ", frame).add("Tidewick", Style::bold);
     const std::size_t count = controller.sessions().size();
     line.add(" " + std::to_string(count) + (count == 1 ? " session " : " sessions "), Style::dim);
+    const GatingPolicy& gating = controller.settings().gating;
+    if (gating.paused)
+        line.add(" " + SettingsText::pausedState(gating.pausedUntil) + " ", Style::chip)
+            .add(" ", frame);
     std::string chip;
     if (options.alertChip && controller.heldCount() > 0)
         chip = " " + std::to_string(controller.heldCount()) + " held ";
@@ -582,6 +621,25 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         line.add("n N", Style::key).add(" next  ", Style::dim);
         line.add("h", Style::key).add(" handoff  ", Style::dim);
         line.add("t", Style::key).add(" back", Style::dim);
+        break;
+    }
+    case ScreenController::Mode::settings:
+        if (auto message = controller.message(now)) {
+            line.add(DisplayText::singleLine(message->text),
+                     message->tone == ScreenController::Tone::warning ? Style::warning
+                                                                       : Style::success);
+            break;
+        }
+        line.add("↑↓", Style::key).add(" move  ", Style::dim);
+        line.add("Enter", Style::key).add(" switch  ", Style::dim);
+        line.add("Esc", Style::key).add(" back", Style::dim);
+        break;
+    case ScreenController::Mode::confirmForget: {
+        const SessionKey& key = *controller.forgetTarget();
+        line.add("Forget " + std::string(displayName(key.agent)) + " session " +
+                     DisplayText::singleLine(key.sessionId) +
+                     "? It leaves the list and the sessions file. (y/N)",
+                 Style::warning);
         break;
     }
     case ScreenController::Mode::confirmAction:
@@ -850,6 +908,13 @@ Frame layoutScreen(const ScreenController& controller, Date now, int width, int 
         frame.lines.push_back(framed(title.finish(), border));
         std::vector<FrameLine> rows = view->lines(inner, interior + 1);
         for (int row = 0; row < interior + 1; ++row)
+            frame.lines.push_back(framed(row < static_cast<int>(rows.size())
+                                             ? std::move(rows[static_cast<std::size_t>(row)])
+                                             : LineBuilder(inner).finish(),
+                                         border));
+    } else if (const SettingsView* view = controller.settingsView()) {
+        std::vector<FrameLine> rows = settingsLines(*view, controller.settings(), inner, interior + 2);
+        for (int row = 0; row < interior + 2; ++row)
             frame.lines.push_back(framed(row < static_cast<int>(rows.size())
                                              ? std::move(rows[static_cast<std::size_t>(row)])
                                              : LineBuilder(inner).finish(),

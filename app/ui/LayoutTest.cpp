@@ -126,6 +126,31 @@ TEST_F(LayoutTest, EmptyOrTwoHundredSessionsTheListFitsTheScreen) {
     EXPECT_TRUE(contains(frame.text(0), "200 sessions"));
 }
 
+TEST_F(LayoutTest, PausedFrameSettingsViewAndForgetQuestion) {
+    RecordingControls controls;
+    controller.setControls(&controls);
+    controller.setSessions({makeSession("web", 0)});
+    TidewickSettings settings;
+    settings.gating.paused = true;
+    settings.quietMode = true;
+    controller.setSettings(settings);
+    EXPECT_TRUE(contains(layoutScreen(controller, t0, 80, 24).text(0), " Paused ")) << "the frame";
+
+    (void)controller.handleKey(Key::of(','), t0);
+    const Frame view = layoutScreen(controller, t0, 80, 24);
+    EXPECT_TRUE(contains(view.text(1), "Settings"));
+    EXPECT_TRUE(contains(view.text(2), "▸ permissionTimeoutSeconds"));
+    EXPECT_TRUE(contains(view.text(), "gating.paused                     [on]  true"));
+    EXPECT_TRUE(contains(view.text(), "quietMode                         [on]  true"));
+    EXPECT_TRUE(contains(view.text(), "How long a permission request is held"));
+    EXPECT_TRUE(contains(view.text(23), "Enter switch"));
+    (void)controller.handleKey(Key::special(Key::Kind::escape), t0);
+
+    (void)controller.handleKey(Key::of('x'), t0);
+    EXPECT_TRUE(contains(layoutScreen(controller, t0, 80, 24).text(23),
+                         "Forget Claude Code session web? It leaves the list"));
+}
+
 TEST_F(LayoutTest, DenyAndReplyLinesHelpAndQuitQuestion) {
     controller.setSessions({asking("git push --force")});
     (void)controller.handleKey(Key::of('n'), t0);

@@ -112,6 +112,7 @@ void ScreenController::setSettings(const TidewickSettings& settings) {
         denyKey_ = "n";
     }
     quickReplies_ = settings.quickReplies;
+    settings_ = settings;
 }
 
 std::optional<std::size_t> ScreenController::selectedIndex() const {
@@ -235,6 +236,25 @@ ScreenController::Outcome ScreenController::dispatch(const Key& key, Date now) {
         return browse(key, now);
     case Mode::help:
         mode_ = Mode::browse;
+        return Outcome::stay;
+    case Mode::settings: {
+        std::optional<ControlResult> said;
+        if (settingsView_->handleKey(key, settings_, *controls_, said) ==
+            SettingsView::Outcome::close) {
+            mode_ = Mode::browse;
+            settingsView_.reset();
+        }
+        if (said)
+            showResult(*said, now);
+        return Outcome::stay;
+    }
+    case Mode::confirmForget:
+        mode_ = Mode::browse;
+        if (key.kind == Key::Kind::character && (key.character == 'y' || key.character == 'Y'))
+            showResult(controls_->forget(*forgetKey_), now);
+        else
+            showMessage("Kept.", Tone::info, now);
+        forgetKey_.reset();
         return Outcome::stay;
     case Mode::confirmQuit:
         mode_ = Mode::browse;
@@ -433,6 +453,15 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
     case 'h':
         writeHandoff(now);
         break;
+    case 'p':
+        togglePause(now);
+        break;
+    case 'x':
+        startForget(now);
+        break;
+    case ',':
+        openSettings(now);
+        break;
     case 'e':
         askToEnd(now);
         break;
@@ -454,6 +483,48 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
         break;
     }
     return Outcome::stay;
+}
+
+void ScreenController::showResult(const ControlResult& result, Date now) {
+    showMessage(result.sentence, result.isDone() ? Tone::success : Tone::warning, now);
+}
+
+void ScreenController::togglePause(Date now) {
+    if (!controls_) {
+        showMessage("Pausing is not available here.", Tone::warning, now);
+        return;
+    }
+    const ControlResult result =
+        settings_.gating.paused ? controls_->resume() : controls_->pause(std::nullopt);
+    // Shown at once, before the settings file is read again.
+    if (result.isDone()) {
+        settings_.gating.paused = !settings_.gating.paused;
+        settings_.gating.pausedUntil.reset();
+    }
+    showResult(result, now);
+}
+
+void ScreenController::startForget(Date now) {
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (!controls_) {
+        showMessage("Forgetting sessions is not available here.", Tone::warning, now);
+        return;
+    }
+    forgetKey_ = session->key;
+    mode_ = Mode::confirmForget;
+}
+
+void ScreenController::openSettings(Date now) {
+    if (!controls_) {
+        showMessage("Settings are not available here.", Tone::warning, now);
+        return;
+    }
+    settingsView_.emplace();
+    mode_ = Mode::settings;
 }
 
 void ScreenController::returnToTop() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Key.h"
+#include "SettingsView.h"
 #include "QuestionForm.h"
 #include "foundation/Clock.h"
 #include "service/SessionActions.h"
@@ -44,6 +45,10 @@ public:
         question,
         /// The selected session's transcript (see transcript()).
         transcript,
+        /// The settings (see settingsView()).
+        settings,
+        /// Asked whether to forget the selected session (forgetTarget()).
+        confirmForget,
         /// Asked to confirm starting an agent or ending a session (see question()).
         confirmAction,
         /// Every usage-limit window and the sessions' token use (see usageReport()).
@@ -92,6 +97,18 @@ public:
     /// without one those keys say they are not available. `access` must outlive the
     /// controller.
     void setTranscriptAccess(TranscriptAccess* access) { transcripts_ = access; }
+    /// Where `p` pauses and resumes, `x` forgets a session and the settings view changes
+    /// settings; without one those keys say they are not available. `controls` must
+    /// outlive the controller.
+    void setControls(ApplicationControls* controls) { controls_ = controls; }
+    /// The settings view shown in Mode::settings; null otherwise.
+    [[nodiscard]] const SettingsView* settingsView() const {
+        return settingsView_ ? &*settingsView_ : nullptr;
+    }
+    /// The settings last given to setSettings().
+    [[nodiscard]] const TidewickSettings& settings() const { return settings_; }
+    /// The session Mode::confirmForget asks about.
+    [[nodiscard]] const std::optional<SessionKey>& forgetTarget() const { return forgetKey_; }
     /// The transcript shown in Mode::transcript; null otherwise.
     [[nodiscard]] const TranscriptView* transcript() const { return transcriptView_.get(); }
 
@@ -116,7 +133,7 @@ public:
     /// the status line ("No answer in Tidewick — asking in Codex"): the agent now asks in
     /// its own window.
     void setSessions(std::vector<Session> sessions, std::optional<Date> now = std::nullopt);
-    /// Takes the allow and deny keys and the quick replies. A key setting that is not
+    /// Takes the allow and deny keys, the quick replies and whether Tidewick is paused. A key setting that is not
     /// exactly one character keeps the default ("y", "n").
     void setSettings(const TidewickSettings& settings);
 
@@ -184,6 +201,11 @@ private:
     /// Opens the line of `mode` for the selected session, with its draft when there is one.
     void openLine(Mode mode);
     Outcome browse(const Key& key, Date now);
+    void togglePause(Date now);
+    void startForget(Date now);
+    void openSettings(Date now);
+    /// Shows what a control did: a success or, refused, a warning.
+    void showResult(const ControlResult& result, Date now);
     void reportTimeOuts(const std::vector<Session>& previous, Date now);
     void typeInto(const Key& key, Date now);
     void move(long rows);
@@ -238,6 +260,10 @@ private:
     std::string allowKey_ = "y";
     std::string denyKey_ = "n";
     TranscriptAccess* transcripts_ = nullptr;
+    ApplicationControls* controls_ = nullptr;
+    TidewickSettings settings_;
+    std::optional<SettingsView> settingsView_;
+    std::optional<SessionKey> forgetKey_;
     std::unique_ptr<TranscriptView> transcriptView_;
     /// The session whose transcript is shown.
     std::optional<SessionKey> transcriptKey_;

@@ -229,6 +229,54 @@ TEST_F(ScreenControllerTest, SelectionFollowsTheTopUntilMovedThenTheSession) {
     EXPECT_EQ(message(), "No session is selected.");
 }
 
+TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
+    controller.setSessions({makeSession("old", 0)});
+    type(U"p");
+    EXPECT_EQ(message(), "Pausing is not available here.");
+    RecordingControls controls;
+    controller.setControls(&controls);
+    type(U"pp");
+    EXPECT_FALSE(controller.settings().gating.paused);
+    type(U"xn");
+    EXPECT_EQ(message(), "Kept.");
+    type(U"x");
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::confirmForget);
+    type(U"y");
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+
+    // The settings view switches toggles and says how to change the rest.
+    type(U",");
+    ASSERT_NE(controller.settingsView(), nullptr);
+    type({enter});
+    EXPECT_EQ(message(),
+              "Change permissionTimeoutSeconds with `tidewick settings set "
+              "permissionTimeoutSeconds VALUE`.");
+    type({down, U'j', U'j', enter, end, enter, up, up, up, enter, up, U' ', escape});
+    EXPECT_EQ(controller.settingsView(), nullptr);
+    const std::vector<Call> expected = {
+        {"pause", {}, std::nullopt},
+        {"resume", {}, std::nullopt},
+        {"forget", {AgentKind::claude, "old"}, std::nullopt},
+        {"setting", {}, "gating.gateCommands.cursor=false"},
+        {"setting", {}, "checkForUpdates=true"},
+    };
+    EXPECT_EQ(controls.calls, expected);
+    EXPECT_EQ(message(), "Change launchAtLogin with `tidewick settings set launchAtLogin VALUE`.")
+        << "it installs a service: the command line sets it";
+    // A sound goes round to the next one, and the last one to none.
+    type({U',', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', enter,
+          down, down, enter, escape});
+    EXPECT_EQ(std::vector<Call>(controls.calls.end() - 2, controls.calls.end()),
+              (std::vector<Call>{{"setting", {}, "alertSounds.finished=buzz"},
+                                 {"setting", {}, "alertSounds.usageLimit=none"}}));
+
+    // A refusal is shown as a warning and changes nothing shown.
+    controls.result = ControlResult::refused("Tidewick couldn't read its settings.");
+    type(U"p");
+    EXPECT_FALSE(controller.settings().gating.paused);
+    EXPECT_EQ(controller.message(t0)->tone, ScreenController::Tone::warning);
+}
+
 TEST_F(ScreenControllerTest, QuitAsksFirstWhileRequestsAreHeld) {
     // With nothing held q quits at once: the terminal test presses it so.
     controller.setSessions({asking("a", 0)});

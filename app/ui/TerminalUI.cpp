@@ -419,6 +419,7 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                                          application.setTranscriptStep(key, step);
                                      });
     controller.setTranscriptAccess(&transcripts);
+    controller.setControls(&application);
     controller.setPaneSwitch(switchToTmuxPane);
     FileUsageAccess usage(UsageSources{application.paths().claudeLimitsFile(),
                                        TranscriptLocations::forHome(application.paths().home())});

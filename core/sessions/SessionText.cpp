@@ -61,6 +61,30 @@ std::string noReplyWaiting(std::string_view who) {
     return std::string(who) + " isn't waiting for a reply, so nothing was delivered.";
 }
 
+std::string forgotten(std::string_view who) {
+    return "Forgot " + std::string(who) + ".";
+}
+
+std::string forgetHeld(std::string_view who) {
+    return std::string(who) +
+           " holds a request for you, so Tidewick keeps it: answer the request first.";
+}
+
+std::string forgetWorking(std::string_view who, int quietMinutes) {
+    return std::string(who) + " is working, and its next event would bring it back: forget it " +
+           "once it is idle or ended, or after " + std::to_string(quietMinutes) +
+           " minutes without a word from it.";
+}
+
+std::string forgotAll(std::size_t forgotten, std::size_t kept) {
+    std::string sentence = "Erased the history: forgot " + std::to_string(forgotten) +
+                           (forgotten == 1 ? " session." : " sessions.");
+    if (kept > 0)
+        sentence += " Kept " + std::to_string(kept) +
+                    (kept == 1 ? " that holds a request" : " that hold requests") + " for you.";
+    return sentence;
+}
+
 std::string cannotContinueFromHere(AgentKind agent) {
     const std::string name(displayName(agent));
     return name + " can't be continued from Tidewick yet: reply in " + name + ".";
