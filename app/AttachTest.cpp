@@ -1,9 +1,10 @@
 // Interfaces attached to one headless application, each `tidewick app` in a
 // tmux pane of its own: a request held by the real hook command shows in every
-// one, an answer in one clears it from the others, closing an interface never
-// answers anything, an interface outlives the application going away, and
-// always allow and answers to questions go through the application alike from
-// an interface and from its notifications.
+// one (with the avatar and colours; its sound plays once, from the
+// application), an answer in one clears it from the others, closing an
+// interface never answers anything, an interface outlives the application
+// going away, and always allow and answers to questions go through the
+// application alike from an interface and from its notifications.
 #include "TidewickPrograms.h"
 #include "TmuxTestSupport.h"
 #include "ui/NotificationTestSupport.h"
@@ -49,18 +50,27 @@ TEST_F(Attach, AHeldRequestShowsInEveryInterfaceAndAnAnswerInOneClearsTheOthers)
         notifications.emplace(bus->address());
         run.setVariable("DBUS_SESSION_BUS_ADDRESS", bus->address());
     }
+    // And so do sounds: the application's player, which notes what it plays.
+    const std::string played = run.fakeSoundPlayer("paplay");
     ASSERT_TRUE(run.startApp());
     ASSERT_TRUE(openInterface("one"));
     ASSERT_TRUE(openInterface("two"));
 
     auto& hook = run.hook("claude", "PermissionRequest", permission);
-    for (const char* name : {"one", "two"})
-        ASSERT_TRUE(terminal.waitForAll(name, {"Run rm -rf build", "Waiting for you", "1 held"}));
+    for (const char* name : {"one", "two"}) {
+        // The avatar and the status colours (amber in 256 colours) as in the application's own.
+        ASSERT_TRUE(terminal.waitForAll(
+            name, {"Run rm -rf build", "Waiting for you", "1 held", "Needs you!", "1 needs you"}));
+        EXPECT_NE(terminal.styledScreen(name).find("38;5;214m"), std::string::npos);
+    }
     terminal.keys("one", {"y"});
     EXPECT_EQ(testing::TidewickPrograms::finished(hook), allowed);
     EXPECT_TRUE(terminal.waitForAll("one", {"Allowed: Run rm -rf build"}));
     EXPECT_TRUE(terminal.waitForGone("two", "Waiting for you"));
     EXPECT_TRUE(terminal.waitForGone("two", "1 held"));
+    EXPECT_TRUE(terminal.waitForGone("two", "Needs you!"));
+    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
 
     if (notifications) {
         ASSERT_TRUE(testing::eventually([&] { return notifications->closed.all().size() == 1; }))

@@ -36,7 +36,7 @@ _tidewick() {
     esac
     local words="--help"
     case ${COMP_WORDS[1]} in
-    app) words+=" --headless" ;;
+    app) words+=" --headless --no-color" ;;
     status | sessions | pending) words+=" --json" ;;
     usage) words+=" --json" ;;
     connect) words+=" --gate-commands --yes $agents" ;;

@@ -34,6 +34,7 @@ complete -c tidewick -n $top -a forget -d 'Remove an ended or idle session from 
 
 complete -c tidewick -s h -l help -d 'Print help'
 complete -c tidewick -n '__fish_seen_subcommand_from app' -l headless -d 'Run without the terminal interface'
+complete -c tidewick -n '__fish_seen_subcommand_from app' -l no-color -d 'Show the interface without colours'
 complete -c tidewick -n '__fish_seen_subcommand_from usage' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from status sessions pending' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -a "$agents"

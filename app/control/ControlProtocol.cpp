@@ -83,6 +83,7 @@ void writeJSON(JSONWriter& out, const Alert& alert) {
     out.member("informational", alert.informational);
     out.member("turnEnded", alert.turnEnded);
     out.member("alsoHeld", static_cast<std::int64_t>(alert.alsoHeld));
+    out.member("bell", alert.bell);
     out.endObject();
 }
 
@@ -93,7 +94,8 @@ bool readJSON(JSONReader& in, Alert& out) {
         in, M::required("kind", out.kind), M::required("session", out.session),
         M::required("title", out.title), M::optional("detail", out.detail),
         M::optional("requestId", out.requestId), M::lenient("informational", out.informational),
-        M::lenient("turnEnded", out.turnEnded), M::lenient("alsoHeld", alsoHeld));
+        M::lenient("turnEnded", out.turnEnded), M::lenient("alsoHeld", alsoHeld),
+        M::lenient("bell", out.bell));
     out.alsoHeld = static_cast<std::size_t>(std::max<std::int64_t>(alsoHeld, 0));
     return read;
 }

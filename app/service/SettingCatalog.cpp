@@ -74,6 +74,19 @@ template <AgentKind agent> Entry program(std::string_view name, std::string_view
             }};
 }
 
+template <Alert::Kind kind> Entry sound(std::string_view name, std::string_view about) {
+    return {name, Kind::sound, about,
+            [](const TidewickSettings& s) {
+                const auto chosen = s.alertSounds.find(kind);
+                return JSONValue(std::string(rawValue(
+                    chosen != s.alertSounds.end() ? chosen->second
+                                                  : TidewickSettings::defaultAlertSounds().at(kind))));
+            },
+            [](TidewickSettings& s, const JSONValue& v) {
+                s.alertSounds[kind] = *fromRaw<AlertSound>(*v.stringValue());
+            }};
+}
+
 std::vector<Entry> makeEntries() {
     return {
         seconds<&TidewickSettings::permissionTimeoutSeconds>(
@@ -110,6 +123,16 @@ std::vector<Entry> makeEntries() {
                                                 "A sound when a request starts waiting."),
         toggle<&TidewickSettings::quietMode>(
             "quietMode", "No sounds and no desktop notifications; the interface still shows all."),
+        sound<Alert::Kind::needsPermission>("alertSounds.needsPermission",
+                                             "The sound of a permission request."),
+        sound<Alert::Kind::waitingReply>("alertSounds.waitingReply",
+                                         "The sound of an agent waiting for your reply."),
+        sound<Alert::Kind::finished>("alertSounds.finished", "The sound of a finished turn."),
+        sound<Alert::Kind::error>("alertSounds.error", "The sound of an error."),
+        sound<Alert::Kind::usageLimit>("alertSounds.usageLimit",
+                                       "The sound of a usage window passing 90 %."),
+        toggle<&TidewickSettings::avatarEnabled>("avatarEnabled",
+                                                 "The avatar in the interface's header."),
         toggle<&TidewickSettings::alertChip>(
             "alertChip", "The number of held requests in the interface's top frame."),
         key<&TidewickSettings::allowKey>("allowKey",
@@ -235,6 +258,10 @@ JSONValue parsed(const Entry& entry, const TidewickSettings& settings, std::stri
         throw refuse();
     case Kind::program:
         return JSONValue(trimmed(text));
+    case Kind::sound:
+        if (fromRaw<AlertSound>(trimmed(text)))
+            return JSONValue(trimmed(text));
+        throw refuse();
     case Kind::texts:
         if (auto list = parseTexts(text)) {
             for (std::string& item : *list)
@@ -273,6 +300,12 @@ std::string SettingCatalog::takes(Kind kind) {
         return "a JSON array of texts that are not empty, such as [\"ls\",\"git status\"]";
     case Kind::program:
         return "a program's name or path (\"\" for none)";
+    case Kind::sound: {
+        std::string names;
+        for (AlertSound sound : allAlertSounds)
+            names += std::string(rawValue(sound)) + ", ";
+        return "one of " + names + "or none";
+    }
     }
     return {};
 }

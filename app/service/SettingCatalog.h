@@ -32,6 +32,8 @@ public:
         texts,
         /// A program's name or path; empty: none named.
         program,
+        /// One of the alert sounds, or none.
+        sound,
     };
 
     /// How a change treats the value.

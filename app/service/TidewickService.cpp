@@ -12,6 +12,7 @@
 #include "foundation/SerialQueue.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
+#include "presentation/SoundPlayer.h"
 #include "service/AlertThrottle.h"
 #include "service/SettingsEditor.h"
 #include "service/SettingsText.h"
@@ -100,6 +101,17 @@ Alert heldAlert(const PendingRequest& request, const SessionKey& key) {
     return alert;
 }
 
+// An agent that reports an error has usually stopped working: the user should know.
+Alert errorAlert(const AgentEvent& event, const SessionKey& key) {
+    Alert alert;
+    alert.kind = Alert::Kind::error;
+    alert.session = key;
+    alert.title = event.title.value_or(std::string(SessionText::error));
+    alert.detail = event.detail;
+    alert.informational = true;
+    return alert;
+}
+
 // Told when a turn ended with nobody replying, so the user still learns it is over.
 Alert finishedAlert(const SessionKey& key, const std::optional<std::string>& detail) {
     Alert alert;
@@ -166,6 +178,9 @@ struct TidewickService::State {
                                               TranscriptLocations::forHome(paths.home())}] {
                     return Usage::readAgents(sources, store.snapshot());
                 };
+        if (options.soundSearchPath)
+            sounds.emplace(SoundLibrary(paths.soundsDirectory()), *options.soundSearchPath,
+                           [this](const std::string& s) { report(s); });
     }
 
     void report(const std::string& sentence) const {
@@ -197,7 +212,12 @@ struct TidewickService::State {
         }
     }
 
-    void announce(const Alert& alert) {
+    // The application sounds the alert, once; the interfaces ring their bells only where
+    // it could not.
+    void announce(Alert alert) {
+        const AlertSound sound = settingsFile.current().soundFor(alert.kind);
+        alert.bell = sound != AlertSound::none &&
+                     (!sounds || sounds->play(sound) == SoundPlayer::Outcome::bell);
         std::shared_lock guard(watchersLock);
         for (const auto& [id, watcher] : watchers)
             if (watcher.alerted)
@@ -247,6 +267,7 @@ struct TidewickService::State {
     SessionStore store;
     DecisionBroker broker;
     SettingsFile settingsFile;
+    std::optional<SoundPlayer> sounds;
     ActivityLog activity;
     SessionPersistence persistence;
     AlertThrottle throttle;
@@ -463,6 +484,8 @@ HookResponse TidewickService::handle(const HookRequest& request,
         return holdForUser(*parsed, *adapter, request, settings, isClientGone);
     }
     record(parsed->event, request);
+    if (parsed->event.kind == EventKind::error)
+        raise(errorAlert(parsed->event, keyOf(parsed->event)));
     return answer(std::nullopt);
 }
 

@@ -74,6 +74,10 @@ public:
         double usageCheckSeconds = 15;
         /// Reads the usage figures; empty: Claude Code's and Codex's files under the home.
         UsageWatch::Reader readUsage;
+        /// Where the player programs of the alert sounds are looked for (a PATH value); the
+        /// service plays each alert's sound once, for every interface. Nothing: no sound is
+        /// played, and each alert that has one asks the interfaces for the bell instead.
+        std::optional<std::string> soundSearchPath;
     };
 
     /// A working session quiet for this long may be forgotten: its agent is likely gone.

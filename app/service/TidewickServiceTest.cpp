@@ -36,8 +36,12 @@ protected:
     ~TidewickServiceTest() override { service.reset(); }
 
     /// A service on the test's home and clock whose alerts and problems the test collects.
-    std::unique_ptr<TidewickService> make(double throttleSeconds = 0) {
+    /// Without `soundSearchPath` no sound can play: every alert that has one asks for the
+    /// bell.
+    std::unique_ptr<TidewickService> make(double throttleSeconds = 0,
+                                          std::optional<std::string> soundSearchPath = {}) {
         TidewickService::Options options;
+        options.soundSearchPath = std::move(soundSearchPath);
         options.clock = clock.clock();
         options.alertThrottleSeconds = throttleSeconds;
         options.saveDelaySeconds = 0.05;
@@ -124,9 +128,14 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(status(claudeKey), SessionStatus::needsPermission);
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
     EXPECT_EQ(alertsSoFar(1),
-              (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
-                                   request.detail, request.id, false, false, 0, true}}))
-        << "always allow is offered for a shell command";
+              (std::vector<Alert>{{.kind = Alert::Kind::needsPermission,
+                                   .session = claudeKey,
+                                   .title = request.title,
+                                   .detail = request.detail,
+                                   .requestId = request.id,
+                                   .canAlwaysAllow = true,
+                                   .bell = true}}))
+        << "always allow is offered for a shell command; no sound can play: the bell";
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
 
@@ -158,8 +167,13 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 3600));
     EXPECT_EQ(status(claudeKey), SessionStatus::waitingReply);
     EXPECT_EQ(alertsSoFar(4).back(),
-              (Alert{Alert::Kind::waitingReply, claudeKey, "Finished the turn", "All done.",
-                     request.id, false, true}));
+              (Alert{.kind = Alert::Kind::waitingReply,
+                     .session = claudeKey,
+                     .title = "Finished the turn",
+                     .detail = "All done.",
+                     .requestId = request.id,
+                     .turnEnded = true,
+                     .bell = true}));
     EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
     // The reply's exact answer is checked through the socket below.
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
@@ -259,8 +273,7 @@ TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
     // The change handler answers before the connection's thread has begun to wait; an
     // alert handler that fails meanwhile is reported and changes nothing.
     writeSettings(R"({"permissionTimeoutSeconds": 5})");
-    (void)service->watch(
-        {.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
+    (void)service->watch({.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
     std::atomic<bool> delivered = false;
     (void)service->watch({.changed = [&](const StoreChange& change) {
         if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
@@ -316,8 +329,12 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     EXPECT_TRUE(inTimeline(claudeKey, "No reply — it stopped"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
-    EXPECT_EQ(alertsSoFar(4).back(), (Alert{Alert::Kind::finished, claudeKey, "Finished",
-                                            "All done.", std::nullopt, false, false}));
+    EXPECT_EQ(alertsSoFar(4).back(), (Alert{.kind = Alert::Kind::finished,
+                                            .session = claudeKey,
+                                            .title = "Finished",
+                                            .detail = "All done.",
+                                            .requestId = std::nullopt,
+                                            .bell = true}));
     ASSERT_EQ(service->pendingRequests().size(), 1u);
     EXPECT_TRUE(service->answerPermission(cursorKey, Answer::deny));
     EXPECT_EQ(
@@ -382,9 +399,23 @@ TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
     }
     EXPECT_TRUE(service->pendingRequests().empty() && alertsSoFar().empty());
     EXPECT_TRUE(inTimeline(cursorKey, "Allowed (read-only): ls -la"));
+
+    // Nothing to hold in an error either, but the user hears of it.
+    HookRequest failed = cursorShell("", "c-3");
+    failed.event = "stop";
+    failed.payload = JSONValue::parse(R"({"hook_event_name":"stop","conversation_id":"c-3",)"
+                                      R"("status":"error","workspace_roots":["/w"]})");
+    EXPECT_EQ(handleNow(failed), (HookOutput{"{}", 0}));
+    EXPECT_EQ(alertsSoFar(1), (std::vector<Alert>{{.kind = Alert::Kind::error,
+                                                   .session = {AgentKind::cursor, "c-3"},
+                                                   .title = "The agent hit an error",
+                                                   .detail = std::nullopt,
+                                                   .requestId = std::nullopt,
+                                                   .informational = true,
+                                                   .bell = true}}));
     EXPECT_TRUE(inTimeline(claudeKey, "Finished the turn"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
-    EXPECT_EQ(service->sessions().size(), 2u);
+    EXPECT_EQ(service->sessions().size(), 3u);
 }
 
 TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
@@ -442,6 +473,38 @@ TEST_F(TidewickServiceTest, ABurstRaisesOneAlertAndWhatItHeldBackIsAnnouncedWhen
     EXPECT_TRUE(service->answerPermission(claudeKey, SessionActions::Answer::allow));
     EXPECT_TRUE(service->letStop(claudeKey));
     (void)cursor.get(), (void)permission.get(), (void)stop.get();
+}
+
+TEST_F(TidewickServiceTest, TheApplicationSoundsEachAlertOnceOrAsksForTheBell) {
+    // A stand-in player that notes what it plays.
+    const std::string players = File::join(home.path(), "players");
+    const std::string played = File::join(home.path(), "played");
+    File::makeDirectories(players, 0700);
+    File::writeAtomically(File::join(players, "paplay"),
+                          "#!/bin/sh\necho \"$*\" >> '" + played + "'\n", 0700);
+    service = make(0, players);
+    // Silent ones first: whatever they wrongly played would show among the lines below.
+    // With a player at hand no alert asks for the bell, sounded or not.
+    const std::vector<std::string> settings = {R"({"quietMode": true})",
+                                               R"({"alertSounds": {"error": "none"}})", "{}",
+                                               R"({"alertSounds": {"error": "chime"}})"};
+    for (std::size_t i = 0; i < settings.size(); ++i) {
+        SCOPED_TRACE(settings[i]);
+        writeSettings(settings[i]);
+        HookRequest failed = cursorShell("", "c-" + std::to_string(i));
+        failed.event = "stop";
+        failed.payload = JSONValue::parse(R"({"hook_event_name":"stop","status":"error",)"
+                                          R"("conversation_id":"c-)" +
+                                          std::to_string(i) + R"(","workspace_roots":["/w"]})");
+        (void)handleNow(failed);
+        const std::vector<Alert> raised = alertsSoFar(i + 1);
+        ASSERT_EQ(raised.size(), i + 1);
+        EXPECT_FALSE(raised.back().bell);
+    }
+    const std::string sounds = paths.soundsDirectory();
+    EXPECT_TRUE(eventually(
+        [&] { return File::exists(played) && std::ranges::count(File::read(played), '\n') >= 2; }));
+    EXPECT_EQ(File::read(played), sounds + "/buzz.wav\n" + sounds + "/chime.wav\n");
 }
 
 TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {

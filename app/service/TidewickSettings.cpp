@@ -61,6 +61,23 @@ const std::vector<std::string>& TidewickSettings::defaultQuickReplies() {
     return replies;
 }
 
+const std::map<Alert::Kind, AlertSound>& TidewickSettings::defaultAlertSounds() {
+    static const std::map<Alert::Kind, AlertSound> sounds = {
+        {Alert::Kind::needsPermission, AlertSound::knock},
+        {Alert::Kind::waitingReply, AlertSound::question},
+        {Alert::Kind::finished, AlertSound::chime},
+        {Alert::Kind::error, AlertSound::buzz},
+        {Alert::Kind::usageLimit, AlertSound::pulse}};
+    return sounds;
+}
+
+AlertSound TidewickSettings::soundFor(Alert::Kind kind) const {
+    if (!soundEnabled || quietMode)
+        return AlertSound::none;
+    const auto chosen = alertSounds.find(kind);
+    return chosen != alertSounds.end() ? chosen->second : defaultAlertSounds().at(kind);
+}
+
 void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.beginObject();
     out.member("permissionTimeoutSeconds", settings.permissionTimeoutSeconds);
@@ -70,8 +87,10 @@ void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.member("systemNotificationsEnabled", settings.systemNotificationsEnabled);
     out.member("glowEnabled", settings.glowEnabled);
     out.member("soundEnabled", settings.soundEnabled);
+    out.member("alertSounds", settings.alertSounds);
     out.member("quietMode", settings.quietMode);
     out.member("alertChip", settings.alertChip);
+    out.member("avatarEnabled", settings.avatarEnabled);
     out.member("allowKey", settings.allowKey);
     out.member("denyKey", settings.denyKey);
     out.member("launchAtLogin", settings.launchAtLogin);
@@ -93,6 +112,7 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     std::optional<std::vector<JSONValue>> replies;
     std::optional<std::string> allowKey;
     std::optional<std::string> denyKey;
+    std::optional<std::map<std::string, JSONValue>> sounds;
     std::optional<JSONValue> agentCommands;
     using M = JSONMember;
     const bool isObject = readObject(
@@ -101,7 +121,8 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
         M::lenient("quickReplies", replies),
         M::lenient("systemNotificationsEnabled", out.systemNotificationsEnabled),
         M::lenient("glowEnabled", out.glowEnabled), M::lenient("soundEnabled", out.soundEnabled),
-        M::lenient("quietMode", out.quietMode), M::lenient("alertChip", out.alertChip),
+        M::lenient("alertSounds", sounds), M::lenient("quietMode", out.quietMode),
+        M::lenient("alertChip", out.alertChip), M::lenient("avatarEnabled", out.avatarEnabled),
         M::lenient("allowKey", allowKey), M::lenient("denyKey", denyKey),
         M::lenient("launchAtLogin", out.launchAtLogin),
         M::lenient("checkForUpdates", out.checkForUpdates),
@@ -117,6 +138,16 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     applySeconds(replySeconds, out.replyTimeoutSeconds);
     applyKey(allowKey, out.allowKey);
     applyKey(denyKey, out.denyKey);
+    // One mistyped sound keeps its kind's default rather than silencing the others.
+    if (sounds)
+        for (const auto& [kind, sound] : *sounds) {
+            const std::optional<Alert::Kind> alertKind = fromRaw<Alert::Kind>(kind);
+            const std::string* name = sound.stringValue();
+            const std::optional<AlertSound> chosen =
+                name ? fromRaw<AlertSound>(*name) : std::nullopt;
+            if (alertKind && chosen)
+                out.alertSounds[*alertKind] = *chosen;
+        }
     // Entries that are not texts are skipped, here and in the lists below.
     if (agentCommands && agentCommands->isObject())
         for (const auto& [agent, program] : *agentCommands->objectPairs())

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <map>
 
 namespace tidewick {
 
@@ -42,6 +43,13 @@ public:
         const int textWidth = std::min(DisplayText::width(text), left());
         spaces(left() - textWidth, Style::plain, reverse);
         return add(text, style, reverse);
+    }
+
+    /// Appends the segments of `line`, each cut to what is left.
+    LineBuilder& append(const FrameLine& line) {
+        for (const Segment& segment : line)
+            add(segment.text, segment.style, segment.reverse);
+        return *this;
     }
 
     LineBuilder& spaces(int count, Style style = Style::plain, bool reverse = false) {
@@ -450,7 +458,7 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {"u", "show every usage-limit window and the sessions' token use"},
         {"p  x  ,", std::string(controller.settings().gating.paused ? "resume" : "pause") +
                         " · forget the selected session (asks first) · settings"},
-        {"Esc  ?", "cancel the line you are typing · show these keys"},
+        {"Tab  Esc  ?", "go where the banner points · cancel the line you are typing · show keys"},
         {"q", controller.quitting() == ScreenController::Quitting::endsHeldRequests
                   ? "quit (asks first while requests are held)"
                   : "close this window; Tidewick keeps running and holding requests"},
@@ -675,7 +683,131 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
     return line.finish();
 }
 
+/// The banner over the top line: the whole width in the banner's colours.
+FrameLine bannerLine(const ScreenController::Banner& banner, int width) {
+    LineBuilder line(width);
+    line.add(DisplayText::pad(" ● " + DisplayText::singleLine(banner.text), width), Style::banner);
+    return line.finish();
+}
+
+/// The rows the avatar takes in the header of a screen this size: none without an avatar or
+/// over the list of keys, and none where the sessions would lose too much room to it.
+int avatarRows(const ScreenController& controller, const LayoutOptions& options, int width,
+               int height) {
+    // The list of keys needs every row it can get.
+    if (!options.avatar || width < minimumWidth ||
+        controller.mode() == ScreenController::Mode::help)
+        return 0;
+    const int rows = static_cast<int>(options.avatar->height());
+    return height - rows >= minimumHeight + 4 ? rows : 0;
+}
+
+AvatarPose poseAt(const ScreenController& controller, Date now, const LayoutOptions& options) {
+    return choosePose(controller.sessions(), now, options.awakeSince,
+                      options.avatar->sleepAfterSeconds);
+}
+
+std::vector<FrameLine> figureLines(const AvatarDefinition& avatar, AvatarPose pose, Date now) {
+    const AvatarDefinition::Frame& frame = avatar.frameAt(pose, now);
+    std::vector<FrameLine> lines;
+    for (std::size_t row = 0; row < avatar.height(); ++row) {
+        LineBuilder line(avatar.width());
+        if (row < frame.size())
+            line.add(frame[row], styleFor(pose));
+        lines.push_back(line.finish());
+    }
+    return lines;
+}
+
+/// Who the avatar is looking at: the first session (in screen order, the most urgent) in
+/// its pose, and what it is about.
+std::string focusText(const ScreenController& controller, AvatarPose pose) {
+    for (const Session& session : controller.sessions()) {
+        if (poseOf(session) != pose)
+            continue;
+        std::string what(label(session.status));
+        if (!session.pending.empty())
+            what = session.pending.front().title;
+        else if (session.currentAction && !session.currentAction->empty())
+            what = *session.currentAction;
+        return Screen::who(session) + " — " + DisplayText::singleLine(what);
+    }
+    return "";
+}
+
+/// "2 need you · 1 working · 3 idle": the sessions that are not over, by pose.
+std::string countsText(const ScreenController& controller) {
+    std::map<AvatarPose, int> counts;
+    for (const Session& session : controller.sessions())
+        if (std::optional<AvatarPose> pose = poseOf(session))
+            ++counts[*pose];
+    std::string text;
+    for (const auto& [pose, count] : counts) {
+        std::string what;
+        switch (pose) {
+        case AvatarPose::needsYou:
+            what = count == 1 ? "needs you" : "need you";
+            break;
+        case AvatarPose::error:
+            what = count == 1 ? "error" : "errors";
+            break;
+        default:
+            what = std::string(rawValue(pose));
+            break;
+        }
+        text += (text.empty() ? "" : " · ") + std::to_string(count) + " " + what;
+    }
+    return text;
+}
+
+std::vector<FrameLine> avatarBand(const ScreenController& controller, Date now, int width,
+                                  const LayoutOptions& options) {
+    const AvatarPose pose = poseAt(controller, now, options);
+    const std::vector<FrameLine> figure = figureLines(*options.avatar, pose, now);
+    const std::string texts[] = {options.avatar->pose(pose).expression,
+                                 pose == AvatarPose::sleeping ? "" : focusText(controller, pose),
+                                 countsText(controller)};
+    const Style styles[] = {styleFor(pose), Style::plain, Style::dim};
+    std::vector<FrameLine> lines;
+    for (std::size_t row = 0; row < figure.size(); ++row) {
+        LineBuilder line(width);
+        line.append(figure[row]).spaces(2);
+        if (row < std::size(texts))
+            line.add(DisplayText::singleLine(texts[row]), styles[row]);
+        lines.push_back(line.finish());
+    }
+    return lines;
+}
+
 } // namespace
+
+Style styleFor(AvatarPose pose) {
+    switch (pose) {
+    case AvatarPose::needsYou:
+        return Style::needsPermission;
+    case AvatarPose::error:
+        return Style::error;
+    case AvatarPose::working:
+        return Style::working;
+    case AvatarPose::finished:
+        return Style::finished;
+    case AvatarPose::idle:
+        return Style::idle;
+    case AvatarPose::sleeping:
+        return Style::dim;
+    }
+    return Style::plain;
+}
+
+std::optional<AvatarCells> layoutAvatar(const ScreenController& controller, Date now, int width,
+                                        int height, const LayoutOptions& options) {
+    if (width < minimumWidth || height < minimumHeight ||
+        avatarRows(controller, options, width, height) == 0)
+        return std::nullopt;
+    const AvatarPose pose = poseAt(controller, now, options);
+    // Inside the frame's left border ("│ "), below the top line.
+    return AvatarCells{1, 2, pose, figureLines(*options.avatar, pose, now)};
+}
 
 Style styleFor(SessionStatus status) {
     switch (status) {
@@ -735,17 +867,24 @@ Frame layoutScreen(const ScreenController& controller, Date now, int width, int 
 
     const Style border = controller.isGlowing() ? Style::glow : Style::frame;
     const int inner = width - 4;
+    const int band = avatarRows(controller, options, width, height);
     // The agents' usage limits head the session list when there are figures.
     std::optional<FrameLine> header;
     if (controller.mode() != ScreenController::Mode::usage && !controller.transcript())
         header = usageHeader(controller.usage(), now, inner);
-    // Fixed rows: top rule, headings, separator, bottom rule, status line.
-    const int interior = height - 5 - (header ? 1 : 0);
+    // Fixed rows: top rule, avatar, usage, headings, separator, bottom rule, status line.
+    const int interior = height - 5 - band - (header ? 1 : 0);
     const int sessionCount = static_cast<int>(controller.sessions().size());
     const int listRows = std::clamp(sessionCount, 1, std::max(3, interior * 2 / 5));
     const int detailRows = interior - listRows;
 
-    frame.lines.push_back(topRule(controller, width, border, options));
+    if (const std::optional<ScreenController::Banner> banner = controller.banner())
+        frame.lines.push_back(bannerLine(*banner, width));
+    else
+        frame.lines.push_back(topRule(controller, width, border, options));
+    if (band > 0)
+        for (FrameLine& line : avatarBand(controller, now, inner, options))
+            frame.lines.push_back(framed(std::move(line), border));
     if (header)
         frame.lines.push_back(framed(std::move(*header), border));
     if (const UsageReport* report = controller.usageReport()) {

@@ -74,6 +74,13 @@ public:
     /// How long a status message stays.
     static constexpr double messageSeconds = 6;
 
+    /// A held request the user has not seen, announced on the top line.
+    struct Banner {
+        SessionKey session;
+        /// "Claude Code · webshop needs permission — Tab to go there".
+        std::string text;
+    };
+
     /// Decisions go to `actions`, which must outlive the controller.
     explicit ScreenController(SessionActions& actions,
                               Quitting quitting = Quitting::endsHeldRequests);
@@ -130,7 +137,9 @@ public:
     /// exactly one character keeps the default ("y", "n").
     void setSettings(const TidewickSettings& settings);
 
-    /// Handles one key at `now`; Outcome::quit when the UI should end.
+    /// Handles one key at `now`; Outcome::quit when the UI should end. Tab goes to the
+    /// session of the banner, whatever the mode; a line being typed is kept for when that
+    /// request is answered again.
     [[nodiscard]] Outcome handleKey(const Key& key, Date now);
 
     /// Shows `text` on the status line for messageSeconds.
@@ -166,8 +175,31 @@ public:
     [[nodiscard]] const std::vector<std::string>& quickReplies() const { return quickReplies_; }
     [[nodiscard]] const std::string& allowKey() const { return allowKey_; }
     [[nodiscard]] const std::string& denyKey() const { return denyKey_; }
+    /// The newest request held while the user was reading another session (one they moved
+    /// to), typing or reading the keys, until they go there (Tab, or selecting its session)
+    /// or it is no longer held. Requests already held when the interface starts, or while
+    /// the selection follows the top row, take their turn in the list: no banner.
+    [[nodiscard]] std::optional<Banner> banner() const;
+    /// When the user last pressed a key; nothing before the first.
+    [[nodiscard]] std::optional<Date> lastKeyAt() const { return lastKeyAt_; }
 
 private:
+    /// A line being typed when the user left it with Tab.
+    struct Draft {
+        SessionKey session;
+        Mode mode = Mode::reply;
+        std::string text;
+    };
+
+    Outcome dispatch(const Key& key, Date now);
+    /// Keeps the selection on the same session once the user has moved it (see setSessions).
+    void keepSelection();
+    void noteNewRequests(const std::vector<Session>& previous);
+    /// Drops banners for requests no longer held or for the session now in view.
+    void forgetSeen();
+    void goToBanner(Date now);
+    /// Opens the line of `mode` for the selected session, with its draft when there is one.
+    void openLine(Mode mode);
     Outcome browse(const Key& key, Date now);
     void togglePause(Date now);
     void startForget(Date now);
@@ -218,6 +250,12 @@ private:
     std::optional<Message> message_;
     std::set<UUID> glowing_;
     std::size_t heldCount_ = 0;
+    /// Requests not yet seen, oldest first, with their sessions.
+    std::vector<std::pair<SessionKey, UUID>> unseen_;
+    /// Whether sessions have been set once: what is held then is not news.
+    bool hasSessions_ = false;
+    std::optional<Draft> draft_;
+    std::optional<Date> lastKeyAt_;
     std::vector<std::string> quickReplies_ = TidewickSettings::defaultQuickReplies();
     std::string allowKey_ = "y";
     std::string denyKey_ = "n";

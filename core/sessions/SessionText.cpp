@@ -16,6 +16,11 @@ std::string allowedReadOnly(const std::optional<std::string>& command) {
     return "Allowed (read-only): " + command.value_or("command");
 }
 
+std::string asksFor(std::string_view who, PendingKind kind) {
+    return std::string(who) +
+           (kind == PendingKind::permission ? " needs permission" : " is waiting for your reply");
+}
+
 std::string nowAllowsPrefix(std::string_view prefix) {
     return "Tidewick now allows commands starting with \"" + std::string(prefix) +
            "\" without asking";
@@ -48,7 +53,8 @@ std::string alsoWaiting(std::size_t count) {
 }
 
 std::string noPermissionRequest(std::string_view who) {
-    return std::string(who) + " has no permission request waiting, so the decision was not delivered.";
+    return std::string(who) +
+           " has no permission request waiting, so the decision was not delivered.";
 }
 
 std::string noReplyWaiting(std::string_view who) {

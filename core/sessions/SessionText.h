@@ -3,6 +3,7 @@
 #pragma once
 
 #include "events/AgentKind.h"
+#include "sessions/PendingRequest.h"
 
 #include <cstddef>
 #include <optional>
@@ -52,6 +53,10 @@ inline constexpr std::string_view permissionNeeded = "Permission needed";
 inline constexpr std::string_view finished = "Finished";
 inline constexpr std::string_view waitingForYou = "Waiting for you";
 inline constexpr std::string_view waitingForReply = "Waiting for your reply";
+
+/// What a held request of `kind` asks of the user, said of `who` ("Claude Code · webshop"):
+/// "... needs permission" or "... is waiting for your reply".
+[[nodiscard]] std::string asksFor(std::string_view who, PendingKind kind);
 
 /// "+1 more request waiting", "+3 more requests waiting": a burst announced as one.
 [[nodiscard]] std::string alsoWaiting(std::size_t count);
