@@ -196,11 +196,10 @@ TEST_F(Attach, PauseForgetAndSettingsFromAnAttachedInterface) {
     ASSERT_TRUE(terminal.waitForAll("one", {"Forgot Cursor session cur-1.", "0 sessions"}));
     EXPECT_TRUE(run.listing("sessions").arrayValue()->empty());
 
-    // quietMode is the sixteenth setting.
+    // quietMode is the eleventh setting.
     terminal.keys("one", {","});
     ASSERT_TRUE(terminal.waitForAll("one", {"Settings", "▸ permissionTimeoutSeconds"}));
-    terminal.keys("one", {"j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "j",
-                          "j", "Enter"});
+    terminal.keys("one", {"j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "Enter"});
     ASSERT_TRUE(terminal.waitForAll("one", {"Set quietMode to true.", "[on]  true"}));
     const JSONValue settings =
         JSONValue::parse(File::read(TidewickPaths(run.home()).settingsFile()));

@@ -34,32 +34,29 @@ bool isTrue(const JSONValue& value) {
 }
 
 // Captureless lambdas: one getter and one setter per member, side by side.
-template <bool TidewickSettings::*member>
-Entry toggle(std::string_view name, std::string_view about) {
+template <bool TidewickSettings::*member> Entry toggle(std::string_view name, std::string_view about) {
     return {name, Kind::toggle, about,
             [](const TidewickSettings& s) { return JSONValue::boolean(s.*member); },
             [](TidewickSettings& s, const JSONValue& v) { s.*member = isTrue(v); }};
 }
-template <double TidewickSettings::*member>
-Entry seconds(std::string_view name, std::string_view about) {
+template <double TidewickSettings::*member> Entry seconds(std::string_view name, std::string_view about) {
     return {name, Kind::seconds, about,
             [](const TidewickSettings& s) { return JSONValue::real(s.*member); },
             [](TidewickSettings& s, const JSONValue& v) { s.*member = *v.doubleValue(); }};
 }
-template <std::string TidewickSettings::*member>
-Entry key(std::string_view name, std::string_view about) {
-    return {name, Kind::key, about, [](const TidewickSettings& s) { return JSONValue(s.*member); },
+template <std::string TidewickSettings::*member> Entry key(std::string_view name, std::string_view about) {
+    return {name, Kind::key, about,
+            [](const TidewickSettings& s) { return JSONValue(s.*member); },
             [](TidewickSettings& s, const JSONValue& v) { s.*member = *v.stringValue(); }};
 }
 template <AgentKind agent> Entry gate(std::string_view name, std::string_view about) {
-    return {
-        name, Kind::toggle, about,
-        [](const TidewickSettings& s) {
-            const auto found = s.gating.gateCommands.find(agent);
-            // Missing from the map means gated.
-            return JSONValue::boolean(found == s.gating.gateCommands.end() || found->second);
-        },
-        [](TidewickSettings& s, const JSONValue& v) { s.gating.gateCommands[agent] = isTrue(v); }};
+    return {name, Kind::toggle, about,
+            [](const TidewickSettings& s) {
+                const auto found = s.gating.gateCommands.find(agent);
+                // Missing from the map means gated.
+                return JSONValue::boolean(found == s.gating.gateCommands.end() || found->second);
+            },
+            [](TidewickSettings& s, const JSONValue& v) { s.gating.gateCommands[agent] = isTrue(v); }};
 }
 
 template <AgentKind agent> Entry program(std::string_view name, std::string_view about) {
@@ -77,17 +74,16 @@ template <AgentKind agent> Entry program(std::string_view name, std::string_view
             }};
 }
 
-template <Alert::Kind alert> Entry sound(std::string_view name, std::string_view about) {
+template <Alert::Kind kind> Entry sound(std::string_view name, std::string_view about) {
     return {name, Kind::sound, about,
             [](const TidewickSettings& s) {
-                const auto found = s.alertSounds.find(alert);
-                return JSONValue(
-                    std::string(rawValue(found != s.alertSounds.end()
-                                             ? found->second
-                                             : TidewickSettings::defaultAlertSounds().at(alert))));
+                const auto chosen = s.alertSounds.find(kind);
+                return JSONValue(std::string(rawValue(
+                    chosen != s.alertSounds.end() ? chosen->second
+                                                  : TidewickSettings::defaultAlertSounds().at(kind))));
             },
             [](TidewickSettings& s, const JSONValue& v) {
-                s.alertSounds[alert] = *fromRaw<AlertSound>(*v.stringValue());
+                s.alertSounds[kind] = *fromRaw<AlertSound>(*v.stringValue());
             }};
 }
 
@@ -123,23 +119,22 @@ std::vector<Entry> makeEntries() {
             "systemNotificationsEnabled", "Desktop notifications for requests that wait for you."),
         toggle<&TidewickSettings::glowEnabled>(
             "glowEnabled", "The interface's frame lights up while a new request waits."),
-        toggle<&TidewickSettings::soundEnabled>(
-            "soundEnabled", "Alert sounds, played once by the application (else the bell)."),
-        sound<Alert::Kind::needsPermission>("alertSounds.needsPermission",
-                                            "The sound of a permission request."),
-        sound<Alert::Kind::waitingReply>("alertSounds.waitingReply",
-                                         "The sound of an agent waiting for your reply."),
-        sound<Alert::Kind::finished>("alertSounds.finished",
-                                     "The sound of a turn that ended unanswered."),
-        sound<Alert::Kind::error>("alertSounds.error", "The sound of an agent's error."),
-        sound<Alert::Kind::usageLimit>("alertSounds.usageLimit",
-                                       "The sound of a usage limit past 90 %."),
+        toggle<&TidewickSettings::soundEnabled>("soundEnabled",
+                                                "A sound when a request starts waiting."),
         toggle<&TidewickSettings::quietMode>(
             "quietMode", "No sounds and no desktop notifications; the interface still shows all."),
+        sound<Alert::Kind::needsPermission>("alertSounds.needsPermission",
+                                             "The sound of a permission request."),
+        sound<Alert::Kind::waitingReply>("alertSounds.waitingReply",
+                                         "The sound of an agent waiting for your reply."),
+        sound<Alert::Kind::finished>("alertSounds.finished", "The sound of a finished turn."),
+        sound<Alert::Kind::error>("alertSounds.error", "The sound of an error."),
+        sound<Alert::Kind::usageLimit>("alertSounds.usageLimit",
+                                       "The sound of a usage window passing 90 %."),
+        toggle<&TidewickSettings::avatarEnabled>("avatarEnabled",
+                                                 "The avatar in the interface's header."),
         toggle<&TidewickSettings::alertChip>(
             "alertChip", "The number of held requests in the interface's top frame."),
-        toggle<&TidewickSettings::avatarEnabled>("avatarEnabled",
-                                                 "The animated avatar in the interface's header."),
         key<&TidewickSettings::allowKey>("allowKey",
                                          "The interface's key that allows a permission request."),
         key<&TidewickSettings::denyKey>("denyKey",
@@ -306,10 +301,10 @@ std::string SettingCatalog::takes(Kind kind) {
     case Kind::program:
         return "a program's name or path (\"\" for none)";
     case Kind::sound: {
-        std::string names = "none";
+        std::string names;
         for (AlertSound sound : allAlertSounds)
-            names += ", " + std::string(rawValue(sound));
-        return "one of " + names;
+            names += std::string(rawValue(sound)) + ", ";
+        return "one of " + names + "or none";
     }
     }
     return {};
@@ -337,9 +332,8 @@ bool SettingCatalog::apply(TidewickSettings& settings, std::string_view name,
     if (entry->kind == Kind::key) {
         const std::string_view other = name == "allowKey" ? settings.denyKey : settings.allowKey;
         if (*next.stringValue() == other)
-            throw Refused(std::string(name) +
-                          " takes a key the other of allowKey and denyKey "
-                          "does not use, not \"" +
+            throw Refused(std::string(name) + " takes a key the other of allowKey and denyKey "
+                                              "does not use, not \"" +
                           std::string(value) + "\".");
     }
     const bool differs = entry->get(settings) != next;

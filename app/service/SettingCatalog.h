@@ -32,7 +32,7 @@ public:
         texts,
         /// A program's name or path; empty: none named.
         program,
-        /// An alert sound's name, or "none".
+        /// One of the alert sounds, or none.
         sound,
     };
 

@@ -67,11 +67,10 @@ TEST(SettingCatalog, AppliesWhatFitsAndRefusesTheRestNamingTheSettingAndWhatItTa
         {"quickReplies", R"(["Go on.", 3])", Change::set, "quickReplies takes a JSON array", true},
         {"quickReplies", "Go on.", Change::add, "\"Explain what you changed.\", \"Go on.\""},
         {"quietMode", "x", Change::add, "quietMode is not a list", true},
-        {"alertSounds.finished", " none", Change::set, "\"none\""},
-        {"alertSounds.error", "chime", Change::set, "\"chime\""},
-        {"alertSounds.error", "loud", Change::set,
-         "alertSounds.error takes one of none, knock, question, chime, buzz, pulse, not", true},
-        {"avatarEnabled", "off", Change::set, "false"},
+        {"alertSounds.finished", " buzz ", Change::set, "\"buzz\""},
+        {"alertSounds.usageLimit", "none", Change::set, "\"none\""},
+        {"alertSounds.error", "beep", Change::set,
+         "alertSounds.error takes one of knock, question, chime, buzz, pulse, or none", true},
         {"volume", "3", Change::set, "Tidewick has no setting \"volume\".", true},
     };
     for (const Row& row : rows) {

@@ -458,7 +458,7 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {"u", "show every usage-limit window and the sessions' token use"},
         {"p  x  ,", std::string(controller.settings().gating.paused ? "resume" : "pause") +
                         " · forget the selected session (asks first) · settings"},
-        {"Tab Esc ?", "go where the banner points · cancel your line · show these keys"},
+        {"Tab  Esc  ?", "go where the banner points · cancel the line you are typing · show keys"},
         {"q", controller.quitting() == ScreenController::Quitting::endsHeldRequests
                   ? "quit (asks first while requests are held)"
                   : "close this window; Tidewick keeps running and holding requests"},
