@@ -12,7 +12,6 @@
 #include "transcripts/TranscriptText.h"
 #include "transcripts/Transcripts.h"
 
-#include <ctime>
 #include <memory>
 
 namespace tidewick {
@@ -52,14 +51,7 @@ Transcript readTranscript(AppContext& context, const Session& session) {
 }
 
 std::string clockTime(const std::optional<Date>& date) {
-    if (!date)
-        return std::string(8, ' ');
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(*date);
-    std::tm local{};
-    ::localtime_r(&seconds, &local);
-    char text[16];
-    std::strftime(text, sizeof text, "%H:%M:%S", &local);
-    return text;
+    return date ? formatDate(*date, "%H:%M:%S", TimeZone::local) : std::string(8, ' ');
 }
 
 // `text` with every line after the first indented to `indent` columns.

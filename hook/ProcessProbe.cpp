@@ -1,44 +1,20 @@
 #include "ProcessProbe.h"
 
-#include "foundation/FileDescriptor.h"
-#include "foundation/IO.h"
-#include "foundation/SystemError.h"
+#include "foundation/ProcFile.h"
 #include "foundation/Text.h"
 
-#include <fcntl.h>
 #include <string_view>
 
 namespace tidewick {
 
 namespace {
 
-// At most `limit` bytes of a small /proc file; empty when it cannot be read (the
-// process may have ended meanwhile).
-std::string readProcFile(const std::string& path, size_t limit) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file)
-        return {};
-    try {
-        return IO::readAll(file.get(), limit, path);
-    } catch (const SystemError&) {
-        return {};
-    }
-}
-
-std::string procPath(std::int32_t pid, const char* file) {
-    std::string path = "/proc/";
-    path += std::to_string(pid);
-    path += '/';
-    path += file;
-    return path;
-}
-
 class LinuxProcessTable final : public ProcessTable {
 public:
     std::optional<ProcessRecord> record(std::int32_t pid) const override {
         // "pid (name) state ppid ...": the name may hold spaces and parentheses,
         // so the fields after it are found from the last ')'.
-        const std::string content = readProcFile(procPath(pid, "stat"), 511);
+        const std::string content = ProcFile::read(pid, "stat", 511);
         if (content.empty())
             return std::nullopt;
         std::string_view stat = content;
@@ -58,17 +34,7 @@ public:
     }
 
     std::vector<std::string> commandLine(std::int32_t pid) const override {
-        const std::string buffer = readProcFile(procPath(pid, "cmdline"), 65536);
-        std::vector<std::string> arguments;
-        size_t start = 0;
-        while (start < buffer.size()) {
-            size_t end = buffer.find('\0', start);
-            if (end == std::string::npos)
-                end = buffer.size();
-            arguments.push_back(buffer.substr(start, end - start));
-            start = end + 1;
-        }
-        return arguments;
+        return ProcFile::commandLine(pid);
     }
 };
 

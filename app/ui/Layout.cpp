@@ -9,7 +9,6 @@
 #include "sessions/SessionText.h"
 
 #include <algorithm>
-#include <ctime>
 #include <map>
 
 namespace tidewick {
@@ -77,12 +76,7 @@ std::string repeated(std::string_view piece, int count) {
 }
 
 std::string clockTime(Date date) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char buffer[16];
-    std::strftime(buffer, sizeof buffer, "%H:%M:%S", &local);
-    return buffer;
+    return formatDate(date, "%H:%M:%S", TimeZone::local);
 }
 
 struct Columns {

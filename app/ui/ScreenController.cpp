@@ -391,25 +391,11 @@ void ScreenController::writeHandoff(Date now) {
 }
 
 ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
+    if (const auto step = movement(key, sessions_.size())) {
+        move(*step);
+        return Outcome::stay;
+    }
     switch (key.kind) {
-    case Key::Kind::up:
-        move(-1);
-        return Outcome::stay;
-    case Key::Kind::down:
-        move(1);
-        return Outcome::stay;
-    case Key::Kind::pageUp:
-        move(-10);
-        return Outcome::stay;
-    case Key::Kind::pageDown:
-        move(10);
-        return Outcome::stay;
-    case Key::Kind::home:
-        move(-static_cast<long>(sessions_.size()));
-        return Outcome::stay;
-    case Key::Kind::end:
-        move(static_cast<long>(sessions_.size()));
-        return Outcome::stay;
     case Key::Kind::character:
         break;
     default:
@@ -773,10 +759,14 @@ void ScreenController::sendAlways(Date now) {
     offer_.reset();
     if (!target_)
         return;
-    const SessionActions::Delivery delivery = actions_.allowAlways(*target_, rule);
+    showDelivery(actions_.allowAlways(*target_, rule), "Always allowed", now);
+}
+
+void ScreenController::showDelivery(const SessionActions::Delivery& delivery,
+                                    std::string_view done, Date now) {
     switch (delivery.kind) {
     case SessionActions::Delivery::Kind::delivered:
-        showMessage("Always allowed: " + delivery.sentence, Tone::success, now);
+        showMessage(std::string(done) + ": " + delivery.sentence, Tone::success, now);
         returnToTop();
         return;
     case SessionActions::Delivery::Kind::nothingHeld:
@@ -808,20 +798,7 @@ void ScreenController::answerKey(const Key& key, Date now) {
     mode_ = Mode::browse;
     if (step == QuestionForm::Step::cancelled || !target_)
         return;
-    const SessionActions::Delivery delivery = actions_.answerQuestions(*target_, answers);
-    switch (delivery.kind) {
-    case SessionActions::Delivery::Kind::delivered:
-        showMessage("Answered: " + delivery.sentence, Tone::success, now);
-        returnToTop();
-        return;
-    case SessionActions::Delivery::Kind::nothingHeld:
-        showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
-        return;
-    case SessionActions::Delivery::Kind::refused:
-    case SessionActions::Delivery::Kind::badAnswer:
-        showMessage(delivery.sentence, Tone::warning, now);
-        return;
-    }
+    showDelivery(actions_.answerQuestions(*target_, answers), "Answered", now);
 }
 
 } // namespace tidewick

@@ -219,6 +219,9 @@ private:
     void letStop(Date now);
     void startAlways(Date now);
     void sendAlways(Date now);
+    /// Says how an always-allow or an answer went (`done` opens the sentence when it reached
+    /// the agent) and goes back to the top when it did.
+    void showDelivery(const SessionActions::Delivery& delivery, std::string_view done, Date now);
     /// Opens the question form of the selected session's question; false when none is held.
     bool startQuestion();
     void answerKey(const Key& key, Date now);

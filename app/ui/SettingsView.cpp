@@ -53,14 +53,12 @@ SettingsView::Outcome SettingsView::handleKey(const Key& key, const TidewickSett
     if (key.kind == Key::Kind::escape ||
         (character && (key.character == ',' || key.character == 'q')))
         return Outcome::close;
-    if (key.kind == Key::Kind::up || (character && key.character == 'k'))
-        selected_ = selected_ == 0 ? 0 : selected_ - 1;
-    else if (key.kind == Key::Kind::down || (character && key.character == 'j'))
-        selected_ = std::min(selected_ + 1, last);
-    else if (key.kind == Key::Kind::home)
-        selected_ = 0;
-    else if (key.kind == Key::Kind::end)
-        selected_ = last;
+    std::optional<long> step = movement(key, last + 1);
+    if (character && (key.character == 'k' || key.character == 'j'))
+        step = key.character == 'j' ? 1 : -1;
+    if (step)
+        selected_ = static_cast<std::size_t>(
+            std::clamp(static_cast<long>(selected_) + *step, 0L, static_cast<long>(last)));
     else if (key.kind == Key::Kind::enter || (character && key.character == ' ')) {
         const SettingCatalog::Entry& entry = SettingCatalog::entries()[selected_];
         if (switches(entry)) {

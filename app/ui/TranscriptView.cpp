@@ -6,7 +6,6 @@
 #include "transcripts/TranscriptText.h"
 
 #include <algorithm>
-#include <ctime>
 
 namespace tidewick {
 
@@ -16,14 +15,7 @@ namespace {
 constexpr int textColumn = 19;
 
 std::string clockTime(const std::optional<Date>& date) {
-    if (!date)
-        return std::string(8, ' ');
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(*date);
-    std::tm local{};
-    ::localtime_r(&seconds, &local);
-    char text[16];
-    std::strftime(text, sizeof text, "%H:%M:%S", &local);
-    return text;
+    return date ? formatDate(*date, "%H:%M:%S", TimeZone::local) : std::string(8, ' ');
 }
 
 std::string firstLine(std::string_view text) {
@@ -170,25 +162,11 @@ TranscriptView::Outcome TranscriptView::handleKey(const Key& key) {
         typeSearch(key);
         return Outcome::stay;
     }
+    if (const auto step = movement(key, entries_.size())) {
+        move(*step);
+        return Outcome::stay;
+    }
     switch (key.kind) {
-    case Key::Kind::up:
-        move(-1);
-        return Outcome::stay;
-    case Key::Kind::down:
-        move(1);
-        return Outcome::stay;
-    case Key::Kind::pageUp:
-        move(-10);
-        return Outcome::stay;
-    case Key::Kind::pageDown:
-        move(10);
-        return Outcome::stay;
-    case Key::Kind::home:
-        move(-static_cast<long>(entries_.size()));
-        return Outcome::stay;
-    case Key::Kind::end:
-        move(static_cast<long>(entries_.size()));
-        return Outcome::stay;
     case Key::Kind::enter:
         break;
     case Key::Kind::escape:

@@ -1,12 +1,9 @@
 #include "agents/ProcessAccess.h"
 
-#include "foundation/FileDescriptor.h"
-#include "foundation/IO.h"
-#include "foundation/SystemError.h"
+#include "foundation/ProcFile.h"
 
 #include <cerrno>
 #include <climits>
-#include <fcntl.h>
 #include <signal.h>
 #include <string_view>
 #include <unistd.h>
@@ -14,23 +11,6 @@
 namespace tidewick {
 
 namespace {
-
-std::string procPath(std::int32_t pid, const char* file) {
-    return "/proc/" + std::to_string(pid) + "/" + file;
-}
-
-// At most `limit` bytes of a small /proc file; empty when it cannot be read (the process
-// may have ended meanwhile).
-std::string readProcFile(const std::string& path, std::size_t limit) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file)
-        return {};
-    try {
-        return IO::readAll(file.get(), limit, path);
-    } catch (const SystemError&) {
-        return {};
-    }
-}
 
 class SystemProcesses final : public ProcessAccess {
 public:
@@ -40,7 +20,7 @@ public:
         // "pid (name) state ppid ... starttime ...": the name may hold spaces and
         // parentheses, so the fields are counted from the last ')'. State is field 3,
         // the start time field 22.
-        const std::string content = readProcFile(procPath(pid, "stat"), 1023);
+        const std::string content = ProcFile::read(pid, "stat", 1023);
         const std::size_t close = content.rfind(')');
         if (close == std::string::npos || close + 2 >= content.size())
             return std::nullopt;
@@ -64,7 +44,7 @@ public:
 
     std::optional<std::string> executable(std::int32_t pid) const override {
         char buffer[PATH_MAX];
-        const std::string link = procPath(pid, "exe");
+        const std::string link = ProcFile::path(pid, "exe");
         const ssize_t length = ::readlink(link.c_str(), buffer, sizeof buffer);
         if (length <= 0 || static_cast<std::size_t>(length) >= sizeof buffer)
             return std::nullopt;
@@ -77,16 +57,7 @@ public:
     }
 
     std::vector<std::string> commandLine(std::int32_t pid) const override {
-        const std::string buffer = readProcFile(procPath(pid, "cmdline"), 65536);
-        std::vector<std::string> arguments;
-        for (std::size_t start = 0; start < buffer.size();) {
-            std::size_t end = buffer.find('\0', start);
-            if (end == std::string::npos)
-                end = buffer.size();
-            arguments.push_back(buffer.substr(start, end - start));
-            start = end + 1;
-        }
-        return arguments;
+        return ProcFile::commandLine(pid);
     }
 
     bool signal(std::int32_t pid, int number) const override {

@@ -4,7 +4,9 @@
 
 #include <chrono>
 #include <cmath>
+#include <ctime>
 #include <functional>
+#include <string>
 
 namespace tidewick {
 
@@ -37,6 +39,21 @@ using Clock = std::function<Date()>;
 /// `date` moved by `seconds`.
 [[nodiscard]] inline Date addSeconds(Date date, double seconds) {
     return date + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds));
+}
+
+/// Which clock a formatted date reads.
+enum class TimeZone { local, utc };
+
+/// `date` as strftime's `format` writes it in `zone`; at most 63 bytes are kept.
+[[nodiscard]] inline std::string formatDate(Date date, const char* format, TimeZone zone) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
+    std::tm parts{};
+    if (zone == TimeZone::local)
+        ::localtime_r(&seconds, &parts);
+    else
+        ::gmtime_r(&seconds, &parts);
+    char text[64];
+    return std::string(text, std::strftime(text, sizeof text, format, &parts));
 }
 
 } // namespace tidewick

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,12 +25,7 @@ bool isBlank(const std::string& text) {
 
 // "2026-03-01T09-30-00Z": ISO 8601 with the colons a file name cannot carry everywhere.
 std::string backupStamp(Date date) {
-    std::time_t seconds = std::chrono::system_clock::to_time_t(date);
-    std::tm parts{};
-    ::gmtime_r(&seconds, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H-%M-%SZ", &parts);
-    return text;
+    return formatDate(date, "%Y-%m-%dT%H-%M-%SZ", TimeZone::utc);
 }
 
 // The backups in `directory`: dot entries and the temporaries of writes still under way

@@ -7,24 +7,14 @@
 #include "transcripts/TranscriptText.h"
 
 #include <algorithm>
-#include <ctime>
 #include <sys/stat.h>
 
 namespace tidewick {
 
 namespace {
 
-std::string formatUTC(Date date, const char* format) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
-    std::tm parts{};
-    ::gmtime_r(&seconds, &parts);
-    char text[64];
-    std::strftime(text, sizeof text, format, &parts);
-    return text;
-}
-
 std::string utc(Date date) {
-    return formatUTC(date, "%Y-%m-%d %H:%M UTC");
+    return formatDate(date, "%Y-%m-%d %H:%M UTC", TimeZone::utc);
 }
 
 std::string oneLine(std::string_view text, std::size_t limit) {
@@ -313,7 +303,7 @@ std::string Handoff::defaultPath(const TidewickPaths& paths, const Session& sess
             c = '-';
     const std::string name = project + "-" + std::string(rawValue(session.key.agent)) + "-" +
                              session.key.sessionId.substr(0, 8) + "-" +
-                             formatUTC(now, "%Y%m%d-%H%M%S") + ".md";
+                             formatDate(now, "%Y%m%d-%H%M%S", TimeZone::utc) + ".md";
     return File::join(paths.handoffsDirectory(), name);
 }
 
