@@ -6,6 +6,7 @@
 #include "foundation/QueueScheduler.h"
 #include "foundation/SerialQueue.h"
 #include "foundation/SystemError.h"
+#include "install/HookConfigEditor.h"
 #include "service/AlertThrottle.h"
 #include "sessions/DebouncedSaver.h"
 #include "sessions/DecisionBroker.h"
@@ -91,7 +92,7 @@ struct TidewickService::State {
           settingsFile(paths.settingsFile(), [this](const std::string& s) { report(s); }),
           activity(paths.activityFile(), options.activityLimitBytes),
           persistence(paths.sessionsFile()), throttle(options.alertThrottleSeconds),
-          saver([this] { (void)persistence.save(store.snapshot()); }, scheduler,
+          saver([this] { saveSessions(); }, scheduler,
                 options.saveDelaySeconds) {
         store.setOnChange([this](const StoreChange& change) { changed(change); });
     }
@@ -125,6 +126,37 @@ struct TidewickService::State {
                 report(std::string("Tidewick couldn't write its activity log: ") + error.what() +
                        ".");
             activityFailing = true;
+        }
+    }
+
+    // Runs on the work queue. A file that did not load at start is kept aside before the
+    // first save replaces it; while that fails, nothing replaces it.
+    void saveSessions() {
+        if (sessionsUnreadable) {
+            try {
+                const std::optional<std::string> kept =
+                    persistence.keepUnreadable(options.clock());
+                sessionsUnreadable = false;
+                if (kept)
+                    noteKeptSessions(*kept);
+            } catch (const std::exception& error) {
+                report(std::string("Tidewick couldn't set its unreadable sessions file aside, "
+                                   "so it did not save the sessions: ") +
+                       error.what() + ".");
+                return;
+            }
+        }
+        (void)persistence.save(store.snapshot());
+    }
+
+    void noteKeptSessions(const std::string& kept) {
+        const std::string sentence = SessionText::keptUnreadableSessions(kept);
+        report(sentence);
+        try {
+            activity.note(sentence, options.clock());
+        } catch (const std::exception& error) {
+            report(std::string("Tidewick couldn't write its activity log: ") + error.what() +
+                   ".");
         }
     }
 
@@ -183,6 +215,8 @@ struct TidewickService::State {
     DebouncedSaver saver;
     // Touched on the work queue only: one report per run of failures, not one per event.
     bool activityFailing = false;
+    // Touched on the work queue only: the sessions file found at start did not load.
+    bool sessionsUnreadable = false;
 
     std::mutex handlersLock;
     AlertHandler alertHandler;
@@ -236,9 +270,11 @@ void TidewickService::start() {
     s.secret = paths_.loadOrCreateSecret();
     // Read now so that a malformed file is reported at start-up, not at the first event.
     (void)s.settingsFile.current();
-    std::vector<Session> saved = s.persistence.load();
+    removeCrashLeftovers();
+    SessionPersistence::Contents saved = s.persistence.read();
     s.work->sync([&] {
-        s.store.restore(std::move(saved));
+        s.sessionsUnreadable = saved.unreadable;
+        s.store.restore(std::move(saved.sessions));
         (void)s.store.prune();
     });
     if (!s.server || s.serverSecret != s.secret) {
@@ -258,6 +294,19 @@ void TidewickService::start() {
     std::lock_guard guard(s.lock);
     s.instanceLock = std::move(instanceLock);
     s.running = true;
+}
+
+void TidewickService::removeCrashLeftovers() const {
+    // Temporaries of atomic writes whose writer was killed: Tidewick's own files, and the
+    // agents' configuration files it edits.
+    std::vector<std::string> folders = {paths_.appSupport(), paths_.binDirectory()};
+    for (AgentKind agent : allAgentKinds) {
+        folders.push_back(File::join(paths_.backupsDirectory(), rawValue(agent)));
+        const std::string config = HookConfigEditor::forAgent(agent)->configPath(paths_.home());
+        folders.push_back(File::parent(File::resolveLinks(config)));
+    }
+    for (const std::string& folder : folders)
+        (void)File::removeStaleTemporaries(folder);
 }
 
 void TidewickService::stop() {

@@ -29,4 +29,10 @@ std::string noReplyWaiting(std::string_view who) {
     return std::string(who) + " isn't waiting for a reply, so nothing was delivered.";
 }
 
+std::string keptUnreadableSessions(std::string_view keptPath) {
+    return "Tidewick couldn't read its sessions file, so it started without those sessions and "
+           "kept the file as " +
+           std::string(keptPath) + ".";
+}
+
 } // namespace tidewick::SessionText

@@ -54,4 +54,9 @@ inline constexpr std::string_view waitingForReply = "Waiting for your reply";
 /// An answer sent while the request was ending anyway (time-out, agent gone).
 inline constexpr std::string_view alreadyEnded = "Not delivered: that request had already ended.";
 
+/// Told once when a sessions file that did not load is set aside before it is replaced:
+/// "Tidewick couldn't read its sessions file, so it started without those sessions and kept
+/// the file as " and the path, ".".
+[[nodiscard]] std::string keptUnreadableSessions(std::string_view keptPath);
+
 } // namespace tidewick::SessionText
