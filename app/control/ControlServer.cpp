@@ -53,7 +53,7 @@ ControlServer::ControlServer(std::string socketPath, std::string secret, Session
           [secret = std::move(secret), &target](std::string_view line, const ClientProbe&) {
               return answer(line, secret, target);
           },
-          LocalServer::Options{"tidewick.control", "tidewick.ctl-conn", 16, 10.0}) {}
+          LocalServer::Options{"tidewick.control", "tidewick.ctl-conn", 16, 10.0, nullptr}) {}
 
 void ControlServer::start() {
     server_.start();
