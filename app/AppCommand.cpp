@@ -5,6 +5,7 @@
 #include "control/SessionMatcher.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
+#include "foundation/Allocator.h"
 #include "service/TidewickService.h"
 #include "ui/TerminalUI.h"
 
@@ -56,6 +57,7 @@ std::string describeAlert(const Alert& alert, const std::vector<Session>& known)
 } // namespace
 
 void runApplication(AppContext& context, Interface interface) {
+    Allocator::returnLargeBlocksToTheSystem();
     const sigset_t signals = stopSignals();
     // Before the service starts its threads, which inherit the mask.
     if (int error = ::pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0)

@@ -114,16 +114,27 @@ bool RequestReader::makeDescriptorRoom(int fd) {
     // out the lowest free number, so every lower one is in use).
     const auto connections = static_cast<rlim_t>(waiting_.size() + handed_->lines.load());
     if (static_cast<rlim_t>(fd) + reserve < limit.rlim_cur &&
-        2 * (connections + reserve) < limit.rlim_cur)
+        2 * (connections + reserve) < limit.rlim_cur) {
+        countedAt_ = {}; // far from the limit: count afresh when near it again
         return true;
-    rlim_t open = 0;
-    try {
-        // Lists itself too, and "." and ".." are left out.
-        open = static_cast<rlim_t>(File::listFolder("/dev/fd").size()) - 1;
-    } catch (const SystemError&) {
-        open = static_cast<rlim_t>(fd) + 1; // out of descriptors even to count them
     }
-    for (; open + reserve > limit.rlim_cur; --open) {
+    // A listing is counted at most ten times a second; in between, each connection taken
+    // counts one more and each one closed here one less. What else opens or closes
+    // descriptors meanwhile is caught up with at the next count.
+    const auto now = Steady::now();
+    if (now - countedAt_ >= std::chrono::milliseconds(100)) {
+        try {
+            // Lists itself too, and "." and ".." are left out.
+            openDescriptors_ = File::listFolder("/dev/fd").size() - 1;
+        } catch (const SystemError&) {
+            openDescriptors_ = static_cast<std::size_t>(fd) + 1; // none left even to count
+        }
+        countedAt_ = now;
+    } else {
+        ++openDescriptors_;
+    }
+    while (static_cast<rlim_t>(openDescriptors_) + reserve > limit.rlim_cur) {
+        --openDescriptors_; // `fd` itself, or the one closed to make room
         if (waiting_.empty())
             return false;
         close(waiting_.begin());

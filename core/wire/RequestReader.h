@@ -24,9 +24,11 @@ class RequestReader {
 public:
     struct Limits {
         /// Bytes of request lines held at once, those being read and those handed on
-        /// whose Line still lives. Reaching it closes the connection that has waited
-        /// longest for its line, and, when no other is being read, the one that would pass it.
-        std::size_t lineBytes = 32 * 1024 * 1024;
+        /// whose Line still lives: one line of the longest kind at a time, since handling
+        /// one takes several times its size. Reaching it closes the connection that has
+        /// waited longest for its line, and, when no other is being read, the one that
+        /// would pass it.
+        std::size_t lineBytes = 24 * 1024 * 1024;
         /// Short lines (up to shortLineBytes) may go past lineBytes by this much, so that
         /// long lines still being handled never shut out a well-behaved client.
         std::size_t shortLinesBytes = 8 * 1024 * 1024;
@@ -127,6 +129,9 @@ private:
     /// Lines handed on, and their bytes; each Line takes itself off when it goes.
     std::shared_ptr<Line::Held> handed_;
     bool stopping_ = false;
+    /// Descriptors open in the process, as last counted and kept up since.
+    std::size_t openDescriptors_ = 0;
+    Steady::time_point countedAt_;
     FileDescriptor wakeRead_;
     FileDescriptor wakeWrite_;
     std::thread thread_;
