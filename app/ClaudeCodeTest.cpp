@@ -2,34 +2,19 @@
 // SessionStart hook starts the installed tidewick-hook, and a whole print-mode
 // turn reaches the running application. Claude Code comes from the npm
 // registry (test only) and runs with no network at all.
+#include "RealAgents.h"
 #include "TidewickPrograms.h"
 
 #include "foundation/TidewickPaths.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <sstream>
-
-extern char** environ;
 
 namespace tidewick {
 namespace {
 
 using testing::runProgram;
-
-std::string lastLine(const std::string& text) {
-    std::string line;
-    std::istringstream lines(text);
-    for (std::string each; std::getline(lines, each);)
-        if (!each.empty())
-            line = each;
-    return line;
-}
-
-// Whether `unshare -n` can give a program a network of its own (loopback only).
-bool canIsolateNetwork() {
-    return runProgram({"/usr/bin/unshare", "-n", "/bin/true"}, {"PATH=/usr/bin:/bin"}).status == 0;
-}
+namespace RealAgents = testing::RealAgents;
 
 // Claude Code installed on first use (into TIDEWICK_CLAUDE_CODE_DIR when set, so
 // build trees can share it) and connected in a temporary home that serves as
@@ -39,18 +24,12 @@ protected:
     void SetUp() override {
         if (!testing::TidewickPrograms::built())
             GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
-        const char* shared = std::getenv("TIDEWICK_CLAUDE_CODE_DIR");
-        std::vector<std::string> environment;
-        for (char** entry = environ; *entry; ++entry)
-            environment.emplace_back(*entry);
-        auto install = runProgram(
-            {"/bin/bash", std::string(TIDEWICK_SOURCE_DIR) + "/scripts/install-claude-code.sh",
-             shared && *shared ? shared : std::string(TIDEWICK_BINARY_DIR) + "/claude-code"},
-            environment, {}, {}, std::chrono::seconds(660));
+        auto install = RealAgents::install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR",
+                                           "claude-code");
         if (install.status == 77)
-            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.err;
-        ASSERT_EQ(install.status, 0) << install.err;
-        claude = lastLine(install.out);
+            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.error;
+        ASSERT_EQ(install.status, 0) << install.error;
+        claude = install.command;
         // `connect` looks for Claude Code on the PATH.
         run.setVariable("PATH", File::parent(claude) + ":/usr/bin:/bin");
         auto connect = run.tidewick({"connect", "claude", "--yes"});
@@ -61,11 +40,12 @@ protected:
     // can be made, and `variables` besides the two homes.
     testing::ProgramResult isolated(std::vector<std::string> argv,
                                     std::vector<std::string> variables) {
-        if (canIsolateNetwork())
+        if (RealAgents::canIsolateNetwork())
             argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
         variables.insert(variables.end(),
                          {"HOME=" + run.home(), "TIDEWICK_HOME=" + run.home(),
-                          "DISABLE_AUTOUPDATER=1", "CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1"});
+                          "DISABLE_AUTOUPDATER=1", "CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1",
+                          "CLAUDE_CODE_DISABLE_OFFICIAL_MARKETPLACE_AUTOINSTALL=1"});
         return runProgram(argv, variables, {}, run.home(), std::chrono::seconds(150));
     }
 
@@ -75,11 +55,9 @@ protected:
 
 TEST_F(ClaudeCode, SessionStartRunsTheInstalledHook) {
     auto version = runProgram({claude, "--version"}, {"PATH=/usr/bin:/bin", "HOME=/nonexistent"});
-    RecordProperty("claude_code_version", lastLine(version.out));
+    RecordProperty("claude_code_version", version.out);
 
-    // The hook command appends a record of every call when this marker exists.
-    const std::string socketFolder = File::parent(TidewickPaths(run.home()).socketPath());
-    File::writeAtomically(File::join(socketFolder, "debug-hooks"), "", 0600);
+    run.recordHookCalls();
 
     // No key, and every address pointed at a closed loopback port.
     auto turn = isolated({claude, "-p", "hello"},
@@ -87,43 +65,34 @@ TEST_F(ClaudeCode, SessionStartRunsTheInstalledHook) {
                           "HTTPS_PROXY=http://127.0.0.1:9", "HTTP_PROXY=http://127.0.0.1:9"});
     EXPECT_FALSE(turn.timedOut);
 
-    const std::string log = File::join(socketFolder, "hook-debug.jsonl");
-    ASSERT_TRUE(File::exists(log))
-        << "Claude Code never started tidewick-hook.\nstdout: " << turn.out
-        << "\nstderr: " << turn.err;
-    bool sawSessionStart = false;
-    std::istringstream lines(File::read(log));
-    for (std::string line; std::getline(lines, line);) {
-        JSONValue record = JSONValue::parse(line);
-        const JSONValue* event = record.get("event");
-        const JSONValue* payload = record.get("payload");
-        if (!event || *event != JSONValue("SessionStart"))
-            continue;
+    const std::vector<JSONValue> starts = run.hookCalls("SessionStart");
+    ASSERT_FALSE(starts.empty()) << "Claude Code never started tidewick-hook.\nstdout: " << turn.out
+                                 << "\nstderr: " << turn.err;
+    for (const JSONValue& record : starts) {
         EXPECT_EQ(*record.get("agent"), JSONValue("claude"));
         // The payload is Claude Code's own, not something this test made up.
-        ASSERT_TRUE(payload && payload->get("hook_event_name")) << line;
+        const JSONValue* payload = record.get("payload");
+        ASSERT_TRUE(payload && payload->get("hook_event_name")) << record.compact();
         EXPECT_EQ(*payload->get("hook_event_name"), JSONValue("SessionStart"));
-        EXPECT_TRUE(payload->get("session_id")) << line;
-        sawSessionStart = true;
+        EXPECT_TRUE(payload->get("session_id")) << record.compact();
     }
-    EXPECT_TRUE(sawSessionStart) << File::read(log);
 }
 
 // Plays one turn inside the network namespace: loopback up, the model stand-in
 // on a free port, `claude -p` against it. Arguments: stand-in script, claude,
-// working folder, scratch folder.
+// working folder, scratch folder, the stand-in's scenario.
 const char* const printTurnScript = R"(
 set -u
-stand_in=$1 claude=$2 work=$3 scratch=$4
+stand_in=$1 claude=$2 work=$3 scratch=$4 scenario=$5
 # A fresh network namespace starts with loopback down.
 ip link set lo up 2>/dev/null || true
-python3 "$stand_in" 0 --log "$scratch/stand-in.log" > "$scratch/port" &
+python3 "$stand_in" 0 --scenario "$scenario" --log "$scratch/stand-in.log" > "$scratch/port" &
 stand_in_pid=$!
 for _ in $(seq 200); do [ -s "$scratch/port" ] && break; sleep 0.05; done
 port=$(head -n 1 "$scratch/port")
 cd "$work" &&
     ANTHROPIC_BASE_URL="http://127.0.0.1:$port" timeout 90 "$claude" \
-        -p "say hi" --allowedTools Bash --output-format text
+        -p "say hi" --output-format text
 status=$?
 kill "$stand_in_pid" 2>/dev/null
 wait "$stand_in_pid" 2>/dev/null
@@ -131,22 +100,27 @@ exit $status
 )";
 
 TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
-    std::string python;
-    for (const char* candidate : {"/usr/bin/python3", "/usr/local/bin/python3"})
-        if (File::isExecutableFile(candidate))
-            python = candidate;
+    const std::string python = RealAgents::python();
     if (python.empty())
         GTEST_SKIP() << "python3 is needed for the model stand-in";
     const std::string work = File::join(run.home(), "work");
     std::filesystem::create_directories(work);
+    // A read-only command runs unasked; the second one asks for permission, which print
+    // mode hands to the hooks too, yet nobody is there to answer it.
+    const std::string scenario = File::join(run.home(), "scenario.json");
+    File::writeAtomically(scenario,
+                          R"({"steps": [{"bash": "echo tidewick-e2e"}, {"bash": "touch asked.txt"}],
+                              "final_text": "Done: the marker command has run."})",
+                          0600);
+    run.recordHookCalls();
     ASSERT_TRUE(run.startApp());
 
     // The Unix sockets still reach the application through the file system from
     // the network namespace; the loopback stand-in is the only model.
     auto turn = isolated(
         {"/bin/bash", "-c", printTurnScript, "turn",
-         std::string(TIDEWICK_SOURCE_DIR) + "/app/testing/model_stand_in.py", claude, work,
-         run.home()},
+         std::string(TIDEWICK_SOURCE_DIR) + "/app/testing/claude_stand_in.py", claude, work,
+         run.home(), scenario},
         {"PATH=" + File::parent(python) + ":" + File::parent(claude) + ":/usr/sbin:/usr/bin:/bin",
          "ANTHROPIC_API_KEY=test-key", "DISABLE_TELEMETRY=1"});
     const std::string standIn = File::exists(File::join(run.home(), "stand-in.log"))
@@ -180,6 +154,12 @@ TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
     }
     EXPECT_TRUE(sawCommand) << sessions;
     EXPECT_TRUE(sawFinish) << sessions;
+    // The permission request reached Tidewick, which left it to Claude Code: refused.
+    const std::vector<JSONValue> asked = run.hookCalls("PermissionRequest");
+    ASSERT_EQ(asked.size(), 1u);
+    EXPECT_EQ(*asked[0].get("payload")->get("tool_input")->get("command"),
+              JSONValue("touch asked.txt"));
+    EXPECT_FALSE(File::exists(File::join(work, "asked.txt")));
     EXPECT_TRUE(sawEnd) << sessions;
     EXPECT_EQ(run.listing("pending"), JSONValue(JSONValue::Array{}));
 

@@ -124,12 +124,10 @@ TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn)
     BackgroundProgram& held = claude("Stop");
     run.waitForHeld(1);
     held.signal(SIGKILL);
-    const auto killed = std::chrono::steady_clock::now();
-    while (!run.listing("pending").arrayValue()->empty() &&
-           std::chrono::steady_clock::now() - killed < 10s)
-        std::this_thread::sleep_for(10ms);
-    // Generous bound: the server looks four times a second; listing costs a process start.
-    EXPECT_LT(std::chrono::steady_clock::now() - killed, 1s);
+    // The server looks four times a second; the bound only keeps a broken run from hanging.
+    for (int i = 0; i < 500 && !run.listing("pending").arrayValue()->empty(); ++i)
+        std::this_thread::sleep_for(20ms);
+    EXPECT_TRUE(run.listing("pending").arrayValue()->empty());
     EXPECT_THAT(run.timeline(claudeSession), Contains("The request was withdrawn"));
 }
 

@@ -9,11 +9,14 @@
 
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
+#include "foundation/TidewickPaths.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <memory>
+#include <sstream>
+#include <string_view>
 #include <thread>
 
 namespace tidewick::testing {
@@ -124,10 +127,34 @@ public:
         return texts;
     }
 
+    /// Makes tidewick-hook append a record of every call (agent, event, payload) to a
+    /// log beside the socket, from its next call on.
+    void recordHookCalls() const {
+        File::makeDirectories(socketFolder(), 0700);
+        File::writeAtomically(File::join(socketFolder(), "debug-hooks"), "", 0600);
+    }
+    /// The records of tidewick-hook's calls for `event` (every event when empty), oldest
+    /// first; none when the hook never ran since recordHookCalls().
+    [[nodiscard]] std::vector<JSONValue> hookCalls(std::string_view event = {}) const {
+        std::vector<JSONValue> calls;
+        const std::string log = File::join(socketFolder(), "hook-debug.jsonl");
+        if (!File::exists(log))
+            return calls;
+        std::istringstream lines(File::read(log));
+        for (std::string line; std::getline(lines, line);) {
+            JSONValue record = JSONValue::parse(line);
+            const JSONValue* name = record.get("event");
+            if (event.empty() || (name && *name == JSONValue(std::string(event))))
+                calls.push_back(std::move(record));
+        }
+        return calls;
+    }
+
     /// "NAME=value" entries every program gets, and nothing else.
     std::vector<std::string> environment;
 
 private:
+    std::string socketFolder() const { return File::parent(TidewickPaths(home()).socketPath()); }
     std::string scratch(const std::string& name) {
         return File::join(home(), name + "-" + std::to_string(++programs_));
     }

@@ -25,14 +25,14 @@ std::string readInput(InputSource& input) {
 
 // One line per invocation in hook-debug.jsonl beside the socket. Debugging
 // must never change what the agent sees, so every failure is ignored.
-void appendDebugRecord(const std::string& directory, double time, std::string_view agent,
+void appendDebugRecord(const TidewickPaths& paths, double time, std::string_view agent,
                        std::string_view event, const JSONValue& payload) {
-    if (!File::exists(File::join(directory, "debug-hooks")))
+    if (!File::exists(paths.debugMarkerFile()))
         return;
     std::string line =
         "{\"time\":" + JSONValue::real(time).compact() + ",\"agent\":" + JSONValue::quote(agent) +
         ",\"event\":" + JSONValue::quote(event) + ",\"payload\":" + payload.compact() + "}\n";
-    const std::string path = File::join(directory, "hook-debug.jsonl");
+    const std::string path = paths.debugLogFile();
     try {
         const FileDescriptor file = FileDescriptor::open(path, O_WRONLY | O_CREAT | O_APPEND, 0600);
         IO::writeAll(file.get(), line, path);
@@ -66,9 +66,7 @@ HookOutput forward(const HookCommand::Context& context, AgentKind kind,
         return failSafe;
     input = std::string(); // Up to 32 MiB that is no longer needed.
 
-    const std::string socketPath = paths.socketPath();
-    appendDebugRecord(File::parent(socketPath), secondsSince1970(context.clock()), agentName, event,
-                      payload);
+    appendDebugRecord(paths, secondsSince1970(context.clock()), agentName, event, payload);
 
     if (event == statusLineEvent) {
         try {
@@ -104,7 +102,7 @@ HookOutput forward(const HookCommand::Context& context, AgentKind kind,
     request.noHold = headless || context.environment.contains("TIDEWICK_NO_HOLD");
 
     auto outcome = HookClient::attempt(
-        request, socketPath, *secret,
+        request, paths.socketPath(), *secret,
         fireAndForget ? HookCommand::fireAndForgetConnectSeconds : HookCommand::heldConnectSeconds,
         fireAndForget ? HookCommand::fireAndForgetWaitSeconds : HookCommand::heldWaitSeconds);
     return outcome.response ? outcome.response->output : failSafe;

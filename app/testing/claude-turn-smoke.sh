@@ -1,15 +1,16 @@
 #!/bin/bash
-# Runs real Claude Code turns offline against model_stand_in.py and checks that
+# Runs real Claude Code turns offline against claude_stand_in.py and checks that
 # the hooks in a throwaway HOME see the whole turn.
 #
 #   plain turn:      claude -p, one read-only Bash call (echo) that runs without
 #                    asking -> SessionStart UserPromptSubmit PreToolUse PostToolUse
 #                    Stop SessionEnd
-#   permission turn: stream-json with --permission-prompt-tool stdio and a Bash call
-#                    that needs approval -> the same plus PermissionRequest, which
-#                    our hook answers with "allow", so the command really runs
+#   print-mode permission: claude -p and a Bash call that needs approval ->
+#                    PermissionRequest, which our hook answers with "allow", so the
+#                    command really runs
+#   permission turn: the same through stream-json with --permission-prompt-tool stdio
 #
-# Exit 0 when both pass, 1 when one fails, 77 (skipped) when Claude Code or
+# Exit 0 when all pass, 1 when one fails, 77 (skipped) when Claude Code or
 # python3 is missing. Set CLAUDE=/path/to/claude to pick the binary.
 # Only loopback is used; where possible the whole run sits in a private network
 # namespace so that even a stray lookup cannot leave the machine.
@@ -24,7 +25,7 @@ skip() {
 
 find_claude() {
     local candidate
-    for candidate in "${CLAUDE:-}" /work/.cache/claude-code/node_modules/.bin/claude "$(command -v claude 2>/dev/null)"; do
+    for candidate in "${CLAUDE:-}" "$here/../../build/dev/claude-code/node_modules/.bin/claude" "$(command -v claude 2>/dev/null)"; do
         if [ -n "$candidate" ] && [ -x "$candidate" ]; then
             echo "$candidate"
             return 0
@@ -33,7 +34,7 @@ find_claude() {
     return 1
 }
 
-claude=$(find_claude) || skip "Claude Code not installed (npm install --prefix /work/.cache/claude-code @anthropic-ai/claude-code, or set CLAUDE)"
+claude=$(find_claude) || skip "Claude Code not installed (scripts/install-claude-code.sh build/dev/claude-code, or set CLAUDE)"
 command -v python3 > /dev/null || skip "python3 not found (the model stand-in needs it)"
 
 # Re-run inside a fresh network namespace (loopback only) when the system allows
@@ -62,7 +63,7 @@ trap cleanup EXIT
 
 # Starts the stand-in for one case; sets $port. $1 = case dir, $2 = Bash command to ask for.
 start_stand_in() {
-    python3 "$here/model_stand_in.py" 0 --log "$1/stand-in.log" --command "$2" > "$1/port" &
+    python3 "$here/claude_stand_in.py" 0 --log "$1/stand-in.log" --command "$2" > "$1/port" &
     stand_in_pid=$!
     for _ in $(seq 100); do
         [ -s "$1/port" ] && break
@@ -162,11 +163,25 @@ grep -A1 -x '=== PostToolUse' "$dir/hooks.log" 2> /dev/null | grep -q '"stdout":
     fail "PostToolUse does not carry the command's output"
 [ $failures -eq 0 ] && echo "ok: $case_name" || show_logs "$dir"
 
-# Permission turn: print mode only consults PermissionRequest hooks when a
-# permission prompt tool is set. "stdio" sends the prompt as a control_request
-# on stdout and waits for an answer on stdin, racing the hooks; our hook answers
-# first. stdin must stay open until the result arrives, because closing it
-# fails any pending permission request.
+# Print-mode permission: since 2.1.328 plain print mode asks the PermissionRequest
+# hooks too (before, it refused on the spot); our hook allows, so the command runs.
+case_name="print-mode permission"
+before=$failures
+dir=$scratch/print-permission
+make_home "$dir"
+start_stand_in "$dir" "touch tidewick-e2e.txt" || fail "stand-in did not start"
+run_claude "$dir" -p "say hi" --output-format text > "$dir/out" 2> "$dir/err"
+status=$?
+stop_stand_in
+[ $status -eq 0 ] || fail "claude exited with $status"
+expect_events "$dir" PermissionRequest PostToolUse Stop
+[ -e "$dir/work/tidewick-e2e.txt" ] || fail "the allowed command did not run"
+[ $failures -eq $before ] && echo "ok: $case_name" || show_logs "$dir"
+
+# Permission turn with a permission prompt tool: "stdio" sends the prompt as a
+# control_request on stdout and waits for an answer on stdin, racing the hooks;
+# our hook answers first. stdin must stay open until the result arrives, because
+# closing it fails any pending permission request.
 case_name="permission turn"
 before=$failures
 dir=$scratch/permission
@@ -188,7 +203,12 @@ wait "$claude_pid"
 status=$?
 stop_stand_in
 [ $status -eq 0 ] || fail "claude exited with $status"
-grep -q '"type":"result","subtype":"success"' "$dir/out" || fail "no successful result line"
+# Key order in the result line changes between versions: read it as JSON.
+python3 -c '
+import json, sys
+lines = [json.loads(l) for l in open(sys.argv[1]) if l.strip().startswith("{")]
+sys.exit(0 if any(l.get("type") == "result" and l.get("subtype") == "success" for l in lines) else 1)
+' "$dir/out" || fail "no successful result line"
 expect_events "$dir" SessionStart UserPromptSubmit PreToolUse PermissionRequest PostToolUse Stop SessionEnd
 [ -e "$dir/work/tidewick-e2e.txt" ] || fail "the allowed command did not run"
 [ $failures -eq $before ] && echo "ok: $case_name" || show_logs "$dir"

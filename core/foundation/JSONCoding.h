@@ -137,10 +137,12 @@ template <typename T> [[nodiscard]] bool readJSON(JSONReader& in, std::optional<
     return readJSON(in, out.emplace());
 }
 
-/// An object whose values all read as T; keys that are not raw values (an agent a later
-/// version knows, say) are passed over, and of repeated keys the last one counts.
-template <HasRawValues Enum, typename T>
-[[nodiscard]] bool readJSON(JSONReader& in, std::map<Enum, T>& out) {
+namespace detail {
+
+// Reads an object into `out`, the key of each member given by `keyOf(name)`; members
+// whose name gives no key are read and passed over; of repeated keys the last one counts.
+template <typename Map, typename KeyOf>
+[[nodiscard]] bool readMap(JSONReader& in, Map& out, KeyOf keyOf) {
     if (in.peek() != JSONValue::Kind::Object) {
         in.skipValue();
         return false;
@@ -149,8 +151,8 @@ template <HasRawValues Enum, typename T>
     bool valid = true;
     in.beginObject();
     while (std::optional<std::string_view> name = in.nextKey()) {
-        const std::optional<Enum> key = fromRaw<Enum>(*name);
-        T value{};
+        const auto key = keyOf(*name);
+        typename Map::mapped_type value{};
         valid = readJSON(in, value) && valid;
         if (key)
             out[*key] = std::move(value);
@@ -158,21 +160,20 @@ template <HasRawValues Enum, typename T>
     return valid;
 }
 
+} // namespace detail
+
+/// An object whose values all read as T; keys that are not raw values (an agent a later
+/// version knows, say) are passed over, and of repeated keys the last one counts.
+template <HasRawValues Enum, typename T>
+[[nodiscard]] bool readJSON(JSONReader& in, std::map<Enum, T>& out) {
+    return detail::readMap(in, out, [](std::string_view name) { return fromRaw<Enum>(name); });
+}
+
 /// An object whose values all read as T; of repeated keys the last one counts.
 template <typename T>
 [[nodiscard]] bool readJSON(JSONReader& in, std::map<std::string, T>& out) {
-    if (in.peek() != JSONValue::Kind::Object) {
-        in.skipValue();
-        return false;
-    }
-    out.clear();
-    bool valid = true;
-    in.beginObject();
-    while (std::optional<std::string_view> name = in.nextKey()) {
-        std::string key(*name);
-        valid = readJSON(in, out[std::move(key)]) && valid;
-    }
-    return valid;
+    return detail::readMap(in, out,
+                           [](std::string_view name) { return std::optional<std::string>(name); });
 }
 
 // Objects. A record's readJSON lists its members for readObject:

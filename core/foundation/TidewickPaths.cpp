@@ -146,6 +146,14 @@ std::string TidewickPaths::controlSocketPath() const {
     return name;
 }
 
+std::string TidewickPaths::debugMarkerFile() const {
+    return File::join(File::parent(socketPath()), "debug-hooks");
+}
+
+std::string TidewickPaths::debugLogFile() const {
+    return File::join(File::parent(socketPath()), "hook-debug.jsonl");
+}
+
 void TidewickPaths::ensureDirectories() const {
     File::makeDirectories(appSupport(), 0700);
     File::makeDirectories(binDirectory(), 0700);

@@ -46,6 +46,11 @@ public:
     /// The hook socket: "tidewick.sock" in appSupport when that path is at
     /// most 100 bytes, else "/tmp/tw-<uid>-<fnv1a hex>.sock".
     [[nodiscard]] std::string socketPath() const;
+    /// The marker "debug-hooks" beside the socket: while it exists the hook command logs
+    /// every payload it reads to debugLogFile().
+    [[nodiscard]] std::string debugMarkerFile() const;
+    /// "hook-debug.jsonl" beside the socket.
+    [[nodiscard]] std::string debugLogFile() const;
 
     /// Creates appSupport, bin and Backups with mode 0700, and narrows
     /// appSupport to 0700 again. Throws SystemError.

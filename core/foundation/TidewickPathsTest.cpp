@@ -63,6 +63,11 @@ TEST(TidewickPaths, SocketMovesToTmpOnlyPastOneHundredBytes) {
     // Computed independently, the two sides agree; another home gets another socket.
     EXPECT_EQ(TidewickPaths(deep + "/").socketPath(), expected.str());
     EXPECT_NE(TidewickPaths(fits + "y").socketPath(), expected.str());
+    // The debug files follow the socket, wherever it goes.
+    EXPECT_EQ(deepPaths.debugMarkerFile(), "/tmp/debug-hooks");
+    EXPECT_EQ(deepPaths.debugLogFile(), "/tmp/hook-debug.jsonl");
+    EXPECT_EQ(TidewickPaths(fits).debugLogFile(),
+              fits + "/Library/Application Support/Tidewick/hook-debug.jsonl");
     // Multi-byte characters count by their UTF-8 bytes, not as characters.
     const std::string accented = "/" + std::string(46, 'h') + "\xC3\xA9"; // 49 bytes, 48 characters
     EXPECT_EQ(TidewickPaths(accented).socketPath(), accented + suffix);

@@ -119,11 +119,4 @@ template <typename Body> int runAsNobody(Body body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 99;
 }
 
-/// Seconds elapsed while running `body`.
-template <typename Body> double secondsTaken(Body&& body) {
-    auto start = std::chrono::steady_clock::now();
-    body();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 } // namespace tidewick::testing

@@ -1,0 +1,416 @@
+// A real Codex accepts what `tidewick connect codex` writes, once the user has
+// approved the hooks as Codex's /hooks screen does (here through `codex
+// app-server`): headless `codex exec` turns are recorded and never held, an
+// editor's turn is held and answered from the command line, and reconnecting or
+// disconnecting never silently costs the user the approval of their own hooks.
+// Codex comes from the npm registry (test only) and talks to a loopback
+// stand-in for its model service, in a network namespace of its own when the
+// system allows one.
+#include "RealAgents.h"
+#include "TidewickPrograms.h"
+
+#include "sessions/SessionText.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <sstream>
+
+namespace tidewick {
+namespace {
+
+using testing::BackgroundProgram;
+using testing::ProgramResult;
+using testing::runProgram;
+namespace RealAgents = testing::RealAgents;
+
+const std::string testingFolder = std::string(TIDEWICK_SOURCE_DIR) + "/app/testing";
+const std::string approvalNote =
+    "Note: Codex needs your OK once. Open Codex, type /hooks and approve Tidewick.";
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Offline: a provider at the stand-in, no retries, no plugin look-ups.
+std::string configText(int port, const std::string& work) {
+    return "model = \"gpt-5.1-codex\"\n"
+           "model_provider = \"stand-in\"\n"
+           "check_for_update_on_startup = false\n\n"
+           "[model_providers.stand-in]\n"
+           "name = \"stand-in\"\n"
+           "base_url = \"http://127.0.0.1:" +
+           std::to_string(port) +
+           "/v1\"\n"
+           "wire_api = \"responses\"\n"
+           "env_key = \"STAND_IN_KEY\"\n"
+           "supports_websockets = false\n"
+           "request_max_retries = 0\n"
+           "stream_max_retries = 0\n\n"
+           "[analytics]\nenabled = false\n\n"
+           "[features]\nplugins = false\n\n"
+           "[projects.\"" +
+           work + "\"]\ntrust_level = \"trusted\"\n";
+}
+
+// Codex installed on first use (into TIDEWICK_CODEX_DIR when set, so build trees can
+// share it), with HOME, CODEX_HOME's parent and TIDEWICK_HOME one temporary home,
+// reached through a symbolic link: Codex keys its approvals by the real path.
+class Codex : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!testing::TidewickPrograms::built())
+            GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
+        python = RealAgents::python();
+        if (python.empty())
+            GTEST_SKIP() << "python3 is needed for the model stand-in";
+        auto install = RealAgents::install("install-codex.sh", "TIDEWICK_CODEX_DIR", "codex");
+        if (install.status == 77)
+            GTEST_SKIP() << "Codex could not be installed from npm: " << install.error;
+        ASSERT_EQ(install.status, 0) << install.error;
+        codex = install.command;
+
+        std::filesystem::create_directories(File::join(run.home(), "real-home/.codex"));
+        std::filesystem::create_directory_symlink("real-home", home());
+        std::filesystem::create_directories(work());
+        for (const auto& [name, value] : {std::pair{"HOME", home()},
+                                          {"TIDEWICK_HOME", home()},
+                                          {"CODEX_HOME", codexHome()},
+                                          {"STAND_IN_KEY", "test-key"},
+                                          {"PATH", File::parent(codex) + ":/usr/bin:/bin"}})
+            run.setVariable(name, value);
+        isolate = RealAgents::canIsolateNetwork();
+        // A closed port until a test starts the stand-in: Codex must not reach anything.
+        File::writeAtomically(File::join(codexHome(), "config.toml"), configText(9, work()), 0600);
+    }
+
+    std::string home() const { return File::join(run.home(), "home"); }
+    std::string codexHome() const { return File::join(home(), ".codex"); }
+    std::string work() const { return File::join(run.home(), "real-home/work"); }
+    std::string hooksFile() const { return File::join(codexHome(), "hooks.json"); }
+    // What Codex keys the approval of `place` ("stop:1:0") under.
+    std::string key(const std::string& place) const {
+        return File::join(run.home(), "real-home/.codex/hooks.json") + ":" + place;
+    }
+
+    // Starts the stand-in with `scenario` (a network namespace of its own when one can be
+    // made) and points config.toml at it.
+    void startStandIn(const std::string& scenario) {
+        File::writeAtomically(File::join(run.home(), "scenario.json"), scenario, 0600);
+        std::vector<std::string> argv = {
+            python,       File::join(testingFolder, "codex_stand_in.py"), "--port", "0",
+            "--scenario", File::join(run.home(), "scenario.json"),        "--log",  requestLog()};
+        if (isolate)
+            // A new namespace starts with loopback down; unshare and sh hand their
+            // process over to python, so its id names the namespace.
+            argv.insert(argv.begin(), {"/usr/bin/unshare", "-n", "/bin/sh", "-c",
+                                       "ip link set lo up && exec \"$@\"", "stand-in"});
+        standIn = std::make_unique<BackgroundProgram>(
+            argv, std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/bin"}, "",
+            File::join(run.home(), "stand-in"));
+        int port = 0;
+        for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+             port == 0 && std::chrono::steady_clock::now() < deadline;
+             std::this_thread::sleep_for(std::chrono::milliseconds(20)))
+            std::istringstream(standIn->out()) >> port;
+        ASSERT_NE(port, 0) << "the stand-in did not start: " << standIn->err();
+        File::writeAtomically(File::join(codexHome(), "config.toml"), configText(port, work()),
+                              0600);
+    }
+    std::string requestLog() const { return File::join(run.home(), "requests.jsonl"); }
+
+    // `argv` prefixed so that it shares the stand-in's network namespace, or gets an
+    // empty one of its own when there is no stand-in.
+    std::vector<std::string> offline(std::vector<std::string> argv) const {
+        if (!isolate)
+            return argv;
+        std::vector<std::string> prefix =
+            standIn ? std::vector<std::string>{"/usr/bin/nsenter",
+                                               "--net=/proc/" + std::to_string(standIn->pid()) +
+                                                   "/ns/net",
+                                               "--"}
+                    : std::vector<std::string>{"/usr/bin/unshare", "-n", "--"};
+        argv.insert(argv.begin(), prefix.begin(), prefix.end());
+        return argv;
+    }
+
+    // The app-server driver's arguments before its command.
+    std::vector<std::string> driver(const std::string& transcript) const {
+        return offline({python, File::join(testingFolder, "codex_app_server.py"), "--codex", codex,
+                        "--cwd", work(), "--transcript", File::join(run.home(), transcript)});
+    }
+
+    // What `hooks/list` says of each hook's approval, by key: "trusted", "untrusted",
+    // "modified" or "managed"; after approving every hook first, as /hooks does, when asked.
+    enum class Approving { none, all };
+    std::map<std::string, std::string> trust(Approving approving = Approving::none) {
+        std::vector<std::string> argv = driver("hooks.jsonl");
+        argv.push_back("hooks");
+        if (approving == Approving::all)
+            argv.push_back("--approve");
+        ProgramResult result =
+            runProgram(argv, run.environment, {}, work(), std::chrono::seconds(120));
+        EXPECT_EQ(result.status, 0) << result.out << result.err;
+        std::map<std::string, std::string> statuses;
+        if (result.status != 0)
+            return statuses;
+        const JSONValue listed = JSONValue::parse(result.out);
+        for (const JSONValue& hook : *listed.get("hooks")->arrayValue())
+            statuses[*hook.get("key")->stringValue()] = *hook.get("trustStatus")->stringValue();
+        return statuses;
+    }
+
+    // Codex's line of `tidewick status`.
+    std::string statusLine() const {
+        ProgramResult result = run.tidewick({"status"});
+        EXPECT_EQ(result.status, 0) << result.err;
+        std::istringstream lines(result.out);
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with("codex"))
+                return line;
+        return {};
+    }
+
+    JSONValue hooksDocument() const { return JSONValue::parse(File::read(hooksFile())); }
+    void writeHooks(const JSONValue& document) const {
+        File::writeAtomically(hooksFile(), document.pretty() + "\n", 0600);
+    }
+
+    // Every request the stand-in received, as logged.
+    std::vector<JSONValue> requests() const {
+        std::vector<JSONValue> all;
+        std::istringstream lines(File::exists(requestLog()) ? File::read(requestLog()) : "");
+        for (std::string line; std::getline(lines, line);)
+            all.push_back(JSONValue::parse(line));
+        return all;
+    }
+
+    testing::TidewickPrograms run;
+    std::string python, codex;
+    bool isolate = false;
+    std::unique_ptr<BackgroundProgram> standIn;
+};
+
+// Waits (60 s at most) until `tidewick pending` lists one held request, for which
+// `wanted` holds; the session identifier that the text listing printed for it.
+std::string waitForHeld(const testing::TidewickPrograms& run,
+                        const std::function<bool(const JSONValue&)>& wanted) {
+    JSONValue held;
+    for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+         std::chrono::steady_clock::now() < deadline;
+         std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
+        held = run.listing("pending");
+        if (held.arrayValue()->size() != 1 || !wanted(*(*held.arrayValue())[0].get("request")))
+            continue;
+        // "Codex  <id>  permission  Run ...": the identifier as the listing prints it.
+        std::istringstream line(run.tidewick({"pending"}).out);
+        std::string agent, session;
+        line >> agent >> session;
+        return session;
+    }
+    ADD_FAILURE() << "not held as expected; pending: " << held.compact();
+    return {};
+}
+
+bool detailHas(const JSONValue& request, const std::string& kind, const std::string& part) {
+    const JSONValue* detail = request.get("detail");
+    return *request.get("kind") == JSONValue(kind) && detail && detail->isString() &&
+           contains(*detail->stringValue(), part);
+}
+
+TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
+    const std::string outside = File::join(run.home(), "outside");
+    std::filesystem::create_directories(outside);
+    // One step per request to the model: the exec turn runs a command and answers; the
+    // editor's turn asks twice to leave the sandbox, then answers.
+    startStandIn(R"({"steps": [{"exec": "echo exec-turn"}, {"reply": "exec turn done"},
+        {"exec": "touch )" +
+                 outside + R"(/denied", "escalated": true},
+        {"exec": "touch )" +
+                 outside + R"(/allowed", "escalated": true},
+        {"reply": "Both asked."}]})");
+    ASSERT_TRUE(run.startApp());
+
+    ProgramResult connect = run.tidewick({"connect", "codex", "--yes"});
+    ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
+    EXPECT_TRUE(contains(connect.out, approvalNote)) << connect.out;
+    std::string status = statusLine();
+    EXPECT_TRUE(contains(status, "waiting for your approval in Codex")) << status;
+    EXPECT_TRUE(contains(status, approvalNote)) << status;
+
+    // Approved as /hooks does: then every hook of Tidewick's runs, and status says so.
+    for (const auto& [key, state] : trust(Approving::all))
+        EXPECT_EQ(state, "trusted") << key;
+    status = statusLine();
+    EXPECT_TRUE(contains(status, " connected ")) << status;
+    EXPECT_FALSE(contains(status, "Note:")) << status;
+
+    // Headless: recorded, nothing held, the turn ends by itself.
+    ProgramResult exec = runProgram(offline({codex, "exec", "--skip-git-repo-check", "first turn"}),
+                                    run.environment, {}, work(), std::chrono::seconds(120));
+    ASSERT_EQ(exec.status, 0) << exec.out << exec.err;
+    EXPECT_TRUE(contains(exec.out, "exec turn done")) << exec.out;
+    JSONValue sessions = run.listing("sessions");
+    ASSERT_EQ(sessions.arrayValue()->size(), 1u) << sessions.compact();
+    const JSONValue execSession = (*sessions.arrayValue())[0];
+    EXPECT_EQ(*execSession.get("status"), JSONValue("ended")) << execSession.compact();
+    EXPECT_TRUE(execSession.get("pending")->arrayValue()->empty());
+    EXPECT_TRUE(contains(execSession.get("timeline")->compact(), "echo exec-turn"))
+        << execSession.compact();
+    EXPECT_TRUE(run.listing("pending").arrayValue()->empty());
+
+    // An editor's turn, approval policy "on-request": both escalations are held.
+    BackgroundProgram turn(
+        [&] {
+            auto argv = driver("turn.jsonl");
+            argv.insert(argv.end(), {"turn", "--prompt", "second turn", "--timeout", "200"});
+            return argv;
+        }(),
+        run.environment, "", File::join(run.home(), "turn"), work());
+    const std::string refusal = "Not outside the workspace, please";
+    const std::string first = waitForHeld(run, [&](const JSONValue& request) {
+        return detailHas(request, "permission", outside + "/denied");
+    });
+    ASSERT_FALSE(first.empty());
+    ProgramResult deny = run.tidewick({"deny", first, "--message", refusal});
+    EXPECT_EQ(deny.status, 0) << deny.out << deny.err;
+
+    const std::string second = waitForHeld(run, [&](const JSONValue& request) {
+        return detailHas(request, "permission", outside + "/allowed");
+    });
+    ASSERT_EQ(second, first);
+    ProgramResult allow = run.tidewick({"allow", second});
+    EXPECT_EQ(allow.status, 0) << allow.out << allow.err;
+
+    const std::string stop = waitForHeld(
+        run, [](const JSONValue& request) { return detailHas(request, "reply", "Both asked."); });
+    ASSERT_FALSE(stop.empty());
+    EXPECT_FALSE(File::exists(File::join(outside, "denied")));
+    EXPECT_TRUE(File::exists(File::join(outside, "allowed")));
+    ProgramResult reply = run.tidewick({"reply", stop, "Now run the tests"});
+    EXPECT_EQ(reply.status, 0) << reply.out << reply.err;
+    // The reply sends the turn on; it stops again, held again until let go.
+    const std::string again = waitForHeld(
+        run, [](const JSONValue& request) { return detailHas(request, "reply", "Continued:"); });
+    ASSERT_FALSE(again.empty());
+    ProgramResult letStop = run.tidewick({"let-stop", again});
+    EXPECT_EQ(letStop.status, 0) << letStop.out << letStop.err;
+
+    ASSERT_EQ(turn.waitFor(std::chrono::seconds(120)), 0) << turn.out() << turn.err();
+    const JSONValue summary = JSONValue::parse(turn.out());
+    EXPECT_EQ(*summary.get("status"), JSONValue("completed")) << summary.compact();
+    // Every answer came from Tidewick's hooks: Codex never had to ask the editor.
+    EXPECT_TRUE(summary.get("serverRequests")->arrayValue()->empty()) << summary.compact();
+
+    // What the model received: the refusal's message as the tool's output, then the reply
+    // in Codex's hook prompt.
+    bool sawRefusal = false, sawReply = false;
+    for (const JSONValue& request : requests()) {
+        const JSONValue* body = request.get("body");
+        const JSONValue* input = body ? body->get("input") : nullptr;
+        if (!input || !input->arrayValue() || input->arrayValue()->empty())
+            continue;
+        const JSONValue& newest = input->arrayValue()->back();
+        if (const JSONValue* output = newest.get("output"); output && output->isString())
+            sawRefusal =
+                sawRefusal || contains(*output->stringValue(), "Rejected(\\\"" + refusal + "\\\")");
+        const std::string text = newest.compact();
+        sawReply = sawReply || (contains(text, "<hook_prompt") &&
+                                contains(text, "sent via Tidewick: Now run the tests"));
+    }
+    EXPECT_TRUE(sawRefusal) << File::read(requestLog());
+    EXPECT_TRUE(sawReply);
+
+    // The editor's session: the denial with its message, and ended once the server closed.
+    sessions = run.listing("sessions");
+    ASSERT_EQ(sessions.arrayValue()->size(), 2u) << sessions.compact();
+    for (const JSONValue& session : *sessions.arrayValue()) {
+        if (*session.get("key")->get("sessionId") == *execSession.get("key")->get("sessionId"))
+            continue;
+        EXPECT_EQ(*session.get("status"), JSONValue("ended")) << session.compact();
+        std::vector<std::string> texts;
+        for (const JSONValue& item : *session.get("timeline")->arrayValue())
+            texts.push_back(*item.get("text")->stringValue());
+        for (const std::string& expected :
+             {SessionText::deniedWith(refusal), std::string(SessionText::allowed),
+              std::string(SessionText::youReplied), std::string(SessionText::youLetItStop)})
+            EXPECT_NE(std::find(texts.begin(), texts.end(), expected), texts.end()) << expected;
+    }
+    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
+}
+
+TEST_F(Codex, ReconnectingKeepsTheUsersApprovalsAndDisconnectingNamesTheHooksItMoves) {
+    ProgramResult connect = run.tidewick({"connect", "codex", "--yes"});
+    ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
+    // What an older install left and the user approved: Tidewick's hook command somewhere
+    // else and no Interrupt group; and the user's own hooks, a Stop hook behind Tidewick's
+    // group and one for an event Tidewick leaves alone.
+    const std::string userStop = "echo user-stop", userSubagent = "echo user-subagent";
+    auto userGroup = [](const std::string& command) {
+        JSONValue handler(JSONValue::Object{});
+        handler.set("type", "command");
+        handler.set("command", command);
+        JSONValue group(JSONValue::Object{});
+        group.set("hooks", JSONValue(JSONValue::Array{handler}));
+        return group;
+    };
+    JSONValue document = hooksDocument();
+    JSONValue& hooks = *document.get("hooks");
+    hooks.remove("Interrupt");
+    (*hooks.get("Stop")->arrayValue())[0].get("hooks")->arrayValue()->at(0).set(
+        "command", "'/old/place/tidewick-hook' --agent codex --event Stop");
+    hooks.get("Stop")->arrayValue()->push_back(userGroup(userStop));
+    hooks.set("SubagentStop", JSONValue(JSONValue::Array{userGroup(userSubagent)}));
+    writeHooks(document);
+    std::map<std::string, std::string> states = trust(Approving::all);
+    ASSERT_EQ(states[key("stop:1:0")], "trusted");
+    ASSERT_EQ(states[key("subagent_stop:0:0")], "trusted");
+
+    // Reconnecting rewrites Tidewick's Stop hook in place and adds its Interrupt group: the
+    // user's hooks keep their keys, so Codex still runs them; Tidewick's two changed hooks
+    // wait for the user's approval, and status says so.
+    ProgramResult reconnect = run.tidewick({"connect", "codex"}, "y\n");
+    EXPECT_EQ(reconnect.status, 0) << reconnect.out << reconnect.err;
+    EXPECT_FALSE(contains(reconnect.out, "These hooks of yours move")) << reconnect.out;
+    states = trust();
+    for (const auto& [place, state] :
+         std::map<std::string, std::string>{{"stop:0:0", "modified"},
+                                            {"stop:1:0", "trusted"},
+                                            {"interrupt:0:0", "untrusted"},
+                                            {"subagent_stop:0:0", "trusted"},
+                                            {"pre_tool_use:0:0", "trusted"}}) {
+        SCOPED_TRACE(place);
+        EXPECT_EQ(states[key(place)], state);
+    }
+    std::string status = statusLine();
+    EXPECT_TRUE(contains(status, "waiting for your approval in Codex")) << status;
+    EXPECT_TRUE(contains(status, approvalNote)) << status;
+    (void)trust(Approving::all);
+    status = statusLine();
+    EXPECT_TRUE(contains(status, " connected ")) << status;
+
+    // Disconnecting drops Tidewick's Stop group in front of the user's: the preview says
+    // so, and answering no changes nothing.
+    const std::string before = File::read(hooksFile());
+    ProgramResult declined = run.tidewick({"disconnect", "codex"}, "n\n");
+    EXPECT_EQ(declined.status, 0) << declined.err;
+    const std::string warning = "These hooks of yours move, so Codex will ask you to approve "
+                                "them again (type /hooks in Codex):\n  Stop: " +
+                                userStop + "\n";
+    EXPECT_TRUE(contains(declined.out, warning)) << declined.out;
+    EXPECT_FALSE(contains(declined.out, userSubagent)) << declined.out;
+    EXPECT_TRUE(contains(declined.out, "Nothing was changed.")) << declined.out;
+    EXPECT_EQ(File::read(hooksFile()), before);
+
+    ProgramResult disconnect = run.tidewick({"disconnect", "codex", "--yes"});
+    EXPECT_EQ(disconnect.status, 0) << disconnect.out << disconnect.err;
+    EXPECT_TRUE(contains(disconnect.out, warning)) << disconnect.out;
+    // Exactly the hook the preview named lost its approval.
+    states = trust();
+    EXPECT_EQ(states, (std::map<std::string, std::string>{{key("stop:0:0"), "modified"},
+                                                          {key("subagent_stop:0:0"), "trusted"}}));
+}
+
+} // namespace
+} // namespace tidewick
