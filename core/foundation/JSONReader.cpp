@@ -15,14 +15,15 @@ namespace tidewick {
 namespace {
 
 constexpr std::uint64_t ones = 0x0101010101010101ULL;
-constexpr std::uint64_t highs = 0x8080808080808080ULL;
+constexpr std::uint64_t lows = 0x7F7F7F7F7F7F7F7FULL;
 
-// The high bit of each byte of `word` that equals `byte` (the classic SWAR
-// zero-byte test). Bits above the first match may be false alarms, so only the
-// lowest set bit is meaningful.
+// The high bit of each byte of `word` that equals `byte`, and no other bit. The sums
+// stay within each byte, so a match never marks its neighbour: the tail of the text is
+// read as the last eight bytes, whose matches before the current position are masked
+// off and must not spill into the bytes after it.
 std::uint64_t matchBytes(std::uint64_t word, unsigned char byte) {
     const std::uint64_t x = word ^ (ones * byte);
-    return (x - ones) & ~x & highs;
+    return ~(((x & lows) + lows) | x | lows);
 }
 
 bool isNumberByte(char c) {
@@ -186,7 +187,7 @@ std::size_t JSONReader::findSpecial(std::size_t from) const {
             ++from;
         return from;
     }
-    // The last few bytes: the last eight again, of which those before `from` hold no hit.
+    // The last few bytes: the last eight again, those before `from` masked off.
     std::uint64_t word;
     std::memcpy(&word, data + size - 8, sizeof word);
     const std::uint64_t fresh = ~0ULL << (8 * (8 - (size - from)));
