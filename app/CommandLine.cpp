@@ -5,6 +5,7 @@
 #include "ConnectCommands.h"
 #include "ControlCommands.h"
 #include "DemoCommand.h"
+#include "TranscriptCommands.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
 #include "install/HookConfigError.h"
@@ -27,6 +28,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerAppCommand(app, context);
     registerControlCommands(app, context);
     registerDemoCommand(app, context);
+    registerTranscriptCommands(app, context);
 
     Terminal& terminal = context.terminal();
     try {

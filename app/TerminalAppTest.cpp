@@ -3,6 +3,10 @@
 // them.
 #include "TidewickPrograms.h"
 
+#include "foundation/TidewickPaths.h"
+
+#include <gmock/gmock.h>
+
 #include <atomic>
 #include <unistd.h>
 
@@ -108,6 +112,61 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
               "via Tidewick: Run the tests.\"}\n");
 
     // Nothing is held now: q quits at once.
+    terminal.keys({"q"});
+    for (int i = 0; i < 100 && terminal.isRunning(); ++i)
+        std::this_thread::sleep_for(100ms);
+    EXPECT_FALSE(terminal.isRunning()) << terminal.screen();
+}
+
+} // namespace
+} // namespace tidewick
+
+namespace tidewick {
+namespace {
+
+TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
+    const std::string recorded =
+        std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/claude-transcripts/perm-allow.jsonl";
+    if (!File::exists(recorded))
+        GTEST_SKIP() << "the recorded transcripts are not at " << recorded;
+    const std::string id = "bc2ae821-aea9-4d2a-bb46-238b514a9108";
+    const std::string transcript = run.home() + "/.claude/projects/-home-dev-proj/" + id + ".jsonl";
+    File::makeDirectories(File::parent(transcript), 0700);
+    File::writeAtomically(transcript, File::read(recorded), 0600);
+    EXPECT_EQ(run.hook("claude", "SessionStart",
+                       R"({"hook_event_name":"SessionStart","session_id":")" + id +
+                           R"(","transcript_path":")" + transcript +
+                           R"(","cwd":"/home/dev/proj","source":"startup"})")
+                  .waitFor(std::chrono::seconds(15)),
+              0);
+    ASSERT_TRUE(waitForScreen({"1 session", "proj"}));
+
+    terminal.keys({"t"});
+    ASSERT_TRUE(waitForScreen({"Transcript · Claude Code session bc2ae821", "clean the build",
+                               "✓ Run rm -rf build && echo removed-ok  removed-ok", "All done."}));
+    terminal.keys({"/"});
+    terminal.keys({"-l", "removed"});
+    terminal.keys({"Enter"});
+    terminal.keys({"Enter"});
+    // The opened line shows the whole command and the result under it.
+    ASSERT_TRUE(waitForScreen({std::string(19, ' ') + "rm -rf build && echo removed-ok",
+                               std::string(19, ' ') + "removed-ok"}));
+
+    terminal.keys({"h"});
+    ASSERT_TRUE(waitForScreen({"Handoff written to"}));
+    const std::string handoffs = TidewickPaths(run.home()).handoffsDirectory();
+    const std::vector<std::string> written = File::listFolder(handoffs);
+    ASSERT_EQ(written.size(), 1u);
+    EXPECT_THAT(File::read(File::join(handoffs, written[0])),
+                ::testing::HasSubstr("claude --resume " + id));
+
+    // Reading it recorded how far: the whole file.
+    const JSONValue sessions = run.listing("sessions");
+    EXPECT_EQ(*sessions.arrayValue()->at(0).get("transcriptStep"),
+              JSONValue::integer(static_cast<std::int64_t>(File::read(transcript).size())));
+
+    terminal.keys({"t"});
+    ASSERT_TRUE(waitForScreen({"t transcript"}));
     terminal.keys({"q"});
     for (int i = 0; i < 100 && terminal.isRunning(); ++i)
         std::this_thread::sleep_for(100ms);

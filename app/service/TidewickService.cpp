@@ -392,6 +392,11 @@ HookResponse TidewickService::handle(const HookRequest& request,
     return answer(std::nullopt);
 }
 
+void TidewickService::setTranscriptStep(const SessionKey& session, std::int64_t step) {
+    State& s = *state_;
+    s.work->sync([&] { s.store.setTranscriptStep(session, step); });
+}
+
 void TidewickService::record(const AgentEvent& event, const HookRequest& request) {
     State& s = *state_;
     const SessionKey key = keyOf(event);

@@ -101,6 +101,9 @@ public:
     bool letStop(const SessionKey& session) override;
     [[nodiscard]] std::vector<HeldRequest> pendingRequests() const override;
     [[nodiscard]] std::vector<Session> sessions() const override;
+    /// Records how far the application has read the session's transcript (its
+    /// transcriptStep: see Transcript::position). Nothing happens for an unknown session.
+    void setTranscriptStep(const SessionKey& session, std::int64_t step);
     /// The settings in force now (re-read when the file changed).
     [[nodiscard]] TidewickSettings settings();
     /// Saves `settings` to the settings file; they apply from the next request.

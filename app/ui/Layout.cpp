@@ -2,6 +2,7 @@
 
 #include "DisplayText.h"
 #include "Screen.h"
+#include "TranscriptView.h"
 
 #include <algorithm>
 #include <ctime>
@@ -269,6 +270,8 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {deny, "deny it; type a message for the agent or just press Enter"},
         {"r", "reply to a session waiting for you; 1–9 send a quick reply"},
         {"s", "let a session waiting for your reply stop"},
+        {"t", "show the selected session's transcript (/ searches, Enter opens a line)"},
+        {"h", "write a handoff another agent can carry the session on from"},
         {"Esc", "cancel the line you are typing"},
         {"?", "show these keys"},
         {"q", "quit (asks first while requests are held)"},
@@ -356,6 +359,31 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         cursor = std::make_pair(row, std::min(width - 1, column + DisplayText::width(shown)));
         break;
     }
+    case ScreenController::Mode::transcript: {
+        const TranscriptView& view = *controller.transcript();
+        if (view.isSearching()) {
+            line.add("Search: ", Style::key).add(view.query(), Style::plain);
+            cursor = std::make_pair(row, std::min(width - 1, 8 + DisplayText::width(view.query())));
+            break;
+        }
+        if (auto message = controller.message(now)) {
+            line.add(DisplayText::singleLine(message->text),
+                     message->tone == ScreenController::Tone::warning ? Style::warning
+                                                                       : Style::success);
+            break;
+        }
+        if (!view.notice().empty()) {
+            line.add(view.notice(), Style::warning);
+            break;
+        }
+        line.add("↑↓", Style::key).add(" move  ", Style::dim);
+        line.add("Enter", Style::key).add(" open  ", Style::dim);
+        line.add("/", Style::key).add(" search  ", Style::dim);
+        line.add("n N", Style::key).add(" next  ", Style::dim);
+        line.add("h", Style::key).add(" handoff  ", Style::dim);
+        line.add("t", Style::key).add(" back", Style::dim);
+        break;
+    }
     case ScreenController::Mode::confirmQuit: {
         const std::size_t held = controller.heldCount();
         line.add(std::to_string(held) + (held == 1 ? " request is" : " requests are") +
@@ -376,6 +404,7 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         line.add(controller.denyKey(), Style::key).add(" deny  ", Style::dim);
         line.add("r", Style::key).add(" reply  ", Style::dim);
         line.add("s", Style::key).add(" stop  ", Style::dim);
+        line.add("t", Style::key).add(" transcript  ", Style::dim);
         line.add("?", Style::key).add(" keys  ", Style::dim);
         line.add("q", Style::key).add(" quit", Style::dim);
         break;
@@ -450,7 +479,17 @@ Frame layoutScreen(const ScreenController& controller, Date now, int width, int 
     const int detailRows = interior - listRows;
 
     frame.lines.push_back(topRule(controller, width, border, options));
-    if (controller.mode() == ScreenController::Mode::help) {
+    if (const TranscriptView* view = controller.transcript()) {
+        LineBuilder title(inner);
+        title.add("Transcript · ", Style::heading).add(view->title(), Style::bold);
+        frame.lines.push_back(framed(title.finish(), border));
+        std::vector<FrameLine> rows = view->lines(inner, interior + 1);
+        for (int row = 0; row < interior + 1; ++row)
+            frame.lines.push_back(framed(row < static_cast<int>(rows.size())
+                                             ? std::move(rows[static_cast<std::size_t>(row)])
+                                             : LineBuilder(inner).finish(),
+                                         border));
+    } else if (controller.mode() == ScreenController::Mode::help) {
         std::vector<FrameLine> help = helpLines(controller, inner);
         for (int row = 0; row < interior + 2; ++row)
             frame.lines.push_back(framed(row < static_cast<int>(help.size())

@@ -1,6 +1,10 @@
 #include "ScreenController.h"
 
 #include "Screen.h"
+#include "TranscriptAccess.h"
+#include "TranscriptView.h"
+#include "transcripts/Handoff.h"
+#include "transcripts/TranscriptUnavailable.h"
 #include "foundation/UTF8.h"
 #include "sessions/SessionText.h"
 
@@ -52,6 +56,8 @@ std::string agentName(const Session& session) {
 } // namespace
 
 ScreenController::ScreenController(SessionActions& actions) : actions_(actions) {}
+
+ScreenController::~ScreenController() = default;
 
 void ScreenController::setSessions(std::vector<Session> sessions, std::optional<Date> now) {
     std::vector<Session> previous = std::move(sessions_);
@@ -157,8 +163,66 @@ ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) 
     case Mode::reply:
         typeInto(key, now);
         return Outcome::stay;
+    case Mode::transcript:
+        if (key.kind == Key::Kind::character && key.character == 'h' &&
+            !transcriptView_->isSearching()) {
+            writeHandoff(now);
+        } else if (transcriptView_->handleKey(key) == TranscriptView::Outcome::close) {
+            mode_ = Mode::browse;
+            transcriptView_.reset();
+            transcriptKey_.reset();
+        }
+        return Outcome::stay;
     }
     return Outcome::stay;
+}
+
+void ScreenController::openTranscript(Date now) {
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (!transcripts_) {
+        showMessage("Transcripts are not available here.", Tone::warning, now);
+        return;
+    }
+    try {
+        Transcript transcript = transcripts_->read(*session);
+        const std::int64_t position = transcript.position;
+        transcriptView_ =
+            std::make_unique<TranscriptView>(std::move(transcript), session->transcriptStep);
+        transcriptKey_ = session->key;
+        mode_ = Mode::transcript;
+        message_.reset();
+        transcripts_->markRead(session->key, position);
+    } catch (const TranscriptUnavailable& error) {
+        showMessage(error.what(), Tone::warning, now);
+    }
+}
+
+void ScreenController::writeHandoff(Date now) {
+    const Session* session = selected();
+    if (transcriptKey_) {
+        auto found = std::find_if(sessions_.begin(), sessions_.end(),
+                                  [&](const Session& s) { return s.key == *transcriptKey_; });
+        session = found == sessions_.end() ? nullptr : &*found;
+    }
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (!transcripts_) {
+        showMessage("Handoffs are not available here.", Tone::warning, now);
+        return;
+    }
+    try {
+        showMessage(transcripts_->writeHandoff(*session, now), Tone::success, now);
+    } catch (const TranscriptUnavailable& error) {
+        showMessage(error.what(), Tone::warning, now);
+    } catch (const Handoff::Failure& failure) {
+        showMessage(failure.what(), Tone::warning, now);
+    }
 }
 
 ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
@@ -208,6 +272,12 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
         break;
     case 's':
         letStop(now);
+        break;
+    case 't':
+        openTranscript(now);
+        break;
+    case 'h':
+        writeHandoff(now);
         break;
     case '?':
         mode_ = Mode::help;

@@ -10,12 +10,16 @@
 #include "sessions/Session.h"
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace tidewick {
+
+class TranscriptAccess;
+class TranscriptView;
 
 class ScreenController {
 public:
@@ -30,6 +34,8 @@ public:
         help,
         /// Asked whether to quit although requests are held.
         confirmQuit,
+        /// The selected session's transcript (see transcript()).
+        transcript,
     };
     enum class Outcome { stay, quit };
     enum class Tone { info, success, warning };
@@ -46,6 +52,14 @@ public:
 
     /// Decisions go to `actions`, which must outlive the controller.
     explicit ScreenController(SessionActions& actions);
+    ~ScreenController();
+
+    /// Where `t` reads the selected session's transcript and `h` writes its handoff;
+    /// without one those keys say they are not available. `access` must outlive the
+    /// controller.
+    void setTranscriptAccess(TranscriptAccess* access) { transcripts_ = access; }
+    /// The transcript shown in Mode::transcript; null otherwise.
+    [[nodiscard]] const TranscriptView* transcript() const { return transcriptView_.get(); }
 
     /// Replaces the sessions (any order; they are put in screen order). The selection
     /// stays on the same session once the user has moved it; before that, and again after
@@ -97,6 +111,8 @@ private:
     void startReply(Date now);
     void sendReply(std::string text, Date now);
     void letStop(Date now);
+    void openTranscript(Date now);
+    void writeHandoff(Date now);
     [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
     /// Like held(), but when nothing of `kind` is held tells the user why and gives null.
     const PendingRequest* heldOrExplain(PendingKind kind, Date now);
@@ -116,6 +132,10 @@ private:
     std::vector<std::string> quickReplies_ = TidewickSettings::defaultQuickReplies();
     std::string allowKey_ = "y";
     std::string denyKey_ = "n";
+    TranscriptAccess* transcripts_ = nullptr;
+    std::unique_ptr<TranscriptView> transcriptView_;
+    /// The session whose transcript is shown.
+    std::optional<SessionKey> transcriptKey_;
 };
 
 } // namespace tidewick

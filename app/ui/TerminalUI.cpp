@@ -3,6 +3,7 @@
 #include "Alerts.h"
 #include "DesktopNotifier.h"
 #include "Layout.h"
+#include "FileTranscriptAccess.h"
 #include "ScreenController.h"
 #include "foundation/FileDescriptor.h"
 
@@ -320,6 +321,12 @@ int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
     const int signals = signalsFile.get();
 
     ScreenController controller(service);
+    FileTranscriptAccess transcripts(
+        service.paths(), TranscriptLocations::forHome(service.paths().home()),
+        [&service](const SessionKey& key, std::int64_t step) {
+            service.setTranscriptStep(key, step);
+        });
+    controller.setTranscriptAccess(&transcripts);
     DesktopNotifier notifier(options.busAddress,
                              [&service, mailbox](const DesktopNotifier::Action& action) {
                                  answerFromNotification(service, action, *mailbox);

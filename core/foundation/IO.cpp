@@ -66,6 +66,25 @@ std::string readAll(int fd, std::size_t limit, const std::string& subject) {
     return data;
 }
 
+std::string readAt(int fd, std::uint64_t offset, std::size_t length, const std::string& subject) {
+    std::string data(length, '\0');
+    std::size_t used = 0;
+    while (used < length) {
+        const ssize_t got = ::pread(fd, data.data() + used, length - used,
+                                    static_cast<off_t>(offset + used));
+        if (got < 0) {
+            if (errno == EINTR)
+                continue;
+            throw SystemError("pread", subject, errno);
+        }
+        if (got == 0)
+            break;
+        used += static_cast<std::size_t>(got);
+    }
+    data.resize(used);
+    return data;
+}
+
 void writeAll(int fd, std::string_view bytes, const std::string& subject) {
     transferAll(bytes, "write", subject,
                 [fd](const char* data, std::size_t size) { return ::write(fd, data, size); });

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -16,6 +17,12 @@ inline constexpr std::size_t noLimit = std::numeric_limits<std::size_t>::max();
 /// first (the rest is left unread). Retries interrupted reads. Throws
 /// SystemError("read", subject, ...) on any other error; what was read is then lost.
 [[nodiscard]] std::string readAll(int fd, std::size_t limit, const std::string& subject);
+
+/// Reads up to `length` bytes of `fd` starting at `offset` with pread(2), without moving
+/// the file position, retrying short and interrupted reads; fewer bytes only at the end
+/// of the file. Throws SystemError("pread", subject, ...) on any other error.
+[[nodiscard]] std::string readAt(int fd, std::uint64_t offset, std::size_t length,
+                                 const std::string& subject);
 
 /// Writes every byte of `bytes` to `fd`, retrying short and interrupted writes. Throws
 /// SystemError("write", subject, ...) on any other error; part may have been written.

@@ -105,6 +105,9 @@ std::string TidewickPaths::helperPath() const {
 std::string TidewickPaths::backupsDirectory() const {
     return File::join(appSupport(), "Backups");
 }
+std::string TidewickPaths::handoffsDirectory() const {
+    return File::join(appSupport(), "Handoffs");
+}
 std::string TidewickPaths::secretFile() const {
     return File::join(appSupport(), "secret");
 }

@@ -34,6 +34,8 @@ public:
     [[nodiscard]] std::string binDirectory() const;
     [[nodiscard]] std::string helperPath() const;
     [[nodiscard]] std::string backupsDirectory() const;
+    /// "Handoffs": the handoff documents Tidewick writes (made on first use, mode 0700).
+    [[nodiscard]] std::string handoffsDirectory() const;
     [[nodiscard]] std::string secretFile() const;
     [[nodiscard]] std::string settingsFile() const;
     [[nodiscard]] std::string sessionsFile() const;

@@ -64,7 +64,8 @@ struct Session {
     std::optional<std::int64_t> userMessagesAtEnd;
     /// Messages sent just before it was ended.
     std::optional<std::vector<std::string>> sentBeforeEnd;
-    /// Position reached in the transcript.
+    /// How far the application has read the transcript: Transcript::position when it was
+    /// last shown or handed off (the record's size in bytes, or a database's step count).
     std::optional<std::int64_t> transcriptStep;
     /// Requests held for the user now, oldest first.
     std::vector<PendingRequest> pending;

@@ -1,0 +1,107 @@
+// `tidewick transcript` and `tidewick handoff` through the real programs: the
+// session is known to the running application (or its saved file), the record
+// is read from where the agent wrote it.
+#include "TidewickPrograms.h"
+
+#include "foundation/TidewickPaths.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+namespace tidewick {
+namespace {
+
+using ::testing::HasSubstr;
+using testing::ProgramResult;
+
+const std::string fixtures = std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/";
+const std::string claudeId = "bc2ae821-aea9-4d2a-bb46-238b514a9108";
+const std::string codexId = "01a1fc51-7fe1-70d0-aad1-88fe95216210";
+
+class TranscriptCommands : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!testing::TidewickPrograms::built())
+            GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
+        if (!File::exists(fixtures + "claude-transcripts/perm-allow.jsonl"))
+            GTEST_SKIP() << "the recorded transcripts are not at " << fixtures;
+    }
+
+    // Tells the application about a session, as the agent's SessionStart hook does.
+    void start(const std::string& agent, const std::string& payload) {
+        EXPECT_EQ(run.hook(agent, "SessionStart", payload).waitFor(std::chrono::seconds(15)), 0);
+    }
+
+    testing::TidewickPrograms run;
+};
+
+TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicationKnows) {
+    const std::string transcript =
+        run.home() + "/.claude/projects/-home-dev-proj/" + claudeId + ".jsonl";
+    File::makeDirectories(File::parent(transcript), 0700);
+    File::writeAtomically(transcript, File::read(fixtures + "claude-transcripts/perm-allow.jsonl"),
+                          0600);
+    const std::string rollout = run.home() +
+                                "/.codex/sessions/2026/11/21/rollout-2026-11-21T04-16-02-" +
+                                codexId + ".jsonl";
+    File::makeDirectories(File::parent(rollout), 0700);
+    for (const auto& entry : std::filesystem::directory_iterator(fixtures + "codex/sessions/exec"))
+        File::writeAtomically(rollout, File::read(entry.path()), 0600);
+
+    ASSERT_TRUE(run.startApp());
+    start("claude",
+          R"({"session_id":")" + claudeId + R"(","transcript_path":")" + transcript +
+              R"(","cwd":"/home/dev/proj","hook_event_name":"SessionStart","source":"startup"})");
+    // Codex's payload names its rollout too; without it the file is found by the identifier.
+    start("codex",
+          R"({"session_id":")" + codexId +
+              R"(","cwd":"/home/dev/work","hook_event_name":"SessionStart","source":"startup"})");
+
+    const ProgramResult printed = run.tidewick({"transcript", "bc2a"});
+    EXPECT_EQ(printed.status, 0) << printed.err;
+    EXPECT_THAT(printed.out, HasSubstr("Claude Code session bc2ae821 — /home/dev/proj\n"));
+    EXPECT_THAT(printed.out, HasSubstr("You     clean the build\n"));
+    EXPECT_THAT(printed.out, HasSubstr("Tool    ✓ Run rm -rf build && echo removed-ok\n"
+                                       "                    removed-ok\n"));
+    EXPECT_THAT(printed.out, HasSubstr("Agent   All done.\n"));
+
+    const ProgramResult json =
+        run.tidewick({"transcript", "01a1", "--agent", "codex", "--json", "--tail", "2"});
+    ASSERT_EQ(json.status, 0) << json.err;
+    const JSONValue codex = JSONValue::parse(json.out);
+    EXPECT_EQ(*codex.get("userMessages"), JSONValue::integer(1));
+    EXPECT_EQ(*codex.get("tokens")->get("total"), JSONValue::integer(30));
+    ASSERT_EQ(codex.get("entries")->arrayValue()->size(), 2u);
+    EXPECT_EQ(*codex.get("entries")->arrayValue()->at(0).get("tool")->get("failed"),
+              JSONValue::boolean(true));
+
+    const ProgramResult written = run.tidewick({"handoff", "bc2a"});
+    ASSERT_EQ(written.status, 0) << written.err;
+    const std::string handoffs = TidewickPaths(run.home()).handoffsDirectory() + "/";
+    ASSERT_THAT(written.out,
+                ::testing::StartsWith("Handoff written to " + handoffs + "proj-claude-bc2ae821-"));
+    const std::string path = written.out.substr(19, written.out.size() - 20);
+    EXPECT_THAT(File::read(path), HasSubstr("claude --resume " + claudeId));
+    struct stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_THAT(run.tidewick({"handoff", codexId, "--output", "-"}).out,
+                HasSubstr("codex resume " + codexId));
+
+    // Once the application has stopped, the saved sessions still name the records.
+    EXPECT_EQ(run.stopApp(), 0);
+    const ProgramResult afterwards =
+        run.tidewick({"handoff", "01a1", "-o", run.home() + "/next.md"});
+    EXPECT_EQ(afterwards.status, 0) << afterwards.err;
+    EXPECT_THAT(File::read(run.home() + "/next.md"), HasSubstr("`rm -rf build` — failed"));
+
+    std::filesystem::remove(transcript);
+    const ProgramResult gone = run.tidewick({"transcript", "bc2a"});
+    EXPECT_EQ(gone.status, 1);
+    EXPECT_EQ(gone.err, "Tidewick couldn't find Claude Code's record of session bc2ae821.\n");
+    EXPECT_EQ(run.tidewick({"transcript", "ffff"}).status, 1);
+    EXPECT_EQ(run.tidewick({"transcript", "bc2a", "--tail", "0"}).status, 2);
+}
+
+} // namespace
+} // namespace tidewick

@@ -1,0 +1,230 @@
+// Records that are damaged, enormous, still growing, missing, locked or not
+// what they claim: the readers never crash and keep memory bounded.
+#include "transcripts/AntigravityTranscriptReader.h"
+#include "transcripts/ClaudeTranscriptReader.h"
+#include "transcripts/CodexTranscriptReader.h"
+#include "transcripts/TranscriptTestSupport.h"
+#include "transcripts/Transcripts.h"
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/IO.h"
+#include "testing/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include <atomic>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <thread>
+
+namespace tidewick {
+namespace {
+
+using namespace tidewick::testing;
+using ::testing::HasSubstr;
+
+std::string prompt(const std::string& text) {
+    return R"({"type":"user","message":{"role":"user","content":")" + text +
+           R"("},"timestamp":"2026-11-21T04:53:29.881Z"})"
+           "\n";
+}
+
+long peakResidentKiB() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+TEST(HostileTranscripts, DamagedLinesAreLeftOutAndTheRestIsRead) {
+    TemporaryDirectory folder;
+    const std::string path = folder.path() + "/damaged.jsonl";
+    put(path,
+        prompt("first") +
+            R"({"type":"user","message":{"role":"us)"
+            "\n" +
+            std::string("\xff\xfe\x00\x01binary\x00\x9f", 12) + "\n" +
+            R"({"type":"assistant","message":{"content":[{"type":"tool_use"}]}})"
+            "\n" +
+            R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":7}]}})"
+            "\n" +
+            "[1, 2, 3]\n\n" + prompt("second") +
+            R"({"type":"user","message":{"role":"user","cont)");
+    const Transcript transcript = ClaudeTranscriptReader::read(path, "id");
+    EXPECT_EQ(transcript.unreadableLines, 2) << "the cut and the binary line; not the last one";
+    EXPECT_EQ(transcript.userMessages, 2);
+    EXPECT_EQ(transcript.entries.front().text, "first");
+    EXPECT_EQ(transcript.entries.back().text, "second");
+    EXPECT_EQ(transcript.toolCalls, 2)
+        << "the call without a name, and the result without its call";
+}
+
+TEST(HostileTranscripts, ATwoGigabyteSparseRecordIsReadByItsEndsInBoundedMemory) {
+    TemporaryDirectory folder;
+    const std::string path = folder.path() + "/huge.jsonl";
+    const std::int64_t size = 2LL << 30;
+    {
+        FileDescriptor file = FileDescriptor::open(path, O_WRONLY | O_CREAT, 0600);
+        IO::writeAll(file.get(), prompt("the goal"), path);
+        ASSERT_EQ(::ftruncate(file.get(), size), 0);
+        // The end: a line cut by the tail's edge, then whole lines.
+        const std::string end = std::string(2 << 20, 'x') + "\n" + prompt("the latest");
+        ASSERT_EQ(::pwrite(file.get(), end.data(), end.size(),
+                           static_cast<off_t>(size - static_cast<std::int64_t>(end.size()))),
+                  static_cast<ssize_t>(end.size()));
+    }
+    const long before = peakResidentKiB();
+    const Transcript transcript = ClaudeTranscriptReader::read(path, "id");
+    EXPECT_LT(peakResidentKiB() - before, 64 * 1024) << "KiB more at the peak";
+    EXPECT_THAT(describe(transcript.entries),
+                ::testing::ElementsAre("user: the goal",
+                                       ::testing::StartsWith("system: [… 2.0 GiB"),
+                                       "user: the latest"));
+    EXPECT_EQ(transcript.position, size);
+    EXPECT_EQ(transcript.skippedBytes, transcript.entries[1].skippedBytes);
+    EXPECT_GT(transcript.skippedBytes, size - (2 << 20));
+    EXPECT_EQ(transcript.unreadableLines, 0) << "the zeros of the middle are never read";
+}
+
+TEST(HostileTranscripts, AGrowingRecordIsReadUpToWhereItWasWhenOpened) {
+    TemporaryDirectory folder;
+    const std::string path = folder.path() + "/growing.jsonl";
+    put(path, "");
+    std::atomic<bool> done = false;
+    // The writer appends each line in two writes, so that a half line is often there.
+    std::thread writer([&] {
+        FileDescriptor file = FileDescriptor::open(path, O_WRONLY | O_APPEND);
+        for (int i = 0; !done && i < 200000; ++i) {
+            const std::string line = prompt("prompt " + std::to_string(i));
+            IO::writeAll(file.get(), line.substr(0, 20), path);
+            IO::writeAll(file.get(), line.substr(20), path);
+        }
+    });
+    // Small limits, so that the file soon outgrows being read whole.
+    const HeadTailLimits limits{64 << 10, 16 << 10, 32 << 10};
+    std::int64_t lastSize = 0;
+    for (int round = 0; round < 2000 && lastSize < (1 << 20); ++round) {
+        const Transcript transcript = ClaudeTranscriptReader::read(path, "id", limits);
+        SCOPED_TRACE(transcript.position);
+        EXPECT_EQ(transcript.unreadableLines, 0);
+        EXPECT_EQ(transcript.skippedBytes > 0, transcript.position > limits.whole);
+        EXPECT_GE(transcript.position, lastSize);
+        lastSize = transcript.position;
+        if (transcript.skippedBytes == 0 && !transcript.entries.empty()) {
+            // Every whole line before the size at opening was read, in order.
+            EXPECT_EQ(transcript.entries.back().text,
+                      "prompt " + std::to_string(transcript.entries.size() - 1));
+        }
+    }
+    done = true;
+    writer.join();
+    EXPECT_GE(lastSize, 1 << 20) << "the file grew while it was read";
+}
+
+TEST(HostileTranscripts, MissingRecordsSayWhichSessionTheyBelongTo) {
+    TemporaryDirectory home;
+    const TranscriptLocations locations(home.path());
+    Session session;
+    session.key = {AgentKind::codex, "01a1fc51-7fe1-70d0-aad1-88fe95216210"};
+    session.transcriptPath = home.path() + "/gone.jsonl";
+    try {
+        (void)Transcripts::read(session, locations);
+        ADD_FAILURE() << "read a missing record";
+    } catch (const TranscriptUnavailable& error) {
+        EXPECT_STREQ(error.what(), "Tidewick couldn't find Codex's record of session 01a1fc51.");
+    }
+    // Found by its identifier instead, once the rollout exists.
+    put(home.path() + "/.codex/sessions/2026/11/21/rollout-2026-11-21T04-16-02-" +
+            session.key.sessionId + ".jsonl",
+        File::read(codexRollout("exec")));
+    EXPECT_EQ(Transcripts::read(session, locations).userMessages, 1);
+}
+
+// A database made here, shaped like a conversation store: a table of binary step records.
+void makeStepDatabase(const std::string& path, int steps) {
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+    sqlite3_exec(database,
+                 "CREATE TABLE meta(key TEXT, value TEXT);"
+                 "CREATE TABLE steps(id INTEGER PRIMARY KEY, created_at INTEGER, payload BLOB);",
+                 nullptr, nullptr, nullptr);
+    sqlite3_exec(database, "BEGIN", nullptr, nullptr, nullptr);
+    sqlite3_stmt* insert = nullptr;
+    sqlite3_prepare_v2(database, "INSERT INTO steps(created_at, payload) VALUES(?, ?)", -1, &insert,
+                       nullptr);
+    for (int i = 1; i <= steps; ++i) {
+        const std::string payload = std::string("\x0a\x12\x01\xff", 4) + "Run the tests, step " +
+                                    std::to_string(i) + std::string("\x10\x02\x00", 3) + "ab";
+        sqlite3_bind_int64(insert, 1, 1795234562000LL + i * 1000);
+        sqlite3_bind_blob(insert, 2, payload.data(), static_cast<int>(payload.size()),
+                          SQLITE_TRANSIENT);
+        sqlite3_step(insert);
+        sqlite3_reset(insert);
+    }
+    sqlite3_finalize(insert);
+    sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_close(database);
+}
+
+TEST(HostileTranscripts, AntigravityStepDatabasesShowWhatCanBeReadAndNeverWait) {
+    TemporaryDirectory home;
+    const std::string folder = home.path() + "/.gemini/antigravity-cli/conversations";
+    const std::string path = folder + "/conv-1.db";
+    File::makeDirectories(folder, 0700);
+    makeStepDatabase(path, 300);
+    Session session;
+    session.key = {AgentKind::antigravity, "conv-1"};
+    session.projectPath = "/home/dev/work";
+    const Transcript transcript = Transcripts::read(session, TranscriptLocations(home.path()));
+    EXPECT_EQ(transcript.position, 300) << "steps";
+    ASSERT_EQ(transcript.entries.size(), 50u + 1 + 200);
+    EXPECT_EQ(describe(transcript.entries[0]), "system: Step 1: Run the tests, step 1");
+    EXPECT_EQ(describe(transcript.entries[50]), "system: [50 steps not shown]");
+    EXPECT_EQ(describe(transcript.entries.back()), "system: Step 300: Run the tests, step 300");
+    EXPECT_EQ(transcript.entries[0].time, dateFromSeconds(1795234563));
+    EXPECT_EQ(transcript.projectPath, "/home/dev/work") << "from the session";
+
+    // Locked by a writer: the reader gives up after its busy time, with a sentence.
+    sqlite3* writer = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &writer), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(writer, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    const SQLiteDatabase::Limits brief{std::chrono::milliseconds(2000),
+                                       std::chrono::milliseconds(50)};
+    EXPECT_THROW((void)AntigravityTranscriptReader::readDatabase(path, "conv-1", brief),
+                 SQLiteDatabase::Failure);
+    sqlite3_exec(writer, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(writer);
+
+    // A query that would run forever is cut off.
+    SQLiteDatabase database(path, {std::chrono::milliseconds(100), std::chrono::milliseconds(50)});
+    try {
+        database.query("WITH RECURSIVE n(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM n) "
+                       "SELECT count(*) FROM n",
+                       [](const SQLiteDatabase::Row&) {});
+        ADD_FAILURE() << "an endless query ended";
+    } catch (const SQLiteDatabase::Failure& error) {
+        EXPECT_THAT(error.what(), HasSubstr("it took too long to read"));
+    }
+
+    // Corrupt, or no database at all: a sentence, never a crash. Nothing is ever written.
+    std::string bytes = File::read(path);
+    for (std::size_t i = 100; i < bytes.size(); i += 7)
+        bytes[i] = static_cast<char>(i * 31);
+    put(path, bytes);
+    const auto modified = std::filesystem::last_write_time(path);
+    try {
+        (void)Transcripts::read(session, TranscriptLocations(home.path()));
+        ADD_FAILURE() << "read a corrupt database";
+    } catch (const TranscriptUnavailable& error) {
+        EXPECT_THAT(error.what(),
+                    ::testing::StartsWith(
+                        "Tidewick couldn't read Antigravity's record of session conv-1: "));
+    }
+    EXPECT_EQ(std::filesystem::last_write_time(path), modified);
+    put(path, "not a database at all, just some text that is long enough to look like a header");
+    EXPECT_THROW((void)Transcripts::read(session, TranscriptLocations(home.path())),
+                 TranscriptUnavailable);
+}
+
+} // namespace
+} // namespace tidewick
