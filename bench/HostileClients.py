@@ -89,20 +89,32 @@ class Idle(threading.Thread):
 
 
 class Flooder(threading.Thread):
-    """Sends 16 MiB lines, one connection after another."""
+    """Sends 16 MiB lines, one connection after another, as fast as the application takes
+    them; counts the lines sent whole and every byte it got into the socket."""
+
+    CHUNK = 1024 * 1024
 
     def __init__(self, path, line, stop):
         super().__init__(daemon=True)
-        self.path, self.line, self.stop, self.sent = path, line, stop, 0
+        self.path, self.line, self.stop = path, memoryview(line), stop
+        self.sent, self.bytes = 0, 0
 
     def run(self):
         while not self.stop.is_set():
             try:
                 with connect(self.path) as s:
-                    s.sendall(self.line)
-                    self.sent += 1
                     s.settimeout(1)
-                    s.recv(1)
+                    at = 0
+                    while at < len(self.line) and not self.stop.is_set():
+                        try:
+                            done = s.send(self.line[at:at + self.CHUNK])
+                        except socket.timeout:
+                            continue
+                        at += done
+                        self.bytes += done
+                    if at == len(self.line):
+                        self.sent += 1
+                        s.recv(1)
             except OSError:
                 time.sleep(0.005)
 
@@ -174,9 +186,11 @@ def run(bin_dir, hard_limit):
         recorded = sum(1 for l in open(activity) if '"userPrompt"' in l)
         peak = vm_field(app.pid, "VmHWM")
         sent = sum(f.sent for f in flooders)
+        flooded = sum(f.bytes for f in flooders) / (1024 * 1024)
         limits = f"hard limit {hard_limit}" if hard_limit else "this machine's limits"
         print(f"{limits}: {IDLE} idle connections ({idle.reconnects} closed by the application "
-              f"and reopened), {FLOODERS} flooders sent {sent} lines of 16 MiB")
+              f"and reopened), {FLOODERS} flooders sent {flooded:.0f} MiB "
+              f"({sent} lines of 16 MiB whole)")
         print(f"  legitimate round trips: max {max(trips) * 1000:.0f} ms, "
               f"median {sorted(trips)[len(trips) // 2] * 1000:.0f} ms; "
               f"{recorded} of {EVENTS} events recorded")

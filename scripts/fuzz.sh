@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer programs with clang (the fuzz preset: AddressSanitizer and
-# UndefinedBehaviorSanitizer, only the fuzz targets) and runs each one on its seeds
+# UndefinedBehaviorSanitizer; it also builds the whole core library and the hook
+# command, which must compile with clang too) and runs each one on its seeds
 # in fuzz/corpus/<surface>/ for a while: 20 s each by default, or the seconds given
 # as the first argument. Two run at a time. New inputs go to a scratch folder, so
 # the seeds in the repository stay as they are; an input that breaks a program is
