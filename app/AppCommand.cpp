@@ -1,14 +1,18 @@
 #include "AppCommand.h"
 
 #include "CommandFailure.h"
+#include "control/AttachedApplication.h"
 #include "control/ControlServer.h"
 #include "control/SessionMatcher.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "foundation/Allocator.h"
 #include "service/TidewickService.h"
+#include "systemd/Readiness.h"
+#include "ui/NotificationCenter.h"
 #include "ui/TerminalUI.h"
 
+#include <atomic>
 #include <csignal>
 #include <memory>
 #include <mutex>
@@ -56,29 +60,51 @@ std::string describeAlert(const Alert& alert, const std::vector<Session>& known)
 
 } // namespace
 
+namespace {
+
+// Opens the interface on the application already running for these paths, until the user
+// closes it; false when none answers.
+bool runAttached(AppContext& context) {
+    AttachedApplication application(context.paths());
+    try {
+        if (!application.attach())
+            return false;
+    } catch (const ControlClient::VersionMismatch& mismatch) {
+        throw CommandFailure(1, mismatch.what());
+    }
+    try {
+        (void)runTerminalUI(application, TerminalUIOptions{{SIGINT, SIGTERM}});
+    } catch (const std::runtime_error& error) {
+        throw CommandFailure(1, error.what());
+    }
+    return true;
+}
+
+} // namespace
+
 void runApplication(AppContext& context, Interface interface) {
     Allocator::returnLargeBlocksToTheSystem();
     const sigset_t signals = stopSignals();
-    // Before the service starts its threads, which inherit the mask.
+    // Before any thread starts (the attached view's, the service's), as they inherit the mask.
     if (int error = ::pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0)
         throw CommandFailure(1, SystemError("pthread_sigmask", "SIGINT, SIGTERM", error).what());
+    // An interface on a terminal joins the application that runs already, if one does.
+    if (interface == Interface::terminal && runAttached(context))
+        return;
 
     Terminal& terminal = context.terminal();
     auto outputLock = std::make_shared<std::mutex>();
-    TidewickService service(context.paths());
-    auto printAlerts = [&] {
-        service.setAlertHandler([&terminal, &service, outputLock](const Alert& alert) {
-            const std::string line = describeAlert(alert, service.sessions());
-            std::lock_guard guard(*outputLock);
-            terminal.out() << line << std::endl;
-        });
+    auto say = [&terminal, outputLock](const std::string& line) {
+        std::lock_guard guard(*outputLock);
+        terminal.out() << line << std::endl;
     };
-    // The terminal interface installs its own alert handler.
-    if (interface == Interface::headless)
-        printAlerts();
+    TidewickService service(context.paths());
     try {
         service.start();
     } catch (const TidewickService::AlreadyRunning& error) {
+        // Another one started meanwhile: join it rather than refuse.
+        if (interface == Interface::terminal && runAttached(context))
+            return;
         throw CommandFailure(1, error.what());
     } catch (const SystemError& error) {
         throw CommandFailure(1, std::string("Tidewick couldn't start: ") + error.what());
@@ -91,35 +117,51 @@ void runApplication(AppContext& context, Interface interface) {
         service.stop();
         throw CommandFailure(1, std::string("Tidewick couldn't start: ") + error.what());
     }
-    bool headless = interface == Interface::headless;
+    // Read on the notifications' thread too.
+    std::atomic<bool> headless = interface == Interface::headless;
+    // Notifications belong to the application, not to any of its interfaces: one each.
+    NotificationCenter notifications(service, std::nullopt,
+                                     [&say, &headless](const std::string& sentence) {
+                                         if (headless)
+                                             say(sentence);
+                                     });
+    // One line per alert, so someone watching the headless application knows what to
+    // answer and how; an interface shows alerts its own way.
+    std::optional<ApplicationView::WatchId> printing;
+    auto printAlerts = [&] {
+        printing = service
+                       .watch({.alerted = [&say, &service](const Alert& alert) {
+                           say(describeAlert(alert, service.sessions()));
+                       }})
+                       .id;
+    };
+    Readiness::ready("Holding your agents' requests until you answer them.");
     if (!headless) {
         try {
-            (void)runTerminalUI(service, TerminalUIOptions{{SIGINT, SIGTERM}, std::nullopt});
+            (void)runTerminalUI(service, TerminalUIOptions{{SIGINT, SIGTERM}});
         } catch (const std::runtime_error& error) {
             // The terminal cannot be used after all: keep serving the agents without it.
             terminal.err() << error.what() << " Running headless instead.\n";
             headless = true;
-            printAlerts();
         }
     }
     if (headless) {
-        {
-            std::lock_guard guard(*outputLock);
-            terminal.out() << "Tidewick is running. Hook socket: " << context.paths().socketPath()
-                           << "; control socket: " << control.socketPath()
-                           << ". Stop it with Ctrl-C." << std::endl;
-        }
+        printAlerts();
+        say("Tidewick is running. Hook socket: " + context.paths().socketPath() +
+            "; control socket: " + control.socketPath() + ". Stop it with Ctrl-C.");
         int received = 0;
         // sigwait fails only for an invalid set, which would stop at once rather than hang.
         (void)::sigwait(&signals, &received);
     }
 
+    Readiness::stopping();
+    if (printing)
+        service.unwatch(*printing);
     // Decisions first: nothing can arrive through the control socket while the
     // service answers the held requests with their time-out.
     control.stop();
     service.stop();
-    std::lock_guard guard(*outputLock);
-    terminal.out() << "Tidewick stopped." << std::endl;
+    say("Tidewick stopped.");
 }
 
 void registerAppCommand(CLI::App& app, AppContext& context) {

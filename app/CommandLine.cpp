@@ -5,6 +5,7 @@
 #include "ConnectCommands.h"
 #include "ControlCommands.h"
 #include "DemoCommand.h"
+#include "ServiceCommands.h"
 #include "TranscriptCommands.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
@@ -28,6 +29,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerAppCommand(app, context);
     registerControlCommands(app, context);
     registerDemoCommand(app, context);
+    registerServiceCommands(app, context);
     registerTranscriptCommands(app, context);
 
     Terminal& terminal = context.terminal();

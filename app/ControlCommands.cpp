@@ -6,7 +6,6 @@
 #include "control/ControlClient.h"
 #include "control/SessionMatcher.h"
 #include "foundation/JSONCoding.h"
-#include "foundation/JSONCoding.h"
 #include "foundation/Text.h"
 #include "sessions/CommandRisk.h"
 #include "sessions/ShortIds.h"
@@ -46,6 +45,8 @@ ControlReply send(AppContext& context, const ControlRequest& request) {
         return ControlClient::send(request, context.paths());
     } catch (const ControlClient::NotRunning& error) {
         throw CommandFailure(notRunningExitStatus, error.what());
+    } catch (const ControlClient::VersionMismatch& error) {
+        throw CommandFailure(static_cast<int>(ExitStatus::refused), error.what());
     } catch (const std::invalid_argument& error) {
         throw UsageError(error.what());
     }
@@ -79,6 +80,8 @@ std::string confirmation(ControlCommand command, const ControlReply& reply) {
         return "Let " + who + " stop.";
     case ControlCommand::sessions:
     case ControlCommand::pending:
+    case ControlCommand::subscribe:
+    case ControlCommand::transcriptStep:
         break;
     }
     return who + ".";

@@ -57,6 +57,8 @@ bool applicationAnswers(const TidewickPaths& paths) {
         return true;
     } catch (const ControlClient::NotRunning&) {
         return false;
+    } catch (const ControlClient::VersionMismatch& error) {
+        throw CommandFailure(1, error.what());
     }
 }
 

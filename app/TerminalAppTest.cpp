@@ -2,53 +2,22 @@
 // requests come from the real hook command, and keys sent to the pane answer
 // them.
 #include "TidewickPrograms.h"
+#include "TmuxTestSupport.h"
 
 #include "foundation/TidewickPaths.h"
 
 #include <gmock/gmock.h>
-
-#include <atomic>
-#include <unistd.h>
 
 namespace tidewick {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::ProgramResult;
-using testing::runProgram;
-
-/// A tmux server of our own (its own socket and directory), killed at the end.
-class Tmux {
-public:
-    Tmux() {
-        static std::atomic<int> counter{0};
-        socket_ = "tw-ui-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
-    }
-    ~Tmux() { (void)run({"kill-server"}); }
-
-    ProgramResult run(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"/usr/bin/tmux", "-L", socket_, "-f", "/dev/null"});
-        return runProgram(arguments,
-                          {"TMUX_TMPDIR=" + directory_.path(), "TERM=xterm-256color",
-                           "LANG=C.UTF-8", "PATH=/usr/bin:/bin"},
-                          {}, {}, std::chrono::seconds(20));
-    }
-    std::string screen() const { return run({"capture-pane", "-p", "-t", "ui"}).out; }
-    void keys(std::vector<std::string> keys) const {
-        keys.insert(keys.begin(), {"send-keys", "-t", "ui"});
-        (void)run(keys);
-    }
-    bool isRunning() const { return run({"has-session", "-t", "ui"}).status == 0; }
-
-private:
-    TemporaryDirectory directory_;
-    std::string socket_;
-};
 
 class TerminalApp : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!File::isExecutableFile("/usr/bin/tmux"))
+        if (!testing::Tmux::isInstalled())
             GTEST_SKIP() << "tmux is not installed (Debian package tmux): the terminal "
                             "interface tests need it";
         ASSERT_TRUE(testing::TidewickPrograms::built());
@@ -57,30 +26,20 @@ protected:
                                     run.home() + "' HOME='" + run.home() + "' '" +
                                     testing::TidewickPrograms::tidewickPath + "' app 2>'" + errors +
                                     "'";
-        ASSERT_EQ(terminal.run({"new-session", "-d", "-s", "ui", "-x", "100", "-y", "30", command})
-                      .status,
-                  0);
+        ASSERT_TRUE(terminal.start("ui", command));
         ASSERT_TRUE(waitForScreen({"0 sessions"}));
     }
 
-    /// Polls the pane until every part shows (generous: a loaded machine, sanitizers).
     bool waitForScreen(std::initializer_list<std::string> parts) {
-        std::string screen;
-        for (int i = 0; i < 300; ++i, std::this_thread::sleep_for(100ms)) {
-            screen = terminal.screen();
-            if (std::all_of(parts.begin(), parts.end(), [&](const std::string& part) {
-                    return screen.find(part) != std::string::npos;
-                }))
-                return true;
-        }
-        ADD_FAILURE() << screen
-                      << "\nstandard error: " << (File::exists(errors) ? File::read(errors) : "");
-        return false;
+        const bool shown = terminal.waitForAll("ui", parts);
+        if (!shown)
+            ADD_FAILURE() << "standard error: " << (File::exists(errors) ? File::read(errors) : "");
+        return shown;
     }
 
     testing::TidewickPrograms run;
     const std::string errors = File::join(run.home(), "app.err");
-    Tmux terminal;
+    testing::Tmux terminal;
 };
 
 TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
@@ -91,7 +50,7 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
     ASSERT_TRUE(
         waitForScreen({"Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
                        "Waiting for you", "Needs permission", "webshop", "1 held"}));
-    terminal.keys({"y"});
+    terminal.keys("ui", {"y"});
     EXPECT_EQ(run.finished(claude),
               "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
               "\"decision\":{\"behavior\":\"allow\"}}}\n");
@@ -104,18 +63,18 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
                            R"("The signup checks are in. Anything else?"})");
     ASSERT_TRUE(waitForScreen(
         {"Waiting for your reply", "Waiting for reply", "The signup checks are in."}));
-    terminal.keys({"r"});
+    terminal.keys("ui", {"r"});
     ASSERT_TRUE(waitForScreen({"1 Continue working.", "2 Run the tests."}));
-    terminal.keys({"2"});
+    terminal.keys("ui", {"2"});
     EXPECT_EQ(run.finished(codex),
               "{\"decision\":\"block\",\"reason\":\"Message from the user, sent "
               "via Tidewick: Run the tests.\"}\n");
 
     // Nothing is held now: q quits at once.
-    terminal.keys({"q"});
-    for (int i = 0; i < 100 && terminal.isRunning(); ++i)
+    terminal.keys("ui", {"q"});
+    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
         std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning()) << terminal.screen();
+    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
 }
 
 } // namespace
@@ -141,18 +100,18 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
               0);
     ASSERT_TRUE(waitForScreen({"1 session", "proj"}));
 
-    terminal.keys({"t"});
+    terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"Transcript · Claude Code session bc2ae821", "clean the build",
                                "✓ Run rm -rf build && echo removed-ok  removed-ok", "All done."}));
-    terminal.keys({"/"});
-    terminal.keys({"-l", "removed"});
-    terminal.keys({"Enter"});
-    terminal.keys({"Enter"});
+    terminal.keys("ui", {"/"});
+    terminal.keys("ui", {"-l", "removed"});
+    terminal.keys("ui", {"Enter"});
+    terminal.keys("ui", {"Enter"});
     // The opened line shows the whole command and the result under it.
     ASSERT_TRUE(waitForScreen({std::string(19, ' ') + "rm -rf build && echo removed-ok",
                                std::string(19, ' ') + "removed-ok"}));
 
-    terminal.keys({"h"});
+    terminal.keys("ui", {"h"});
     ASSERT_TRUE(waitForScreen({"Handoff written to"}));
     const std::string handoffs = TidewickPaths(run.home()).handoffsDirectory();
     const std::vector<std::string> written = File::listFolder(handoffs);
@@ -165,12 +124,12 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     EXPECT_EQ(*sessions.arrayValue()->at(0).get("transcriptStep"),
               JSONValue::integer(static_cast<std::int64_t>(File::read(transcript).size())));
 
-    terminal.keys({"t"});
+    terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"t transcript"}));
-    terminal.keys({"q"});
-    for (int i = 0; i < 100 && terminal.isRunning(); ++i)
+    terminal.keys("ui", {"q"});
+    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
         std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning()) << terminal.screen();
+    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
 }
 
 } // namespace

@@ -3,7 +3,8 @@
 # build (CMake's default flags, -O3, warnings left as warnings) on a machine
 # without GoogleTest or Google Benchmark, installed into a temporary prefix.
 # Passes when only the two programs were built, the installed `tidewick`
-# runs, and it installs the `tidewick-hook` that sits beside it.
+# runs, and it installs the `tidewick-hook` that sits beside it; then packs
+# the same build into the Debian package and checks that (check-package.sh).
 set -euo pipefail
 source=$(cd "$(dirname "$0")/.." && pwd)
 scratch=$(mktemp -d /tmp/tidewick-plain-XXXXXX)
@@ -28,6 +29,12 @@ built=$(cd "$scratch/build/bin" && ls | tr '\n' ' ')
 [ "$built" = "tidewick tidewick-hook " ] || fail "expected only the two programs, built: $built"
 installed=$(cd "$scratch/prefix/bin" && ls | tr '\n' ' ')
 [ "$installed" = "tidewick tidewick-hook " ] || fail "expected both programs installed, got: $installed"
+for file in share/man/man1/tidewick.1.gz share/bash-completion/completions/tidewick \
+  share/zsh/vendor-completions/_tidewick share/fish/vendor_completions.d/tidewick.fish; do
+  [ -f "$scratch/prefix/$file" ] || fail "not installed: $file"
+done
+grep -qx "ExecStart=$scratch/prefix/bin/tidewick app --headless" \
+  "$scratch/prefix/lib/systemd/user/tidewick.service" || fail "the user unit does not run the installed tidewick"
 
 "$scratch/prefix/bin/tidewick" --version | grep -q '^tidewick ' || fail "tidewick --version failed"
 
@@ -44,3 +51,4 @@ if grep -q 'warning:' "$scratch/build.log"; then
   fail "the plain build warns"
 fi
 echo "check-plain-build: plain Release build, install and hook lookup all work"
+"$source/scripts/check-package.sh" "$scratch/build"

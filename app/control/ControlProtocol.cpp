@@ -3,21 +3,22 @@
 #include "foundation/JSONCoding.h"
 #include "foundation/UTF8.h"
 
-#include <cstdint>
+#include <algorithm>
 #include <stdexcept>
 
 namespace tidewick {
 
 namespace {
 
-constexpr std::int64_t protocolVersion = 1;
+using ControlProtocol::version;
 
-// Every line of either kind: one object, the version first.
-template <typename WriteMembers> std::string encodeLine(WriteMembers writeMembers) {
+// Every line of each kind: one object, the version first.
+template <typename WriteMembers>
+std::string encodeLine(WriteMembers writeMembers, std::int64_t lineVersion = version) {
     std::string text;
     JSONWriter out(text);
     out.beginObject();
-    out.member("v", protocolVersion);
+    out.member("v", lineVersion);
     writeMembers(out);
     out.endObject();
     text.push_back('\n');
@@ -27,13 +28,13 @@ template <typename WriteMembers> std::string encodeLine(WriteMembers writeMember
 // Reads the members of a line; nothing unless it is one object of this protocol's version
 // whose members read.
 template <typename... Members> bool decodeLine(std::string_view text, const Members&... members) {
-    std::int64_t version = 0;
+    std::int64_t lineVersion = 0;
     try {
         requireUTF8(text);
         JSONReader in(text);
-        const bool read = readObject(in, JSONMember::required("v", version), members...);
+        const bool read = readObject(in, JSONMember::required("v", lineVersion), members...);
         in.finish();
-        return read && version == protocolVersion;
+        return read && lineVersion == version;
     } catch (const JSONValue::ParseError&) {
         return false;
     }
@@ -53,6 +54,50 @@ bool readJSON(JSONReader& in, HeldRequest& out) {
                       JSONMember::required("request", out.second));
 }
 
+void writeJSON(JSONWriter& out, const StoreChange& change) {
+    out.beginObject();
+    out.member("kind", change.kind);
+    out.member("key", change.key);
+    out.member("session", change.session);
+    if (change.kind == StoreChange::Kind::pending)
+        out.member("pending", change.pending);
+    out.endObject();
+}
+
+bool readJSON(JSONReader& in, StoreChange& out) {
+    using M = JSONMember;
+    out = StoreChange();
+    const bool read = readObject(in, M::required("kind", out.kind), M::required("key", out.key),
+                                 M::optional("session", out.session),
+                                 M::optional("pending", out.pending));
+    return read && (out.kind != StoreChange::Kind::session || out.session);
+}
+
+void writeJSON(JSONWriter& out, const Alert& alert) {
+    out.beginObject();
+    out.member("kind", alert.kind);
+    out.member("session", alert.session);
+    out.member("title", alert.title);
+    out.member("detail", alert.detail);
+    out.member("requestId", alert.requestId);
+    out.member("informational", alert.informational);
+    out.member("turnEnded", alert.turnEnded);
+    out.member("alsoHeld", static_cast<std::int64_t>(alert.alsoHeld));
+    out.endObject();
+}
+
+bool readJSON(JSONReader& in, Alert& out) {
+    using M = JSONMember;
+    std::int64_t alsoHeld = 0;
+    const bool read = readObject(
+        in, M::required("kind", out.kind), M::required("session", out.session),
+        M::required("title", out.title), M::optional("detail", out.detail),
+        M::optional("requestId", out.requestId), M::lenient("informational", out.informational),
+        M::lenient("turnEnded", out.turnEnded), M::lenient("alsoHeld", alsoHeld));
+    out.alsoHeld = static_cast<std::size_t>(std::max<std::int64_t>(alsoHeld, 0));
+    return read;
+}
+
 namespace ControlProtocol {
 
 std::string encode(const ControlRequest& request, std::string_view secret) {
@@ -65,6 +110,7 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
         out.member("message", request.message);
         if (!request.text.empty())
             out.member("text", request.text);
+        out.member("step", request.step);
     });
     // The application would refuse the whole line; say why here instead.
     if (!UTF8::isValid(text))
@@ -78,7 +124,8 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
     using M = JSONMember;
     if (!decodeLine(text, M::required("secret", secret), M::required("command", request.command),
                     M::lenient("session", request.session), M::optional("agent", request.agent),
-                    M::lenient("message", request.message), M::lenient("text", request.text)))
+                    M::lenient("message", request.message), M::lenient("text", request.text),
+                    M::lenient("step", request.step)))
         return std::nullopt;
     return std::pair{std::move(secret), std::move(request)};
 }
@@ -112,6 +159,76 @@ std::optional<ControlReply> decodeReply(std::string_view text) {
                     M::lenient("shortIds", reply.shortIds)))
         return std::nullopt;
     return reply;
+}
+
+std::string encode(const ControlEvent& event) {
+    std::string text = encodeLine([&](JSONWriter& out) {
+        out.member("event", event.kind);
+        out.member("change", event.change);
+        out.member("alert", event.alert);
+    });
+    // An agent's text that is not UTF-8 must not cost the subscriber its stream.
+    return UTF8::isValid(text) ? text : UTF8::repaired(text);
+}
+
+std::optional<ControlEvent> decodeEvent(std::string_view text) {
+    ControlEvent event;
+    using M = JSONMember;
+    if (!decodeLine(text, M::required("event", event.kind), M::optional("change", event.change),
+                    M::optional("alert", event.alert)))
+        return std::nullopt;
+    if ((event.kind == ControlEvent::Kind::change && !event.change) ||
+        (event.kind == ControlEvent::Kind::alert && !event.alert))
+        return std::nullopt;
+    return event;
+}
+
+std::optional<Envelope> decodeEnvelope(std::string_view text) {
+    Envelope envelope;
+    using M = JSONMember;
+    try {
+        requireUTF8(text);
+        JSONReader in(text);
+        const bool read =
+            readObject(in, M::required("v", envelope.version),
+                       M::lenient("secret", envelope.secret), M::lenient("message", envelope.message));
+        in.finish();
+        if (read)
+            return envelope;
+    } catch (const JSONValue::ParseError&) {
+    }
+    return std::nullopt;
+}
+
+std::string versionMismatchSentence(std::int64_t commandVersion, std::int64_t applicationVersion) {
+    const std::string versions = " (control protocol " + std::to_string(commandVersion) +
+                                 " for the command, " + std::to_string(applicationVersion) +
+                                 " for the application)";
+    if (commandVersion < applicationVersion)
+        return "This tidewick command is older than the Tidewick application running" + versions +
+               ". Use the tidewick that came with the application, or restart the application "
+               "with this one.";
+    return "The Tidewick application running is older than this tidewick command" + versions +
+           ". Restart the application so that both are the same version.";
+}
+
+std::string encodeVersionMismatch(std::int64_t requestVersion) {
+    // The older side's version, which both can read.
+    return encodeLine(
+        [&](JSONWriter& out) {
+            out.member("outcome", ControlOutcome::badRequest);
+            out.member("message", versionMismatchSentence(requestVersion, version));
+        },
+        std::min(requestVersion, version));
+}
+
+std::string encodeFirstVersionProbe(std::string_view secret) {
+    return encodeLine(
+        [&](JSONWriter& out) {
+            out.member("secret", secret);
+            out.member("command", ControlCommand::pending);
+        },
+        1);
 }
 
 } // namespace ControlProtocol

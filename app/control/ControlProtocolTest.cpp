@@ -26,19 +26,19 @@ TEST(ControlProtocol, RequestsRoundTripAndMalformedOnesAreRefused) {
     EXPECT_EQ(decoded->second, deny);
 
     for (const char* bad : {
-             R"({"v":2,"secret":"s","command":"sessions"})",
+             R"({"v":1,"secret":"s","command":"sessions"})",
              R"({"secret":"s","command":"sessions"})",
-             R"({"v":1,"command":"sessions"})",
-             R"({"v":1,"secret":"s","command":"erase"})",
-             R"({"v":1,"secret":"s","command":"allow","agent":"vim"})",
-             R"({"v":1,"secret":"s","command":"allow","agent":3})",
+             R"({"v":2,"command":"sessions"})",
+             R"({"v":2,"secret":"s","command":"erase"})",
+             R"({"v":2,"secret":"s","command":"allow","agent":"vim"})",
+             R"({"v":2,"secret":"s","command":"allow","agent":3})",
              R"(["v",1])",
              "not json",
          })
         EXPECT_FALSE(ControlProtocol::decodeRequest(bad)) << bad;
     // Mistyped optional fields take their defaults.
     auto lenient = ControlProtocol::decodeRequest(
-        R"({"v":1,"secret":"s","command":"deny","session":5,"message":false})");
+        R"({"v":2,"secret":"s","command":"deny","session":5,"message":false})");
     ASSERT_TRUE(lenient);
     EXPECT_EQ(lenient->second.session, "");
     EXPECT_FALSE(lenient->second.message);
@@ -72,18 +72,78 @@ TEST(ControlProtocol, RepliesCarrySessionsAndHeldRequests) {
 
     for (
         const char* bad : {
-            R"({"v":1})",
-            R"({"v":1,"outcome":"maybe"})",
-            R"({"v":2,"outcome":"done"})",
-            R"({"v":1,"outcome":"done","sessions":[{"key":1}]})",
-            R"({"v":1,"outcome":"done","pending":[{"session":{"agent":"claude","sessionId":"a"}}]})",
-            R"({"v":1,"outcome":"done","session":{"agent":"emacs","sessionId":"a"}})",
+            R"({"v":2})",
+            R"({"v":2,"outcome":"maybe"})",
+            R"({"v":1,"outcome":"done"})",
+            R"({"v":2,"outcome":"done","sessions":[{"key":1}]})",
+            R"({"v":2,"outcome":"done","pending":[{"session":{"agent":"claude","sessionId":"a"}}]})",
+            R"({"v":2,"outcome":"done","session":{"agent":"emacs","sessionId":"a"}})",
             // A deadline beyond what the clock can hold.
-            R"({"v":1,"outcome":"done","pending":[{"session":{"agent":"claude","sessionId":"a"},)"
+            R"({"v":2,"outcome":"done","pending":[{"session":{"agent":"claude","sessionId":"a"},)"
             R"("request":{"id":"0f8fad5b-d9cb-469f-a165-70867728950e","kind":"reply","title":"t",)"
             R"("createdAt":1,"deadline":1e10}}]})",
         })
         EXPECT_FALSE(ControlProtocol::decodeReply(bad)) << bad;
+}
+
+TEST(ControlProtocol, EventsCarryChangesAndAlertsWhateverTheirTexts) {
+    Session session = sessionWith(AgentKind::codex, "abc",
+                                  {heldRequest(PendingKind::reply, "Finished its turn")});
+    session.startedAt = session.lastActivityAt = dateFromSeconds(1'700'000'000.5);
+    Alert alert{Alert::Kind::needsPermission, session.key, "Run ls", "ls -la",
+                session.pending[0].id, false, false, 2};
+    using Kind = ControlEvent::Kind;
+    const std::vector<ControlEvent> events = {
+        {Kind::change, StoreChange::changed(session), std::nullopt},
+        {Kind::change, StoreChange::pendingChanged(session.key, session.pending), std::nullopt},
+        {Kind::change, StoreChange::pendingChanged(session.key, {}), std::nullopt},
+        {Kind::change, StoreChange::removed(session.key), std::nullopt},
+        {Kind::alert, std::nullopt, alert},
+        {Kind::ready, std::nullopt, std::nullopt},
+    };
+    for (const ControlEvent& event : events) {
+        const std::string line = ControlProtocol::encode(event);
+        SCOPED_TRACE(line);
+        EXPECT_EQ(line.find('\n'), line.size() - 1);
+        EXPECT_EQ(ControlProtocol::decodeEvent(line), event);
+    }
+    // A text that is not UTF-8 is repaired rather than costing the stream its line.
+    session.title = std::string("caf\xC3", 4);
+    const auto repaired = ControlProtocol::decodeEvent(
+        ControlProtocol::encode(ControlEvent{Kind::change, StoreChange::changed(session), {}}));
+    ASSERT_TRUE(repaired);
+    EXPECT_EQ(repaired->change->session->title, "caf\uFFFD");
+    for (const char* bad : {
+             R"({"v":2,"event":"change"})",
+             R"({"v":2,"event":"alert"})",
+             R"({"v":2,"event":"change","change":{"kind":"session","key":{"agent":"codex","sessionId":"a"}}})",
+             R"({"v":2,"event":"wave"})",
+             R"({"v":1,"event":"ready"})",
+         })
+        EXPECT_FALSE(ControlProtocol::decodeEvent(bad)) << bad;
+}
+
+TEST(ControlProtocol, EachSideOfAnotherVersionIsToldWhichIsOlderInAVersionItReads) {
+    const auto older = ControlProtocol::decodeEnvelope(ControlProtocol::encodeVersionMismatch(1));
+    ASSERT_TRUE(older);
+    EXPECT_EQ(older->version, 1) << "what a command of version 1 reads";
+    EXPECT_EQ(older->message,
+              "This tidewick command is older than the Tidewick application running (control "
+              "protocol 1 for the command, 2 for the application). Use the tidewick that came "
+              "with the application, or restart the application with this one.");
+    const auto newer = ControlProtocol::decodeEnvelope(ControlProtocol::encodeVersionMismatch(3));
+    ASSERT_TRUE(newer);
+    EXPECT_EQ(newer->version, 2);
+    EXPECT_EQ(newer->message,
+              "The Tidewick application running is older than this tidewick command (control "
+              "protocol 3 for the command, 2 for the application). Restart the application so "
+              "that both are the same version.");
+    const auto probe = ControlProtocol::decodeEnvelope(ControlProtocol::encodeFirstVersionProbe("s"));
+    ASSERT_TRUE(probe);
+    EXPECT_EQ(probe->version, 1);
+    EXPECT_EQ(probe->secret, "s");
+    for (const char* bad : {R"({"v":"2"})", R"({"secret":"s"})", "[2]", "v2"})
+        EXPECT_FALSE(ControlProtocol::decodeEnvelope(bad)) << bad;
 }
 
 } // namespace

@@ -1,12 +1,26 @@
 #include "control/ControlServer.h"
 
 #include "control/SessionMatcher.h"
+#include "foundation/FileDescriptor.h"
+#include "foundation/SystemError.h"
 #include "sessions/SessionText.h"
 #include "wire/Wire.h"
+
+#include <cerrno>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace tidewick {
 
 namespace {
+
+/// Lines are gathered up to this size before they are written.
+constexpr std::size_t writeBatchBytes = 64 * 1024;
 
 ControlReply failure(ControlOutcome outcome, std::string message) {
     ControlReply reply;
@@ -16,7 +30,19 @@ ControlReply failure(ControlOutcome outcome, std::string message) {
 }
 
 bool isDecision(ControlCommand command) {
-    return command != ControlCommand::sessions && command != ControlCommand::pending;
+    switch (command) {
+    case ControlCommand::allow:
+    case ControlCommand::deny:
+    case ControlCommand::reply:
+    case ControlCommand::letStop:
+        return true;
+    case ControlCommand::sessions:
+    case ControlCommand::pending:
+    case ControlCommand::subscribe:
+    case ControlCommand::transcriptStep:
+        return false;
+    }
+    return false;
 }
 
 // Hands the decision over; true when it reached a waiting agent.
@@ -32,6 +58,8 @@ bool deliver(const ControlRequest& request, const SessionKey& key, SessionAction
         return target.letStop(key);
     case ControlCommand::sessions:
     case ControlCommand::pending:
+    case ControlCommand::subscribe:
+    case ControlCommand::transcriptStep:
         break;
     }
     return false;
@@ -45,14 +73,81 @@ std::string notDelivered(const ControlRequest& request, const SessionKey& key,
     return SessionText::noReplyWaiting(who);
 }
 
+/// The events one subscriber has still to be sent: filled by the application's watcher,
+/// which it never holds up, and emptied by the subscriber's connection thread, which the
+/// eventfd wakes.
+class Subscriber {
+public:
+    /// For the subscriber on `connection`, which stays open while this lives.
+    explicit Subscriber(int connection)
+        : connection_(connection), wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        if (!wake_)
+            throw SystemError("eventfd", "a control subscription", errno);
+    }
+
+    [[nodiscard]] int fd() const { return wake_.get(); }
+
+    void push(ControlEvent event) {
+        std::lock_guard guard(lock_);
+        if (behind_)
+            return;
+        if (queue_.size() >= ControlServer::subscriberBacklog) {
+            behind_ = true;
+            queue_.clear();
+            // Its thread may be stuck writing to a subscriber that reads nothing.
+            ::shutdown(connection_, SHUT_RDWR);
+        } else {
+            queue_.push_back(std::move(event));
+        }
+        const std::uint64_t one = 1;
+        (void)!::write(wake_.get(), &one, sizeof one);
+    }
+
+    /// The events waiting; nothing once the subscriber has fallen too far behind.
+    [[nodiscard]] std::optional<std::deque<ControlEvent>> take() {
+        std::uint64_t count = 0;
+        (void)!::read(wake_.get(), &count, sizeof count);
+        std::lock_guard guard(lock_);
+        if (behind_)
+            return std::nullopt;
+        return std::exchange(queue_, {});
+    }
+
+private:
+    const int connection_;
+    const FileDescriptor wake_;
+    std::mutex lock_;
+    std::deque<ControlEvent> queue_;
+    bool behind_ = false;
+};
+
+/// Gathers lines and writes them in batches; false once a write failed.
+class BatchWriter {
+public:
+    explicit BatchWriter(LocalServer::Stream& stream) : stream_(stream) {}
+
+    [[nodiscard]] bool add(const std::string& line) {
+        batch_ += line;
+        return batch_.size() < writeBatchBytes || flush();
+    }
+    [[nodiscard]] bool flush() {
+        const bool written = batch_.empty() || stream_.write(batch_);
+        batch_.clear();
+        return written;
+    }
+
+private:
+    LocalServer::Stream& stream_;
+    std::string batch_;
+};
+
 } // namespace
 
-ControlServer::ControlServer(std::string socketPath, std::string secret, SessionActions& target)
-    : server_(
+ControlServer::ControlServer(std::string socketPath, std::string secret, ApplicationView& target)
+    : secret_(std::move(secret)), target_(target),
+      server_(
           std::move(socketPath),
-          [secret = std::move(secret), &target](std::string_view line, const ClientProbe&) {
-              return answer(line, secret, target);
-          },
+          [this](std::string_view line, LocalServer::Stream& stream) { serve(line, stream); },
           LocalServer::Options{"tidewick.control", "tidewick.ctl-conn", 16, 10.0, nullptr}) {}
 
 void ControlServer::start() {
@@ -64,11 +159,13 @@ void ControlServer::stop() {
     server_.closeConnections();
 }
 
-ControlReply ControlServer::respond(const ControlRequest& request, SessionActions& target) {
+ControlReply ControlServer::respond(const ControlRequest& request, ApplicationView& target) {
     std::vector<Session> known = target.sessions();
     ControlReply reply;
     std::vector<std::string> named;
-    if (request.command == ControlCommand::sessions) {
+    if (request.command == ControlCommand::subscribe) {
+        return failure(ControlOutcome::badRequest, "A subscription needs a connection of its own.");
+    } else if (request.command == ControlCommand::sessions) {
         for (const Session& session : known)
             named.push_back(session.key.sessionId);
         reply.sessions = known;
@@ -78,6 +175,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, SessionAction
             named.push_back(held.first.sessionId);
     } else if (request.command == ControlCommand::reply && request.text.empty()) {
         return failure(ControlOutcome::badRequest, "A reply needs some text.");
+    } else if (request.command == ControlCommand::transcriptStep && !request.step) {
+        return failure(ControlOutcome::badRequest, "A transcript step needs the step.");
     } else {
         SessionMatch match = matchSession(known, request.session, request.agent);
         if (!match.key)
@@ -86,6 +185,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, SessionAction
         named.push_back(match.key->sessionId);
     }
     reply.shortIds = shortIdsOf(known, named);
+    if (reply.session && request.command == ControlCommand::transcriptStep)
+        target.setTranscriptStep(*reply.session, *request.step);
     if (reply.session && isDecision(request.command) && !deliver(request, *reply.session, target)) {
         reply.outcome = ControlOutcome::notDelivered;
         reply.message = notDelivered(request, *reply.session, reply.shortIds);
@@ -93,12 +194,72 @@ ControlReply ControlServer::respond(const ControlRequest& request, SessionAction
     return reply;
 }
 
-std::optional<std::string> ControlServer::answer(std::string_view line, std::string_view secret,
-                                                 SessionActions& target) {
-    auto decoded = ControlProtocol::decodeRequest(line);
-    if (!decoded || !Wire::secretsMatch(secret, decoded->first))
-        return std::nullopt;
-    return ControlProtocol::encode(respond(decoded->second, target));
+void ControlServer::serve(std::string_view line, LocalServer::Stream& stream) {
+    const auto envelope = ControlProtocol::decodeEnvelope(line);
+    if (!envelope || !envelope->secret || !Wire::secretsMatch(secret_, *envelope->secret))
+        return;
+    if (envelope->version != ControlProtocol::version) {
+        if (envelope->version >= 1)
+            (void)stream.write(ControlProtocol::encodeVersionMismatch(envelope->version));
+        return;
+    }
+    const auto decoded = ControlProtocol::decodeRequest(line);
+    if (!decoded)
+        return;
+    if (decoded->second.command == ControlCommand::subscribe)
+        subscribe(stream);
+    else
+        (void)stream.write(ControlProtocol::encode(respond(decoded->second, target_)));
+}
+
+void ControlServer::subscribe(LocalServer::Stream& stream) {
+    auto subscriber = std::make_shared<Subscriber>(stream.probe().fd());
+    const ApplicationView::Watch watch = target_.watch({
+        .changed =
+            [subscriber](const StoreChange& change) {
+                subscriber->push({ControlEvent::Kind::change, change, std::nullopt});
+            },
+        .alerted =
+            [subscriber](const Alert& alert) {
+                subscriber->push({ControlEvent::Kind::alert, std::nullopt, alert});
+            },
+    });
+    struct Unwatch {
+        ApplicationView& target;
+        ApplicationView::WatchId id;
+        ~Unwatch() { target.unwatch(id); }
+    } unwatch{target_, watch.id};
+
+    BatchWriter out(stream);
+    if (!out.add(ControlProtocol::encode(ControlReply{})))
+        return;
+    for (const Session& session : watch.sessions)
+        if (!out.add(ControlProtocol::encode(
+                ControlEvent{ControlEvent::Kind::change, StoreChange::changed(session), {}})))
+            return;
+    if (!out.add(ControlProtocol::encode(ControlEvent{ControlEvent::Kind::ready, {}, {}})) ||
+        !out.flush())
+        return;
+    for (;;) {
+        pollfd fds[2] = {{stream.probe().fd(), POLLIN, 0}, {subscriber->fd(), POLLIN, 0}};
+        if (::poll(fds, 2, -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            return;
+        }
+        // A subscriber only listens: anything from it, the end of its stream or the server
+        // cutting it off included, ends the subscription.
+        if (fds[0].revents != 0)
+            return;
+        std::optional<std::deque<ControlEvent>> events = subscriber->take();
+        if (!events)
+            return;
+        for (const ControlEvent& event : *events)
+            if (!out.add(ControlProtocol::encode(event)))
+                return;
+        if (!out.flush())
+            return;
+    }
 }
 
 } // namespace tidewick

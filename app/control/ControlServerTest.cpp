@@ -3,7 +3,11 @@
 #include "control/ControlClient.h"
 #include "control/ControlTestSupport.h"
 #include "testing/TemporaryDirectory.h"
+#include "foundation/FileDescriptor.h"
+#include "service/ServiceTestSupport.h"
+#include "wire/LineReader.h"
 #include "wire/LocalClient.h"
+#include "wire/Wire.h"
 
 #include <gtest/gtest.h>
 #include <thread>
@@ -134,6 +138,82 @@ TEST(ControlSocket, TheClientTalksToTheServerAndStrangersLearnNothing) {
     EXPECT_NE(::access(paths.controlSocketPath().c_str(), F_OK), 0) << "socket file removed";
     EXPECT_THROW((void)ControlClient::send(decision(ControlCommand::sessions, ""), paths),
                  ControlClient::NotRunning);
+}
+
+/// A server of `target` on a fresh home, with that home's paths and secret.
+struct RunningServer {
+    explicit RunningServer(ApplicationView& target) {
+        paths.ensureDirectories();
+        secret = paths.loadOrCreateSecret();
+        server.emplace(paths.controlSocketPath(), secret, target);
+        server->start();
+    }
+    TemporaryDirectory home;
+    TidewickPaths paths{home.path()};
+    std::string secret;
+    std::optional<ControlServer> server;
+};
+
+TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
+    FakeTarget target;
+    RunningServer running(target);
+    auto exchange = [&](const std::string& line) {
+        return LocalClient::exchange(running.paths.controlSocketPath(), line, 1.0, 5.0).line;
+    };
+    // A command of protocol 1 gets a reply it can read; one of a later version, one in ours.
+    const auto older = exchange(ControlProtocol::encodeFirstVersionProbe(running.secret));
+    ASSERT_TRUE(older);
+    EXPECT_EQ(*older + "\n", ControlProtocol::encodeVersionMismatch(1));
+    const auto newer = exchange(R"({"v":3,"secret":")" + running.secret + R"(","command":"x"})" "\n");
+    ASSERT_TRUE(newer);
+    EXPECT_EQ(*newer + "\n", ControlProtocol::encodeVersionMismatch(3));
+    // Without the secret a stranger learns nothing, not even the version.
+    EXPECT_FALSE(exchange(ControlProtocol::encodeFirstVersionProbe(running.secret + "0")));
+    EXPECT_FALSE(exchange(R"({"v":0,"secret":")" + running.secret + R"("})" "\n"));
+
+    // This command facing an application of protocol 1, which closes later versions' lines
+    // without a word and answers its own.
+    running.server.reset();
+    LocalServer first(
+        running.paths.controlSocketPath(),
+        [](std::string_view line, const ClientProbe&) -> std::optional<std::string> {
+            if (line.find(R"("v":1)") == std::string_view::npos)
+                return std::nullopt;
+            return R"({"v":1,"outcome":"done"})" "\n";
+        },
+        LocalServer::Options{});
+    first.start();
+    const std::string sentence = ControlProtocol::versionMismatchSentence(2, 1);
+    try {
+        (void)ControlClient::send(decision(ControlCommand::pending, ""), running.paths);
+        ADD_FAILURE() << "no mismatch reported";
+    } catch (const ControlClient::VersionMismatch& mismatch) {
+        EXPECT_EQ(mismatch.what(), sentence);
+    }
+    EXPECT_THROW((void)ControlClient::subscribe(running.paths), ControlClient::VersionMismatch);
+}
+
+TEST(ControlSocket, ASubscriberThatFallsBehindIsCutOffWithoutHoldingUpTheApplication) {
+    FakeTarget target;
+    RunningServer running(target);
+    ControlClient::Subscription idle = ControlClient::subscribe(running.paths);
+    ASSERT_TRUE(testing::eventually([&] { return target.watcherCount() == 1; }));
+
+    // Changes far beyond what the socket buffers and the backlog hold (the connection's
+    // thread may take a backlog's worth before it is stuck writing): each is told at once
+    // although the subscriber reads nothing.
+    Session big = sessionWith(AgentKind::claude, "busy");
+    big.title = std::string(4096, 'x');
+    for (std::size_t i = 0; i < 2 * ControlServer::subscriberBacklog + 1000; ++i)
+        target.change(big);
+    EXPECT_TRUE(testing::eventually([&] { return target.watcherCount() == 0; }))
+        << "the subscription that fell behind is gone";
+    // What it reads ends in the end of the stream; it then subscribes afresh.
+    LineReader::Result line;
+    do
+        line = idle.lines->next(10);
+    while (line.status == LineReader::Status::line);
+    EXPECT_EQ(line.status, LineReader::Status::closed);
 }
 
 } // namespace

@@ -1,8 +1,10 @@
-// A control target that records the decisions it is handed, for the control tests.
+// A control target that records the decisions it is handed and tells its
+// watchers what a test makes it, for the control tests.
 #pragma once
 
-#include "service/SessionActions.h"
+#include "service/ApplicationView.h"
 
+#include <map>
 #include <mutex>
 
 namespace tidewick::testing {
@@ -26,7 +28,7 @@ inline PendingRequest heldRequest(PendingKind kind, std::string title) {
 }
 
 /// Answers as the service would: a decision is delivered once per held request.
-class FakeTarget final : public SessionActions {
+class FakeTarget final : public ApplicationView {
 public:
     struct Call {
         std::string what;
@@ -65,6 +67,43 @@ public:
         return calls_;
     }
 
+    Watch watch(Watcher watcher) override {
+        std::lock_guard guard(mutex_);
+        watchers_.emplace(++lastWatch_, std::move(watcher));
+        return {lastWatch_, all};
+    }
+    void unwatch(WatchId id) override {
+        std::lock_guard guard(mutex_);
+        watchers_.erase(id);
+    }
+    TidewickSettings settings() override { return {}; }
+    void setTranscriptStep(const SessionKey& key, std::int64_t step) override {
+        std::lock_guard guard(mutex_);
+        calls_.push_back({"transcriptStep", key, std::to_string(step)});
+    }
+    const TidewickPaths& paths() const override { return paths_; }
+    Location location() const override { return Location::inProcess; }
+
+    /// Applies a session change to `all` and tells every watcher, as the service would.
+    void change(const Session& session) {
+        std::lock_guard guard(mutex_);
+        std::erase_if(all, [&](const Session& s) { return s.key == session.key; });
+        all.push_back(session);
+        for (const auto& [id, watcher] : watchers_)
+            if (watcher.changed)
+                watcher.changed(StoreChange::changed(session));
+    }
+    void alert(const Alert& alert) {
+        std::lock_guard guard(mutex_);
+        for (const auto& [id, watcher] : watchers_)
+            if (watcher.alerted)
+                watcher.alerted(alert);
+    }
+    std::size_t watcherCount() {
+        std::lock_guard guard(mutex_);
+        return watchers_.size();
+    }
+
 private:
     bool take(std::string what, const SessionKey& key, PendingKind kind,
               std::optional<std::string> text) {
@@ -82,8 +121,11 @@ private:
         return false;
     }
 
-    mutable std::mutex mutex_; // Guards `all` once the server runs, and calls_.
+    mutable std::mutex mutex_; // Guards `all` once the server runs, calls_ and watchers_.
     std::vector<Call> calls_;
+    std::map<WatchId, Watcher> watchers_;
+    WatchId lastWatch_ = 0;
+    TidewickPaths paths_{"/nonexistent"};
 };
 
 } // namespace tidewick::testing

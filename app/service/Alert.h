@@ -3,6 +3,7 @@
 // notifications.
 #pragma once
 
+#include "foundation/EnumTable.h"
 #include "foundation/UUID.h"
 #include "sessions/Session.h"
 
@@ -37,6 +38,15 @@ struct Alert {
     std::size_t alsoHeld = 0;
 
     friend bool operator==(const Alert&, const Alert&) = default;
+};
+
+/// Raw values equal the case names.
+template <> struct RawValues<Alert::Kind> {
+    static constexpr EnumTable<Alert::Kind, 3> table{{{
+        {Alert::Kind::needsPermission, "needsPermission"},
+        {Alert::Kind::waitingReply, "waitingReply"},
+        {Alert::Kind::finished, "finished"},
+    }}};
 };
 
 } // namespace tidewick

@@ -19,7 +19,9 @@
 #include <condition_variable>
 #include <fcntl.h>
 #include <iostream>
+#include <map>
 #include <mutex>
+#include <shared_mutex>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -104,16 +106,13 @@ struct TidewickService::State {
             std::cerr << sentence << std::endl;
     }
 
-    // Every change reaches the UI and schedules the debounced save.
+    // Every change reaches the watchers and schedules the debounced save.
     void changed(const StoreChange& change) {
         saver.noteChange();
-        std::vector<ChangeHandler> handlers;
-        {
-            std::lock_guard guard(handlersLock);
-            handlers = changeHandlers;
-        }
-        for (const ChangeHandler& handler : handlers)
-            guarded("a change handler", [&] { handler(change); });
+        std::shared_lock guard(watchersLock);
+        for (const auto& [id, watcher] : watchers)
+            if (watcher.changed)
+                guarded("a change handler", [&] { watcher.changed(change); });
     }
 
     // Runs on the work queue.
@@ -161,13 +160,10 @@ struct TidewickService::State {
     }
 
     void announce(const Alert& alert) {
-        AlertHandler handler;
-        {
-            std::lock_guard guard(handlersLock);
-            handler = alertHandler;
-        }
-        if (handler)
-            guarded("alert handler", [&] { handler(alert); });
+        std::shared_lock guard(watchersLock);
+        for (const auto& [id, watcher] : watchers)
+            if (watcher.alerted)
+                guarded("alert handler", [&] { watcher.alerted(alert); });
     }
 
     // A failing handler of the UI must not cost an agent its answer nor leave a request
@@ -218,9 +214,11 @@ struct TidewickService::State {
     // Touched on the work queue only: the sessions file found at start did not load.
     bool sessionsUnreadable = false;
 
-    std::mutex handlersLock;
-    AlertHandler alertHandler;
-    std::vector<ChangeHandler> changeHandlers;
+    // Held shared while watchers are told, so that unwatch(), which takes it exclusively,
+    // returns only once no call to the watcher it removes is running.
+    std::shared_mutex watchersLock;
+    std::map<WatchId, Watcher> watchers;
+    WatchId nextWatchId = 1;
 
     // Serialises start() and stop(); never taken by handle().
     std::mutex lifecycle;
@@ -535,14 +533,23 @@ void TidewickService::saveSettings(const TidewickSettings& settings) {
     state_->settingsFile.save(settings);
 }
 
-void TidewickService::setAlertHandler(AlertHandler handler) {
-    std::lock_guard guard(state_->handlersLock);
-    state_->alertHandler = std::move(handler);
+TidewickService::Watch TidewickService::watch(Watcher watcher) {
+    State& s = *state_;
+    Watch watch;
+    // On the work queue, where every change happens: no change falls between the
+    // sessions returned and the first one the watcher is told.
+    s.work->sync([&] {
+        std::unique_lock guard(s.watchersLock);
+        watch.id = s.nextWatchId++;
+        s.watchers.emplace(watch.id, std::move(watcher));
+        watch.sessions = s.store.snapshot();
+    });
+    return watch;
 }
 
-void TidewickService::addChangeHandler(ChangeHandler handler) {
-    std::lock_guard guard(state_->handlersLock);
-    state_->changeHandlers.push_back(std::move(handler));
+void TidewickService::unwatch(WatchId id) {
+    std::unique_lock guard(state_->watchersLock);
+    state_->watchers.erase(id);
 }
 
 } // namespace tidewick

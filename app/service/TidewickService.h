@@ -8,7 +8,7 @@
 #include "foundation/TidewickPaths.h"
 #include "service/ActivityLog.h"
 #include "service/Alert.h"
-#include "service/SessionActions.h"
+#include "service/ApplicationView.h"
 #include "service/TidewickSettings.h"
 #include "sessions/SessionStore.h"
 #include "wire/ClientProbe.h"
@@ -26,7 +26,7 @@
 
 namespace tidewick {
 
-class TidewickService final : public SessionActions {
+class TidewickService final : public ApplicationView {
 public:
     /// Thrown by start() when another Tidewick already runs for these paths.
     class AlreadyRunning : public std::runtime_error {
@@ -34,8 +34,6 @@ public:
         using std::runtime_error::runtime_error;
     };
 
-    using AlertHandler = std::function<void(const Alert&)>;
-    using ChangeHandler = std::function<void(const StoreChange&)>;
     /// Told a complete sentence about a problem the service works around (a malformed
     /// settings file, an activity log that cannot be written).
     using ProblemReporter = std::function<void(const std::string& sentence)>;
@@ -103,21 +101,22 @@ public:
     [[nodiscard]] std::vector<Session> sessions() const override;
     /// Records how far the application has read the session's transcript (its
     /// transcriptStep: see Transcript::position). Nothing happens for an unknown session.
-    void setTranscriptStep(const SessionKey& session, std::int64_t step);
+    void setTranscriptStep(const SessionKey& session, std::int64_t step) override;
     /// The settings in force now (re-read when the file changed).
-    [[nodiscard]] TidewickSettings settings();
+    [[nodiscard]] TidewickSettings settings() override;
     /// Saves `settings` to the settings file; they apply from the next request.
     void saveSettings(const TidewickSettings& settings);
 
-    /// Installs the alert handler (terminal UI, notifications). Called outside every lock on
-    /// the thread that raised the alert (a connection's), or on the work queue for alerts
-    /// the throttle held back; it must not block.
-    void setAlertHandler(AlertHandler handler);
-    /// Adds a handler told about every change of the sessions (for a UI to redraw). Called
-    /// on the service's work queue; it must not block nor call stop().
-    void addChangeHandler(ChangeHandler handler);
+    /// Watches the sessions (see ApplicationView). Changes are told on the work queue,
+    /// alerts on the thread that raised them (a connection's) or on the work queue for
+    /// alerts the throttle held back. A watcher may answer requests but must not call
+    /// stop(); one that throws is reported and costs nothing else. Must not be called
+    /// from a watcher.
+    [[nodiscard]] Watch watch(Watcher watcher) override;
+    void unwatch(WatchId id) override;
+    [[nodiscard]] Location location() const override { return Location::inProcess; }
 
-    [[nodiscard]] const TidewickPaths& paths() const { return paths_; }
+    [[nodiscard]] const TidewickPaths& paths() const override { return paths_; }
     /// The shared secret (valid after start()); the control socket checks it too.
     [[nodiscard]] const std::string& secret() const;
     /// The file whose lock marks the running instance: "tidewick.lock" in appSupport.

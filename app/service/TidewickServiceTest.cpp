@@ -47,10 +47,10 @@ protected:
             problems.push_back(sentence);
         };
         auto made = std::make_unique<TidewickService>(paths, options);
-        made->setAlertHandler([this](const Alert& alert) {
+        (void)made->watch({.alerted = [this](const Alert& alert) {
             std::lock_guard guard(mutex);
             alerts.push_back(alert);
-        });
+        }});
         return made;
     }
 
@@ -176,16 +176,47 @@ TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
     // The change handler answers before the connection's thread has begun to wait; an
     // alert handler that fails meanwhile is reported and changes nothing.
     writeSettings(R"({"permissionTimeoutSeconds": 5})");
-    service->setAlertHandler([](const Alert&) { throw std::runtime_error("no display"); });
+    (void)service->watch(
+        {.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
     std::atomic<bool> delivered = false;
-    service->addChangeHandler([&](const StoreChange& change) {
+    (void)service->watch({.changed = [&](const StoreChange& change) {
         if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
             delivered = service->answerPermission(change.key, Answer::allow);
-    });
+    }});
     EXPECT_EQ(handleNow(claudePermission()), (HookOutput{claudeAllow, 0}));
     EXPECT_TRUE(delivered);
     std::lock_guard guard(mutex);
     EXPECT_EQ(problems, std::vector<std::string>{"Tidewick's alert handler failed: no display."});
+}
+
+TEST_F(TidewickServiceTest, AWatcherStartsFromItsSessionsAndIsNeverToldAfterUnwatching) {
+    (void)handleNow(cursorShell("ls", "c-first"));
+    // Changes are told on the work queue while the test unwatches from its own thread.
+    std::atomic<bool> telling = false, toldAfterUnwatch = false, unwatched = false;
+    std::vector<StoreChange> told;
+    ApplicationView::Watch watch = service->watch({.changed = [&](const StoreChange& change) {
+        telling = true;
+        if (unwatched)
+            toldAfterUnwatch = true;
+        told.push_back(change);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        telling = false;
+    }});
+    ASSERT_EQ(watch.sessions.size(), 1u);
+    EXPECT_EQ(watch.sessions[0].key.sessionId, "c-first");
+
+    std::thread events([&] {
+        for (int i = 0; i < 20; ++i)
+            (void)handleNow(cursorShell("ls", "c-" + std::to_string(i)));
+    });
+    ASSERT_TRUE(eventually([&] { return telling.load(); }));
+    service->unwatch(watch.id);
+    unwatched = true;
+    EXPECT_FALSE(telling) << "unwatch returned while the watcher was being told";
+    events.join();
+    EXPECT_FALSE(toldAfterUnwatch);
+    ASSERT_FALSE(told.empty());
+    EXPECT_EQ(told.front().key.sessionId, "c-0") << "the first change after the sessions given";
 }
 
 TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {

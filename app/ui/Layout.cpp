@@ -274,7 +274,9 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {"h", "write a handoff another agent can carry the session on from"},
         {"Esc", "cancel the line you are typing"},
         {"?", "show these keys"},
-        {"q", "quit (asks first while requests are held)"},
+        {"q", controller.quitting() == ScreenController::Quitting::endsHeldRequests
+                  ? "quit (asks first while requests are held)"
+                  : "close this window; Tidewick keeps running and holding requests"},
     };
     std::vector<FrameLine> lines;
     LineBuilder title(width);
@@ -392,6 +394,10 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         break;
     }
     default:
+        if (const auto& notice = controller.notice()) {
+            line.add(DisplayText::singleLine(*notice), Style::warning);
+            break;
+        }
         if (auto message = controller.message(now)) {
             const Style style = message->tone == ScreenController::Tone::warning   ? Style::warning
                                 : message->tone == ScreenController::Tone::success ? Style::success

@@ -138,6 +138,19 @@ TEST_F(LayoutTest, DenyAndReplyLinesHelpAndQuitQuestion) {
     for (const char* part : {"1 Continue working.", "2 Run the tests."})
         EXPECT_TRUE(contains(reply.text(), part)) << part;
     EXPECT_TRUE(reply.text(23).starts_with("Reply (Enter sends, Esc cancels): "));
+    (void)controller.handleKey(Key::special(Key::Kind::escape), t0);
+
+    // A notice stays on the status line, ahead of messages, until it is cleared.
+    controller.showMessage("Allowed: Run ls", ScreenController::Tone::success, t0);
+    controller.setNotice("Tidewick isn't running any more.");
+    EXPECT_EQ(layoutScreen(controller, t0, 80, 24).text(23).find("Tidewick isn't running"), 0u);
+    controller.setNotice(std::nullopt);
+    EXPECT_EQ(layoutScreen(controller, t0, 80, 24).text(23).find("Allowed: Run ls"), 0u);
+
+    ScreenController attached(actions, ScreenController::Quitting::leavesRequestsHeld);
+    (void)attached.handleKey(Key::of('?'), t0);
+    EXPECT_TRUE(contains(layoutScreen(attached, t0, 80, 24).text(),
+                         "close this window; Tidewick keeps running and holding requests"));
 }
 
 } // namespace

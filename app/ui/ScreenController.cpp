@@ -55,7 +55,8 @@ std::string agentName(const Session& session) {
 
 } // namespace
 
-ScreenController::ScreenController(SessionActions& actions) : actions_(actions) {}
+ScreenController::ScreenController(SessionActions& actions, Quitting quitting)
+    : actions_(actions), quitting_(quitting) {}
 
 ScreenController::~ScreenController() = default;
 
@@ -283,7 +284,7 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
         mode_ = Mode::help;
         break;
     case 'q':
-        if (heldCount_ == 0)
+        if (heldCount_ == 0 || quitting_ == Quitting::leavesRequestsHeld)
             return Outcome::quit;
         mode_ = Mode::confirmQuit;
         break;

@@ -39,6 +39,13 @@ public:
     };
     enum class Outcome { stay, quit };
     enum class Tone { info, success, warning };
+    /// What quitting the interface does to the requests held.
+    enum class Quitting {
+        /// The application stops with it and answers them with their time-out: ask first.
+        endsHeldRequests,
+        /// The application keeps running and holding them: quit at once.
+        leavesRequestsHeld,
+    };
 
     /// A short message on the status line, shown until `until`.
     struct Message {
@@ -51,7 +58,8 @@ public:
     static constexpr double messageSeconds = 6;
 
     /// Decisions go to `actions`, which must outlive the controller.
-    explicit ScreenController(SessionActions& actions);
+    explicit ScreenController(SessionActions& actions,
+                              Quitting quitting = Quitting::endsHeldRequests);
     ~ScreenController();
 
     /// Where `t` reads the selected session's transcript and `h` writes its handoff;
@@ -78,6 +86,11 @@ public:
 
     /// Shows `text` on the status line for messageSeconds.
     void showMessage(std::string text, Tone tone, Date now);
+    /// Shows `notice` on the status line until it is replaced or cleared (nothing), ahead
+    /// of messages: a state the user must know about, such as the application gone.
+    void setNotice(std::optional<std::string> notice) { notice_ = std::move(notice); }
+    [[nodiscard]] const std::optional<std::string>& notice() const { return notice_; }
+    [[nodiscard]] Quitting quitting() const { return quitting_; }
     /// Marks the frame as glowing until the request `id` is no longer held.
     void glowFor(const UUID& id);
     /// Whether any request that made the frame glow is still held.
@@ -118,6 +131,8 @@ private:
     const PendingRequest* heldOrExplain(PendingKind kind, Date now);
 
     SessionActions& actions_;
+    Quitting quitting_;
+    std::optional<std::string> notice_;
     std::vector<Session> sessions_;
     std::size_t selected_ = 0;
     /// Set once the user moves the selection: from then on it follows the session.

@@ -180,6 +180,11 @@ TEST_F(ScreenControllerTest, QuitAsksFirstWhileRequestsAreHeld) {
     EXPECT_EQ(controller.mode(), ScreenController::Mode::help);
     EXPECT_EQ(press('q'), ScreenController::Outcome::stay) << "any key only closes the keys";
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+
+    // An interface attached to an application elsewhere leaves its requests held: no question.
+    ScreenController attached(actions, ScreenController::Quitting::leavesRequestsHeld);
+    attached.setSessions({asking("a", 0)});
+    EXPECT_EQ(attached.handleKey(Key::of('q'), t0), ScreenController::Outcome::quit);
 }
 
 TEST_F(ScreenControllerTest, GlowLastsWhileTheAlertedRequestIsHeldAndMessagesExpire) {

@@ -1,7 +1,6 @@
 #include "TerminalUI.h"
 
 #include "Alerts.h"
-#include "DesktopNotifier.h"
 #include "Layout.h"
 #include "FileTranscriptAccess.h"
 #include "ScreenController.h"
@@ -17,7 +16,6 @@
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
-#include <set>
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
@@ -34,9 +32,8 @@ using Milliseconds = std::chrono::milliseconds;
 /// answered at once.
 constexpr Milliseconds minimumRedrawInterval{40};
 
-/// What other threads hand the UI loop: the service's changes and alerts, and answers
-/// given on notifications. Shared with the service's handlers, which outlive the loop, so
-/// it is reference-counted and goes quiet once closed.
+/// What other threads hand the UI loop: the application's changes, alerts and connection.
+/// Shared with the watcher, so it is reference-counted and goes quiet once closed.
 class Mailbox {
 public:
     Mailbox() : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -62,11 +59,12 @@ public:
         alerts_.push_back(std::move(alert));
         ring();
     }
-    void say(std::string message) {
+    void connection(ApplicationView::Connection connection, std::string sentence) {
         std::lock_guard guard(lock_);
         if (closed_)
             return;
-        messages_.push_back(std::move(message));
+        connections_.emplace_back(connection, std::move(sentence));
+        changed_ = true;
         ring();
     }
     void close() {
@@ -77,16 +75,16 @@ public:
     struct Contents {
         bool changed = false;
         std::vector<Alert> alerts;
-        std::vector<std::string> messages;
+        std::vector<std::pair<ApplicationView::Connection, std::string>> connections;
     };
     Contents take() {
         std::uint64_t count = 0;
         (void)!::read(fd_.get(), &count, sizeof count);
         std::lock_guard guard(lock_);
-        Contents contents{changed_, std::move(alerts_), std::move(messages_)};
+        Contents contents{changed_, std::move(alerts_), std::move(connections_)};
         changed_ = false;
         alerts_.clear();
-        messages_.clear();
+        connections_.clear();
         return contents;
     }
 
@@ -101,7 +99,7 @@ private:
     bool closed_ = false;
     bool changed_ = true;
     std::vector<Alert> alerts_;
-    std::vector<std::string> messages_;
+    std::vector<std::pair<ApplicationView::Connection, std::string>> connections_;
 };
 
 /// Curses on standard input and output for the lifetime of the object.
@@ -253,25 +251,6 @@ std::optional<Key> translate(int kind, wint_t code) {
     }
 }
 
-/// A button on a notification answers its request only while it is still the one the
-/// service would answer for that session: never a different request than the one shown.
-void answerFromNotification(TidewickService& service, const DesktopNotifier::Action& action,
-                            Mailbox& mailbox) {
-    for (const auto& [session, request] : service.pendingRequests()) {
-        if (session != action.session || request.kind != PendingKind::permission)
-            continue;
-        if (request.id != action.requestId)
-            return; // an older request of the session is first: leave this to the screen
-        const bool allow = action.key == "allow";
-        if (service.answerPermission(session, allow ? SessionActions::Answer::allow
-                                                    : SessionActions::Answer::deny))
-            mailbox.say(
-                (allow ? "Allowed from the notification: " : "Denied from the notification: ") +
-                request.title);
-        return;
-    }
-}
-
 FileDescriptor signalDescriptor(const std::vector<int>& signals) {
     sigset_t set;
     sigemptyset(&set);
@@ -289,83 +268,74 @@ Milliseconds untilNextSecond(Date now) {
     return std::max(Milliseconds(10), Milliseconds(1000) - intoSecond);
 }
 
-/// The requests a notification was sent for and that are no longer held.
-std::vector<UUID> gone(const std::set<UUID>& notified, const std::vector<Session>& sessions) {
-    std::set<UUID> held;
-    for (const Session& session : sessions)
-        for (const PendingRequest& request : session.pending)
-            held.insert(request.id);
-    std::vector<UUID> result;
-    for (const UUID& id : notified)
-        if (!held.count(id))
-            result.push_back(id);
-    return result;
-}
-
 } // namespace
 
-int runTerminalUI(TidewickService& service, TerminalUIOptions options) {
+int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
     auto mailbox = std::make_shared<Mailbox>();
-    service.addChangeHandler([mailbox](const StoreChange&) { mailbox->markChanged(); });
-    service.setAlertHandler([mailbox](const Alert& alert) { mailbox->post(alert); });
+    const ApplicationView::WatchId watch =
+        application
+            .watch({.changed = [mailbox](const StoreChange&) { mailbox->markChanged(); },
+                    .alerted = [mailbox](const Alert& alert) { mailbox->post(alert); },
+                    .connection =
+                        [mailbox](ApplicationView::Connection connection,
+                                  const std::string& sentence) {
+                            mailbox->connection(connection, sentence);
+                        }})
+            .id;
     struct Cleanup {
-        TidewickService& service;
+        ApplicationView& application;
+        ApplicationView::WatchId watch;
         Mailbox& mailbox;
         ~Cleanup() {
-            service.setAlertHandler({});
+            application.unwatch(watch);
             mailbox.close();
         }
-    } cleanup{service, *mailbox};
+    } cleanup{application, watch, *mailbox};
 
     const FileDescriptor signalsFile = signalDescriptor(options.stopSignals);
     const int signals = signalsFile.get();
 
-    ScreenController controller(service);
+    ScreenController controller(application,
+                                application.location() == ApplicationView::Location::attached
+                                    ? ScreenController::Quitting::leavesRequestsHeld
+                                    : ScreenController::Quitting::endsHeldRequests);
+    // The records are read here, in the interface's process, wherever the application runs.
     FileTranscriptAccess transcripts(
-        service.paths(), TranscriptLocations::forHome(service.paths().home()),
-        [&service](const SessionKey& key, std::int64_t step) {
-            service.setTranscriptStep(key, step);
+        application.paths(), TranscriptLocations::forHome(application.paths().home()),
+        [&application](const SessionKey& key, std::int64_t step) {
+            application.setTranscriptStep(key, step);
         });
     controller.setTranscriptAccess(&transcripts);
-    DesktopNotifier notifier(options.busAddress,
-                             [&service, mailbox](const DesktopNotifier::Action& action) {
-                                 answerFromNotification(service, action, *mailbox);
-                             });
-    std::set<UUID> notified;
     CursesScreen screen;
 
     auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;
     bool dirty = true;
     for (;;) {
         Mailbox::Contents mail = mailbox->take();
-        const TidewickSettings settings = service.settings();
+        const TidewickSettings settings = application.settings();
         controller.setSettings(settings);
         const Date now = tidewick::now();
         if (mail.changed || !mail.alerts.empty()) {
-            controller.setSessions(service.sessions(), now);
-            for (const UUID& id : gone(notified, controller.sessions())) {
-                notifier.withdraw(id);
-                notified.erase(id);
-            }
+            controller.setSessions(application.sessions(), now);
             dirty = true;
         }
+        for (auto& [connection, sentence] : mail.connections) {
+            if (connection == ApplicationView::Connection::lost) {
+                controller.setNotice(std::move(sentence));
+            } else {
+                controller.setNotice(std::nullopt);
+                controller.showMessage(std::move(sentence), ScreenController::Tone::success, now);
+            }
+        }
         for (const Alert& alert : mail.alerts) {
+            // Desktop notifications are the application's own, shown once for every interface.
             AlertEffects effects = alertEffects(alert, settings);
             if (effects.bell)
                 screen.bell();
             if (effects.glow && alert.requestId)
                 controller.glowFor(*alert.requestId);
-            if (effects.notification && notifier.isAvailable()) {
-                if (effects.notification->requestId)
-                    notified.insert(*effects.notification->requestId);
-                notifier.notify(std::move(*effects.notification));
-            }
             if (effects.message)
                 controller.showMessage(*effects.message, ScreenController::Tone::warning, now);
-            dirty = true;
-        }
-        for (std::string& message : mail.messages) {
-            controller.showMessage(std::move(message), ScreenController::Tone::success, now);
             dirty = true;
         }
 

@@ -1,9 +1,10 @@
 // The full-screen terminal interface of `tidewick app`: the sessions, their
-// held requests and the keys that answer them, with the bell, the glowing
-// frame and desktop notifications for new requests.
+// held requests and the keys that answer them, with the bell and the glowing
+// frame for new requests. It shows the application through ApplicationView,
+// whether that runs in this process or another one it is attached to.
 #pragma once
 
-#include "service/TidewickService.h"
+#include "service/ApplicationView.h"
 
 #include <csignal>
 #include <optional>
@@ -17,17 +18,14 @@ struct TerminalUIOptions {
     /// every thread (the app command blocks them before the service starts its threads);
     /// the interface then reads them through a signalfd.
     std::vector<int> stopSignals = {SIGINT, SIGTERM};
-    /// The session bus for desktop notifications; nothing: DBUS_SESSION_BUS_ADDRESS. Without
-    /// a bus there are no desktop notifications and nothing else changes.
-    std::optional<std::string> busAddress;
 };
 
-/// Runs the interface on this process's terminal (standard input and output) for the running
-/// `service` until the user quits or a stop signal arrives, then restores the terminal and
-/// returns 0. Installs the service's alert handler (removed again on return) and a change
-/// handler (inert after return). Decisions go through the service's answerPermission, reply
-/// and letStop, as the control commands' do. Leaves the service running: stopping it is the
-/// caller's job. Throws std::runtime_error with a sentence when the terminal cannot be used.
-int runTerminalUI(TidewickService& service, TerminalUIOptions options = {});
+/// Runs the interface on this process's terminal (standard input and output) for
+/// `application` until the user quits or a stop signal arrives, then restores the terminal
+/// and returns 0. Watches the application while it runs; decisions go through its
+/// answerPermission, reply and letStop. Leaves the application running: stopping one in
+/// this process is the caller's job. Throws std::runtime_error with a sentence when the
+/// terminal cannot be used.
+int runTerminalUI(ApplicationView& application, TerminalUIOptions options = {});
 
 } // namespace tidewick

@@ -55,17 +55,6 @@ std::string_view firstOf(const std::optional<std::string>& a, const std::optiona
     return fallback;
 }
 
-// Sessions that need the user come first, then the most recently active.
-bool listsBefore(const Session& a, const Session& b) {
-    bool aNeedsYou = needsYou(a.status);
-    bool bNeedsYou = needsYou(b.status);
-    if (aNeedsYou != bNeedsYou)
-        return aNeedsYou;
-    if (a.lastActivityAt != b.lastActivityAt)
-        return a.lastActivityAt > b.lastActivityAt;
-    return a.key < b.key;
-}
-
 // What an event does to its session. The status is set only where the table names one:
 // while requests are held, ordinary activity must not hide that the user is needed.
 enum class Held { keep, drop };
@@ -251,6 +240,24 @@ Settled settle(const PendingRequest& request, const HoldResult& outcome, AgentKi
 
 } // namespace
 
+bool SessionStore::listsBefore(const Session& a, const Session& b) {
+    // Sessions that need the user come first, then the most recently active.
+    bool aNeedsYou = needsYou(a.status);
+    bool bNeedsYou = needsYou(b.status);
+    if (aNeedsYou != bNeedsYou)
+        return aNeedsYou;
+    if (a.lastActivityAt != b.lastActivityAt)
+        return a.lastActivityAt > b.lastActivityAt;
+    return a.key < b.key;
+}
+
+bool SessionStore::heldBefore(const std::pair<SessionKey, PendingRequest>& a,
+                              const std::pair<SessionKey, PendingRequest>& b) {
+    if (a.second.createdAt != b.second.createdAt)
+        return a.second.createdAt < b.second.createdAt;
+    return a.second.id < b.second.id;
+}
+
 StoreChange StoreChange::changed(Session value) {
     StoreChange change;
     change.kind = Kind::session;
@@ -405,11 +412,7 @@ std::vector<std::pair<SessionKey, PendingRequest>> SessionStore::pendingRequests
             for (const PendingRequest& request : session.pending)
                 list.emplace_back(key, request);
     }
-    std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
-        if (a.second.createdAt != b.second.createdAt)
-            return a.second.createdAt < b.second.createdAt;
-        return a.second.id < b.second.id;
-    });
+    std::sort(list.begin(), list.end(), heldBefore);
     return list;
 }
 

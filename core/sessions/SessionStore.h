@@ -18,6 +18,7 @@
 
 #include "events/AgentEvent.h"
 #include "foundation/Clock.h"
+#include "foundation/EnumTable.h"
 #include "sessions/HoldResult.h"
 #include "sessions/PendingRequest.h"
 #include "sessions/Session.h"
@@ -54,6 +55,17 @@ struct StoreChange {
     [[nodiscard]] static StoreChange removed(SessionKey key);
     [[nodiscard]] static StoreChange pendingChanged(SessionKey key,
                                                     std::vector<PendingRequest> requests);
+
+    friend bool operator==(const StoreChange&, const StoreChange&) = default;
+};
+
+/// Raw values equal the case names.
+template <> struct RawValues<StoreChange::Kind> {
+    static constexpr EnumTable<StoreChange::Kind, 3> table{{{
+        {StoreChange::Kind::session, "session"},
+        {StoreChange::Kind::removed, "removed"},
+        {StoreChange::Kind::pending, "pending"},
+    }}};
 };
 
 class SessionStore {
@@ -104,6 +116,13 @@ public:
     void remove(const SessionKey& key);
     /// Removes every session (the user erased the history).
     void removeAll();
+
+    /// The order of snapshot(): sessions needing the user first, then by most recent
+    /// activity, ties by key.
+    [[nodiscard]] static bool listsBefore(const Session& a, const Session& b);
+    /// The order of pendingRequests(): oldest first, ties by identifier.
+    [[nodiscard]] static bool heldBefore(const std::pair<SessionKey, PendingRequest>& a,
+                                         const std::pair<SessionKey, PendingRequest>& b);
 
     /// The status while `pending` is held: needsPermission when any request asks for
     /// permission, else waitingReply (also for an empty list: apply only to a non-empty one).

@@ -47,22 +47,27 @@ void limitSending(int fd, double seconds) {
 
 } // namespace
 
+FileDescriptor LocalClient::connect(const std::string& socketPath, double connectTimeout) {
+    FileDescriptor socket = Socket::openStream();
+    if (!socket)
+        return socket;
+    auto address = Wire::makeAddress(socketPath);
+    if (!address || !connectWithin(socket.get(), *address, connectTimeout))
+        return FileDescriptor();
+    // A socket under /tmp has a predictable path, so another user could be
+    // listening there: lines go only to a listener of our own user.
+    auto peer = Socket::peerUserId(socket.get());
+    if (!peer || *peer != ::geteuid())
+        return FileDescriptor();
+    return socket;
+}
+
 LocalClient::Result LocalClient::exchange(const std::string& socketPath, std::string_view line,
                                           double connectTimeout, double responseTimeout) {
     const Result notConnected{std::nullopt, Failure::notConnected};
-    const FileDescriptor socket = Socket::openStream();
+    const FileDescriptor socket = connect(socketPath, connectTimeout);
     if (!socket)
         return notConnected;
-    auto address = Wire::makeAddress(socketPath);
-    if (!address || !connectWithin(socket.get(), *address, connectTimeout))
-        return notConnected;
-
-    // A socket under /tmp has a predictable path, so another user could be
-    // listening there: the line goes only to a listener of our own user.
-    auto peer = Socket::peerUserId(socket.get());
-    if (!peer || *peer != ::geteuid())
-        return notConnected;
-
     limitSending(socket.get(), responseTimeout);
     if (!Wire::writeAll(socket.get(), line))
         return notConnected;

@@ -2,6 +2,8 @@
 // runs as this user, send one line, read one line back.
 #pragma once
 
+#include "foundation/FileDescriptor.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,6 +25,13 @@ public:
         std::optional<std::string> line;
         Failure failure = Failure::noAnswer;
     };
+
+    /// Connects to `socketPath` (waiting out a full backlog for at most `connectTimeout`
+    /// seconds, failing at once on any other error) and checks that the listener runs as
+    /// this user, so that nothing written reaches anyone else. The connected socket, or
+    /// none when no listener of this user could be reached. Never throws.
+    [[nodiscard]] static FileDescriptor connect(const std::string& socketPath,
+                                                double connectTimeout);
 
     /// Connects to `socketPath` (waiting out a full backlog for at most
     /// `connectTimeout` seconds, failing at once on any other error), checks that

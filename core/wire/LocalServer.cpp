@@ -10,6 +10,7 @@
 #include <set>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace tidewick {
@@ -17,11 +18,11 @@ namespace tidewick {
 // What the accept thread and the connection threads share. They hold it by
 // shared pointer, so it outlives the server object if it must.
 struct LocalServer::Connections {
-    Connections(Handler handler, Options givenOptions)
+    Connections(StreamHandler handler, Options givenOptions)
         : handler(std::move(handler)), options(std::move(givenOptions)),
           reader(options.reader ? options.reader : RequestReader::shared()) {}
 
-    const Handler handler;
+    const StreamHandler handler;
     const Options options;
     const std::shared_ptr<RequestReader> reader;
 
@@ -58,13 +59,31 @@ void nameThread(const std::string& name) {
     (void)::pthread_setname_np(::pthread_self(), name.substr(0, 15).c_str());
 }
 
+// The one-line handler as a streaming one: its answer is the only line written.
+LocalServer::StreamHandler answeringOnce(LocalServer::Handler handler) {
+    return [handler = std::move(handler)](std::string_view line, LocalServer::Stream& stream) {
+        // A client that has gone meanwhile is nobody's concern any more.
+        if (std::optional<std::string> answer = handler(line, stream.probe()))
+            (void)stream.write(*answer);
+    };
+}
+
 } // namespace
 
+LocalServer::Stream::Stream(int fd) : probe_(fd) {
+    // A client that stops reading must not hold the connection's thread for ever.
+    timeval limit{};
+    limit.tv_sec = static_cast<time_t>(sendSeconds);
+    (void)::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+bool LocalServer::Stream::write(std::string_view bytes) {
+    return Wire::writeAll(probe_.fd(), bytes);
+}
+
 void LocalServer::serve(const Connections& connections, int fd, std::string_view line) {
-    std::optional<std::string> answer = connections.handler(line, ClientProbe(fd));
-    // A client that has gone meanwhile is nobody's concern any more.
-    if (answer)
-        (void)Wire::writeAll(fd, *answer);
+    Stream stream(fd);
+    connections.handler(line, stream);
 }
 
 void LocalServer::startServing(const std::shared_ptr<Connections>& connections,
@@ -129,6 +148,9 @@ void LocalServer::acceptLoop(std::shared_ptr<Connections> connections, int liste
 }
 
 LocalServer::LocalServer(std::string socketPath, Handler handler, Options options)
+    : LocalServer(std::move(socketPath), answeringOnce(std::move(handler)), std::move(options)) {}
+
+LocalServer::LocalServer(std::string socketPath, StreamHandler handler, Options options)
     : socketPath_(std::move(socketPath)),
       connections_(std::make_shared<Connections>(std::move(handler), std::move(options))) {}
 

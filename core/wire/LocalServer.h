@@ -1,9 +1,11 @@
 // A local line server: accepts connections on a Unix-domain socket, lets in
 // only processes of this user, reads one bounded request line, hands it to the
-// handler on the connection's own thread and writes the handler's answer line.
-// The hook socket and the control socket are both built on it. Request lines
-// are read by the process's RequestReader, on one thread for every connection
-// that has not sent its line yet, within its bounds on memory and descriptors.
+// handler on the connection's own thread and writes the handler's answer line,
+// or, for a streaming handler, as many lines as it writes while the client
+// stays. The hook socket and the control socket are both built on it. Request
+// lines are read by the process's RequestReader, on one thread for every
+// connection that has not sent its line yet, within its bounds on memory and
+// descriptors.
 #pragma once
 
 #include "foundation/FileDescriptor.h"
@@ -30,6 +32,31 @@ public:
     using Handler =
         std::function<std::optional<std::string>(std::string_view line, const ClientProbe& probe)>;
 
+    /// The open connection a streaming handler writes its lines to.
+    class Stream {
+    public:
+        /// How long one write may wait for a client that reads nothing before it fails.
+        static constexpr double sendSeconds = 10.0;
+
+        /// A stream on the server side of connection `fd`, which stays owned by the server.
+        explicit Stream(int fd);
+
+        /// Tells whether the client has gone; its fd() is the connection, for poll().
+        [[nodiscard]] const ClientProbe& probe() const { return probe_; }
+        /// Writes `bytes` whole (lines should end in a line feed). False once the client
+        /// has gone, the server has cut the connection off, or the client has left the
+        /// connection unread for sendSeconds; the stream is then of no further use.
+        [[nodiscard]] bool write(std::string_view bytes);
+
+    private:
+        ClientProbe probe_;
+    };
+
+    /// Answers one request line (given without its line feed) by writing to `stream` for
+    /// as long as it likes, on the connection's own thread; returning, or an exception,
+    /// closes the connection. It must return soon once the probe reports the client gone.
+    using StreamHandler = std::function<void(std::string_view line, Stream& stream)>;
+
     struct Options {
         /// Name of the accepting thread (the system shows its first 15 bytes).
         std::string threadName = "tidewick.server";
@@ -43,8 +70,10 @@ public:
         std::shared_ptr<RequestReader> reader;
     };
 
-    /// A stopped server for `socketPath`.
+    /// A stopped server for `socketPath` answering each request with one line.
     LocalServer(std::string socketPath, Handler handler, Options options);
+    /// A stopped server for `socketPath` whose handler writes what it likes.
+    LocalServer(std::string socketPath, StreamHandler handler, Options options);
     /// Stops the server, wakes every connection still open (its probe then
     /// reports the client gone) and waits until their threads have finished.
     ~LocalServer();

@@ -2,6 +2,7 @@
 
 #include "foundation/File.h"
 #include "testing/TemporaryDirectory.h"
+#include "wire/LineReader.h"
 #include "wire/LocalClient.h"
 #include "wire/Socket.h"
 #include "wire/Wire.h"
@@ -194,6 +195,52 @@ TEST_F(LocalServerLimits, LongLinesInProgressStayWithinTheMemoryBound) {
     for (int i = 0; i < 1000 && reader->heldBytes() > 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(reader->heldBytes(), 0u) << "a line counts until its exchange has ended";
+}
+
+TEST(LocalServer, StreamsLinesWhileTheClientStays) {
+    TemporaryDirectory directory;
+    const std::string path = directory.path() + "/stream.sock";
+    std::atomic<int> ended{0};
+    LocalServer server(
+        path,
+        [&](std::string_view line, LocalServer::Stream& stream) {
+            // Two lines in one write, one more later, then as long as the client stays.
+            if (stream.write(std::string(line) + " 1\n" + std::string(line) + " 2\n") &&
+                stream.write("3\n"))
+                while (!stream.probe().isDisconnected())
+                    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            ++ended;
+        },
+        LocalServer::Options{});
+    EXPECT_FALSE(LocalClient::connect(path, 0.5)) << "nobody listens yet";
+    server.start();
+
+    using Status = LineReader::Status;
+    {
+        FileDescriptor socket = LocalClient::connect(path, 1.0);
+        ASSERT_TRUE(socket);
+        LineReader reader(socket.get(), 8);
+        ASSERT_TRUE(Wire::writeAll(socket.get(), "line\n"));
+        for (const char* expected : {"line 1", "line 2", "3"}) {
+            LineReader::Result result = reader.next(30);
+            EXPECT_EQ(result.status, Status::line);
+            EXPECT_EQ(result.line, expected);
+        }
+        EXPECT_EQ(reader.next(0).status, Status::waiting) << "the stream stays open";
+        EXPECT_EQ(ended, 0);
+    }
+    // The client went: the handler notices and its connection ends.
+    for (int i = 0; i < 1000 && ended == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(ended, 1);
+
+    // A line longer than the reader's limit closes the reader for good.
+    FileDescriptor socket = LocalClient::connect(path, 1.0);
+    ASSERT_TRUE(socket);
+    LineReader reader(socket.get(), 8);
+    ASSERT_TRUE(Wire::writeAll(socket.get(), "much too long\n"));
+    EXPECT_EQ(reader.next(30).status, Status::closed);
+    EXPECT_EQ(reader.next(30).status, Status::closed);
 }
 
 } // namespace

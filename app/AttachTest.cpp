@@ -1,0 +1,101 @@
+// Interfaces attached to one headless application, each `tidewick app` in a
+// tmux pane of its own: a request held by the real hook command shows in every
+// one, an answer in one clears it from the others, closing an interface never
+// answers anything, and an interface outlives the application going away.
+#include "TidewickPrograms.h"
+#include "TmuxTestSupport.h"
+#include "ui/NotificationTestSupport.h"
+
+#include <csignal>
+
+namespace tidewick {
+namespace {
+
+const std::string permission =
+    R"({"hook_event_name":"PermissionRequest","session_id":"s-attach","cwd":"/home/ana/src/webshop",)"
+    R"("tool_name":"Bash","tool_input":{"command":"rm -rf build"}})";
+const std::string allowed = "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
+                            "\"decision\":{\"behavior\":\"allow\"}}}\n";
+
+class Attach : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!testing::Tmux::isInstalled())
+            GTEST_SKIP() << "tmux is not installed (Debian package tmux)";
+        ASSERT_TRUE(testing::TidewickPrograms::built());
+    }
+
+    /// Opens `tidewick app` in the tmux session `name`; whether it attached.
+    bool openInterface(const std::string& name) {
+        const std::string command = "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
+                                    run.home() + "' HOME='" + run.home() + "' '" +
+                                    testing::TidewickPrograms::tidewickPath + "' app 2>'" +
+                                    File::join(run.home(), name + ".err") + "'";
+        return terminal.start(name, command) && terminal.waitForAll(name, {"Tidewick", "session"});
+    }
+
+    testing::TidewickPrograms run;
+    testing::Tmux terminal;
+};
+
+TEST_F(Attach, AHeldRequestShowsInEveryInterfaceAndAnAnswerInOneClearsTheOthers) {
+    // Notifications come from the application: once, however many interfaces are open.
+    std::optional<testing::PrivateBus> bus;
+    std::optional<testing::StandInNotificationService> notifications;
+    if (File::isExecutableFile(testing::daemonPath)) {
+        bus.emplace();
+        notifications.emplace(bus->address());
+        run.setVariable("DBUS_SESSION_BUS_ADDRESS", bus->address());
+    }
+    ASSERT_TRUE(run.startApp());
+    ASSERT_TRUE(openInterface("one"));
+    ASSERT_TRUE(openInterface("two"));
+
+    auto& hook = run.hook("claude", "PermissionRequest", permission);
+    for (const char* name : {"one", "two"})
+        ASSERT_TRUE(terminal.waitForAll(name, {"Run rm -rf build", "Waiting for you", "1 held"}));
+    terminal.keys("one", {"y"});
+    EXPECT_EQ(testing::TidewickPrograms::finished(hook), allowed);
+    EXPECT_TRUE(terminal.waitForAll("one", {"Allowed: Run rm -rf build"}));
+    EXPECT_TRUE(terminal.waitForGone("two", "Waiting for you"));
+    EXPECT_TRUE(terminal.waitForGone("two", "1 held"));
+
+    if (notifications) {
+        ASSERT_TRUE(testing::eventually([&] { return notifications->closed.all().size() == 1; }))
+            << "the notification goes once the request is answered";
+        EXPECT_EQ(notifications->calls.all().size(), 1u);
+    }
+}
+
+TEST_F(Attach, ClosingAnInterfaceAnswersNothingAndAnInterfaceOutlivesTheApplication) {
+    ASSERT_TRUE(run.startApp());
+    ASSERT_TRUE(openInterface("one"));
+    auto& first = run.hook("claude", "PermissionRequest", permission);
+    ASSERT_TRUE(terminal.waitForAll("one", {"Run rm -rf build", "1 held"}));
+
+    // Killed outright, the interface takes nothing with it: still held, answerable.
+    ASSERT_EQ(::kill(terminal.panePid("one"), SIGKILL), 0);
+    for (int i = 0; i < 100 && terminal.isRunning("one"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(run.waitForHeld(1).size(), 1u);
+    EXPECT_TRUE(first.isRunning());
+    const testing::ProgramResult denied = run.tidewick({"deny", "s-attach"});
+    EXPECT_EQ(denied.status, 0) << denied.err;
+    EXPECT_NE(testing::TidewickPrograms::finished(first).find(R"("behavior":"deny")"),
+              std::string::npos);
+
+    // The application stops and starts again: the interface says so and comes back.
+    ASSERT_TRUE(openInterface("two"));
+    EXPECT_EQ(run.stopApp(), 0);
+    ASSERT_TRUE(terminal.waitForAll("two", {"Tidewick isn't running any more. This window "
+                                            "attaches again as soon as it is back."}));
+    ASSERT_TRUE(run.startApp());
+    ASSERT_TRUE(terminal.waitForAll("two", {"Tidewick is running again.", "webshop"}));
+    auto& second = run.hook("claude", "PermissionRequest", permission);
+    ASSERT_TRUE(terminal.waitForAll("two", {"1 held"}));
+    terminal.keys("two", {"y"});
+    EXPECT_EQ(testing::TidewickPrograms::finished(second), allowed);
+}
+
+} // namespace
+} // namespace tidewick

@@ -1,0 +1,40 @@
+# fish completion for tidewick(1): commands, options, agents, and the short
+# identifiers of the sessions holding a request (asked of the running
+# application). Installed as share/fish/vendor_completions.d/tidewick.fish.
+
+set -l commands app status connect disconnect sessions pending allow deny reply let-stop transcript handoff demo service
+set -l agents claude codex cursor antigravity
+set -l top "not __fish_seen_subcommand_from $commands"
+
+complete -c tidewick -f
+complete -c tidewick -n $top -l version -d 'Print the version'
+complete -c tidewick -n $top -a app -d 'Run Tidewick until you stop it (Ctrl-C)'
+complete -c tidewick -n $top -a status -d 'Show whether each agent is connected'
+complete -c tidewick -n $top -a connect -d "Add Tidewick's hooks to an agent's configuration"
+complete -c tidewick -n $top -a disconnect -d "Remove Tidewick's hooks from an agent's configuration"
+complete -c tidewick -n $top -a sessions -d "List the running application's sessions"
+complete -c tidewick -n $top -a pending -d 'List the requests waiting for you'
+complete -c tidewick -n $top -a allow -d 'Allow the permission request a session is waiting on'
+complete -c tidewick -n $top -a deny -d 'Deny the permission request a session is waiting on'
+complete -c tidewick -n $top -a reply -d 'Answer a session that finished its turn and waits for you'
+complete -c tidewick -n $top -a let-stop -d 'Let a session that waits for you end its turn'
+complete -c tidewick -n $top -a transcript -d "Show a session's transcript, as its agent recorded it"
+complete -c tidewick -n $top -a handoff -d 'Write a Markdown handoff from which another agent can carry a session on'
+complete -c tidewick -n $top -a demo -d 'Run four scripted agent sessions against the running Tidewick app'
+complete -c tidewick -n $top -a service -d 'Run Tidewick as a systemd user service, in the background from login'
+
+complete -c tidewick -s h -l help -d 'Print help'
+complete -c tidewick -n '__fish_seen_subcommand_from app' -l headless -d 'Run without the terminal interface'
+complete -c tidewick -n '__fish_seen_subcommand_from status sessions pending' -l json -d 'Print JSON'
+complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -a "$agents"
+complete -c tidewick -n '__fish_seen_subcommand_from connect' -l gate-commands -d 'Cursor: hold shell and MCP calls until you answer'
+complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -s y -l yes -d 'Apply without asking'
+complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -l agent -x -a "$agents" -d "Only this agent's sessions"
+complete -c tidewick -n '__fish_seen_subcommand_from deny' -s m -l message -x -d 'Tell the agent why'
+complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -l agent -x -a "$agents" -d "Only this agent's sessions"
+complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l json -d 'Print JSON'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l tail -x -d 'Only the last N entries'
+complete -c tidewick -n '__fish_seen_subcommand_from handoff' -s o -l output -r -d 'Where to write it (- for standard output)'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -a '(tidewick sessions --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Session'
+complete -c tidewick -n '__fish_seen_subcommand_from service' -a 'install uninstall status'
