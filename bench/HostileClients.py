@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Hostile local clients against a real `tidewick app --headless`.
 
-While 2,000 idle connections sit on the hook socket (reconnecting whenever the
-application closes one) and 8 connections keep sending 16 MiB lines (dense
-payloads with the right secret, long strings with a wrong one, and lines that
-never end), the real `tidewick-hook` sends 100 events one after the other,
-50 ms apart.
+While 2,000 idle connections sit on the hook and control sockets, half on each
+(reconnecting whenever the application closes one), and 8 connections keep
+sending 16 MiB lines (to the hook socket dense payloads with the right secret and
+long strings with a wrong one; to the control socket lines that never end), the
+real `tidewick-hook` sends 100 events one after the other, 50 ms apart.
 Reports the longest of those round trips (the hook command's whole run), how
 many of the events the application recorded, and the application's peak
 resident memory (VmHWM). Runs twice: with the descriptor limits this machine
@@ -52,16 +52,18 @@ def connect(path):
 
 
 class Idle(threading.Thread):
-    """Keeps IDLE connections open that never send a byte."""
+    """Keeps IDLE connections open that never send a byte, spread over `paths`."""
 
-    def __init__(self, path, stop):
+    def __init__(self, paths, stop):
         super().__init__(daemon=True)
-        self.path, self.stop, self.sockets, self.reconnects = path, stop, [], 0
+        self.paths, self.stop, self.sockets, self.reconnects = paths, stop, [], 0
+        self.opened = 0
 
     def fill(self):
         while len(self.sockets) < IDLE:
             try:
-                self.sockets.append(connect(self.path))
+                self.sockets.append(connect(self.paths[self.opened % len(self.paths)]))
+                self.opened += 1
             except OSError:
                 time.sleep(0.01)
 
@@ -119,7 +121,8 @@ class Flooder(threading.Thread):
                 time.sleep(0.005)
 
 
-def flood_lines(secret):
+def flood_lines(secret, hook, control):
+    """(socket path, line) of each flooder."""
     def head(secret):
         text = json.dumps({"v": 1, "secret": secret, "agent": "claude", "event": "PreToolUse"})
         return text[:-1] + ',"payload":'
@@ -133,7 +136,7 @@ def flood_lines(secret):
     stranger = (start + "x" * (LINE_BYTES - len(start) - 4) + '"}}\n').encode()
     # A line that never ends.
     endless = b"[" * LINE_BYTES
-    return [dense] * 4 + [stranger] * 2 + [endless] * 2
+    return [(hook, dense)] * 4 + [(hook, stranger)] * 2 + [(control, endless)] * 2
 
 
 def run(bin_dir, hard_limit):
@@ -147,21 +150,23 @@ def run(bin_dir, hard_limit):
     stop = threading.Event()
     threads = []
     try:
-        sock = None
+        sock = control = None
         for _ in range(200):
             with open(os.path.join(home, "app.log")) as text:
                 line = text.read()
             if "Hook socket: " in line:
                 sock = line.split("Hook socket: ")[1].split(";")[0]
+                control = line.split("control socket: ")[1].split(". Stop")[0]
                 break
             time.sleep(0.05)
         if not sock:
             raise SystemExit("tidewick app did not start")
         secret = open(os.path.join(home, "Library/Application Support/Tidewick/secret")).read()
 
-        idle = Idle(sock, stop)
+        idle = Idle([sock, control], stop)
         idle.fill()
-        flooders = [Flooder(sock, line, stop) for line in flood_lines(secret.strip())]
+        flooders = [Flooder(path, line, stop)
+                    for path, line in flood_lines(secret.strip(), sock, control)]
         threads = [idle] + flooders
         for t in threads:
             t.start()
@@ -188,8 +193,8 @@ def run(bin_dir, hard_limit):
         sent = sum(f.sent for f in flooders)
         flooded = sum(f.bytes for f in flooders) / (1024 * 1024)
         limits = f"hard limit {hard_limit}" if hard_limit else "this machine's limits"
-        print(f"{limits}: {IDLE} idle connections ({idle.reconnects} closed by the application "
-              f"and reopened), {FLOODERS} flooders sent {flooded:.0f} MiB "
+        print(f"{limits}: {IDLE} idle hook and control connections ({idle.reconnects} closed "
+              f"by the application and reopened), {FLOODERS} flooders sent {flooded:.0f} MiB "
               f"({sent} lines of 16 MiB whole)")
         print(f"  legitimate round trips: max {max(trips) * 1000:.0f} ms, "
               f"median {sorted(trips)[len(trips) // 2] * 1000:.0f} ms; "

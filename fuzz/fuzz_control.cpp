@@ -1,21 +1,22 @@
-// The control protocol: any request line decodes or not without misbehaving, what
-// decodes survives a round trip, the server's answer to it is a reply line clients can
-// read, and any reply line that decodes is written again the same.
+// The control protocol: any line decodes or not without misbehaving; a request that
+// decodes survives a round trip and the server's reply to it is a line clients can read;
+// a reply or subscription event that decodes is written again the same after one round.
 #include "FuzzCheck.h"
 #include "control/ControlProtocol.h"
 #include "control/ControlServer.h"
 #include "foundation/JSONCoding.h"
-
-#include <stdexcept>
+#include "wire/Wire.h"
 
 using namespace tidewick;
 
 namespace {
 
+constexpr std::string_view secret = "fuzz-secret";
+
 // Two sessions, one of them holding a permission request; decisions are refused.
-class Sessions final : public SessionActions {
+class Application final : public ApplicationView {
 public:
-    Sessions() {
+    Application() : paths_("/nonexistent/fuzz-home") {
         for (const char* id : {"d4e23369-98ea-4e04-8cd7-5fb639c89c36", "d4e2-second"}) {
             Session session;
             session.key = SessionKey{AgentKind::claude, id};
@@ -35,36 +36,69 @@ public:
     }
     bool reply(const SessionKey&, std::string) override { return false; }
     bool letStop(const SessionKey&) override { return false; }
+    [[nodiscard]] Watch watch(Watcher) override { return {1, sessions_}; }
+    void unwatch(WatchId) override {}
+    [[nodiscard]] TidewickSettings settings() override { return {}; }
+    void setTranscriptStep(const SessionKey&, std::int64_t) override {}
+    [[nodiscard]] const TidewickPaths& paths() const override { return paths_; }
+    [[nodiscard]] Location location() const override { return Location::inProcess; }
 
 private:
+    TidewickPaths paths_;
     std::vector<Session> sessions_;
     std::vector<HeldRequest> held_;
 };
+
+// `line` without its line feed.
+std::string unterminated(std::string line) {
+    line.pop_back();
+    return line;
+}
+
+// What the server writes for a request line, as far as it is one answer: nothing for a
+// line it drops, the version sentence for another version, else the reply.
+void checkServerAnswer(std::string_view line) {
+    const auto envelope = ControlProtocol::decodeEnvelope(line);
+    if (!envelope || !envelope->secret || !Wire::secretsMatch(secret, *envelope->secret))
+        return;
+    if (envelope->version != ControlProtocol::version) {
+        if (envelope->version >= 1)
+            (void)ControlProtocol::encodeVersionMismatch(envelope->version);
+        return;
+    }
+    const auto decoded = ControlProtocol::decodeRequest(line);
+    if (!decoded)
+        return;
+    static Application target;
+    const std::string reply =
+        unterminated(ControlProtocol::encode(ControlServer::respond(decoded->second, target)));
+    fuzz::check(ControlProtocol::decodeReply(reply).has_value(), "replies can be read");
+}
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view line = fuzz::text(data, size);
-    constexpr std::string_view secret = "fuzz-secret";
     if (auto decoded = ControlProtocol::decodeRequest(line)) {
-        std::string again = ControlProtocol::encode(decoded->second, decoded->first);
-        again.pop_back();
+        const std::string again =
+            unterminated(ControlProtocol::encode(decoded->second, decoded->first));
         fuzz::check(ControlProtocol::decodeRequest(again) == decoded,
                     "a request survives a round trip");
     }
-    static Sessions target;
-    if (std::optional<std::string> answer = ControlServer::answer(line, secret, target)) {
-        answer->pop_back();
-        fuzz::check(ControlProtocol::decodeReply(*answer).has_value(), "replies can be read");
-    }
+    checkServerAnswer(line);
     if (const std::optional<ControlReply> reply = ControlProtocol::decodeReply(line)) {
-        std::string once = ControlProtocol::encode(*reply);
-        once.pop_back();
+        const std::string once = unterminated(ControlProtocol::encode(*reply));
         const std::optional<ControlReply> reread = ControlProtocol::decodeReply(once);
         fuzz::check(reread.has_value(), "a written reply can be read");
-        std::string twice = ControlProtocol::encode(*reread);
-        twice.pop_back();
-        fuzz::check(twice == once, "a reply written, read and written again is the same");
+        fuzz::check(unterminated(ControlProtocol::encode(*reread)) == once,
+                    "a reply written, read and written again is the same");
+    }
+    if (const std::optional<ControlEvent> event = ControlProtocol::decodeEvent(line)) {
+        const std::string once = unterminated(ControlProtocol::encode(*event));
+        const std::optional<ControlEvent> reread = ControlProtocol::decodeEvent(once);
+        fuzz::check(reread.has_value(), "a written event can be read");
+        fuzz::check(unterminated(ControlProtocol::encode(*reread)) == once,
+                    "an event written, read and written again is the same");
     }
     return 0;
 }

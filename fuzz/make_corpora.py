@@ -14,11 +14,12 @@ import glob
 import hashlib
 import json
 import os
-import shutil
+import re
 import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SECRET = "fuzz-secret"  # the secret the fuzz programs expect
+CONTROL_VERSION = 2  # the control protocol's version
 MAX_SEED = 4096
 
 
@@ -78,7 +79,11 @@ CONFIGS = [
 def main():
     fixtures = os.path.abspath(sys.argv[1] if len(sys.argv) > 1
                                else os.path.join(HERE, "..", "..", "shared", "fixtures"))
-    shutil.rmtree(os.path.join(HERE, "corpus"), ignore_errors=True)
+    # Seeds made here are named by their hash; inputs kept by hand (the ones that once
+    # broke a program) have names of their own and stay.
+    for seed in glob.glob(os.path.join(HERE, "corpus", "*", "*")):
+        if re.fullmatch(r"[0-9a-f]{16}", os.path.basename(seed)):
+            os.remove(seed)
     events = list(recorded(fixtures))
 
     for path in sorted(glob.glob(os.path.join(fixtures, "**", "*.json*"), recursive=True)):
@@ -110,17 +115,31 @@ def main():
         write("sessions", compact(sessions[:size]))
 
     key = {"agent": "claude", "sessionId": "d4e23369-98ea-4e04-8cd7-5fb639c89c36"}
+    v = CONTROL_VERSION
     for command, extra in [("sessions", {}), ("pending", {}), ("allow", {"session": "d4e2"}),
                            ("deny", {"session": "d4e2", "message": "not now"}),
                            ("reply", {"session": "d4e2", "agent": "claude", "text": "go on"}),
-                           ("letStop", {"session": "d4"})]:
-        write("control", compact({"v": 1, "secret": SECRET, "command": command, **extra}))
-    write("control", compact({"v": 1, "outcome": "done", "sessions": sessions[:2],
+                           ("letStop", {"session": "d4"}), ("subscribe", {}),
+                           ("transcriptStep", {"session": "d4e2", "step": 41})]:
+        write("control", compact({"v": v, "secret": SECRET, "command": command, **extra}))
+    write("control", compact({"v": 1, "secret": SECRET, "command": "sessions"}))
+    write("control", compact({"v": v, "outcome": "done", "sessions": sessions[:2],
                               "shortIds": {key["sessionId"]: "d4e2"}}))
-    write("control", compact({"v": 1, "outcome": "done", "pending": [
+    write("control", compact({"v": v, "outcome": "done", "pending": [
         {"session": key, "request": sessions[0]["pending"][0]}]}))
-    write("control", compact({"v": 1, "outcome": "notDelivered", "message": "Nothing waits.",
+    write("control", compact({"v": v, "outcome": "notDelivered", "message": "Nothing waits.",
                               "session": key}))
+    write("control", compact({"v": v, "event": "change",
+                              "change": {"kind": "session", "key": key, "session": sessions[0]}}))
+    write("control", compact({"v": v, "event": "change", "change": {
+        "kind": "pending", "key": key, "pending": sessions[0]["pending"]}}))
+    write("control", compact({"v": v, "event": "change",
+                              "change": {"kind": "removed", "key": key}}))
+    write("control", compact({"v": v, "event": "alert", "alert": {
+        "kind": "needsPermission", "session": key, "title": "Run rm -rf build",
+        "detail": "rm -rf build", "requestId": "0f8fad5b-d9cb-469f-a165-70867728950e",
+        "informational": False, "turnEnded": False, "alsoHeld": 2}}))
+    write("control", compact({"v": v, "event": "ready"}))
 
     for agent, text in CONFIGS:
         write("editors", f"{agent}\n{text}")

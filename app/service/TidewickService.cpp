@@ -110,8 +110,9 @@ struct TidewickService::State {
     void changed(const StoreChange& change) {
         saver.noteChange();
         std::shared_lock guard(watchersLock);
-        for (const auto& [id, watcher] : watchers)
-            if (watcher.changed)
+        // Not a structured binding: clang before 16 cannot capture one in a lambda.
+        for (const auto& entry : watchers)
+            if (const Watcher& watcher = entry.second; watcher.changed)
                 guarded("a change handler", [&] { watcher.changed(change); });
     }
 
@@ -161,8 +162,8 @@ struct TidewickService::State {
 
     void announce(const Alert& alert) {
         std::shared_lock guard(watchersLock);
-        for (const auto& [id, watcher] : watchers)
-            if (watcher.alerted)
+        for (const auto& entry : watchers)
+            if (const Watcher& watcher = entry.second; watcher.alerted)
                 guarded("alert handler", [&] { watcher.alerted(alert); });
     }
 
