@@ -47,8 +47,13 @@ std::string describeAlert(const Alert& alert, const std::vector<Session>& known)
     }
     switch (alert.kind) {
     case Alert::Kind::needsPermission:
+        if (alert.question)
+            return who + " is asking you a question" + detail + ". Answer with `tidewick answer " +
+                   id + " TEXT…` (one per question) or `tidewick deny " + id + "`.";
         return who + " needs permission: " + alert.title + detail +
-               ". Answer with `tidewick allow " + id + "` or `tidewick deny " + id + "`.";
+               ". Answer with `tidewick allow " + id + "`" +
+               (alert.canAlwaysAllow ? ", `tidewick allow " + id + " --always`" : "") +
+               " or `tidewick deny " + id + "`.";
     case Alert::Kind::waitingReply:
         return who + " finished its turn and waits for you. Answer with `tidewick reply " + id +
                " TEXT` or `tidewick let-stop " + id + "`.";

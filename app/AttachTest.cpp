@@ -1,7 +1,9 @@
 // Interfaces attached to one headless application, each `tidewick app` in a
 // tmux pane of its own: a request held by the real hook command shows in every
 // one, an answer in one clears it from the others, closing an interface never
-// answers anything, and an interface outlives the application going away.
+// answers anything, an interface outlives the application going away, and
+// always allow and answers to questions go through the application alike from
+// an interface and from its notifications.
 #include "TidewickPrograms.h"
 #include "TmuxTestSupport.h"
 #include "ui/NotificationTestSupport.h"
@@ -95,6 +97,65 @@ TEST_F(Attach, ClosingAnInterfaceAnswersNothingAndAnInterfaceOutlivesTheApplicat
     ASSERT_TRUE(terminal.waitForAll("two", {"1 held"}));
     terminal.keys("two", {"y"});
     EXPECT_EQ(testing::TidewickPrograms::finished(second), allowed);
+}
+
+std::string claudeAsks(const std::string& toolAndInput) {
+    return R"({"hook_event_name":"PermissionRequest","session_id":"s-attach",)"
+           R"("cwd":"/home/ana/src/webshop",)" +
+           toolAndInput + "}";
+}
+
+const std::string colourQuestion =
+    R"("tool_name":"AskUserQuestion","tool_input":{"questions":[{"question":"Which colour?",)"
+    R"("header":"Colour","multiSelect":false,"options":[{"label":"Red"},{"label":"Blue"}]}]})";
+
+TEST_F(Attach, AlwaysAllowAndAnswersReachTheAgentFromAnInterfaceAndFromTheNotifications) {
+    std::optional<testing::PrivateBus> bus;
+    std::optional<testing::StandInNotificationService> notifications;
+    if (File::isExecutableFile(testing::daemonPath)) {
+        bus.emplace();
+        notifications.emplace(bus->address());
+        run.setVariable("DBUS_SESSION_BUS_ADDRESS", bus->address());
+    }
+    ASSERT_TRUE(run.startApp());
+    ASSERT_TRUE(openInterface("one"));
+
+    auto& always =
+        run.hook("claude", "PermissionRequest",
+                 claudeAsks(R"("tool_name":"Bash","tool_input":{"command":"npm test"})"));
+    ASSERT_TRUE(terminal.waitForAll("one", {"Run npm test", "a always allow"}));
+    terminal.keys("one", {"a"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Enter sends, Esc cancels: npm test:*"}));
+    terminal.keys("one", {"Enter"});
+    EXPECT_NE(
+        testing::TidewickPrograms::finished(always).find(
+            R"("updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"),
+        std::string::npos);
+    EXPECT_TRUE(terminal.waitForAll("one", {"Always allowed: Allow Bash(npm test:*)"}));
+
+    auto& asked = run.hook("claude", "PermissionRequest", claudeAsks(colourQuestion));
+    ASSERT_TRUE(terminal.waitForAll("one", {"Claude Code is asking you a question", "Blue"}));
+    terminal.keys("one", {"2"});
+    EXPECT_NE(
+        testing::TidewickPrograms::finished(asked).find(R"("answers":{"Which colour?":"Blue"})"),
+        std::string::npos);
+    EXPECT_TRUE(terminal.waitForAll("one", {"Answered: Which colour? → Blue"}));
+
+    if (!notifications)
+        GTEST_SKIP() << "dbus-daemon is not installed (Debian package dbus): the notifications' "
+                        "buttons were not tried";
+    notifications->press("always");
+    auto& pressed =
+        run.hook("claude", "PermissionRequest",
+                 claudeAsks(R"("tool_name":"Bash","tool_input":{"command":"make check"})"));
+    EXPECT_NE(testing::TidewickPrograms::finished(pressed).find(R"("ruleContent":"make check:*")"),
+              std::string::npos);
+    notifications->press("choice:0");
+    auto& chosen = run.hook("claude", "PermissionRequest", claudeAsks(colourQuestion));
+    EXPECT_NE(
+        testing::TidewickPrograms::finished(chosen).find(R"("answers":{"Which colour?":"Red"})"),
+        std::string::npos);
+    EXPECT_TRUE(terminal.waitForGone("one", "1 held"));
 }
 
 } // namespace

@@ -3,11 +3,14 @@
 
 #include "install/LineDiff.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sstream>
 
 namespace tidewick {
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 ConfigChange sampleChange() {
     ConfigChange change;
@@ -38,8 +41,8 @@ TEST(ChangeView, PreviewIsACondensedDiffColouredOnlyWhenAsked) {
 
     Terminal coloured(in, out, out, ColourMode::on);
     std::string text = describeChange(sampleChange(), coloured);
-    EXPECT_NE(text.find("\x1b[31m-   \"e\": 5\x1b[0m\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("\x1b[32m+   \"e\": 6\x1b[0m\n"), std::string::npos) << text;
+    EXPECT_THAT(text, HasSubstr("\x1b[31m-   \"e\": 5\x1b[0m\n"));
+    EXPECT_THAT(text, HasSubstr("\x1b[32m+   \"e\": 6\x1b[0m\n"));
 
     // A file that will be deleted reads as all removed.
     ConfigChange deletion = sampleChange();
@@ -47,19 +50,17 @@ TEST(ChangeView, PreviewIsACondensedDiffColouredOnlyWhenAsked) {
     deletion.addedEvents.clear();
     deletion.removedEvents = {"Stop"};
     text = describeChange(deletion, plain);
-    EXPECT_NE(text.find("so it will be deleted.\n"), std::string::npos);
-    EXPECT_NE(text.find("- {\n-   \"a\": 1,\n"), std::string::npos) << text;
-    EXPECT_EQ(text.find("+ "), std::string::npos);
-    EXPECT_NE(text.find("Removes hooks for: Stop\n"), std::string::npos);
+    EXPECT_THAT(text, HasSubstr("so it will be deleted.\n"));
+    EXPECT_THAT(text, HasSubstr("- {\n-   \"a\": 1,\n"));
+    EXPECT_THAT(text, Not(HasSubstr("+ ")));
+    EXPECT_THAT(text, HasSubstr("Removes hooks for: Stop\n"));
 
     // Codex approves hooks by their place: the user's approved hooks that move are named.
     deletion.agent = AgentKind::codex;
     deletion.movedApprovedHooks = {"Stop: notify-send done"};
     text = describeChange(deletion, plain);
-    EXPECT_NE(text.find("These hooks of yours move, so Codex will ask you to approve them again "
-                        "(type /hooks in Codex):\n  Stop: notify-send done\n"),
-              std::string::npos)
-        << text;
+    EXPECT_THAT(text, HasSubstr("These hooks of yours move, so Codex will ask you to approve them "
+                                "again (type /hooks in Codex):\n  Stop: notify-send done\n"));
 
     // Colour only on a terminal, and never when NO_COLOR is set at all.
     EXPECT_EQ(Terminal::colourFor(true, nullptr), ColourMode::on);
@@ -72,10 +73,11 @@ TEST(ChangeView, ConfirmAcceptsOnlyYes) {
         {"y\n", true}, {" YES \n", true}, {"Yes", true}, {"n\n", false},
         {"\n", false}, {"yep\n", false},  {"", false}};
     for (auto [answer, expected] : answers) {
+        SCOPED_TRACE(answer);
         std::istringstream in(answer);
         std::ostringstream out;
         Terminal terminal(in, out, out, ColourMode::off, true);
-        EXPECT_EQ(terminal.confirm("Apply these changes? [y/N]"), expected) << answer;
+        EXPECT_EQ(terminal.confirm("Apply these changes? [y/N]"), expected);
         EXPECT_EQ(out.str(), "Apply these changes? [y/N] \n");
     }
 }

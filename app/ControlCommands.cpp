@@ -23,6 +23,11 @@ struct ControlOptions {
     std::string agent;
     std::optional<std::string> message;
     std::string text;
+    // allow: --always and the rule that may follow the session.
+    bool always = false;
+    std::optional<std::string> rule;
+    // answer: one text per question.
+    std::vector<std::string> answers;
 };
 
 std::string padded(std::string_view text, std::size_t width) {
@@ -78,6 +83,10 @@ std::string confirmation(ControlCommand command, const ControlReply& reply) {
         return "Replied to " + who + ".";
     case ControlCommand::letStop:
         return "Let " + who + " stop.";
+    case ControlCommand::allowAlways:
+        return "Always allowed " + who + ": " + reply.message.value_or("") + ".";
+    case ControlCommand::answer:
+        return "Answered " + who + ":\n" + reply.message.value_or("");
     case ControlCommand::sessions:
     case ControlCommand::pending:
     case ControlCommand::subscribe:
@@ -95,8 +104,15 @@ void runDecision(AppContext& context, ControlCommand command, const ControlOptio
         request.agent = agentFromArgument(options.agent);
     request.message = options.message;
     request.text = options.text;
+    request.answers = options.answers;
     if (command == ControlCommand::reply && request.text.empty())
         throw UsageError("A reply needs some text.");
+    if (command == ControlCommand::allow && options.rule && !options.always)
+        throw UsageError("A rule goes with --always: tidewick allow SESSION --always RULE.");
+    if (command == ControlCommand::allow && options.always) {
+        request.command = command = ControlCommand::allowAlways;
+        request.rule = options.rule;
+    }
     ControlReply reply = send(context, request);
     requireDone(reply);
     context.terminal().out() << confirmation(command, reply) << "\n";
@@ -223,9 +239,11 @@ std::string describeHeldLine(const HeldRequest& held, std::string_view shortId,
                        padded(rawValue(request.kind), 12) + flattened(request.title, 60);
     if (request.detail)
         line += " — " + flattened(*request.detail, 80);
-    if (request.kind == PendingKind::permission)
+    if (request.kind == PendingKind::permission && !request.isQuestion())
         if (auto finding = CommandRisk::assessDetail(request.detail))
             line += "  ⚠ " + finding->reason;
+    if (request.alwaysAllow)
+        line += "  (always: " + flattened(request.alwaysAllow->text, 60) + ")";
     line += "  (" + std::to_string(static_cast<long long>(std::ceil(left))) + " s left)";
     return line;
 }
@@ -242,8 +260,28 @@ void registerControlCommands(CLI::App& app, AppContext& context) {
     pending->callback([&context, pendingJSON] { runPending(context, *pendingJSON); });
 
     auto allow = std::make_shared<ControlOptions>();
-    addDecision(app, context, "allow", "Allow the permission request a session is waiting on",
-                ControlCommand::allow, allow);
+    CLI::App* allowCommand =
+        addDecision(app, context, "allow", "Allow the permission request a session is waiting on",
+                    ControlCommand::allow, allow);
+    allowCommand->add_flag("--always", allow->always,
+                           "Also tell the agent to stop asking: Claude Code keeps the offered "
+                           "rule (or RULE) in the project's local settings; for Cursor and "
+                           "Antigravity Tidewick lets the command's prefix through. Codex "
+                           "takes no lasting rule.");
+    allowCommand->add_option("rule", allow->rule,
+                             "With --always: the rule to keep instead of the one offered, "
+                             "such as \"npm test:*\"");
+
+    auto answer = std::make_shared<ControlOptions>();
+    CLI::App* answerCommand = addDecision(
+        app, context, "answer", "Answer the questions a session is asking, one text per question",
+        ControlCommand::answer, answer);
+    answerCommand
+        ->add_option("text", answer->answers,
+                     "One answer per question, in order: an option's label chooses it "
+                     "(several joined by commas for a multiple choice), other words are "
+                     "sent as they are")
+        ->required();
 
     auto deny = std::make_shared<ControlOptions>();
     CLI::App* denyCommand =

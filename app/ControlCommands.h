@@ -1,5 +1,6 @@
 // The commands that talk to the running application over its control socket:
-// `sessions`, `pending`, `allow`, `deny`, `reply` and `let-stop`.
+// `sessions`, `pending`, `allow` (also `--always`), `deny`, `answer`, `reply` and
+// `let-stop`.
 #pragma once
 
 #include "AppContext.h"
@@ -9,7 +10,7 @@
 
 namespace tidewick {
 
-/// Adds the six control commands to `app`. Their callbacks throw CommandFailure: status 1
+/// Adds the seven control commands to `app`. Their callbacks throw CommandFailure: status 1
 /// when a decision was not delivered or no session matches, 2 for an ambiguous or empty
 /// session identifier, 3 when no application answers.
 void registerControlCommands(CLI::App& app, AppContext& context);

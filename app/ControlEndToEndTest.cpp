@@ -161,6 +161,53 @@ TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
     EXPECT_FALSE(run.timeline(claudeSession).empty()) << "recorded all the same";
 }
 
+TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
+    ASSERT_TRUE(run.startApp());
+    auto cursor = [this](const std::string& command) -> auto& {
+        return run.hook("cursor", "beforeShellExecution",
+                        R"({"conversation_id":"cursor-always","workspace_roots":["/w"],)"
+                        R"("hook_event_name":"beforeShellExecution","command":")" +
+                            command + "\"}");
+    };
+    BackgroundProgram& first = cursor("npm test --ci");
+    EXPECT_THAT(run.tidewick({"pending"}).out, HasSubstr("(always: npm test)"));
+    EXPECT_EQ(run.tidewick({"allow", "cursor-always", "npm"}).status, 2) << "a rule needs --always";
+    ProgramResult always = run.tidewick({"allow", "cursor-always", "--always"});
+    EXPECT_EQ(always.status, 0) << always.err;
+    EXPECT_EQ(always.out, "Always allowed Cursor session cursor-a: Tidewick now allows commands "
+                          "starting with \"npm test\" without asking.\n");
+    EXPECT_EQ(run.finished(first), "{\"permission\":\"allow\"}\n");
+    // Kept in the settings file: the next such command is let through at once.
+    EXPECT_EQ(run.finished(cursor("npm test --watch")), "{\"permission\":\"allow\"}\n");
+    const JSONValue settings =
+        JSONValue::parse(File::read(TidewickPaths(run.home()).settingsFile()));
+    EXPECT_THAT(settings.get("gating")->get("safePrefixes")->compact(),
+                HasSubstr(R"("npm test"])"));
+
+    // Codex takes no lasting rule: nothing is sent, and the request is still held.
+    BackgroundProgram& codex =
+        run.hook("codex", "PermissionRequest",
+                 R"({"session_id":"codex-always","cwd":"/w","hook_event_name":"PermissionRequest",)"
+                 R"("tool_name":"Bash","tool_input":{"command":"touch /outside/marker"}})");
+    run.waitForHeld(1);
+    ProgramResult refused = run.tidewick({"allow", "codex-always", "--always"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("Codex takes no lasting rule in a hook's answer"));
+    EXPECT_THAT(run.tidewick({"answer", "codex-always", "yes"}).err,
+                HasSubstr("isn't asking a question"));
+    EXPECT_EQ(run.tidewick({"allow", "codex-always"}).status, 0);
+    EXPECT_EQ(run.finished(codex), claudeAllowed);
+
+    // The headless application's line for each request names the commands that answer it.
+    for (int i = 0; i < 200 && run.appOutput().find("codex-al`") == std::string::npos; ++i)
+        std::this_thread::sleep_for(100ms);
+    const std::string printed = run.appOutput();
+    EXPECT_THAT(printed,
+                HasSubstr("`tidewick allow cursor-a`, `tidewick allow cursor-a --always` or"));
+    EXPECT_THAT(printed,
+                HasSubstr("Answer with `tidewick allow codex-al` or `tidewick deny codex-al`."));
+}
+
 TEST_F(ControlEndToEnd, OneInstanceAtATimeAndSessionsSurviveARestart) {
     ProgramResult before = run.tidewick({"sessions"});
     EXPECT_EQ(before.status, 3);

@@ -5,6 +5,7 @@
 
 #include "foundation/JSONCoding.h"
 #include "service/TidewickSettings.h"
+#include "testing/TestFiles.h"
 
 #include <gmock/gmock.h>
 #include <regex>
@@ -95,11 +96,10 @@ TEST_F(Documentation, TheManualRendersWithoutWarnings) {
 TEST_F(Documentation, CompletionsCompleteCommandsOptionsAgentsAndHeldSessions) {
     // A stand-in tidewick on PATH answers `pending --json` as the real one would.
     const std::string bin = File::join(run.home(), "bin");
-    File::makeDirectories(bin, 0755);
-    File::writeAtomically(File::join(bin, "tidewick"),
-                          "#!/bin/sh\nprintf '[\\n  {\\n    \"shortId\": \"4f2a\"\\n  },\\n  {\\n    "
-                          "\"shortId\": \"b71c\"\\n  }\\n]\\n'\n",
-                          0755);
+    testing::put(File::join(bin, "tidewick"),
+                 "#!/bin/sh\nprintf '[\\n  {\\n    \"shortId\": \"4f2a\"\\n  },\\n  {\\n    "
+                 "\"shortId\": \"b71c\"\\n  }\\n]\\n'\n",
+                 0755);
     const std::vector<std::pair<std::string, std::string>> bashRows = {
         {"tidewick se", "sessions service"},
         {"tidewick deny --", "--help --agent --message"},

@@ -77,6 +77,54 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
     EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
 }
 
+TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
+    // The offered rule is edited on the line before it is sent.
+    auto& always = run.hook("claude", "PermissionRequest",
+                            R"({"hook_event_name":"PermissionRequest","session_id":"s-always",)"
+                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
+                            R"({"command":"npm test -- --ci"},"permission_suggestions":[]})");
+    ASSERT_TRUE(waitForScreen({"Run npm test -- --ci", "a always allow"}));
+    terminal.keys("ui", {"a"});
+    ASSERT_TRUE(
+        waitForScreen({"Claude Code keeps the rule below for Bash",
+                       "still asks when such a command", "Enter sends, Esc cancels: npm test:*"}));
+    terminal.keys("ui", {"BSpace", "BSpace", "BSpace", "BSpace", "BSpace", "BSpace"});
+    terminal.keys("ui", {"-l", "run lint:*"});
+    terminal.keys("ui", {"Enter"});
+    EXPECT_EQ(
+        run.finished(always),
+        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow",)"
+        R"("updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm run lint:*"}],)"
+        R"("behavior":"allow","destination":"localSettings"}]}}})"
+        "\n");
+    EXPECT_TRUE(waitForScreen({"Always allowed: Allow Bash(npm run lint:*)"}));
+
+    // Two questions: a number chooses the first; the second is ticked with the cursor.
+    const std::string asked =
+        R"({"questions":[{"question":"Which colour?","header":"Colour","multiSelect":false,)"
+        R"("options":[{"label":"Red","description":"A warm red"},{"label":"Blue","description":"A calm blue"}]},)"
+        R"({"question":"Which features?","header":"Features","multiSelect":true,)"
+        R"("options":[{"label":"Search","description":"s"},{"label":"Sync","description":"t"}]}]})";
+    auto& question =
+        run.hook("claude", "PermissionRequest",
+                 R"({"hook_event_name":"PermissionRequest","session_id":"s-ask",)"
+                 R"("cwd":"/home/ana/src/webshop","tool_name":"AskUserQuestion","tool_input":)" +
+                     asked + "}");
+    ASSERT_TRUE(waitForScreen({"Claude Code is asking you a question", "1–2 choose · y answer"}));
+    terminal.keys("ui", {"2"});
+    ASSERT_TRUE(waitForScreen({"Question 2 of 2 · Features", "[ ] 1 Search"}));
+    terminal.keys("ui", {"1", "Down", "Space"});
+    ASSERT_TRUE(waitForScreen({"[x] 1 Search", "[x] 2 Sync"}));
+    terminal.keys("ui", {"Enter"});
+    EXPECT_EQ(
+        run.finished(question),
+        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow",)"
+        R"("updatedInput":)" +
+            asked.substr(0, asked.size() - 1) +
+            R"(,"answers":{"Which colour?":"Blue","Which features?":"Search, Sync"}}}}})" + "\n");
+    EXPECT_TRUE(waitForScreen({"Answered: Which colour? → Blue"}));
+}
+
 } // namespace
 } // namespace tidewick
 

@@ -78,6 +78,8 @@ public:
         return status.value_or(-1);
     }
     [[nodiscard]] std::string appErrors() const { return app_ ? app_->err() : ""; }
+    /// What the headless application printed so far.
+    [[nodiscard]] std::string appOutput() const { return app_ ? app_->out() : ""; }
 
     /// Starts `tidewick-hook --agent agent --event event` fed `payload`, with `extra` variables.
     BackgroundProgram& hook(const std::string& agent, const std::string& event,

@@ -4,17 +4,17 @@
 #include "TidewickPrograms.h"
 
 #include "foundation/TidewickPaths.h"
+#include "transcripts/TranscriptTestSupport.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
 
 using ::testing::HasSubstr;
 using testing::ProgramResult;
+using testing::put;
 
-const std::string fixtures = std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/";
 const std::string claudeId = "bc2ae821-aea9-4d2a-bb46-238b514a9108";
 const std::string codexId = "01a1fc51-7fe1-70d0-aad1-88fe95216210";
 
@@ -23,8 +23,8 @@ protected:
     void SetUp() override {
         if (!testing::TidewickPrograms::built())
             GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
-        if (!File::exists(fixtures + "claude-transcripts/perm-allow.jsonl"))
-            GTEST_SKIP() << "the recorded transcripts are not at " << fixtures;
+        if (!File::exists(testing::recorded + "/claude-transcripts/perm-allow.jsonl"))
+            GTEST_SKIP() << "the recorded transcripts are not at " << testing::recorded;
     }
 
     // Tells the application about a session, as the agent's SessionStart hook does.
@@ -38,15 +38,10 @@ protected:
 TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicationKnows) {
     const std::string transcript =
         run.home() + "/.claude/projects/-home-dev-proj/" + claudeId + ".jsonl";
-    File::makeDirectories(File::parent(transcript), 0700);
-    File::writeAtomically(transcript, File::read(fixtures + "claude-transcripts/perm-allow.jsonl"),
-                          0600);
-    const std::string rollout = run.home() +
-                                "/.codex/sessions/2026/11/21/rollout-2026-11-21T04-16-02-" +
-                                codexId + ".jsonl";
-    File::makeDirectories(File::parent(rollout), 0700);
-    for (const auto& entry : std::filesystem::directory_iterator(fixtures + "codex/sessions/exec"))
-        File::writeAtomically(rollout, File::read(entry.path()), 0600);
+    put(transcript, File::read(testing::recorded + "/claude-transcripts/perm-allow.jsonl"));
+    put(run.home() + "/.codex/sessions/2026/11/21/rollout-2026-11-21T04-16-02-" + codexId +
+            ".jsonl",
+        File::read(testing::codexRollout("exec")));
 
     ASSERT_TRUE(run.startApp());
     start("claude",
@@ -82,9 +77,7 @@ TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicati
                 ::testing::StartsWith("Handoff written to " + handoffs + "proj-claude-bc2ae821-"));
     const std::string path = written.out.substr(19, written.out.size() - 20);
     EXPECT_THAT(File::read(path), HasSubstr("claude --resume " + claudeId));
-    struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(testing::modeOf(path), 0600);
     EXPECT_THAT(run.tidewick({"handoff", codexId, "--output", "-"}).out,
                 HasSubstr("codex resume " + codexId));
 

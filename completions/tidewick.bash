@@ -12,7 +12,7 @@ _tidewick_sessions() {
 
 _tidewick() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="app status connect disconnect sessions pending allow deny reply let-stop transcript handoff demo service"
+    local commands="app status connect disconnect sessions pending allow answer deny reply let-stop transcript handoff demo service"
     local agents="claude codex cursor antigravity"
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
@@ -36,7 +36,9 @@ _tidewick() {
     status | sessions | pending) words+=" --json" ;;
     connect) words+=" --gate-commands --yes $agents" ;;
     disconnect) words+=" --yes $agents" ;;
-    allow | let-stop) words+=" --agent $(_tidewick_held)" ;;
+    allow) words+=" --agent --always $(_tidewick_held)" ;;
+    let-stop) words+=" --agent $(_tidewick_held)" ;;
+    answer) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_held)" ;;
     deny) words+=" --agent --message $(_tidewick_held)" ;;
     reply) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_held)" ;;
     transcript) words+=" --agent --json --tail $(_tidewick_sessions)" ;;

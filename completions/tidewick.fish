@@ -2,7 +2,7 @@
 # identifiers of the sessions holding a request (asked of the running
 # application). Installed as share/fish/vendor_completions.d/tidewick.fish.
 
-set -l commands app status connect disconnect sessions pending allow deny reply let-stop transcript handoff demo service
+set -l commands app status connect disconnect sessions pending allow answer deny reply let-stop transcript handoff demo service
 set -l agents claude codex cursor antigravity
 set -l top "not __fish_seen_subcommand_from $commands"
 
@@ -15,6 +15,7 @@ complete -c tidewick -n $top -a disconnect -d "Remove Tidewick's hooks from an a
 complete -c tidewick -n $top -a sessions -d "List the running application's sessions"
 complete -c tidewick -n $top -a pending -d 'List the requests waiting for you'
 complete -c tidewick -n $top -a allow -d 'Allow the permission request a session is waiting on'
+complete -c tidewick -n $top -a answer -d 'Answer the questions a session is asking, one text per question'
 complete -c tidewick -n $top -a deny -d 'Deny the permission request a session is waiting on'
 complete -c tidewick -n $top -a reply -d 'Answer a session that finished its turn and waits for you'
 complete -c tidewick -n $top -a let-stop -d 'Let a session that waits for you end its turn'
@@ -29,9 +30,10 @@ complete -c tidewick -n '__fish_seen_subcommand_from status sessions pending' -l
 complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -a "$agents"
 complete -c tidewick -n '__fish_seen_subcommand_from connect' -l gate-commands -d 'Cursor: hold shell and MCP calls until you answer'
 complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -s y -l yes -d 'Apply without asking'
-complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -l agent -x -a "$agents" -d "Only this agent's sessions"
+complete -c tidewick -n '__fish_seen_subcommand_from allow answer deny reply let-stop' -l agent -x -a "$agents" -d "Only this agent's sessions"
+complete -c tidewick -n '__fish_seen_subcommand_from allow' -l always -d 'Also have the agent stop asking for such calls'
 complete -c tidewick -n '__fish_seen_subcommand_from deny' -s m -l message -x -d 'Tell the agent why'
-complete -c tidewick -n '__fish_seen_subcommand_from allow deny reply let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
+complete -c tidewick -n '__fish_seen_subcommand_from allow answer deny reply let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
 complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -l agent -x -a "$agents" -d "Only this agent's sessions"
 complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l tail -x -d 'Only the last N entries'

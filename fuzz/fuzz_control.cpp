@@ -34,6 +34,10 @@ public:
     bool answerPermission(const SessionKey&, Answer, std::optional<std::string>) override {
         return false;
     }
+    Delivery allowAlways(const SessionKey&, std::optional<std::string>) override {
+        return {Delivery::Kind::refused, "Not here."};
+    }
+    Delivery answerQuestions(const SessionKey&, std::vector<std::string>) override { return {}; }
     bool reply(const SessionKey&, std::string) override { return false; }
     bool letStop(const SessionKey&) override { return false; }
     [[nodiscard]] Watch watch(Watcher) override { return {1, sessions_}; }

@@ -120,7 +120,9 @@ def main():
                            ("deny", {"session": "d4e2", "message": "not now"}),
                            ("reply", {"session": "d4e2", "agent": "claude", "text": "go on"}),
                            ("letStop", {"session": "d4"}), ("subscribe", {}),
-                           ("transcriptStep", {"session": "d4e2", "step": 41})]:
+                           ("transcriptStep", {"session": "d4e2", "step": 41}),
+                           ("allowAlways", {"session": "d4e2", "rule": "npm test:*"}),
+                           ("answer", {"session": "d4e2", "answers": ["Yes", "later"]})]:
         write("control", compact({"v": v, "secret": SECRET, "command": command, **extra}))
     write("control", compact({"v": 1, "secret": SECRET, "command": "sessions"}))
     write("control", compact({"v": v, "outcome": "done", "sessions": sessions[:2],

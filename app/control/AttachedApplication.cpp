@@ -225,15 +225,48 @@ std::vector<HeldRequest> AttachedApplication::pendingRequests() const {
 }
 
 bool AttachedApplication::sendFor(ControlRequest request, const SessionKey& session) {
+    return deliveryFor(std::move(request), session).kind == Delivery::Kind::delivered;
+}
+
+SessionActions::Delivery AttachedApplication::deliveryFor(ControlRequest request,
+                                                          const SessionKey& session) {
     // The whole identifier with its agent: exactly the session the user sees.
     request.session = session.sessionId;
     request.agent = session.agent;
+    ControlReply reply;
     try {
-        return ControlClient::send(request, paths_).outcome == ControlOutcome::done;
+        reply = ControlClient::send(request, paths_);
     } catch (const std::exception&) {
         // Not running, another version or a text that is not UTF-8: nothing reached it.
-        return false;
+        return {Delivery::Kind::nothingHeld, {}};
     }
+    std::string sentence = reply.message.value_or("");
+    switch (reply.outcome) {
+    case ControlOutcome::done:
+        return {Delivery::Kind::delivered, std::move(sentence)};
+    case ControlOutcome::badRequest:
+        return {Delivery::Kind::badAnswer, std::move(sentence)};
+    default:
+        // The application's own sentence says why: nothing held, or refused (Codex).
+        return {sentence.empty() ? Delivery::Kind::nothingHeld : Delivery::Kind::refused,
+                std::move(sentence)};
+    }
+}
+
+SessionActions::Delivery AttachedApplication::allowAlways(const SessionKey& session,
+                                                          std::optional<std::string> rule) {
+    ControlRequest request;
+    request.command = ControlCommand::allowAlways;
+    request.rule = std::move(rule);
+    return deliveryFor(std::move(request), session);
+}
+
+SessionActions::Delivery AttachedApplication::answerQuestions(const SessionKey& session,
+                                                              std::vector<std::string> answers) {
+    ControlRequest request;
+    request.command = ControlCommand::answer;
+    request.answers = std::move(answers);
+    return deliveryFor(std::move(request), session);
 }
 
 bool AttachedApplication::answerPermission(const SessionKey& session, Answer answer,

@@ -50,6 +50,10 @@ public:
     /// false when it was not delivered there, or no application answered.
     bool answerPermission(const SessionKey& session, Answer answer,
                           std::optional<std::string> message = std::nullopt) override;
+    /// Sent as control requests too: delivered with what the application says it did,
+    /// refused or a bad answer with its sentence, nothing held when no application answered.
+    Delivery allowAlways(const SessionKey& session, std::optional<std::string> rule) override;
+    Delivery answerQuestions(const SessionKey& session, std::vector<std::string> answers) override;
     bool reply(const SessionKey& session, std::string text) override;
     bool letStop(const SessionKey& session) override;
     /// Changes and alerts are told on the view's thread, and so are lost and restored
@@ -77,6 +81,8 @@ private:
     void tellConnection(Connection connection, const std::string& sentence);
     /// Sends `request` for exactly `session`; true when the application did what it asks.
     bool sendFor(ControlRequest request, const SessionKey& session);
+    /// Sends `request` for exactly `session` and says how it went.
+    [[nodiscard]] Delivery deliveryFor(ControlRequest request, const SessionKey& session);
 
     const TidewickPaths paths_;
     const Options options_;

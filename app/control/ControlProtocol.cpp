@@ -110,6 +110,9 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
         out.member("message", request.message);
         if (!request.text.empty())
             out.member("text", request.text);
+        out.member("rule", request.rule);
+        if (!request.answers.empty())
+            out.member("answers", request.answers);
         out.member("step", request.step);
     });
     // The application would refuse the whole line; say why here instead.
@@ -125,6 +128,7 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
     if (!decodeLine(text, M::required("secret", secret), M::required("command", request.command),
                     M::lenient("session", request.session), M::optional("agent", request.agent),
                     M::lenient("message", request.message), M::lenient("text", request.text),
+                    M::lenient("rule", request.rule), M::lenient("answers", request.answers),
                     M::lenient("step", request.step)))
         return std::nullopt;
     return std::pair{std::move(secret), std::move(request)};

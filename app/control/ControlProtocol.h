@@ -31,10 +31,21 @@ class JSONReader;
 class JSONWriter;
 
 /// What a control request asks for. Raw values equal the case names.
-enum class ControlCommand { sessions, pending, allow, deny, reply, letStop, subscribe, transcriptStep };
+enum class ControlCommand {
+    sessions,
+    pending,
+    allow,
+    deny,
+    reply,
+    letStop,
+    subscribe,
+    transcriptStep,
+    allowAlways,
+    answer,
+};
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 8> table{{{
+    static constexpr EnumTable<ControlCommand, 10> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -43,6 +54,8 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::letStop, "letStop"},
         {ControlCommand::subscribe, "subscribe"},
         {ControlCommand::transcriptStep, "transcriptStep"},
+        {ControlCommand::allowAlways, "allowAlways"},
+        {ControlCommand::answer, "answer"},
     }}};
 };
 
@@ -57,6 +70,10 @@ struct ControlRequest {
     std::optional<std::string> message;
     /// reply: the text sent to the agent.
     std::string text;
+    /// allowAlways: the rule or prefix to keep allowing instead of the one offered.
+    std::optional<std::string> rule;
+    /// answer: one answer per question, in order.
+    std::vector<std::string> answers;
     /// transcriptStep: how far the session's transcript has been read.
     std::optional<std::int64_t> step;
 
@@ -91,7 +108,8 @@ template <> struct RawValues<ControlOutcome> {
 
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
-    /// A sentence for the user when the outcome is not `done`.
+    /// A sentence for the user when the outcome is not `done`; for a lasting allow or
+    /// answers that were delivered, what they told the agent.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;

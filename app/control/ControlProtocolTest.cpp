@@ -24,6 +24,18 @@ TEST(ControlProtocol, RequestsRoundTripAndMalformedOnesAreRefused) {
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->first, "s3cret");
     EXPECT_EQ(decoded->second, deny);
+    ControlRequest answer;
+    answer.command = ControlCommand::answer;
+    answer.session = "abc";
+    answer.answers = {"Blue", "Search, Sync"};
+    ControlRequest always;
+    always.command = ControlCommand::allowAlways;
+    always.session = "abc";
+    always.rule = "npm test:*";
+    for (const ControlRequest& request : {answer, always}) {
+        const std::string encoded = ControlProtocol::encode(request, "s");
+        EXPECT_EQ(ControlProtocol::decodeRequest(encoded)->second, request) << encoded;
+    }
 
     for (const char* bad : {
              R"({"v":1,"secret":"s","command":"sessions"})",

@@ -35,6 +35,8 @@ bool isDecision(ControlCommand command) {
     case ControlCommand::deny:
     case ControlCommand::reply:
     case ControlCommand::letStop:
+    case ControlCommand::allowAlways:
+    case ControlCommand::answer:
         return true;
     case ControlCommand::sessions:
     case ControlCommand::pending:
@@ -45,32 +47,88 @@ bool isDecision(ControlCommand command) {
     return false;
 }
 
-// Hands the decision over; true when it reached a waiting agent.
-bool deliver(const ControlRequest& request, const SessionKey& key, SessionActions& target) {
+using Delivery = SessionActions::Delivery;
+
+Delivery deliveredIf(bool delivered) {
+    return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, {}};
+}
+
+// Hands the decision over and says how it went.
+Delivery deliver(const ControlRequest& request, const SessionKey& key, SessionActions& target) {
     switch (request.command) {
     case ControlCommand::allow:
-        return target.answerPermission(key, SessionActions::Answer::allow, std::nullopt);
+        return deliveredIf(
+            target.answerPermission(key, SessionActions::Answer::allow, std::nullopt));
     case ControlCommand::deny:
-        return target.answerPermission(key, SessionActions::Answer::deny, request.message);
+        return deliveredIf(
+            target.answerPermission(key, SessionActions::Answer::deny, request.message));
     case ControlCommand::reply:
-        return target.reply(key, request.text);
+        return deliveredIf(target.reply(key, request.text));
     case ControlCommand::letStop:
-        return target.letStop(key);
+        return deliveredIf(target.letStop(key));
+    case ControlCommand::allowAlways:
+        return target.allowAlways(key, request.rule);
+    case ControlCommand::answer:
+        return target.answerQuestions(key, request.answers);
     case ControlCommand::sessions:
     case ControlCommand::pending:
     case ControlCommand::subscribe:
     case ControlCommand::transcriptStep:
         break;
     }
+    return deliveredIf(false);
+}
+
+// Whether the first permission request `key` holds asks questions.
+bool asksQuestions(const std::vector<Session>& known, const SessionKey& key) {
+    for (const Session& session : known)
+        if (session.key == key)
+            for (const PendingRequest& request : session.pending)
+                if (request.kind == PendingKind::permission)
+                    return request.isQuestion();
     return false;
 }
 
 std::string notDelivered(const ControlRequest& request, const SessionKey& key,
+                         const std::vector<Session>& known,
                          const std::map<std::string, std::string>& shortIds) {
     const std::string who = describeSession(key, shortIds);
-    if (request.command == ControlCommand::allow || request.command == ControlCommand::deny)
+    switch (request.command) {
+    case ControlCommand::allow:
+        if (asksQuestions(known, key))
+            return SessionText::answerInstead(key.agent);
         return SessionText::noPermissionRequest(who);
-    return SessionText::noReplyWaiting(who);
+    case ControlCommand::deny:
+    case ControlCommand::allowAlways:
+        return SessionText::noPermissionRequest(who);
+    case ControlCommand::answer:
+        return SessionText::noQuestionWaiting(who);
+    default:
+        return SessionText::noReplyWaiting(who);
+    }
+}
+
+// The reply for a decision that did not simply reach the agent.
+void noteDelivery(ControlReply& reply, const Delivery& delivery, const ControlRequest& request,
+                  const std::vector<Session>& known) {
+    switch (delivery.kind) {
+    case Delivery::Kind::delivered:
+        if (!delivery.sentence.empty())
+            reply.message = delivery.sentence;
+        return;
+    case Delivery::Kind::nothingHeld:
+        reply.outcome = ControlOutcome::notDelivered;
+        reply.message = notDelivered(request, *reply.session, known, reply.shortIds);
+        return;
+    case Delivery::Kind::refused:
+        reply.outcome = ControlOutcome::notDelivered;
+        reply.message = delivery.sentence;
+        return;
+    case Delivery::Kind::badAnswer:
+        reply.outcome = ControlOutcome::badRequest;
+        reply.message = delivery.sentence;
+        return;
+    }
 }
 
 /// The events one subscriber has still to be sent: filled by the application's watcher,
@@ -175,6 +233,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
             named.push_back(held.first.sessionId);
     } else if (request.command == ControlCommand::reply && request.text.empty()) {
         return failure(ControlOutcome::badRequest, "A reply needs some text.");
+    } else if (request.command == ControlCommand::answer && request.answers.empty()) {
+        return failure(ControlOutcome::badRequest, "An answer needs some text.");
     } else if (request.command == ControlCommand::transcriptStep && !request.step) {
         return failure(ControlOutcome::badRequest, "A transcript step needs the step.");
     } else {
@@ -187,10 +247,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
     reply.shortIds = shortIdsOf(known, named);
     if (reply.session && request.command == ControlCommand::transcriptStep)
         target.setTranscriptStep(*reply.session, *request.step);
-    if (reply.session && isDecision(request.command) && !deliver(request, *reply.session, target)) {
-        reply.outcome = ControlOutcome::notDelivered;
-        reply.message = notDelivered(request, *reply.session, reply.shortIds);
-    }
+    if (reply.session && isDecision(request.command))
+        noteDelivery(reply, deliver(request, *reply.session, target), request, known);
     return reply;
 }
 

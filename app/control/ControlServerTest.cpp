@@ -71,6 +71,53 @@ TEST(ControlServer, DecisionsReachTheMatchedSessionAndTheFirstOneWins) {
         EXPECT_EQ(std::tie(calls[i].what, calls[i].key.sessionId, calls[i].text), expected[i]) << i;
 }
 
+TEST(ControlServer, LastingAllowsAndAnswersSayWhatTheyDidOrWhyNot) {
+    using enum ControlOutcome;
+    using Kind = SessionActions::Delivery::Kind;
+    FakeTarget target;
+    PendingRequest question = heldRequest(PendingKind::permission, "Claude Code is asking you a question");
+    question.questions = {{"Which colour?", std::nullopt, {{"Red", {}}, {"Blue", {}}}, false}};
+    target.all = {sessionWith(AgentKind::claude, "abc-1", {question}),
+                  sessionWith(AgentKind::codex, "cdx-1", {heldRequest(PendingKind::permission, "Bash")})};
+    auto respond = [&](ControlCommand command, std::string session, std::optional<std::string> rule = {},
+                       std::vector<std::string> answers = {}) {
+        ControlRequest request = decision(command, std::move(session));
+        request.rule = std::move(rule);
+        request.answers = std::move(answers);
+        return ControlServer::respond(request, target);
+    };
+
+    // A question is answered, never allowed plainly.
+    EXPECT_EQ(respond(ControlCommand::allow, "abc").message,
+              "Claude Code is asking a question: answer it (tidewick answer) or deny it.");
+    EXPECT_EQ(respond(ControlCommand::answer, "abc").outcome, badRequest) << "no answers at all";
+    EXPECT_EQ(respond(ControlCommand::answer, "abc", {}, {"Blue"}).outcome, done);
+    EXPECT_EQ(respond(ControlCommand::answer, "abc", {}, {"Blue"}).message,
+              "Claude Code session abc-1 isn't asking a question, so nothing was delivered.");
+    EXPECT_EQ(respond(ControlCommand::allowAlways, "cdx", "npm:*").outcome, done);
+
+    struct Case { SessionActions::Delivery delivery; ControlOutcome outcome; std::optional<std::string> message; };
+    const Case cases[] = {
+        {{Kind::delivered, "Allow Bash(npm:*)"}, done, "Allow Bash(npm:*)"},
+        {{Kind::delivered, ""}, done, std::nullopt},
+        {{Kind::refused, "Codex takes no lasting rule."}, notDelivered, "Codex takes no lasting rule."},
+        {{Kind::badAnswer, "Give one answer."}, badRequest, "Give one answer."},
+        {{Kind::nothingHeld, ""}, notDelivered, "Codex session cdx-1 has no permission request waiting, so the decision was not delivered."},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.delivery.sentence);
+        target.scripted = c.delivery;
+        const ControlReply reply = respond(ControlCommand::allowAlways, "cdx");
+        EXPECT_EQ(reply.outcome, c.outcome);
+        EXPECT_EQ(reply.message, c.message);
+    }
+    const auto calls = target.calls();
+    ASSERT_GE(calls.size(), 4u);
+    EXPECT_EQ(calls[1].text, "Blue");
+    EXPECT_EQ(calls[3].what, "allowAlways");
+    EXPECT_EQ(calls[3].text, "npm:*");
+}
+
 TEST(ControlServer, WhatAListingShowsOfTimeOrderedIdentifiersADecisionAccepts) {
     // Codex sessions started within a minute share their first eight characters.
     FakeTarget target;

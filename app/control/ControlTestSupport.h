@@ -50,10 +50,31 @@ public:
                 held.emplace_back(session.key, request);
         return held;
     }
+    /// When set, what allowAlways and answerQuestions report instead of taking a request.
+    std::optional<Delivery> scripted;
+
     bool answerPermission(const SessionKey& key, SessionActions::Answer answer,
                           std::optional<std::string> message) override {
+        if (answer == SessionActions::Answer::allow && firstPermissionAsks(key)) {
+            std::lock_guard guard(mutex_);
+            calls_.push_back({"allow", key, std::nullopt});
+            return false;
+        }
         return take(answer == SessionActions::Answer::allow ? "allow" : "deny", key,
                     PendingKind::permission, std::move(message));
+    }
+    Delivery allowAlways(const SessionKey& key, std::optional<std::string> rule) override {
+        if (scripted)
+            return record("allowAlways", key, std::move(rule));
+        return delivery(take("allowAlways", key, PendingKind::permission, std::move(rule)));
+    }
+    Delivery answerQuestions(const SessionKey& key, std::vector<std::string> answers) override {
+        std::string joined;
+        for (const std::string& answer : answers)
+            joined += (joined.empty() ? "" : "|") + answer;
+        if (scripted)
+            return record("answer", key, joined);
+        return delivery(take("answer", key, PendingKind::permission, joined));
     }
     bool reply(const SessionKey& key, std::string text) override {
         return take("reply", key, PendingKind::reply, std::move(text));
@@ -105,6 +126,23 @@ public:
     }
 
 private:
+    static Delivery delivery(bool delivered) {
+        return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
+    }
+    Delivery record(std::string what, const SessionKey& key, std::optional<std::string> text) {
+        std::lock_guard guard(mutex_);
+        calls_.push_back({std::move(what), key, std::move(text)});
+        return *scripted;
+    }
+    bool firstPermissionAsks(const SessionKey& key) const {
+        std::lock_guard guard(mutex_);
+        for (const Session& session : all)
+            if (session.key == key)
+                for (const PendingRequest& request : session.pending)
+                    if (request.kind == PendingKind::permission)
+                        return request.isQuestion();
+        return false;
+    }
     bool take(std::string what, const SessionKey& key, PendingKind kind,
               std::optional<std::string> text) {
         std::lock_guard guard(mutex_);

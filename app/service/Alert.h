@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tidewick {
 
@@ -36,6 +37,12 @@ struct Alert {
     /// How many other new requests of the same session this alert also stands for (alerts
     /// of a burst are announced together).
     std::size_t alsoHeld = 0;
+    /// The request offers "always allow".
+    bool canAlwaysAllow = false;
+    /// The request asks questions; `choices` holds the labels to answer with at once
+    /// when it is one question with one answer to choose.
+    bool question = false;
+    std::vector<std::string> choices = {};
 
     friend bool operator==(const Alert&, const Alert&) = default;
 };

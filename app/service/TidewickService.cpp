@@ -1,13 +1,16 @@
 #include "service/TidewickService.h"
 
 #include "adapters/Adapters.h"
+#include "events/PermissionUpdates.h"
 #include "foundation/File.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/QueueScheduler.h"
 #include "foundation/SerialQueue.h"
 #include "foundation/SystemError.h"
+#include "foundation/Text.h"
 #include "install/HookConfigEditor.h"
 #include "service/AlertThrottle.h"
+#include "sessions/AlwaysAllow.h"
 #include "sessions/DebouncedSaver.h"
 #include "sessions/DecisionBroker.h"
 #include "sessions/SessionPersistence.h"
@@ -30,6 +33,8 @@ namespace tidewick {
 namespace {
 
 constexpr const char* workQueueLabel = "tidewick.service.work";
+/// Most options offered as buttons of a notification.
+constexpr std::size_t maxChoiceButtons = 4;
 
 // The single-instance lock: an exclusive flock on a file of the app folder. The kernel
 // drops it when the process dies, so a crash never leaves Tidewick locked out.
@@ -48,7 +53,8 @@ SessionKey keyOf(const AgentEvent& event) {
 }
 
 // The request listed in its session while the agent waits.
-PendingRequest heldRequest(const AgentEvent& event, bool permission, Date now, double timeout) {
+PendingRequest heldRequest(const ParsedHook& parsed, bool permission, Date now, double timeout) {
+    const AgentEvent& event = parsed.event;
     PendingRequest request;
     request.id = UUID::random();
     request.kind = permission ? PendingKind::permission : PendingKind::reply;
@@ -57,6 +63,10 @@ PendingRequest heldRequest(const AgentEvent& event, bool permission, Date now, d
     request.detail = event.detail;
     request.createdAt = now;
     request.deadline = addSeconds(now, timeout);
+    if (permission && parsed.call) {
+        request.questions = parsed.call->questions;
+        request.alwaysAllow = AlwaysAllow::offer(event.agent, *parsed.call);
+    }
     return request;
 }
 
@@ -70,6 +80,13 @@ Alert heldAlert(const PendingRequest& request, const SessionKey& key) {
     alert.requestId = request.id;
     alert.informational = false;
     alert.turnEnded = !permission;
+    alert.canAlwaysAllow = request.alwaysAllow.has_value();
+    alert.question = request.isQuestion();
+    // A notification has room for a few buttons: one question with one answer fits.
+    if (request.questions.size() == 1 && !request.questions[0].multiSelect &&
+        request.questions[0].options.size() <= maxChoiceButtons)
+        for (const QuestionOption& option : request.questions[0].options)
+            alert.choices.push_back(option.label);
     return alert;
 }
 
@@ -230,6 +247,10 @@ struct TidewickService::State {
     /// Set while stopping and after: nothing new is held.
     bool closed = false;
     int inFlight = 0;
+    /// The call behind each held permission request, for answers beyond yes or no.
+    std::unordered_map<UUID, HeldCall> calls;
+    // Serialises changes of the settings file made here (always allow of a prefix).
+    std::mutex settingsLock;
 
     FileDescriptor instanceLock;
     std::string secret;
@@ -472,7 +493,7 @@ HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentA
     const bool permission = parsed.hold == HoldKind::permission;
     const double timeout =
         permission ? settings.permissionTimeoutSeconds : settings.replyTimeoutSeconds;
-    const PendingRequest request = heldRequest(event, permission, s.options.clock(), timeout);
+    const PendingRequest request = heldRequest(parsed, permission, s.options.clock(), timeout);
 
     // Registered before it is listed: an answer may come the moment the user sees it.
     {
@@ -480,10 +501,16 @@ HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentA
         if (s.closed)
             return HookResponse{adapter.output(parsed, Decision::timeout())};
         s.broker.expect(request.id);
+        if (parsed.call)
+            s.calls.emplace(request.id, *parsed.call);
     }
     s.work->sync([&] { s.store.addPending(request, key); });
     raise(heldAlert(request, key));
     const HoldResult result = s.broker.wait(request.id, timeout, isClientGone);
+    {
+        std::lock_guard guard(s.lock);
+        s.calls.erase(request.id);
+    }
     s.work->sync([&] { s.store.resolvePending(request.id, key, result); });
 
     // The agent stops its turn unanswered: say so, unless the session is gone meanwhile.
@@ -505,9 +532,149 @@ bool TidewickService::resolveFirst(const SessionKey& session, PendingKind kind, 
 
 bool TidewickService::answerPermission(const SessionKey& session, Answer answer,
                                        std::optional<std::string> message) {
-    return resolveFirst(session, PendingKind::permission,
-                        answer == Answer::allow ? Decision::allow()
-                                                : Decision::deny(std::move(message)));
+    if (answer == Answer::deny)
+        return resolveFirst(session, PendingKind::permission, Decision::deny(std::move(message)));
+    // A plain allow would leave the agent's own question dialog up: questions get answers.
+    const std::optional<Session> found = state_->store.session(session);
+    if (!found)
+        return false;
+    for (const PendingRequest& request : found->pending)
+        if (request.kind == PendingKind::permission)
+            return !request.isQuestion() && state_->broker.resolve(request.id, Decision::allow());
+    return false;
+}
+
+std::optional<std::pair<PendingRequest, HeldCall>>
+TidewickService::heldCall(const SessionKey& session, bool questions) const {
+    const std::optional<Session> found = state_->store.session(session);
+    if (!found)
+        return std::nullopt;
+    for (const PendingRequest& request : found->pending) {
+        if (request.kind != PendingKind::permission || request.isQuestion() != questions)
+            continue;
+        std::lock_guard guard(state_->lock);
+        auto call = state_->calls.find(request.id);
+        if (call == state_->calls.end())
+            return std::nullopt;
+        return std::pair(request, call->second);
+    }
+    return std::nullopt;
+}
+
+namespace {
+
+using Delivery = SessionActions::Delivery;
+
+Delivery refusal(Delivery::Kind kind, std::string sentence) {
+    return Delivery{kind, std::move(sentence)};
+}
+
+// The lasting permission for Claude Code: the rule the user gave ("npm test:*" for the held
+// tool, or "Tool(content)"), else the offered rule, else the agent's own suggestions.
+std::optional<JSONValue::Array> claudeUpdates(const HeldCall& call,
+                                              const std::optional<AlwaysAllowOffer>& offer,
+                                              const std::optional<std::string>& rule) {
+    if (rule) {
+        const std::size_t open = rule->find('(');
+        if (open != std::string::npos && open > 0 && rule->back() == ')')
+            return JSONValue::Array{PermissionUpdates::allowRule(
+                rule->substr(0, open), rule->substr(open + 1, rule->size() - open - 2))};
+        return JSONValue::Array{PermissionUpdates::allowRule(call.tool, *rule)};
+    }
+    if (offer && offer->kind == AlwaysAllowOffer::Kind::agentRule)
+        return JSONValue::Array{PermissionUpdates::allowRule(offer->tool, offer->text)};
+    if (!call.suggestions.empty())
+        return call.suggestions;
+    return std::nullopt;
+}
+
+// A prefix as the read-only test compares it: lower case, without a rule's ":*".
+std::string asPrefix(std::string_view rule) {
+    std::string prefix = Text::lowercased(rule);
+    if (prefix.ends_with(":*"))
+        prefix.resize(prefix.size() - 2);
+    return std::string(Text::trimmed(prefix));
+}
+
+} // namespace
+
+SessionActions::Delivery TidewickService::allowAlways(const SessionKey& session,
+                                                     std::optional<std::string> rule) {
+    if (session.agent == AgentKind::codex)
+        return refusal(Delivery::Kind::refused, std::string(SessionText::codexKeepsNoRule));
+    auto held = heldCall(session, false);
+    if (!held)
+        return refusal(Delivery::Kind::nothingHeld, {});
+    const auto& [request, call] = *held;
+    if (rule) {
+        rule = std::string(Text::trimmed(*rule));
+        if (rule->empty() || (session.agent != AgentKind::claude && asPrefix(*rule).empty()))
+            return refusal(Delivery::Kind::badAnswer, std::string(SessionText::emptyRule));
+    }
+    if (session.agent == AgentKind::claude) {
+        auto updates = claudeUpdates(call, request.alwaysAllow, rule);
+        if (!updates)
+            return refusal(Delivery::Kind::refused, SessionText::noRuleOffered(session.agent));
+        std::string sentence = PermissionUpdates::describe(*updates);
+        if (!state_->broker.resolve(request.id, Decision::allow(std::nullopt, std::move(*updates))))
+            return refusal(Delivery::Kind::nothingHeld, {});
+        return Delivery{Delivery::Kind::delivered, std::move(sentence)};
+    }
+    std::optional<std::string> prefix = rule ? std::optional(asPrefix(*rule)) : std::nullopt;
+    if (!prefix && request.alwaysAllow)
+        prefix = request.alwaysAllow->text;
+    if (!prefix)
+        return refusal(Delivery::Kind::refused, SessionText::noRuleOffered(session.agent));
+    if (!state_->broker.resolve(request.id, Decision::allow()))
+        return refusal(Delivery::Kind::nothingHeld, {});
+    addSafePrefix(session, *prefix);
+    return Delivery{Delivery::Kind::delivered, SessionText::nowAllowsPrefix(*prefix)};
+}
+
+void TidewickService::addSafePrefix(const SessionKey& session, const std::string& prefix) {
+    State& s = *state_;
+    {
+        std::lock_guard guard(s.settingsLock);
+        TidewickSettings settings = s.settingsFile.current();
+        std::vector<std::string>& prefixes = settings.gating.safePrefixes;
+        if (std::find(prefixes.begin(), prefixes.end(), prefix) == prefixes.end()) {
+            prefixes.push_back(prefix);
+            try {
+                s.settingsFile.save(settings);
+            } catch (const std::exception& error) {
+                s.report(std::string("Tidewick couldn't save the prefix it allows: ") +
+                         error.what() + ".");
+            }
+        }
+    }
+    AgentEvent note;
+    note.agent = session.agent;
+    note.sessionId = session.sessionId;
+    note.kind = EventKind::notification;
+    note.title = SessionText::nowAllowsPrefix(prefix);
+    note.receivedAt = s.options.clock();
+    s.work->sync([&] { (void)s.store.apply(note); });
+}
+
+SessionActions::Delivery TidewickService::answerQuestions(const SessionKey& session,
+                                                         std::vector<std::string> answers) {
+    auto held = heldCall(session, true);
+    if (!held)
+        return refusal(Delivery::Kind::nothingHeld, {});
+    const auto& [request, call] = *held;
+    if (answers.size() != call.questions.size())
+        return refusal(Delivery::Kind::badAnswer,
+                       SessionText::answersWanted(session.agent, call.questions.size()));
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        answers[i] = call.questions[i].answerFor(answers[i]);
+        if (answers[i].empty())
+            return refusal(Delivery::Kind::badAnswer, std::string(SessionText::emptyAnswer));
+    }
+    JSONValue input = AskedQuestions::answeredInput(call.input, call.questions, answers);
+    std::string sentence = AskedQuestions::describeAnswers(input).value_or("");
+    if (!state_->broker.resolve(request.id, Decision::allow(std::move(input), {})))
+        return refusal(Delivery::Kind::nothingHeld, {});
+    return Delivery{Delivery::Kind::delivered, std::move(sentence)};
 }
 
 bool TidewickService::reply(const SessionKey& session, std::string text) {

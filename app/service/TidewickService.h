@@ -95,6 +95,8 @@ public:
     // The user's view and decisions (see SessionActions).
     bool answerPermission(const SessionKey& session, Answer answer,
                           std::optional<std::string> message = std::nullopt) override;
+    Delivery allowAlways(const SessionKey& session, std::optional<std::string> rule) override;
+    Delivery answerQuestions(const SessionKey& session, std::vector<std::string> answers) override;
     bool reply(const SessionKey& session, std::string text) override;
     bool letStop(const SessionKey& session) override;
     [[nodiscard]] std::vector<HeldRequest> pendingRequests() const override;
@@ -136,6 +138,13 @@ private:
     void raiseKept(const SessionKey& key);
     /// Hands `decision` to the session's oldest held request of `kind`; true when delivered.
     bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
+    /// The session's oldest held permission request that asks questions (or, with
+    /// `questions` false, that does not) and the call behind it, while it is held.
+    std::optional<std::pair<PendingRequest, HeldCall>> heldCall(const SessionKey& session,
+                                                                bool questions) const;
+    /// Adds `prefix` to the commands Tidewick allows without asking and notes it in the
+    /// session's timeline.
+    void addSafePrefix(const SessionKey& session, const std::string& prefix);
     /// Closes the door to new holds, answers every held request with the time-out decision
     /// and waits until no handle() call is running.
     void drain();

@@ -124,7 +124,8 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
     EXPECT_EQ(alertsSoFar(1),
               (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
-                                   request.detail, request.id, false, false}}));
+                                   request.detail, request.id, false, false, 0, true}}))
+        << "always allow is offered for a shell command";
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
 
@@ -170,6 +171,87 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(stopped.get().output, HookOutput::silent());
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     EXPECT_FALSE(service->reply(claudeKey, "too late"));
+}
+
+TEST_F(TidewickServiceTest, AnswersBeyondYesOrNoReachTheAgentInItsOwnTerms) {
+    using Kind = SessionActions::Delivery::Kind;
+    const std::string allowWith = R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow",)";
+    const std::string kept = R"(,"behavior":"allow","destination":"localSettings"}]}}})";
+
+    // Always allow of a shell command sends the offered rule for Claude Code to keep.
+    auto always = handleAsync(claudePermission("npm test -- --ci"));
+    ASSERT_TRUE(pendingCountIs(1));
+    EXPECT_EQ(service->pendingRequests().front().second.alwaysAllow,
+              (AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "npm test:*"}));
+    EXPECT_EQ(service->allowAlways(claudeKey, std::nullopt),
+              (SessionActions::Delivery{Kind::delivered, "Allow Bash(npm test:*), kept in this project's local settings"}));
+    EXPECT_EQ(always.get().output.stdoutText, allowWith + R"("updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])" + kept);
+    EXPECT_TRUE(inTimeline(claudeKey, "Always allowed"));
+
+    // The user's own rule: for the held tool, or naming its tool; never an empty one.
+    const HookRequest edit = claudeRequest("PermissionRequest", R"({"tool_name":"Edit","tool_input":{"file_path":"/p/a.c"}})");
+    for (const auto& [rule, sent] : std::vector<std::pair<std::string, std::string>>{
+             {"src/**", R"({"toolName":"Edit","ruleContent":"src/**"})"},
+             {" Write(docs/**) ", R"({"toolName":"Write","ruleContent":"docs/**"})"}}) {
+        SCOPED_TRACE(rule);
+        auto held = handleAsync(edit);
+        ASSERT_TRUE(pendingCountIs(1));
+        EXPECT_EQ(service->pendingRequests().front().second.alwaysAllow, std::nullopt);
+        EXPECT_EQ(service->allowAlways(claudeKey, std::nullopt).kind, Kind::refused);
+        EXPECT_EQ(service->allowAlways(claudeKey, "  ").kind, Kind::badAnswer);
+        EXPECT_EQ(service->allowAlways(claudeKey, rule).kind, Kind::delivered);
+        EXPECT_EQ(held.get().output.stdoutText, allowWith + R"("updatedPermissions":[{"type":"addRules","rules":[)" + sent + "]" + kept);
+    }
+
+    // Questions are answered, never plainly allowed, and never always allowed.
+    const std::string asked = R"({"questions":[{"question":"Which colour?","header":"Colour","multiSelect":false,"options":[{"label":"Red","description":"Warm"},{"label":"Blue","description":"Calm"}]},{"question":"Which features?","header":"Features","multiSelect":true,"options":[{"label":"Search","description":"s"},{"label":"Sync","description":"t"}]}]})";
+    auto question = handleAsync(claudeRequest("PermissionRequest", R"({"tool_name":"AskUserQuestion","tool_input":)" + asked + "}"));
+    ASSERT_TRUE(pendingCountIs(1));
+    const PendingRequest listed = service->pendingRequests().front().second;
+    EXPECT_EQ(listed.title, "Claude Code is asking you a question");
+    const Alert askedAlert = alertsSoFar(4).back();
+    EXPECT_TRUE(askedAlert.question);
+    EXPECT_FALSE(askedAlert.canAlwaysAllow);
+    EXPECT_TRUE(askedAlert.choices.empty()) << "two questions do not fit a notification's buttons";
+    EXPECT_EQ(listed.questions.size(), 2u);
+    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
+    EXPECT_EQ(service->allowAlways(claudeKey, std::nullopt).kind, Kind::nothingHeld);
+    EXPECT_EQ(service->answerQuestions(claudeKey, {"blue"}),
+              (SessionActions::Delivery{Kind::badAnswer, "Claude Code asked 2 questions: give one answer for each."}));
+    EXPECT_EQ(service->answerQuestions(claudeKey, {"blue", " "}).kind, Kind::badAnswer);
+    EXPECT_EQ(service->answerQuestions(claudeKey, {"blue", "sync, search"}).kind, Kind::delivered);
+    EXPECT_EQ(question.get().output.stdoutText,
+              allowWith + R"("updatedInput":)" + asked.substr(0, asked.size() - 1) +
+                  R"(,"answers":{"Which colour?":"Blue","Which features?":"Sync, Search"}}}}})");
+    EXPECT_TRUE(inTimeline(claudeKey, "You answered"));
+    EXPECT_EQ(service->answerQuestions(claudeKey, {"late", "late"}).kind, Kind::nothingHeld);
+
+    // Codex's answer takes no lasting rule: it is refused and the request stays held.
+    const SessionKey codexKey{AgentKind::codex, std::string(claudeSession)};
+    HookRequest codexRequest = claudePermission("npm test");
+    codexRequest.agent = "codex";
+    auto codex = handleAsync(codexRequest);
+    ASSERT_TRUE(pendingCountIs(1));
+    EXPECT_EQ(service->pendingRequests().front().second.alwaysAllow, std::nullopt);
+    EXPECT_EQ(service->allowAlways(codexKey, std::nullopt).kind, Kind::refused);
+    EXPECT_TRUE(service->answerPermission(codexKey, Answer::allow));
+    EXPECT_EQ(codex.get().output, (HookOutput{claudeAllow, 0}));
+
+    // Cursor: the command's prefix joins the commands Tidewick lets through, as shown.
+    auto cursor = handleAsync(cursorShell("NPM test --ci"));
+    ASSERT_TRUE(pendingCountIs(1));
+    EXPECT_EQ(service->allowAlways(cursorKey, std::nullopt),
+              (SessionActions::Delivery{Kind::delivered, "Tidewick now allows commands starting with \"npm test\" without asking"}));
+    EXPECT_EQ(cursor.get().output, cursorAllow);
+    EXPECT_EQ(service->settings().gating.safePrefixes.back(), "npm test");
+    EXPECT_EQ(handleNow(cursorShell("npm test --watch")), cursorAllow);
+    EXPECT_TRUE(pendingCountIs(0));
+    EXPECT_TRUE(inTimeline(cursorKey, "Tidewick now allows commands starting with \"npm test\" without asking"));
+    auto edited = handleAsync(cursorShell("make lint"));
+    ASSERT_TRUE(pendingCountIs(1));
+    EXPECT_EQ(service->allowAlways(cursorKey, "Make:*").kind, Kind::delivered);
+    EXPECT_EQ(edited.get().output, cursorAllow);
+    EXPECT_EQ(service->settings().gating.safePrefixes.back(), "make");
 }
 
 TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {

@@ -6,13 +6,15 @@
 #include "foundation/File.h"
 #include "foundation/Subprocess.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <map>
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
+
+using namespace ::testing;
 
 /// Answers each call from a table of scripted results (status 0 and no output for any
 /// other), and records the calls.
@@ -48,18 +50,14 @@ TEST_F(UserServiceTest, TheUnitRunsTheProgramHeadlessAndCarriesTidewickHome) {
     for (const char* line : {"Type=notify\n", "ExecStart=\"/opt/tide wick/bin/tidewick\" app --headless\n",
                              "Restart=on-failure\n", "StandardOutput=journal\n",
                              "WantedBy=default.target\n"})
-        EXPECT_NE(plain.find(line), std::string::npos) << line;
-    EXPECT_EQ(plain.find("Environment="), std::string::npos);
+        EXPECT_THAT(plain, HasSubstr(line));
+    EXPECT_THAT(plain, Not(HasSubstr("Environment=")));
 
     // Quotes, backslashes, specifiers and variables reach systemd as they are.
     UserService odd({home.path(), "/opt/a\"b\\c%d$e/tidewick", "/home/ana/100% tide"}, systemctl);
     const std::string text = odd.unitText();
-    EXPECT_NE(text.find("[Service]\nEnvironment=\"TIDEWICK_HOME=/home/ana/100%% tide\"\n"),
-              std::string::npos)
-        << text;
-    EXPECT_NE(text.find(R"(ExecStart="/opt/a\"b\\c%%d$$e/tidewick" app --headless)"),
-              std::string::npos)
-        << text;
+    EXPECT_THAT(text, HasSubstr("[Service]\nEnvironment=\"TIDEWICK_HOME=/home/ana/100%% tide\"\n"));
+    EXPECT_THAT(text, HasSubstr(R"(ExecStart="/opt/a\"b\\c%%d$$e/tidewick" app --headless)"));
 
     // systemd's own judgement of the unit, for a program that exists.
     const std::string analyze = "/usr/bin/systemd-analyze";
@@ -81,9 +79,7 @@ TEST_F(UserServiceTest, InstallingWritesEnablesAndStartsAndSetsLaunchAtLogin) {
     applyLaunchAtLogin(true, service, settings);
     EXPECT_EQ(systemctl.calls, (std::vector<std::string>{"show-environment", "daemon-reload",
                                                          "enable --now tidewick.service"}));
-    struct stat info {};
-    ASSERT_EQ(::stat(service.unitPath().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0644u);
+    EXPECT_EQ(testing::modeOf(service.unitPath()), 0644);
     EXPECT_EQ(File::read(service.unitPath()), service.unitText());
     EXPECT_TRUE(settings.current().launchAtLogin);
 
@@ -119,12 +115,9 @@ TEST_F(UserServiceTest, WithoutAUserSystemdNothingChangesAndAFailedStepIsNamed) 
     systemctl.results["show-environment"] = {1, "", "Failed to connect to bus: No medium found\n"};
     for (bool enabled : {true, false}) {
         SCOPED_TRACE(enabled);
-        try {
-            applyLaunchAtLogin(enabled, service, settings);
-            ADD_FAILURE() << "no user systemd, yet it went through";
-        } catch (const UserService::Unavailable& error) {
-            EXPECT_STREQ(error.what(), UserService::unavailableSentence);
-        }
+        EXPECT_THAT(
+            [&] { applyLaunchAtLogin(enabled, service, settings); },
+            ThrowsMessage<UserService::Unavailable>(StrEq(UserService::unavailableSentence)));
     }
     EXPECT_THROW((void)service.status(), UserService::Unavailable);
     EXPECT_FALSE(File::exists(File::parent(service.unitPath())));
@@ -133,14 +126,11 @@ TEST_F(UserServiceTest, WithoutAUserSystemdNothingChangesAndAFailedStepIsNamed) 
     systemctl.results.erase("show-environment");
     systemctl.results["enable --now tidewick.service"] = {
         1, "", "Failed to enable unit: Unit file tidewick.service does not exist.\n"};
-    try {
-        applyLaunchAtLogin(true, service, settings);
-        ADD_FAILURE() << "the failed step went unnoticed";
-    } catch (const UserService::Failed& error) {
-        EXPECT_STREQ(error.what(), "Tidewick couldn't run `systemctl --user enable --now "
-                                   "tidewick.service`: Failed to enable unit: Unit file "
-                                   "tidewick.service does not exist.");
-    }
+    EXPECT_THAT(
+        [&] { applyLaunchAtLogin(true, service, settings); },
+        ThrowsMessage<UserService::Failed>(
+            "Tidewick couldn't run `systemctl --user enable --now tidewick.service`: Failed "
+            "to enable unit: Unit file tidewick.service does not exist."));
     EXPECT_EQ(settingsText(), "");
 }
 

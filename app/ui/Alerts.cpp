@@ -22,9 +22,18 @@ Notification notificationFor(const Alert& alert) {
         body += "\n" + Text::cut(*alert.detail, bodyLimit, Text::ellipsis);
     switch (alert.kind) {
     case Alert::Kind::needsPermission:
+        notification.urgent = true;
+        if (alert.question) {
+            // The question itself is the body; its options may answer it at once.
+            notification.summary = alert.title;
+            body = alert.detail.value_or("");
+            if (alert.requestId)
+                notification.choices = alert.choices;
+            break;
+        }
         notification.summary = agent + " needs permission";
         notification.offersAnswers = alert.requestId.has_value();
-        notification.urgent = true;
+        notification.offersAlways = notification.offersAnswers && alert.canAlwaysAllow;
         if (auto risk = CommandRisk::assessDetail(alert.detail))
             body += "\n⚠ " + risk->reason;
         break;

@@ -1,6 +1,7 @@
 // What an alert from the service turns into, given the user's settings: a
-// terminal bell, a glowing frame, a desktop notification (with Allow and Deny
-// for a permission request) and a line on the status bar.
+// terminal bell, a glowing frame, a desktop notification (with Allow, Always allow
+// and Deny for a permission request, the options of a question) and a line on the
+// status bar.
 #pragma once
 
 #include "service/Alert.h"
@@ -8,6 +9,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tidewick {
 
@@ -22,6 +24,10 @@ struct Notification {
     bool offersAnswers = false;
     /// Ask the notification server to keep it up until dismissed.
     bool urgent = false;
+    /// Offer "Always allow" among them.
+    bool offersAlways = false;
+    /// One button per label, answering the question with it.
+    std::vector<std::string> choices = {};
 };
 
 struct AlertEffects {

@@ -66,6 +66,22 @@ TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
     EXPECT_EQ(alertEffects(burst, usual).notification->body,
               "Run sudo make install\n+2 more requests waiting");
 
+    // Always allow when the request offers it; a question shows itself and its options.
+    Alert lasting = alert(needsPermission);
+    lasting.canAlwaysAllow = true;
+    EXPECT_TRUE(alertEffects(lasting, usual).notification->offersAlways);
+    EXPECT_FALSE(asks.notification->offersAlways);
+    Alert question = alert(needsPermission);
+    question.title = "Claude Code is asking you a question";
+    question.detail = "Which colour?\n\u2022 Red\n\u2022 Blue";
+    question.question = true;
+    question.choices = {"Red", "Blue"};
+    const Notification asked = *alertEffects(question, usual).notification;
+    EXPECT_EQ(asked.summary, "Claude Code is asking you a question");
+    EXPECT_EQ(asked.body, "Which colour?\n\u2022 Red\n\u2022 Blue");
+    EXPECT_FALSE(asked.offersAnswers) << "a question is answered, not allowed";
+    EXPECT_EQ(asked.choices, question.choices);
+
     Alert longDetail = alert(needsPermission);
     longDetail.detail = std::string(5000, 'x');
     EXPECT_LT(alertEffects(longDetail, usual).notification->body.size(), 400u);

@@ -40,6 +40,35 @@ int pollTimeout(sd_bus* bus) {
         std::min<std::uint64_t>((until - nowMicroseconds + 999) / 1000, 60'000));
 }
 
+
+// The buttons of `notification`: pairs of action key and label.
+std::vector<std::pair<std::string, std::string>> actionsOf(const Notification& notification) {
+    std::vector<std::pair<std::string, std::string>> actions;
+    if (notification.offersAnswers) {
+        actions.emplace_back("allow", "Allow");
+        if (notification.offersAlways)
+            actions.emplace_back("always", "Always allow");
+        actions.emplace_back("deny", "Deny");
+    }
+    for (std::size_t i = 0; i < notification.choices.size(); ++i)
+        actions.emplace_back(DesktopNotifier::choicePrefix + std::to_string(i),
+                             notification.choices[i]);
+    return actions;
+}
+
+int appendActions(sd_bus_message* message,
+                  const std::vector<std::pair<std::string, std::string>>& actions) {
+    int result = sd_bus_message_open_container(message, 'a', "s");
+    for (const auto& [key, label] : actions) {
+        if (result >= 0)
+            result = sd_bus_message_append(message, "s", key.c_str());
+        if (result >= 0)
+            result = sd_bus_message_append(message, "s", label.c_str());
+    }
+    if (result >= 0)
+        result = sd_bus_message_close_container(message);
+    return result;
+}
 } // namespace
 
 DesktopNotifier::DesktopNotifier(std::optional<std::string> address, ActionHandler handler)
@@ -178,9 +207,7 @@ void DesktopNotifier::send(const Notification& notification) {
     int result = sd_bus_message_append(message, "susss", "Tidewick", 0u, "",
                                        notification.summary.c_str(), body.c_str());
     if (result >= 0)
-        result = notification.offersAnswers
-                     ? sd_bus_message_append(message, "as", 4, "allow", "Allow", "deny", "Deny")
-                     : sd_bus_message_append(message, "as", 0);
+        result = appendActions(message, actionsOf(notification));
     if (result >= 0) {
         // Urgency 2 ("critical") keeps a permission request up until it is dealt with.
         const std::uint8_t urgency = notification.urgent ? 2 : 1;
@@ -239,7 +266,8 @@ int DesktopNotifier::onActionInvoked(sd_bus_message* signal, void* self, sd_bus_
     if (found == notifier->shown_.end() || !found->second.requestId)
         return 0;
     const std::string action(key);
-    if (action != "allow" && action != "deny")
+    if (action != "allow" && action != "deny" && action != "always" &&
+        !action.starts_with(DesktopNotifier::choicePrefix))
         return 0;
     Action pressed{found->second.session, *found->second.requestId, action};
     notifier->shown_.erase(found);

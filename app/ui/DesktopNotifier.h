@@ -1,5 +1,6 @@
 // Desktop notifications through the freedesktop notification service on the
-// session bus (sd-bus), with "Allow" and "Deny" buttons on permission requests.
+// session bus (sd-bus), with "Allow", "Always allow" and "Deny" buttons on
+// permission requests and a question's options as buttons.
 // Without a bus it quietly does nothing: the terminal UI works on its own.
 #pragma once
 
@@ -26,11 +27,13 @@ public:
     struct Action {
         SessionKey session;
         UUID requestId;
-        /// "allow" or "deny".
+        /// "allow", "always", "deny", or choicePrefix and the index of a question's option.
         std::string key;
         friend bool operator==(const Action&, const Action&) = default;
     };
     using ActionHandler = std::function<void(const Action&)>;
+    /// The start of the action key of a question's option button ("choice:0").
+    static constexpr const char* choicePrefix = "choice:";
 
     /// Connects to the session bus at `address` (nothing: the DBUS_SESSION_BUS_ADDRESS of
     /// the environment) and listens for button presses on its own thread, where `handler`

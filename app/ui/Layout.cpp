@@ -3,6 +3,7 @@
 #include "DisplayText.h"
 #include "Screen.h"
 #include "TranscriptView.h"
+#include "sessions/SessionText.h"
 
 #include <algorithm>
 #include <ctime>
@@ -133,6 +134,54 @@ void addWrapped(std::vector<FrameLine>& lines, std::string_view text, int indent
     }
 }
 
+// The question being answered: where it stands, its text and its options, the one under
+// the cursor marked, and ticks for a multiple choice.
+void addQuestionForm(std::vector<FrameLine>& lines, const QuestionForm& form, int width) {
+    const AskedQuestion& question = form.current();
+    LineBuilder heading(width);
+    heading.add("Question " + std::to_string(form.index() + 1) + " of " +
+                    std::to_string(form.questions().size()),
+                Style::heading);
+    if (question.header)
+        heading.add(" · " + DisplayText::singleLine(*question.header), Style::dim);
+    lines.push_back(heading.finish());
+    addWrapped(lines, question.question, 2, Style::bold, width, 3);
+    for (std::size_t i = 0; i < question.options.size(); ++i) {
+        const QuestionOption& option = question.options[i];
+        LineBuilder line(width);
+        line.add(i == form.cursor() ? " › " : "   ", Style::key);
+        if (question.multiSelect)
+            line.add(form.isTicked(i) ? "[x] " : "[ ] ", Style::key);
+        line.add(std::to_string(i + 1), Style::key).spaces(1);
+        line.add(DisplayText::singleLine(option.label), Style::bold);
+        if (option.description)
+            line.add(" — " + DisplayText::singleLine(*option.description), Style::dim);
+        lines.push_back(line.finish());
+    }
+}
+
+// What "always allow" leaves behind, shown while the rule can still be changed.
+void addAlwaysOffer(std::vector<FrameLine>& lines, const std::optional<AlwaysAllowOffer>& offer,
+                    AgentKind agent, int width) {
+    LineBuilder heading(width);
+    heading.add("Always allow", Style::heading);
+    lines.push_back(heading.finish());
+    const std::string name(displayName(agent));
+    std::string text;
+    if (!offer)
+        text = SessionText::noRuleOffered(agent) + " For example Edit(src/**).";
+    else if (offer->kind == AlwaysAllowOffer::Kind::agentRule)
+        text = name + " keeps the rule below for " + offer->tool +
+               " in the project's local settings and stops asking for matching calls. " +
+               std::string(SessionText::ruleStillAsks);
+    else if (offer->kind == AlwaysAllowOffer::Kind::safePrefix)
+        text = "Tidewick adds the prefix below to the commands it allows without asking.";
+    else
+        text =
+            "Enter keeps what " + name + " suggests, or type a rule of your own:\n" + offer->text;
+    addWrapped(lines, text, 2, Style::plain, width, 6);
+}
+
 std::vector<FrameLine> detailLines(const ScreenController& controller, Date now, int width,
                                    int height) {
     std::vector<FrameLine> lines;
@@ -180,6 +229,10 @@ std::vector<FrameLine> detailLines(const ScreenController& controller, Date now,
             lines.push_back(line.finish());
         }
     }
+    if (const QuestionForm* form = controller.questionForm())
+        addQuestionForm(lines, *form, width);
+    if (controller.mode() == ScreenController::Mode::alwaysRule && controller.targetAgent())
+        addAlwaysOffer(lines, controller.alwaysOffer(), *controller.targetAgent(), width);
     for (std::size_t i = 0; i < detail.held.size(); ++i) {
         const HeldRequestView& request = detail.held[i];
         if (static_cast<int>(lines.size()) >= height - 1 && i < detail.held.size()) {
@@ -210,12 +263,20 @@ std::vector<FrameLine> detailLines(const ScreenController& controller, Date now,
         if (!request.expired) {
             LineBuilder keys(width);
             keys.spaces(4);
-            if (request.kind == PendingKind::permission)
-                keys.add(controller.allowKey(), Style::key)
-                    .add(" allow · ", Style::dim)
+            if (request.question)
+                keys.add("1–" + std::to_string(std::max<std::size_t>(request.options, 1)),
+                         Style::key)
+                    .add(" choose · ", Style::dim)
+                    .add(controller.allowKey(), Style::key)
+                    .add(" answer · ", Style::dim)
                     .add(controller.denyKey(), Style::key)
                     .add(" deny", Style::dim);
-            else
+            else if (request.kind == PendingKind::permission) {
+                keys.add(controller.allowKey(), Style::key).add(" allow · ", Style::dim);
+                if (request.canAlwaysAllow)
+                    keys.add("a", Style::key).add(" always allow · ", Style::dim);
+                keys.add(controller.denyKey(), Style::key).add(" deny", Style::dim);
+            } else
                 keys.add("r", Style::key)
                     .add(" reply · ", Style::dim)
                     .add("s", Style::key)
@@ -267,6 +328,8 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
     const std::vector<std::pair<std::string, std::string>> keys = {
         {"↑ ↓  j k", "move between sessions (PgUp PgDn Home End jump)"},
         {allow, "allow the selected session's permission request"},
+        {"a", "always allow: the agent (or Tidewick) stops asking for such calls"},
+        {"1–9", "answer a question: choose (space ticks), or type your own"},
         {deny, "deny it; type a message for the agent or just press Enter"},
         {"r", "reply to a session waiting for you; 1–9 send a quick reply"},
         {"s", "let a session waiting for your reply stop"},
@@ -336,20 +399,35 @@ FrameLine topRule(const ScreenController& controller, int width, Style frame,
     return line.finish();
 }
 
+std::string promptFor(const ScreenController& controller) {
+    switch (controller.mode()) {
+    case ScreenController::Mode::denyMessage:
+        return "Deny — message for the agent (optional), Enter sends, Esc cancels: ";
+    case ScreenController::Mode::alwaysRule:
+        return "Always allow — Enter sends, Esc cancels: ";
+    case ScreenController::Mode::question:
+        return controller.questionForm()->current().multiSelect
+                   ? "Numbers or space tick, Enter sends, or type your own answer: "
+                   : "A number chooses, or type your own answer and press Enter: ";
+    default:
+        return "Reply (Enter sends, Esc cancels): ";
+    }
+}
+
 FrameLine statusLine(const ScreenController& controller, Date now, int width,
                      std::optional<std::pair<int, int>>& cursor, int row) {
     LineBuilder line(width);
     switch (controller.mode()) {
     case ScreenController::Mode::denyMessage:
-    case ScreenController::Mode::reply: {
-        const bool deny = controller.mode() == ScreenController::Mode::denyMessage;
-        const std::string prompt =
-            deny ? "Deny — message for the agent (optional), Enter sends, Esc cancels: "
-                 : "Reply (Enter sends, Esc cancels): ";
+    case ScreenController::Mode::reply:
+    case ScreenController::Mode::alwaysRule:
+    case ScreenController::Mode::question: {
+        const std::string prompt = promptFor(controller);
         // Show the end of a long line, where the user is typing.
         const int promptWidth = DisplayText::width(prompt);
         const int room = std::max(1, width - std::min(promptWidth, width / 2) - 1);
-        std::string shown = controller.input();
+        std::string shown =
+            controller.questionForm() ? controller.questionForm()->typed() : controller.input();
         while (DisplayText::width(shown) > room) {
             shown.erase(0, 1);
             while (!shown.empty() && (static_cast<unsigned char>(shown[0]) & 0xC0) == 0x80)
@@ -371,7 +449,7 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         if (auto message = controller.message(now)) {
             line.add(DisplayText::singleLine(message->text),
                      message->tone == ScreenController::Tone::warning ? Style::warning
-                                                                       : Style::success);
+                                                                      : Style::success);
             break;
         }
         if (!view.notice().empty()) {
@@ -407,6 +485,7 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         }
         line.add("↑↓", Style::key).add(" move  ", Style::dim);
         line.add(controller.allowKey(), Style::key).add(" allow  ", Style::dim);
+        line.add("a", Style::key).add(" always  ", Style::dim);
         line.add(controller.denyKey(), Style::key).add(" deny  ", Style::dim);
         line.add("r", Style::key).add(" reply  ", Style::dim);
         line.add("s", Style::key).add(" stop  ", Style::dim);

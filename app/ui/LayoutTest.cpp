@@ -51,7 +51,7 @@ TEST_F(LayoutTest, HeldRequestIsShownWithCommandRiskAndCountdownIn80x24) {
         EXPECT_TRUE(contains(frame.text(2), part)) << part;
     for (const char* part :
          {"● Run rm -rf build && make", "Waiting for you · 4:51", "⚠ Risk: deletes files for good",
-          "y allow · n deny", "I will clean the build folder", "Ran make"})
+          "y allow · a always allow · n deny", "I will clean the build folder", "Ran make"})
         EXPECT_TRUE(contains(screen, part)) << part;
     EXPECT_TRUE(contains(frame.text(23), "y allow")) << "key hints on the status line";
     EXPECT_FALSE(frame.cursor);
@@ -67,6 +67,31 @@ TEST_F(LayoutTest, HeldRequestIsShownWithCommandRiskAndCountdownIn80x24) {
     LayoutOptions noChip;
     noChip.alertChip = false;
     EXPECT_FALSE(contains(layoutScreen(controller, t0, 80, 24, noChip).text(0), "held"));
+}
+
+TEST_F(LayoutTest, QuestionsShowTheirOptionsAndAlwaysAllowWhatItKeeps) {
+    Session session = asking("make");
+    session.pending[0].questions = {{"Which features?", "Features", {{"Search", "Full text"}, {"Sync", {}}}, true}};
+    controller.setSessions({session});
+    EXPECT_TRUE(contains(layoutScreen(controller, t0, 80, 24).text(), "1–2 choose · y answer · n deny"));
+    (void)controller.handleKey(Key::of('2'), t0);
+    (void)controller.handleKey(Key::special(Key::Kind::down), t0);
+    const Frame form = layoutScreen(controller, t0, 80, 24);
+    for (const char* part : {"Question 1 of 1 · Features", "Which features?", "   [ ] 1 Search — Full text",
+                             " › [x] 2 Sync", "Numbers or space tick, Enter sends"})
+        EXPECT_TRUE(contains(form.text(), part)) << part << "\n" << form.text();
+    EXPECT_TRUE(form.cursor);
+
+    session = asking("make");
+    session.pending[0].alwaysAllow = AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "make:*"};
+    controller.setSessions({session});
+    (void)controller.handleKey(Key::special(Key::Kind::escape), t0);
+    (void)controller.handleKey(Key::of('a'), t0);
+    const Frame always = layoutScreen(controller, t0, 100, 30);
+    for (const char* part : {"Always allow", "Claude Code keeps the rule below for Bash",
+                             "still asks when such a command redirects output",
+                             "Always allow — Enter sends, Esc cancels: make:*"})
+        EXPECT_TRUE(contains(always.text(), part)) << part << "\n" << always.text();
 }
 
 TEST_F(LayoutTest, ScalesUpAndRefusesTooSmallTerminals) {

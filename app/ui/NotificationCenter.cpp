@@ -1,6 +1,8 @@
 #include "NotificationCenter.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <string_view>
 #include <vector>
 
 namespace tidewick {
@@ -82,6 +84,18 @@ void NotificationCenter::pressed(const DesktopNotifier::Action& action) {
             continue;
         if (request.id != action.requestId)
             return; // an older request of the session comes first: leave this to the user
+        if (action.key == "always") {
+            const auto delivery = application_.allowAlways(session, std::nullopt);
+            if (report_)
+                report_(delivery.kind == SessionActions::Delivery::Kind::delivered
+                            ? "Always allowed from the notification: " + delivery.sentence
+                            : delivery.sentence);
+            return;
+        }
+        if (action.key.starts_with(DesktopNotifier::choicePrefix)) {
+            answerWithChoice(session, request, action.key);
+            return;
+        }
         const bool allow = action.key == "allow";
         if (application_.answerPermission(session, allow ? SessionActions::Answer::allow
                                                          : SessionActions::Answer::deny) &&
@@ -90,6 +104,19 @@ void NotificationCenter::pressed(const DesktopNotifier::Action& action) {
                     request.title);
         return;
     }
+}
+
+void NotificationCenter::answerWithChoice(const SessionKey& session, const PendingRequest& request,
+                                          const std::string& key) {
+    // Buttons are offered for one question only, one per option, numbered from 0.
+    const std::string number = key.substr(std::string_view(DesktopNotifier::choicePrefix).size());
+    const std::size_t choice = std::strtoul(number.c_str(), nullptr, 10);
+    if (request.questions.size() != 1 || choice >= request.questions[0].options.size())
+        return;
+    const auto delivery =
+        application_.answerQuestions(session, {request.questions[0].options[choice].label});
+    if (delivery.kind == SessionActions::Delivery::Kind::delivered && report_)
+        report_("Answered from the notification: " + delivery.sentence);
 }
 
 } // namespace tidewick

@@ -1,6 +1,7 @@
 // The running application's desktop notifications: one per alert, however
 // many interfaces are open, taken down once its request is answered anywhere,
-// with Allow and Deny buttons that answer the very request shown.
+// with Allow, Always allow and Deny buttons (a question's options) that answer
+// the very request shown.
 #pragma once
 
 #include "DesktopNotifier.h"
@@ -36,6 +37,9 @@ private:
     void alerted(const Alert& alert);
     void changed(const StoreChange& change);
     void pressed(const DesktopNotifier::Action& action);
+    /// Answers the one question of `request` with the option button `key` stands for.
+    void answerWithChoice(const SessionKey& session, const PendingRequest& request,
+                          const std::string& key);
     /// Takes down the notification of request `id`, if one was shown.
     void withdraw(const UUID& id);
     [[nodiscard]] bool isHeld(const UUID& id) const;

@@ -42,14 +42,44 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
     ASSERT_TRUE(eventually([&] { return reported.all().size() == 1; }));
     EXPECT_EQ(reported.all()[0], "Allowed from the notification: Run rm -rf build");
 
+    // Always allow leaves Claude Code a rule; an option of a question answers it.
+    standIn.press("always");
+    auto always = hold("npm test -- --ci");
+    ASSERT_EQ(always.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_NE(always.get().output.stdoutText.find(
+                  R"("rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"),
+              std::string::npos);
+    standIn.press("choice:1");
+    auto asked = std::async(std::launch::async, [&service] {
+        return service.handle(testing::claudeRequest("PermissionRequest",
+                                                     R"({"tool_name":"AskUserQuestion",)"
+                                                     R"("tool_input":{"questions":[{"question":)"
+                                                     R"("Which colour?","header":"Colour",)"
+                                                     R"("multiSelect":false,"options":[{"label":)"
+                                                     R"("Red"},{"label":"Blue"}]}]}})"),
+                              [] { return false; });
+    });
+    ASSERT_EQ(asked.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_NE(asked.get().output.stdoutText.find(R"("answers":{"Which colour?":"Blue"})"),
+              std::string::npos);
+    ASSERT_TRUE(eventually([&] { return reported.all().size() == 3; }));
+    EXPECT_EQ(reported.all()[1], "Always allowed from the notification: Allow Bash(npm test:*), "
+                                 "kept in this project's local settings");
+    EXPECT_EQ(reported.all()[2], "Answered from the notification: Which colour? → Blue");
+    EXPECT_EQ(
+        standIn.calls.all()[1].actions,
+        (std::vector<std::string>{"allow", "Allow", "always", "Always allow", "deny", "Deny"}));
+    EXPECT_EQ(standIn.calls.all()[2].actions,
+              (std::vector<std::string>{"choice:0", "Red", "choice:1", "Blue"}));
+
     // Answered from an interface or the command line instead: the notification goes.
     standIn.press("");
     auto answered = hold("rm -rf dist");
-    ASSERT_TRUE(eventually([&] { return standIn.calls.all().size() == 2; }));
+    ASSERT_TRUE(eventually([&] { return standIn.calls.all().size() == 4; }));
     ASSERT_TRUE(service.answerPermission({AgentKind::claude, std::string(testing::claudeSession)},
                                          SessionActions::Answer::deny));
     ASSERT_TRUE(eventually([&] { return !standIn.closed.all().empty(); }));
-    EXPECT_EQ(standIn.closed.all(), std::vector<std::uint32_t>{42});
+    EXPECT_EQ(standIn.closed.all(), std::vector<std::uint32_t>{44});
     (void)answered.get();
 
     // Switched off in the settings: nothing is shown.
@@ -59,8 +89,8 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
     ASSERT_TRUE(eventually([&] { return service.pendingRequests().size() == 1; }));
     service.stop();
     (void)quiet.get();
-    EXPECT_EQ(standIn.calls.all().size(), 2u);
-    EXPECT_EQ(reported.all().size(), 1u);
+    EXPECT_EQ(standIn.calls.all().size(), 4u);
+    EXPECT_EQ(reported.all().size(), 3u);
 }
 
 } // namespace

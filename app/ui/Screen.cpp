@@ -142,7 +142,11 @@ SessionDetail detail(const Session& session, Date now, std::size_t timelineLimit
         view.kind = request.kind;
         view.title = request.title;
         view.detail = request.detail;
-        if (request.kind == PendingKind::permission)
+        view.question = request.isQuestion();
+        view.options = view.question ? request.questions.front().options.size() : 0;
+        view.canAlwaysAllow = request.kind == PendingKind::permission && !view.question &&
+                              session.key.agent != AgentKind::codex;
+        if (request.kind == PendingKind::permission && !view.question)
             if (auto finding = CommandRisk::assessDetail(request.detail))
                 view.risk = finding->reason;
         const double left = secondsBetween(now, request.deadline);

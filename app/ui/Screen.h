@@ -47,6 +47,12 @@ struct HeldRequestView {
     /// Time left to the deadline ("4:59", "1:00:00"); empty once it has passed.
     std::string countdown;
     bool expired = false;
+    /// The request asks questions, answered with the number keys.
+    bool question = false;
+    /// "Always allow" is offered for it (a permission request of an agent that keeps rules).
+    bool canAlwaysAllow = false;
+    /// How many options the (first) question offers.
+    std::size_t options = 0;
 };
 
 /// How a tool call shown on one line ended.

@@ -3,10 +3,10 @@
 #include "Screen.h"
 #include "TranscriptAccess.h"
 #include "TranscriptView.h"
-#include "transcripts/Handoff.h"
-#include "transcripts/TranscriptUnavailable.h"
 #include "foundation/UTF8.h"
 #include "sessions/SessionText.h"
+#include "transcripts/Handoff.h"
+#include "transcripts/TranscriptUnavailable.h"
 
 #include <algorithm>
 #include <utf8proc.h>
@@ -37,16 +37,6 @@ std::string singleKey(const std::string& setting, const char* fallback) {
     if (utf8proc_category(codePoint) == UTF8PROC_CATEGORY_CC || codePoint == ' ')
         return fallback;
     return setting;
-}
-
-/// Removes the last code point of UTF-8 `text`.
-void dropLastCharacter(std::string& text) {
-    while (!text.empty()) {
-        const auto byte = static_cast<unsigned char>(text.back());
-        text.pop_back();
-        if ((byte & 0xC0) != 0x80)
-            break;
-    }
 }
 
 std::string agentName(const Session& session) {
@@ -162,7 +152,11 @@ ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) 
         return Outcome::stay;
     case Mode::denyMessage:
     case Mode::reply:
+    case Mode::alwaysRule:
         typeInto(key, now);
+        return Outcome::stay;
+    case Mode::question:
+        answerKey(key, now);
         return Outcome::stay;
     case Mode::transcript:
         if (key.kind == Key::Kind::character && key.character == 'h' &&
@@ -254,7 +248,13 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
     const std::string typed = utf8(key.character);
     // The configured keys come first, so they may take over a built-in letter.
     if (typed == allowKey_) {
-        allow(now);
+        if (!startQuestion())
+            allow(now);
+        return Outcome::stay;
+    }
+    // A number starts answering a question with that option.
+    if (key.character >= '1' && key.character <= '9' && startQuestion()) {
+        answerKey(key, now);
         return Outcome::stay;
     }
     if (typed == denyKey_) {
@@ -273,6 +273,9 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
         break;
     case 's':
         letStop(now);
+        break;
+    case 'a':
+        startAlways(now);
         break;
     case 't':
         openTranscript(now);
@@ -374,12 +377,15 @@ void ScreenController::typeInto(const Key& key, Date now) {
     case Key::Kind::escape:
         mode_ = Mode::browse;
         input_.clear();
+        offer_.reset();
         return;
     case Key::Kind::backspace:
-        dropLastCharacter(input_);
+        UTF8::removeLast(input_);
         return;
     case Key::Kind::enter:
-        if (mode_ == Mode::denyMessage)
+        if (mode_ == Mode::alwaysRule)
+            sendAlways(now);
+        else if (mode_ == Mode::denyMessage)
             sendDeny(now);
         else if (!input_.empty())
             sendReply(input_, now);
@@ -427,6 +433,92 @@ void ScreenController::sendReply(std::string text, Date now) {
         returnToTop();
     } else
         showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
+}
+
+std::optional<AgentKind> ScreenController::targetAgent() const {
+    return target_ ? std::optional(target_->agent) : std::nullopt;
+}
+
+void ScreenController::startAlways(Date now) {
+    const PendingRequest* request = heldOrExplain(PendingKind::permission, now);
+    if (!request)
+        return;
+    if (request->isQuestion()) {
+        showMessage("A question is answered, not always allowed: press a number, or " + allowKey_ +
+                        " to answer.",
+                    Tone::warning, now);
+        return;
+    }
+    if (selected()->key.agent == AgentKind::codex) {
+        showMessage(std::string(SessionText::codexKeepsNoRule), Tone::warning, now);
+        return;
+    }
+    target_ = selected()->key;
+    offer_ = request->alwaysAllow;
+    input_ = offer_ && offer_->isEditable() ? offer_->text : "";
+    mode_ = Mode::alwaysRule;
+}
+
+void ScreenController::sendAlways(Date now) {
+    mode_ = Mode::browse;
+    // An editable offer sends the line as it stands (emptied, it is refused); otherwise an
+    // empty line keeps what the agent suggested.
+    std::optional<std::string> rule;
+    if (!input_.empty() || (offer_ && offer_->isEditable()))
+        rule = input_;
+    input_.clear();
+    offer_.reset();
+    if (!target_)
+        return;
+    const SessionActions::Delivery delivery = actions_.allowAlways(*target_, rule);
+    switch (delivery.kind) {
+    case SessionActions::Delivery::Kind::delivered:
+        showMessage("Always allowed: " + delivery.sentence, Tone::success, now);
+        returnToTop();
+        return;
+    case SessionActions::Delivery::Kind::nothingHeld:
+        showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
+        return;
+    case SessionActions::Delivery::Kind::refused:
+    case SessionActions::Delivery::Kind::badAnswer:
+        showMessage(delivery.sentence, Tone::warning, now);
+        return;
+    }
+}
+
+bool ScreenController::startQuestion() {
+    const PendingRequest* request = held(PendingKind::permission);
+    if (!request || !request->isQuestion())
+        return false;
+    target_ = selected()->key;
+    form_.emplace(request->questions);
+    mode_ = Mode::question;
+    return true;
+}
+
+void ScreenController::answerKey(const Key& key, Date now) {
+    const QuestionForm::Step step = form_->handle(key);
+    if (step == QuestionForm::Step::editing)
+        return;
+    const std::vector<std::string> answers = form_->answers();
+    form_.reset();
+    mode_ = Mode::browse;
+    if (step == QuestionForm::Step::cancelled || !target_)
+        return;
+    const SessionActions::Delivery delivery = actions_.answerQuestions(*target_, answers);
+    switch (delivery.kind) {
+    case SessionActions::Delivery::Kind::delivered:
+        showMessage("Answered: " + delivery.sentence, Tone::success, now);
+        returnToTop();
+        return;
+    case SessionActions::Delivery::Kind::nothingHeld:
+        showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
+        return;
+    case SessionActions::Delivery::Kind::refused:
+    case SessionActions::Delivery::Kind::badAnswer:
+        showMessage(delivery.sentence, Tone::warning, now);
+        return;
+    }
 }
 
 } // namespace tidewick

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Key.h"
+#include "QuestionForm.h"
 #include "foundation/Clock.h"
 #include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
@@ -34,6 +35,10 @@ public:
         help,
         /// Asked whether to quit although requests are held.
         confirmQuit,
+        /// Typing (or keeping) the rule an "always allow" leaves with the agent.
+        alwaysRule,
+        /// Answering the questions an agent asks (questionForm()).
+        question,
         /// The selected session's transcript (see transcript()).
         transcript,
     };
@@ -101,8 +106,15 @@ public:
     [[nodiscard]] std::optional<std::size_t> selectedIndex() const;
     [[nodiscard]] const Session* selected() const;
     [[nodiscard]] Mode mode() const { return mode_; }
-    /// The line being typed (deny message or reply).
+    /// The line being typed (deny message, reply or the rule to always allow).
     [[nodiscard]] const std::string& input() const { return input_; }
+    /// While answering questions, the form; null otherwise.
+    [[nodiscard]] const QuestionForm* questionForm() const { return form_ ? &*form_ : nullptr; }
+    /// While typing the rule to always allow, what the request offered (nothing when it
+    /// offered no rule).
+    [[nodiscard]] const std::optional<AlwaysAllowOffer>& alwaysOffer() const { return offer_; }
+    /// The agent of the session the line or form is for.
+    [[nodiscard]] std::optional<AgentKind> targetAgent() const;
     /// The status message still showing at `now`.
     [[nodiscard]] std::optional<Message> message(Date now) const;
     /// Held requests over all sessions.
@@ -124,6 +136,11 @@ private:
     void startReply(Date now);
     void sendReply(std::string text, Date now);
     void letStop(Date now);
+    void startAlways(Date now);
+    void sendAlways(Date now);
+    /// Opens the question form of the selected session's question; false when none is held.
+    bool startQuestion();
+    void answerKey(const Key& key, Date now);
     void openTranscript(Date now);
     void writeHandoff(Date now);
     [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
@@ -141,6 +158,8 @@ private:
     std::optional<SessionKey> target_;
     Mode mode_ = Mode::browse;
     std::string input_;
+    std::optional<QuestionForm> form_;
+    std::optional<AlwaysAllowOffer> offer_;
     std::optional<Message> message_;
     std::set<UUID> glowing_;
     std::size_t heldCount_ = 0;

@@ -86,6 +86,69 @@ TEST_F(ScreenControllerTest, AllowAndDenyAnswerTheSelectedSessionsPermission) {
     EXPECT_EQ(actions.calls, (std::vector<Call>{{"deny", {AgentKind::claude, "first"}, "no"}}));
 }
 
+TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNumber) {
+    Session shell = asking("shell", 10);
+    shell.pending[0].alwaysAllow = AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "make:*"};
+    controller.setSessions({shell});
+    const SessionKey shellKey{AgentKind::claude, "shell"};
+    // The offered rule is on the line, ready to change or to send as it is.
+    type({U'a'});
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::alwaysRule);
+    EXPECT_EQ(controller.input(), "make:*");
+    EXPECT_EQ(controller.alwaysOffer(), shell.pending[0].alwaysAllow);
+    type({backspace, backspace});
+    type(U" test:*");
+    type({enter});
+    type({U'a', escape});
+    EXPECT_EQ(controller.alwaysOffer(), std::nullopt);
+    // Emptied, it is still sent (and refused by the service); with no offer, an empty line
+    // asks for the agent's own suggestions.
+    type({U'a'});
+    for (int i = 0; i < 6; ++i)
+        type({backspace});
+    type({enter});
+    Session bare = asking("bare", 10);
+    controller.setSessions({bare});
+    type({U'a'});
+    EXPECT_EQ(controller.input(), "");
+    type({enter});
+    EXPECT_EQ(message(), "Always allowed: done");
+    const SessionKey bareKey{AgentKind::claude, "bare"};
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"allowAlways", shellKey, "make test:*"},
+                                                {"allowAlways", shellKey, ""},
+                                                {"allowAlways", bareKey, std::nullopt}}));
+
+    // Codex takes no lasting rule: the key says so and sends nothing.
+    actions.calls.clear();
+    controller.setSessions({asking("codex", 10, PendingKind::permission, AgentKind::codex)});
+    type({U'a'});
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_NE(message().find("Codex takes no lasting rule"), std::string::npos) << message();
+
+    // A question: the allow key opens the form, a number chooses at once.
+    Session asks = asking("asks", 10);
+    asks.pending[0].questions = {{"Which colour?", {}, {{"Red", {}}, {"Blue", {}}}, false},
+                                 {"Which features?", {}, {{"Search", {}}, {"Sync", {}}}, true}};
+    controller.setSessions({asks});
+    type({U'a'});
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse) << "questions are not always allowed";
+    type({U'y'});
+    ASSERT_EQ(controller.mode(), ScreenController::Mode::question);
+    type(U"2");
+    EXPECT_EQ(controller.questionForm()->index(), 1u);
+    type(U"12");
+    type({enter});
+    type(U"1");
+    type(U"Both, please");
+    type({enter});
+    const SessionKey asksKey{AgentKind::claude, "asks"};
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"answer", asksKey, "Blue|Search, Sync"},
+                                                {"answer", asksKey, "Red|Both, please"}}));
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.questionForm(), nullptr);
+    EXPECT_EQ(message(), "Answered: done");
+}
+
 TEST_F(ScreenControllerTest, ConfiguredKeysReplaceTheDefaultsAndMayTakeABuiltInLetter) {
     TidewickSettings settings;
     settings.allowKey = "a";

@@ -72,8 +72,8 @@ std::vector<std::string> texts(const std::vector<FrameLine>& lines) {
     return out;
 }
 
-TEST(TranscriptView, OneLinePerEntryOpenedUpMovedAndSearched) {
-    TranscriptView view(sample(), std::nullopt);
+TEST(TranscriptView, OneLinePerEntryEachFillingTheWidth) {
+    const TranscriptView view(sample(), std::nullopt);
     EXPECT_EQ(view.selected(), 3u) << "the latest entry of the main thread";
     EXPECT_EQ(view.title(),
               "Claude Code session bc2ae821 · /home/dev/proj · 1 prompt · 2 tool calls (1 failed)");
@@ -88,6 +88,10 @@ TEST(TranscriptView, OneLinePerEntryOpenedUpMovedAndSearched) {
             width += DisplayText::width(segment.text);
         EXPECT_EQ(width, 60);
     }
+}
+
+TEST(TranscriptView, KeysMoveSearchOpenLinesAndClose) {
+    TranscriptView view(sample(), std::nullopt);
 
     struct Step {
         std::vector<Key> keys;
@@ -115,7 +119,9 @@ TEST(TranscriptView, OneLinePerEntryOpenedUpMovedAndSearched) {
         {{Key::special(Key::Kind::end), Key::of('j')}, 5, "No match for “nowhere”."},
     };
     // clang-format on
-    for (const Step& step : steps) {
+    for (std::size_t i = 0; i < std::size(steps); ++i) {
+        SCOPED_TRACE(i);
+        const Step& step = steps[i];
         for (const Key& key : step.keys)
             EXPECT_EQ(view.handleKey(key), TranscriptView::Outcome::stay);
         EXPECT_EQ(view.selected(), step.selected);
@@ -128,6 +134,7 @@ TEST(TranscriptView, OneLinePerEntryOpenedUpMovedAndSearched) {
     (void)view.handleKey(Key::special(Key::Kind::enter));
     EXPECT_TRUE(view.isExpanded(1));
     const std::vector<std::string> opened = texts(view.lines(60, 20));
+    ASSERT_GE(opened.size(), 5u);
     EXPECT_EQ(opened[1], "Tool     ✗ Run make");
     EXPECT_THAT(opened[2], HasSubstr("make -j2 install"));
     EXPECT_THAT(opened[3], HasSubstr("make: *** No rule"));

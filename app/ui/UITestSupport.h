@@ -66,6 +66,17 @@ public:
                          std::move(message)});
         return delivered;
     }
+    Delivery allowAlways(const SessionKey& session, std::optional<std::string> rule) override {
+        calls.push_back({"allowAlways", session, std::move(rule)});
+        return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
+    }
+    Delivery answerQuestions(const SessionKey& session, std::vector<std::string> answers) override {
+        std::string joined;
+        for (const std::string& answer : answers)
+            joined += (joined.empty() ? "" : "|") + answer;
+        calls.push_back({"answer", session, joined});
+        return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
+    }
     bool reply(const SessionKey& session, std::string text) override {
         calls.push_back({"reply", session, std::move(text)});
         return delivered;

@@ -20,7 +20,7 @@ ParsedHook EventTemplate::report(EventKind kind, MaybeText title, MaybeText deta
     event.detail = std::move(detail);
     event.toolName = std::move(toolName);
     event.receivedAt = now();
-    return {std::move(event), HoldKind::none};
+    return {std::move(event), HoldKind::none, std::nullopt};
 }
 
 ParsedHook EventTemplate::askPermission(MaybeText title, MaybeText detail,

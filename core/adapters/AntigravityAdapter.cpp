@@ -61,8 +61,13 @@ std::optional<ParsedHook> AntigravityAdapter::parse(std::string_view event,
         return base.report(EventKind::working, std::nullopt, std::nullopt);
     if (event == "PreToolUse") {
         ToolDescription description = describe();
-        if (description.isShell)
-            return base.askPermission(description.title, description.detail, tool);
+        if (description.isShell) {
+            ParsedHook parsed = base.askPermission(description.title, description.detail, tool);
+            const JSONValue* args = call.value("args");
+            parsed.call = HeldCall{tool.value_or(""), description.command,
+                                   args ? *args : JSONValue(), {}, {}};
+            return parsed;
+        }
         return base.report(EventKind::toolStarted, description.title, description.detail, tool);
     }
     if (event == "PostToolUse") {

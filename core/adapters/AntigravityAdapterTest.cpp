@@ -52,6 +52,7 @@ TEST(AntigravityAdapter, ParsesAndAnswersEveryRowOfTheTable) {
     AntigravityAdapter antigravity;
     expectRows(antigravity, base, {"g-1", "/ws", "/t.pb", "gemini"}, rows);
     expectAnswers(antigravity, base, answers);
+    EXPECT_EQ(antigravity.parse("PreToolUse", payload(base, runTests))->call->command, "npm test");
 
     EXPECT_FALSE(antigravity.parse("Stop", payload(R"({"session_id":"s"})")));
     EXPECT_FALSE(antigravity.parse("PostInvocation", payload(base)));

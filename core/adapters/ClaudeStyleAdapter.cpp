@@ -40,6 +40,52 @@ std::optional<std::string> permissionDetail(const ToolDescription& description,
     return *description.detail + "\n\n" + *text;
 }
 
+// The call behind a held request: the shell command, the agent's own suggestions for
+// allowing such calls from now on, and the questions of a question tool.
+HeldCall heldCall(const std::optional<std::string>& tool, const JSONValue* input,
+                  const ToolDescription& description, const Payload& payload) {
+    HeldCall call;
+    call.tool = tool.value_or("");
+    call.command = description.command;
+    call.input = input ? *input : JSONValue();
+    if (const JSONValue::Array* suggestions = payload.array("permission_suggestions"))
+        for (const JSONValue& suggestion : *suggestions)
+            if (suggestion.isObject())
+                call.suggestions.push_back(suggestion);
+    if (QuestionDescriber::isQuestionTool(tool) && !QuestionDescriber::isPermissionTool(tool))
+        call.questions = AskedQuestions::from(input);
+    return call;
+}
+
+// A permission request of a question tool is how an interactive session asks its questions:
+// the user answers them rather than allowing a tool.
+ParsedHook permissionRequest(const EventTemplate& base, AgentKind kind,
+                             const std::optional<std::string>& tool, const JSONValue* input,
+                             const Payload& payload) {
+    const ToolDescription description = ToolDescriber::describe(tool, input);
+    HeldCall call = heldCall(tool, input, description, payload);
+    ParsedHook parsed =
+        call.questions.empty()
+            ? base.askPermission(description.title, permissionDetail(description, input), tool)
+            : base.askPermission(std::string(displayName(kind)) + " is asking you a question",
+                                 AskedQuestions::recordText(call.questions), "question");
+    parsed.call = std::move(call);
+    return parsed;
+}
+
+// Codex rejects an allow that carries an updated input or permission updates and then
+// ignores the whole answer, so it only ever gets the plain allow.
+JSONValue::Object allowDecision(AgentKind kind, const Decision& decision) {
+    JSONValue::Object allow{{"behavior", "allow"}};
+    if (kind == AgentKind::codex)
+        return allow;
+    if (decision.updatedInput())
+        allow.emplace_back("updatedInput", *decision.updatedInput());
+    if (!decision.permissionUpdates().empty())
+        allow.emplace_back("updatedPermissions", decision.permissionUpdates());
+    return allow;
+}
+
 HookOutput permissionAnswer(JSONValue::Object decision) {
     return AdapterSupport::answer(
         {{"hookSpecificOutput", JSONValue::Object{{"hookEventName", "PermissionRequest"},
@@ -76,10 +122,8 @@ std::optional<ParsedHook> ClaudeStyleAdapter::parse(std::string_view event,
         ToolDescription description = ToolDescriber::describe(tool, input);
         return base.report(EventKind::toolFinished, description.title, description.detail, tool);
     }
-    if (name == "PermissionRequest") {
-        ToolDescription description = ToolDescriber::describe(tool, input);
-        return base.askPermission(description.title, permissionDetail(description, input), tool);
-    }
+    if (name == "PermissionRequest")
+        return permissionRequest(base, kind_, tool, input, payload);
     if (name == "UserPromptSubmit")
         return base.report(EventKind::userPrompt, "You", payload.string("prompt"));
     if (name == "Stop")
@@ -105,7 +149,7 @@ HookOutput ClaudeStyleAdapter::output(const ParsedHook& parsed,
     if (!decision)
         return HookOutput::silent();
     if (parsed.hold == HoldKind::permission && decision->type() == Decision::Type::allow)
-        return permissionAnswer({{"behavior", "allow"}});
+        return permissionAnswer(allowDecision(kind_, *decision));
     if (parsed.hold == HoldKind::permission && decision->type() == Decision::Type::deny)
         return permissionAnswer(
             {{"behavior", "deny"},

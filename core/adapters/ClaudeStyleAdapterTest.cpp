@@ -2,6 +2,7 @@
 #include "adapters/CodexAdapter.h"
 
 #include "adapters/AdapterTestSupport.h"
+#include "events/PermissionUpdates.h"
 #include "foundation/Text.h"
 
 namespace tidewick {
@@ -16,6 +17,7 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
     const std::string bash = call("Bash", R"({"command":"ls"})");
     // clang-format off
     const char* askDB = R"({"questions":[{"question":"Which DB?","options":[{"label":"Postgres"},{"label":"SQLite"}]}]})";
+    const char* askTwo = R"({"questions":[{"question":"Which colour?","header":"Colour","multiSelect":false,"options":[{"label":"Red","description":"Warm"},{"label":"Blue"}]},{"question":"Which features?","header":"Features","multiSelect":true,"options":[{"label":"Search"},{"label":"Sync"}],"preview":"x"}]})";
     const Row rows[] = {
         {"SessionStart", R"({"session_title":"Fix login","source":"resume"})", sessionStarted, "Fix login", "resume", {}, none},
         {"SessionEnd", R"({"reason":"logout"})", sessionEnded, {}, "logout", {}, none},
@@ -27,6 +29,8 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         {"PermissionRequest", call("Bash", R"({"command":"rm -rf build","description":"Delete the build"})"), permissionRequested, "Run rm -rf build", "rm -rf build\n\nDelete the build", "Bash", permission},
         {"PermissionRequest", call("Edit", R"({"file_path":"/p/a.c","description":"Fix it"})"), permissionRequested, "Edit a.c", "/p/a.c", "Edit", permission},
         {"PermissionRequest", call("Bash", R"({"command":"ls","description":""})"), permissionRequested, "Run ls", "ls", "Bash", permission},
+        // An interactive session asks its questions through a permission request of the question tool.
+        {"PermissionRequest", call("AskUserQuestion", askTwo), permissionRequested, "Claude Code is asking you a question", "Which colour?\n\u2022 Red\n\u2022 Blue\n\nWhich features?\n\u2022 Search\n\u2022 Sync", "question", permission},
         {"UserPromptSubmit", R"({"prompt":"clean the build"})", userPrompt, "You", "clean the build", {}, none},
         {"Stop", R"({"last_assistant_message":"All done."})", turnFinished, "Finished the turn", "All done.", {}, reply},
         {"Notification", R"({"title":"Waiting","message":"Needs your input"})", notification, "Waiting", "Needs your input", {}, none},
@@ -57,6 +61,38 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         row.title = row.title ? Text::replacingAll(*row.title, "Claude Code", "Codex") : row.title;
     expectRows(CodexAdapter(), base, common, codex);
     expectAnswers(CodexAdapter(), base, answers);
+
+    // An allow may carry the tool's new input and lasting permissions; Codex refuses every
+    // answer that does, so it gets the plain allow.
+    const JSONValue answered = JSONValue::parse(R"({"questions":[],"answers":{"Which colour?":"Blue"}})");
+    const Decision lasting = Decision::allow(std::nullopt, {PermissionUpdates::allowRule("Bash", "npm test:*")});
+    const Decision both = Decision::allow(answered, {PermissionUpdates::allowRule("Edit", "")});
+    const Answer richer[] = {
+        {"PermissionRequest", bash, {lasting}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow","updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}],"behavior":"allow","destination":"localSettings"}]}}})"},
+        {"PermissionRequest", bash, {Decision::allow(answered, {})}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow","updatedInput":{"questions":[],"answers":{"Which colour?":"Blue"}}}}})"},
+        {"PermissionRequest", bash, {both}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow","updatedInput":{"questions":[],"answers":{"Which colour?":"Blue"}},"updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Edit"}],"behavior":"allow","destination":"localSettings"}]}}})"},
+        {"PermissionRequest", bash, {Decision::allow(std::nullopt, {})}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"},
+        {"Stop", "{}", {lasting}, ""},
+    };
+    expectAnswers(claude, base, richer);
+    const Answer plain[] = {{"PermissionRequest", bash, {lasting, both}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"}};
+    expectAnswers(CodexAdapter(), base, plain);
+
+    // A held request keeps the call it is about: the command, the agent's suggestions
+    // (objects only) and a question tool's questions.
+    auto held = claude.parse("PermissionRequest", payload(base, R"({"tool_name":"Bash","tool_input":{"command":"npm test -- --watch","description":"Test"},"permission_suggestions":[{"type":"setMode","mode":"acceptEdits","destination":"session"},7]})"));
+    ASSERT_TRUE(held && held->call);
+    EXPECT_EQ(held->call->tool, "Bash");
+    EXPECT_EQ(held->call->command, "npm test -- --watch");
+    EXPECT_EQ(JSONValue(held->call->suggestions).compact(), R"([{"type":"setMode","mode":"acceptEdits","destination":"session"}])");
+    EXPECT_TRUE(held->call->questions.empty());
+    auto asked = claude.parse("PermissionRequest", payload(base, call("AskUserQuestion", askTwo)));
+    ASSERT_TRUE(asked && asked->call);
+    EXPECT_EQ(asked->call->input, JSONValue::parse(askTwo));
+    ASSERT_EQ(asked->call->questions.size(), 2u);
+    EXPECT_TRUE(asked->call->questions[1].multiSelect);
+    EXPECT_EQ(asked->call->questions[0].options[0], (QuestionOption{"Red", "Warm"}));
+    EXPECT_FALSE(claude.parse("PreToolUse", payload(base, bash))->call);
 
     // The payload names the event; without a session or for an unknown event nothing is reported.
     auto named = claude.parse("Stop", payload(base, R"({"hook_event_name":"Interrupt"})"));

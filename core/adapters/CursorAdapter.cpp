@@ -42,7 +42,10 @@ ParsedHook mcpExecution(const EventTemplate& base, const Payload& payload) {
     MaybeText detail = payload.string("tool_input");
     if (const JSONValue* input = payload.dict("tool_input"))
         detail = JSONValue::from(*input).compact();
-    return base.askPermission(std::move(title), std::move(detail), "mcp");
+    ParsedHook parsed = base.askPermission(std::move(title), std::move(detail), "mcp");
+    const JSONValue* input = payload.value("tool_input");
+    parsed.call = HeldCall{"mcp", std::nullopt, input ? *input : JSONValue(), {}, {}};
+    return parsed;
 }
 
 ParsedHook toolEvent(const EventTemplate& base, EventKind kind, const Payload& payload) {
@@ -99,7 +102,9 @@ std::optional<ParsedHook> CursorAdapter::parse(std::string_view event,
         auto command = payload.string("command");
         if (!command)
             return std::nullopt;
-        return base.askPermission(commandTitle(*command), command, "run_command");
+        ParsedHook parsed = base.askPermission(commandTitle(*command), command, "run_command");
+        parsed.call = HeldCall{"run_command", command, JSONValue(), {}, {}};
+        return parsed;
     }
     if (name == "beforeMCPExecution")
         return mcpExecution(base, payload);

@@ -62,6 +62,8 @@ TEST(CursorAdapter, ParsesAndAnswersEveryRowOfTheTable) {
     // clang-format on
     expectRows(CursorAdapter(), base, {"c-1", "/w", "/t.jsonl", "gpt-5"}, rows);
     expectAnswers(CursorAdapter(), base, answers);
+    // A held command keeps the command, for a lasting allow of its prefix.
+    EXPECT_EQ(CursorAdapter().parse("beforeShellExecution", payload(base, rm))->call->command, "rm -rf /tmp/x");
 }
 
 TEST(CursorAdapter, FindsTheSessionAndProjectThroughFallbacks) {

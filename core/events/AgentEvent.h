@@ -3,6 +3,7 @@
 
 #include "events/AgentKind.h"
 #include "events/EventKind.h"
+#include "events/HeldCall.h"
 #include "foundation/Clock.h"
 
 #include <optional>
@@ -35,6 +36,8 @@ struct AgentEvent {
 struct ParsedHook {
     AgentEvent event;
     HoldKind hold = HoldKind::none;
+    /// For a held permission request, the call it is about; nothing otherwise.
+    std::optional<HeldCall> call;
 
     friend bool operator==(const ParsedHook&, const ParsedHook&) = default;
 };

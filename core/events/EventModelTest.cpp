@@ -1,5 +1,4 @@
 #include "events/AgentKind.h"
-#include "events/Decision.h"
 #include "events/Payload.h"
 #include "events/SessionStatus.h"
 
@@ -40,13 +39,6 @@ TEST(EventModel, PayloadLookupsTreatMistypedValuesAsAbsent) {
     EXPECT_EQ(payload.string("missing"), std::nullopt);
     // Anything but an object counts as an empty payload.
     EXPECT_EQ(Payload(JSONValue::parse("[1]")).raw(), JSONValue(JSONValue::Object{}));
-}
-
-TEST(EventModel, DecisionsCompareCaseAndPayload) {
-    EXPECT_NE(Decision::deny(), Decision::deny("no"));
-    EXPECT_EQ(Decision::deny("no"), Decision::deny("no"));
-    EXPECT_NE(Decision::letStop(), Decision::timeout());
-    EXPECT_NE(Decision::reply("no"), Decision::deny("no"));
 }
 
 } // namespace

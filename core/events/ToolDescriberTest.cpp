@@ -77,6 +77,10 @@ TEST(ToolDescriber, DescribesEachFamilyOfTools) {
     EXPECT_EQ(
         ToolDescriber::patchedFiles("*** Update File: a\n*** Move to: b\r\nnoise\n*** Add File:"),
         (std::vector<std::string>{"a", "b"}));
+    // The rows above cut titles by characters; a limit of none leaves no ellipsis either.
+    EXPECT_EQ(ToolDescriber::truncate("a", 0), "");
+    EXPECT_TRUE(ToolDescriber::isShellTool(std::string("PowerShell")));
+    EXPECT_FALSE(ToolDescriber::isShellTool(std::string("bash2")));
 }
 
 TEST(ToolDescriber, CommandTextReadsStringsAndArgumentVectors) {
@@ -96,18 +100,6 @@ TEST(ToolDescriber, CommandTextReadsStringsAndArgumentVectors) {
         EXPECT_EQ(ToolDescriber::commandText(&value), expected) << input;
     }
     EXPECT_EQ(ToolDescriber::commandText(nullptr), std::nullopt);
-}
-
-TEST(ToolDescriber, TruncateCountsUserPerceivedCharacters) {
-    EXPECT_EQ(ToolDescriber::truncate("abc", 3), "abc");
-    EXPECT_EQ(ToolDescriber::truncate("abcd", 3), "ab\u2026");
-    EXPECT_EQ(ToolDescriber::truncate("a", 0), "");
-    std::string thumbs = "\U0001F44D\U0001F3FD"; // thumbs up with a skin tone: one character
-    EXPECT_EQ(ToolDescriber::truncate(thumbs + thumbs + thumbs, 3), thumbs + thumbs + thumbs);
-    EXPECT_EQ(ToolDescriber::truncate(thumbs + thumbs + thumbs + "x", 3),
-              thumbs + thumbs + "\u2026");
-    EXPECT_TRUE(ToolDescriber::isShellTool(std::string("PowerShell")));
-    EXPECT_FALSE(ToolDescriber::isShellTool(std::string("bash2")));
 }
 
 } // namespace

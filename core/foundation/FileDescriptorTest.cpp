@@ -2,7 +2,7 @@
 
 #include "foundation/SystemError.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -38,12 +38,9 @@ TEST(FileDescriptorTest, ClosesExactlyWhatItOwnsOnce) {
     FileDescriptor(released).close("/dev/null");
     EXPECT_FALSE(isOpen(released));
 
-    try {
-        (void)FileDescriptor::open("/nonexistent/file", O_RDONLY);
-        ADD_FAILURE() << "opened a missing file";
-    } catch (const SystemError& error) {
-        EXPECT_STREQ(error.what(), "open(/nonexistent/file): No such file or directory");
-    }
+    EXPECT_THAT([] { (void)FileDescriptor::open("/nonexistent/file", O_RDONLY); },
+                ::testing::ThrowsMessage<SystemError>(
+                    "open(/nonexistent/file): No such file or directory"));
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <atomic>
 #include <csignal>
@@ -16,6 +16,8 @@
 
 namespace tidewick {
 namespace {
+
+using namespace ::testing;
 
 struct Pipe {
     Pipe() {
@@ -100,25 +102,18 @@ TEST(IOTest, CarriesOnThroughInterruptedCalls) {
 
 TEST(IOTest, FailuresNameTheCallAndASocketPeerGoneRaisesNoSignal) {
     FileDescriptor writeOnly = FileDescriptor::open("/dev/null", O_WRONLY);
-    try {
-        (void)IO::readAll(writeOnly.get(), IO::noLimit, "/dev/null");
-        ADD_FAILURE() << "read a write-only descriptor";
-    } catch (const SystemError& error) {
-        EXPECT_STREQ(error.what(), "read(/dev/null): Bad file descriptor");
-    }
+    EXPECT_THAT([&] { (void)IO::readAll(writeOnly.get(), IO::noLimit, "/dev/null"); },
+                ThrowsMessage<SystemError>("read(/dev/null): Bad file descriptor"));
 
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     FileDescriptor mine(ends[0]);
     ::close(ends[1]);
     auto previous = std::signal(SIGPIPE, SIG_DFL); // a SIGPIPE would end this test program
-    try {
-        IO::sendAll(mine.get(), "to nobody", "socket");
-        ADD_FAILURE() << "sent to a closed peer";
-    } catch (const SystemError& error) {
-        EXPECT_EQ(error.code(), EPIPE);
-        EXPECT_STREQ(error.what(), "send(socket): Broken pipe");
-    }
+    EXPECT_THAT([&] { IO::sendAll(mine.get(), "to nobody", "socket"); },
+                Throws<SystemError>(
+                    AllOf(Property(&SystemError::code, EPIPE),
+                          Property(&SystemError::what, StrEq("send(socket): Broken pipe")))));
     std::signal(SIGPIPE, previous);
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <future>
+#include <numeric>
 #include <string>
 #include <gtest/gtest.h>
 #include <thread>
@@ -37,8 +38,9 @@ TEST(SerialQueueTest, RunsTasksOneAtATimeInSubmissionOrder) {
         EXPECT_EQ(seen, 50);
     }
     EXPECT_FALSE(overlapped);
-    for (int i = 0; i < 50; ++i)
-        EXPECT_EQ(order[static_cast<size_t>(i)], i);
+    std::vector<int> expected(50);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
 }
 
 TEST(SerialQueueTest, DelayedTasksComeAfterDueOnesAndSyncFromInsideDoesNotDeadlock) {

@@ -4,7 +4,7 @@
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <csignal>
 #include <map>
@@ -18,6 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using Group = Subprocess::Group;
+using ::testing::ThrowsMessage;
 
 TEST(SubprocessTest, RunPassesExactlyWhatItIsGivenAndCollectsTheRest) {
     TemporaryDirectory folder;
@@ -29,35 +30,20 @@ TEST(SubprocessTest, RunPassesExactlyWhatItIsGivenAndCollectsTheRest) {
         std::string out;
         std::string err;
     };
+    // clang-format off
     const std::vector<Row> rows = {
         {"arguments reach it as they are, no shell in between",
-         {.arguments = {"/usr/bin/printf", "%s|", "a b", "$HOME", ";", "*"},
-          .environment = std::vector<std::string>{}},
-         0,
-         "a b|$HOME|;|*|",
-         ""},
+         {.arguments = {"/usr/bin/printf", "%s|", "a b", "$HOME", ";", "*"}, .environment = std::vector<std::string>{}},
+         0, "a b|$HOME|;|*|", ""},
         {"exactly the environment given",
-         {.arguments = {"/usr/bin/env"}, .environment = std::vector<std::string>{"ONLY=this"}},
-         0,
-         "ONLY=this\n",
-         ""},
-        {"the folder given",
-         {.arguments = {"/bin/pwd"}, .directory = folder.path()},
-         0,
-         folder.path() + "\n",
-         ""},
+         {.arguments = {"/usr/bin/env"}, .environment = std::vector<std::string>{"ONLY=this"}}, 0, "ONLY=this\n", ""},
+        {"the folder given", {.arguments = {"/bin/pwd"}, .directory = folder.path()}, 0, folder.path() + "\n", ""},
         {"all of a large input", {.arguments = {"/bin/cat"}, .input = input}, 0, input, ""},
         {"errors and the exit status apart from the output",
-         {.arguments = {"/bin/sh", "-c", "echo out; echo oops >&2; exit 3"}},
-         3,
-         "out\n",
-         "oops\n"},
-        {"a signal as 128 + its number",
-         {.arguments = {"/bin/sh", "-c", "kill -TERM $$"}},
-         128 + SIGTERM,
-         "",
-         ""},
+         {.arguments = {"/bin/sh", "-c", "echo out; echo oops >&2; exit 3"}}, 3, "out\n", "oops\n"},
+        {"a signal as 128 + its number", {.arguments = {"/bin/sh", "-c", "kill -TERM $$"}}, 128 + SIGTERM, "", ""},
     };
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         const Subprocess::Result result = Subprocess::run(row.command, Group::own, 60s);
@@ -79,10 +65,7 @@ bool hasEnded(pid_t pid) {
     std::string stat = "/proc/";
     stat += std::to_string(pid);
     stat += "/stat";
-    if (!File::exists(stat))
-        return true;
-    const std::string text = File::read(stat);
-    return text.find(") Z ") != std::string::npos;
+    return !File::exists(stat) || File::read(stat).find(") Z ") != std::string::npos;
 }
 
 TEST(SubprocessTest, ATimeLimitKillsTheProgramAndWhatItStarted) {
@@ -163,18 +146,11 @@ TEST(SubprocessTest, AProgramThatCannotStartIsAnErrorNamingTheCall) {
     };
     for (const auto& [command, message] : rows) {
         SCOPED_TRACE(message);
-        try {
-            (void)Subprocess::run(command, Group::shared, 60s);
-            ADD_FAILURE() << "started";
-        } catch (const SystemError& error) {
-            EXPECT_EQ(error.what(), message);
-        }
-        try {
-            (void)Subprocess::start(command, folder.path() + "/out", folder.path() + "/out");
-            ADD_FAILURE() << "started";
-        } catch (const SystemError& error) {
-            EXPECT_EQ(error.what(), message);
-        }
+        EXPECT_THAT([&] { (void)Subprocess::run(command, Group::shared, 60s); },
+                    ThrowsMessage<SystemError>(message));
+        const std::string out = folder.path() + "/out";
+        EXPECT_THAT([&] { (void)Subprocess::start(command, out, out); },
+                    ThrowsMessage<SystemError>(message));
     }
 }
 

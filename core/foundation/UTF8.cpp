@@ -84,6 +84,15 @@ std::optional<std::string> repairedOptional(const std::optional<std::string>& te
     return repaired(std::string_view(*text));
 }
 
+void removeLast(std::string& text) {
+    while (!text.empty()) {
+        const auto byte = static_cast<unsigned char>(text.back());
+        text.pop_back();
+        if ((byte & 0xC0) != 0x80)
+            break;
+    }
+}
+
 void append(std::string& out, std::uint32_t codePoint) {
     if (codePoint < 0x80) {
         out.push_back(static_cast<char>(codePoint));

@@ -21,4 +21,8 @@ namespace tidewick::UTF8 {
 /// Appends the UTF-8 encoding of `codePoint`, which the caller keeps at most U+10FFFF.
 void append(std::string& out, std::uint32_t codePoint);
 
+/// Removes the last code point of UTF-8 `text` (what Backspace takes back); nothing
+/// happens to an empty text.
+void removeLast(std::string& text);
+
 } // namespace tidewick::UTF8

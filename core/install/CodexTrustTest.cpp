@@ -68,6 +68,7 @@ trusted_hash = "sha256:y"
     EXPECT_EQ(approved.size(), 5u);
     EXPECT_EQ(approved.at("/odd/\"quoted\" # pathü:stop:0:0"), "sha256:x");
     const auto found = CodexTrust::hooks(JSONValue::parse(document));
+    ASSERT_EQ(found.size(), 5u);
     EXPECT_TRUE(CodexTrust::isApproved(found[0], hooksFile, approved));
     EXPECT_TRUE(CodexTrust::isApproved(found[1], hooksFile, approved));
     EXPECT_FALSE(CodexTrust::isApproved(found[3], hooksFile, approved)) << "changed since approved";

@@ -5,6 +5,7 @@
 #include "install/ConnectionError.h"
 #include "install/HookCatalog.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,8 @@ namespace tidewick {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::modeOf;
+using testing::put;
 
 struct FakeDetector final : AgentDetector {
     std::set<AgentKind> installed{allAgentKinds.begin(), allAgentKinds.end()};
@@ -25,19 +28,8 @@ struct FakeDetector final : AgentDetector {
     }
 };
 
-fs::perms modeOf(const std::string& path) {
-    return fs::status(path).permissions();
-}
-
-void put(const std::string& path, const std::string& text, mode_t mode = 0644) {
-    File::makeDirectories(File::parent(path), 0700);
-    File::writeAtomically(path, text, mode);
-}
-
 std::vector<std::string> namesIn(const std::string& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory))
-        names.push_back(entry.path().filename());
+    std::vector<std::string> names = File::listFolder(directory);
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -97,11 +89,11 @@ TEST_F(ConnectionManagerTest, ConnectAndDisconnectASymlinkedClaudeSettingsFile) 
     ConfigChange change = connections.connect(AgentKind::claude, GateCommands::off);
     EXPECT_TRUE(fs::is_symlink(settings));
     EXPECT_EQ(File::read(target), preview.after);
-    EXPECT_EQ(modeOf(target), fs::perms(0640));
+    EXPECT_EQ(modeOf(target), 0640);
     EXPECT_EQ(change.backup, File::join(backups(), "2026-03-01T09-30-00Z-settings.json"));
     EXPECT_EQ(File::read(change.backup.value()), userSettings);
-    EXPECT_EQ(modeOf(change.backup.value()), fs::perms(0600));
-    EXPECT_EQ(modeOf(helper), fs::perms(0755));
+    EXPECT_EQ(modeOf(change.backup.value()), 0600);
+    EXPECT_EQ(modeOf(helper), 0755);
     EXPECT_FALSE(connections.record(AgentKind::claude).value().createdFile);
 
     // Connecting again changes nothing, makes no second backup and leaves an
@@ -125,7 +117,7 @@ TEST_F(ConnectionManagerTest, ConnectAndDisconnectASymlinkedClaudeSettingsFile) 
     EXPECT_EQ(removal.removedEvents, HookCatalog::installedEvents(AgentKind::claude));
     EXPECT_TRUE(fs::is_symlink(settings));
     EXPECT_EQ(File::read(target), JSONValue::parse(userSettings).pretty() + "\n");
-    EXPECT_EQ(modeOf(target), fs::perms(0640));
+    EXPECT_EQ(modeOf(target), 0640);
     EXPECT_FALSE(connections.record(AgentKind::claude));
     EXPECT_TRUE(connections.disconnect(AgentKind::claude).isNoChange());
     EXPECT_EQ(namesIn(backups()).size(), 2u);
@@ -138,7 +130,7 @@ TEST_F(ConnectionManagerTest, RecordsSurviveAndAFileTidewickCreatedIsDeleted) {
         ConfigChange change = connections.connect(AgentKind::cursor, GateCommands::on);
         EXPECT_FALSE(change.fileExisted);
         EXPECT_FALSE(change.backup);
-        EXPECT_EQ(modeOf(File::join(home, ".cursor")), fs::perms(0700));
+        EXPECT_EQ(modeOf(File::join(home, ".cursor")), 0700);
         // Reconnecting keeps the first answer to "who created the file" and when.
         clockNow = addSeconds(clockNow, 3600);
         (void)connections.connect(AgentKind::cursor, GateCommands::on);

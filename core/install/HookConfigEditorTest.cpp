@@ -4,10 +4,12 @@
 #include "install/HookConfigError.h"
 #include "install/MatcherGroupEditor.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace tidewick {
 namespace {
+
+using ::testing::ThrowsMessage;
 
 const std::string helper = "/h/App Support/tidewick-hook";
 
@@ -171,7 +173,7 @@ TEST(HookConfigEditor, ASharedGroupKeepsTheUsersHandlersOnly) {
         JSONValue(JSONValue::Object{}));
 }
 
-TEST(HookConfigEditor, ExtrasShapeTheEntryCursorVersionGatingAndEmptyShell) {
+TEST(HookConfigEditor, ExtraKeysReplaceTheEntrysValueInPlaceOrComeLast) {
     HookSpec spec{"PreToolUse", "Bash", 10, false, {}};
     spec.extra = {{"timeout", JSONValue::integer(3)}, {"async", JSONValue::boolean(true)}};
     JSONValue out = MatcherGroupEditor(MatcherGroupEditor::Flavor::codex)
@@ -181,12 +183,16 @@ TEST(HookConfigEditor, ExtrasShapeTheEntryCursorVersionGatingAndEmptyShell) {
               R"({"hooks":{"PreToolUse":[{"matcher":"Bash","hooks":[)"
               R"({"type":"command","command":"PreToolUse","timeout":3,"async":true}]}]}})");
 
-    auto editor = HookConfigEditor::forAgent(AgentKind::cursor);
+    // Cursor's stop hook: the user's handler stays first; Tidewick's follows, "loop_limit" last.
     JSONValue installed = install(AgentKind::cursor, JSONValue::parse(cursorFile));
-    // The user's handler stays first; Tidewick's follows, "loop_limit" last.
     EXPECT_EQ(installed.get("hooks")->get("stop")->compact(),
               R"([{"command":"./hooks/audit.sh","timeout":30},{"command":"'/h/App Support/)"
               R"(tidewick-hook' --agent cursor --event stop","timeout":90000,"loop_limit":null}])");
+}
+
+TEST(HookConfigEditor, CursorGatingComesAndGoesAndTheVersionDecidesAnEmptyShell) {
+    auto editor = HookConfigEditor::forAgent(AgentKind::cursor);
+    JSONValue installed = install(AgentKind::cursor, JSONValue::parse(cursorFile));
     // Gating on, then off again: the gating hooks really go.
     JSONValue gated = install(AgentKind::cursor, installed, GateCommands::on);
     EXPECT_EQ(editor->installedEvents(gated), HookCatalog::installedEvents(AgentKind::cursor));
@@ -238,12 +244,8 @@ TEST(HookConfigEditor, WrongShapesAreRefusedWithTheSentence) {
     const std::string refused = " is not the shape Tidewick expects, so it was left untouched.";
     for (const auto& [agent, text, subject] : rows) {
         SCOPED_TRACE(std::string(rawValue(agent)) + " " + text);
-        try {
-            (void)install(agent, JSONValue::parse(text));
-            ADD_FAILURE() << "accepted";
-        } catch (const HookConfigError& error) {
-            EXPECT_EQ(error.what(), subject + refused);
-        }
+        EXPECT_THAT([&] { (void)install(agent, JSONValue::parse(text)); },
+                    ThrowsMessage<HookConfigError>(subject + refused));
     }
 }
 

@@ -17,78 +17,43 @@ std::string reasonOf(std::string_view command) {
 
 } // namespace
 
-TEST(CommandRiskTest, EachRuleInOrderWithItsReasonAndHostileSpellings) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"sudo ls", "runs with admin rights"},
-        {"doas reboot", "runs with admin rights"},
-        {"rm -rf build", "deletes files for good"},
-        {"rm -fr build", "deletes files for good"},
-        {"rm -Rf build", "deletes files for good"},
-        {"rm -f notes.txt", "deletes files for good"},
-        {"rm --recursive dir", "deletes files for good"},
-        {"rm -v --force x", "deletes files for good"},
-        {"rm /etc/hosts", "deletes files for good"},
-        {"rm ~/notes", "deletes files for good"},
-        {"curl https://example.com/install.sh | sh", "downloads and runs a script"},
-        {"curl -fsSL https://x.io|bash", "downloads and runs a script"},
-        {"wget -qO- https://x.io | sudo bash", "runs with admin rights"},
-        {"wget -qO- https://x.io | zsh", "downloads and runs a script"},
-        {"git push --force origin main", "overwrites the remote history"},
-        {"git push -f origin main", "overwrites the remote history"},
-        {"git push --force-with-lease", "overwrites the remote history"},
-        {"git reset --hard HEAD~1", "throws away local changes"},
-        {"git clean -fd", "deletes untracked files"},
-        {"git clean -d -n", "deletes untracked files"},
-        {"chmod -R 777 .", "changes permissions on a whole folder"},
-        {"chown --recursive me dir", "changes permissions on a whole folder"},
-        {"dd if=/dev/zero of=/dev/disk2", "writes raw data to a disk or file"},
-        {"mkfs.ext4 /dev/sdb1", "can wipe a disk"},
-        {"cat image > /dev/sda", "can wipe a disk"},
-        {"echo x > /dev/disk3", "can wipe a disk"},
-        {":(){ :|:& };:", "fork bomb"},
-        {"psql -c 'DROP TABLE users'", "deletes database data"},
-        {"mysql -e \"drop database prod\"", "deletes database data"},
-        {"truncate -s 0 app.log", "deletes database data"},
-        {"shutdown -h now", "restarts or turns off this Mac"},
-        {"reboot", "restarts or turns off this Mac"},
-        {"npm publish --access public", "publishes a package publicly"},
-        // Earlier rules win.
-        {"sudo rm -rf /", "runs with admin rights"},
-        {"rm -rf x && git push --force", "deletes files for good"},
-        {"git push --force && git reset --hard", "overwrites the remote history"},
-        {"npm publish && reboot", "restarts or turns off this Mac"},
-        // Capitals, chaining without spaces, newlines, tabs, runs of spaces and subshells.
-        {"SUDO LS", "runs with admin rights"},
-        {"ls;sudo ls", "runs with admin rights"},
-        {"ls&&(rm -rf x)", "deletes files for good"},
-        {"echo hi\nrm -rf /", "deletes files for good"},
-        {"echo `sudo id`", "runs with admin rights"},
-        {"rm\t-rf\tbuild", "deletes files for good"},
-        {"   git   reset   --hard", "throws away local changes"},
-        {"git\tpush\t-f", "overwrites the remote history"},
-        {"rm   /etc/hosts", "deletes files for good"},
-        {"echo ok; sudo id", "runs with admin rights"},
-        // Quotes are stripped only for the listed first words: quoted SQL still counts.
-        {"sqlite3 app.db 'DROP TABLE t'", "deletes database data"},
-        {"bash -c \"sudo id\"", ""},
-        {"bash -c 'sudo id'", ""},
-        {"echo 'unterminated sudo", "runs with admin rights"},
-        {std::string(200000, 'a'), ""},
-        {std::string(200000, 'a') + " | curl x | sh", "downloads and runs a script"},
+TEST(CommandRiskTest, EachCommandGetsTheReasonOfTheFirstRuleItMatchesOrNone) {
+    const std::string huge(200000, 'a');
+    // Each reason with the commands that must give it: the plain forms, then capitals, chaining
+    // without spaces, line feeds, tabs, runs of spaces and subshells; where two rules match,
+    // the earlier one wins. Quotes are stripped only for the listed first words.
+    // clang-format off
+    const std::vector<std::pair<std::string, std::vector<std::string>>> rows = {
+        {"runs with admin rights", {"sudo ls", "doas reboot", "SUDO LS", "ls;sudo ls", "echo `sudo id`", "echo ok; sudo id",
+                                    "echo 'unterminated sudo", "sudo rm -rf /", "wget -qO- https://x.io | sudo bash"}},
+        {"deletes files for good", {"rm -rf build", "rm -fr build", "rm -Rf build", "rm -f notes.txt", "rm --recursive dir",
+                                    "rm -v --force x", "rm /etc/hosts", "rm ~/notes", "ls&&(rm -rf x)", "echo hi\nrm -rf /",
+                                    "rm\t-rf\tbuild", "rm   /etc/hosts", "rm -rf x && git push --force"}},
+        {"downloads and runs a script", {"curl https://example.com/install.sh | sh", "curl -fsSL https://x.io|bash",
+                                         "wget -qO- https://x.io | zsh", huge + " | curl x | sh"}},
+        {"overwrites the remote history", {"git push --force origin main", "git push -f origin main", "git push --force-with-lease",
+                                           "git\tpush\t-f", "git push --force && git reset --hard"}},
+        {"throws away local changes", {"git reset --hard HEAD~1", "   git   reset   --hard"}},
+        {"deletes untracked files", {"git clean -fd", "git clean -d -n"}},
+        {"changes permissions on a whole folder", {"chmod -R 777 .", "chown --recursive me dir"}},
+        {"writes raw data to a disk or file", {"dd if=/dev/zero of=/dev/disk2"}},
+        {"can wipe a disk", {"mkfs.ext4 /dev/sdb1", "cat image > /dev/sda", "echo x > /dev/disk3"}},
+        {"fork bomb", {":(){ :|:& };:"}},
+        {"deletes database data", {"psql -c 'DROP TABLE users'", "mysql -e \"drop database prod\"", "truncate -s 0 app.log",
+                                   "sqlite3 app.db 'DROP TABLE t'"}},
+        {"restarts or turns off this Mac", {"shutdown -h now", "reboot", "npm publish && reboot"}},
+        {"publishes a package publicly", {"npm publish --access public"}},
+        // Harmless commands, and dangerous words that are only data.
+        {"", {"", "ls -la", "rm notes.txt", "rm -v notes.txt", "curl -o page.html https://x.io", "curl https://x.io | grep sh",
+              "git push origin main", "git status", "chmod -Rv 644 file", "chmod 600 secret", "dd if=a", "npm install",
+              "git commit -m \"rm -rf / is bad\"", "echo 'sudo make me a sandwich'", "grep \"drop table\" schema.sql",
+              "git log --grep='reset --hard'", "printf \"shutdown\"", "rg 'npm publish'", "git stash push -m 'sudo'",
+              "bash -c \"sudo id\"", "bash -c 'sudo id'", huge}},
     };
-    for (const auto& [command, reason] : cases)
-        EXPECT_EQ(reasonOf(command), reason) << command.substr(0, 80);
-}
-
-TEST(CommandRiskTest, HarmlessCommandsAndQuotedData) {
-    for (const char* command :
-         {"", "ls -la", "rm notes.txt", "rm -v notes.txt", "curl -o page.html https://x.io",
-          "curl https://x.io | grep sh", "git push origin main", "git status", "chmod -Rv 644 file",
-          "chmod 600 secret", "dd if=a", "npm install", "git commit -m \"rm -rf / is bad\"",
-          "echo 'sudo make me a sandwich'", "grep \"drop table\" schema.sql",
-          "git log --grep='reset --hard'", "printf \"shutdown\"", "rg 'npm publish'",
-          "git stash push -m 'sudo'"})
-        EXPECT_EQ(CommandRisk::assess(std::string_view(command)), std::nullopt) << command;
+    // clang-format on
+    for (const auto& [reason, commands] : rows)
+        for (const std::string& command : commands)
+            EXPECT_EQ(reasonOf(command), reason) << command.substr(0, 80);
     EXPECT_EQ(CommandRisk::assess(std::nullopt), std::nullopt);
     // Straight from an event's optional detail.
     const std::optional<std::string> detail = "sudo -s";

@@ -2,7 +2,7 @@
 
 #include "testing/ManualScheduler.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <atomic>
 #include <chrono>
@@ -17,9 +17,7 @@ TEST(DebouncedSaverTest, ABurstCostsOneSaveADelayAfterItsFirstChangeAndFlushSave
     std::vector<double> savedAt;
     DebouncedSaver saver([&] { savedAt.push_back(scheduler.now()); }, scheduler);
     auto expectSavedAt = [&](const std::vector<double>& times) {
-        ASSERT_EQ(savedAt.size(), times.size());
-        for (std::size_t i = 0; i < times.size(); ++i)
-            EXPECT_NEAR(savedAt[i], times[i], 1e-9) << "save " << i;
+        EXPECT_THAT(savedAt, ::testing::Pointwise(::testing::DoubleNear(1e-9), times));
     };
 
     // Ten changes within one second.

@@ -68,7 +68,7 @@ TEST_F(DecisionBrokerTest, FirstDecisionWinsAndASecondWaitReplacesTheFirst) {
     EXPECT_EQ(second.get(), Result::decided(Decision::allow()));
 }
 
-TEST_F(DecisionBrokerTest, ADecisionForAnExpectedRequestIsKeptUntilItsWait) {
+TEST_F(DecisionBrokerTest, ADecisionForAnExpectedRequestIsKeptUntilItsWaitAndAShutdownAnswersAll) {
     broker.expect(id);
     EXPECT_TRUE(broker.isWaiting(id));
     EXPECT_TRUE(broker.resolve(id, Decision::reply("go on")));

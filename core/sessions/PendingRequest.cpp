@@ -12,6 +12,9 @@ void writeJSON(JSONWriter& out, const PendingRequest& request) {
     out.member("detail", request.detail);
     out.member("createdAt", request.createdAt);
     out.member("deadline", request.deadline);
+    if (request.isQuestion())
+        out.member("questions", request.questions);
+    out.member("alwaysAllow", request.alwaysAllow);
     out.endObject();
 }
 
@@ -20,7 +23,9 @@ bool readJSON(JSONReader& in, PendingRequest& out) {
         in, JSONMember::required("id", out.id), JSONMember::required("kind", out.kind),
         JSONMember::required("title", out.title), JSONMember::optional("detail", out.detail),
         JSONMember::required("createdAt", out.createdAt),
-        JSONMember::required("deadline", out.deadline));
+        JSONMember::required("deadline", out.deadline),
+        JSONMember::optional("questions", out.questions),
+        JSONMember::optional("alwaysAllow", out.alwaysAllow));
 }
 
 } // namespace tidewick

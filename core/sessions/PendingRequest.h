@@ -1,13 +1,16 @@
 // A request held for the user, as listed in its session.
 #pragma once
 
+#include "events/AskedQuestion.h"
 #include "foundation/Clock.h"
 #include "foundation/EnumTable.h"
 #include "foundation/UUID.h"
+#include "sessions/AlwaysAllow.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tidewick {
 
@@ -36,11 +39,20 @@ struct PendingRequest {
     Date createdAt;
     /// createdAt plus the time-out in force.
     Date deadline;
+    /// A permission request that asks the user these questions (answered rather than
+    /// allowed); empty for any other request.
+    std::vector<AskedQuestion> questions;
+    /// What "always allow" would do; nothing when it is not offered.
+    std::optional<AlwaysAllowOffer> alwaysAllow;
+
+    /// Whether the request asks questions.
+    [[nodiscard]] bool isQuestion() const { return !questions.empty(); }
 
     friend bool operator==(const PendingRequest&, const PendingRequest&) = default;
 };
 
-/// {"id", "kind", "title", "detail" (when present), "createdAt", "deadline"}.
+/// {"id", "kind", "title", "detail" (when present), "createdAt", "deadline", "questions"
+/// (when there are any), "alwaysAllow" (when offered)}.
 void writeJSON(JSONWriter& out, const PendingRequest& request);
 /// The request writeJSON writes; false when a required member is missing or any member
 /// has the wrong type or an unknown value.

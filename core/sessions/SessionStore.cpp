@@ -1,5 +1,6 @@
 #include "sessions/SessionStore.h"
 
+#include "events/PermissionUpdates.h"
 #include "foundation/Text.h"
 #include "foundation/UTF8.h"
 #include "sessions/SessionText.h"
@@ -211,6 +212,19 @@ struct Settled {
     SessionStatus status;
 };
 
+// An allow says what it allowed: the request, what the agent now keeps allowing, or the
+// answers to its questions.
+Entry allowedEntry(const PendingRequest& request, const Decision& decision) {
+    namespace Say = SessionText;
+    if (decision.updatedInput())
+        if (auto answers = AskedQuestions::describeAnswers(*decision.updatedInput()))
+            return {TimelineKind::reply, Say::youAnswered, answers};
+    if (!decision.permissionUpdates().empty())
+        return {TimelineKind::permission, Say::alwaysAllowed,
+                request.title + "\n" + PermissionUpdates::describe(decision.permissionUpdates())};
+    return {TimelineKind::permission, Say::allowed, request.title};
+}
+
 Settled settle(const PendingRequest& request, const HoldResult& outcome, AgentKind agent) {
     namespace Say = SessionText;
     const bool permission = request.kind == PendingKind::permission;
@@ -222,7 +236,7 @@ Settled settle(const PendingRequest& request, const HoldResult& outcome, AgentKi
     const Decision decision = outcome.decision();
     switch (decision.type()) {
     case Decision::Type::allow:
-        return {{TimelineKind::permission, Say::allowed, request.title}, working};
+        return {allowedEntry(request, decision), working};
     case Decision::Type::deny:
         return {{TimelineKind::permission, Say::deniedWith(decision.text()), request.title},
                 working};

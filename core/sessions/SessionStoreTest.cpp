@@ -1,5 +1,7 @@
 #include "sessions/SessionStore.h"
 
+#include "events/PermissionUpdates.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -26,8 +28,8 @@ AgentEvent event(EventKind kind, std::optional<std::string> title = {},
 }
 
 PendingRequest request(PendingKind kind, Date at) {
-    return PendingRequest{UUID::random(), kind, "Run npm test",
-                          "npm test",     at,   addSeconds(at, 300)};
+    return PendingRequest{UUID::random(), kind, "Run npm test", "npm test", at,
+                          addSeconds(at, 300),  {},   std::nullopt};
 }
 
 // A store whose clock is moved by hand (starting with a fraction of a second), recording
@@ -167,6 +169,23 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
         EXPECT_EQ(stored().status, ending.status);
         EXPECT_EQ(stored().timeline.back().text, ending.text);
         EXPECT_TRUE(stored().pending.empty());
+    }
+
+    // An allow that carried more says what it did.
+    const JSONValue answered = JSONValue::parse(R"({"answers":{"Which colour?":"Blue"}})");
+    const std::pair<Decision, TimelineItem> richer[] = {
+        {Decision::allow(std::nullopt, {PermissionUpdates::allowRule("Bash", "npm test:*")}),
+         {{}, {}, TimelineKind::permission, "Always allowed", "Run npm test\nAllow Bash(npm test:*), kept in this project's local settings"}},
+        {Decision::allow(answered, {}), {{}, {}, TimelineKind::reply, "You answered", "Which colour? \u2192 Blue"}},
+    };
+    for (const auto& [decision, item] : richer) {
+        SCOPED_TRACE(item.text);
+        PendingRequest held = request(PendingKind::permission, current);
+        store.addPending(held, key);
+        store.resolvePending(held.id, key, Outcome::decided(decision));
+        EXPECT_EQ(stored().timeline.back().kind, item.kind);
+        EXPECT_EQ(stored().timeline.back().text, item.text);
+        EXPECT_EQ(stored().timeline.back().detail, item.detail);
     }
 
     const SessionKey nobody{AgentKind::cursor, "nobody"};

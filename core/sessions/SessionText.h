@@ -25,6 +25,12 @@ inline constexpr std::string_view error = "Error";
 inline constexpr std::string_view youReplied = "You replied";
 inline constexpr std::string_view youLetItStop = "You let it stop";
 inline constexpr std::string_view allowed = "Allowed";
+/// An allow that also told the agent to stop asking; the detail says for what.
+inline constexpr std::string_view alwaysAllowed = "Always allowed";
+/// The user answered the agent's questions; the detail holds the answers.
+inline constexpr std::string_view youAnswered = "You answered";
+/// "Tidewick now allows commands starting with "npm test" without asking".
+[[nodiscard]] std::string nowAllowsPrefix(std::string_view prefix);
 /// "Denied", or "Denied: " and the message the agent was sent.
 [[nodiscard]] std::string deniedWith(const std::optional<std::string>& message);
 inline constexpr std::string_view noReplyItStopped = "No reply — it stopped";
@@ -51,6 +57,28 @@ inline constexpr std::string_view waitingForReply = "Waiting for your reply";
 // Answers that found nothing to answer; `who` names the session ("Claude Code webshop").
 [[nodiscard]] std::string noPermissionRequest(std::string_view who);
 [[nodiscard]] std::string noReplyWaiting(std::string_view who);
+[[nodiscard]] std::string noQuestionWaiting(std::string_view who);
+/// "Claude Code asked 2 questions: give one answer for each."
+[[nodiscard]] std::string answersWanted(AgentKind agent, std::size_t questions);
+/// A plain allow of a request that asks questions.
+[[nodiscard]] std::string answerInstead(AgentKind agent);
+
+// Always allow.
+/// Why Codex is never offered "always allow".
+inline constexpr std::string_view codexKeepsNoRule =
+    "Codex takes no lasting rule in a hook's answer, so Tidewick can only allow this once. "
+    "To stop being asked, leave the request to Codex's own prompt, which can remember it.";
+/// A request with no rule to offer when the user gave none.
+[[nodiscard]] std::string noRuleOffered(AgentKind agent);
+/// An answer to a question left empty.
+inline constexpr std::string_view emptyAnswer = "An answer can't be empty.";
+/// A rule or prefix the user emptied.
+inline constexpr std::string_view emptyRule = "An empty rule would allow everything; give one.";
+/// Said when Claude Code is offered a rule for a shell command.
+inline constexpr std::string_view ruleStillAsks =
+    "Claude Code still asks when such a command redirects output, reaches outside the project "
+    "or changes folder first.";
+
 /// An answer sent while the request was ending anyway (time-out, agent gone).
 inline constexpr std::string_view alreadyEnded = "Not delivered: that request had already ended.";
 

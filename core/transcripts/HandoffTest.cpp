@@ -10,7 +10,6 @@
 #include "testing/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
@@ -81,21 +80,14 @@ TEST(Handoff, NeverCarriesTheSecretAndIsWrittenForTheOwnerAlone) {
 
     const std::string path = Handoff::defaultPath(paths, session, dateFromSeconds(0));
     EXPECT_EQ(path, paths.handoffsDirectory() + "/proj-antigravity-conv-1-19700101-000000.md");
-    try {
-        Handoff::write("leaked " + secret, path, secret);
-        ADD_FAILURE() << "wrote the secret";
-    } catch (const Handoff::Failure& failure) {
-        EXPECT_EQ(failure.what(), TranscriptText::handoffRefused);
-    }
+    EXPECT_THAT(
+        [&] { Handoff::write("leaked " + secret, path, secret); },
+        ::testing::ThrowsMessage<Handoff::Failure>(std::string(TranscriptText::handoffRefused)));
     EXPECT_FALSE(File::exists(path));
     Handoff::write(document, path, secret);
     EXPECT_EQ(File::read(path), document);
-    struct stat file {
-    }, folder{};
-    ASSERT_EQ(::stat(path.c_str(), &file), 0);
-    ASSERT_EQ(::stat(paths.handoffsDirectory().c_str(), &folder), 0);
-    EXPECT_EQ(file.st_mode & 0777, 0600u);
-    EXPECT_EQ(folder.st_mode & 0777, 0700u);
+    EXPECT_EQ(modeOf(path), 0600);
+    EXPECT_EQ(modeOf(paths.handoffsDirectory()), 0700);
     EXPECT_THROW(Handoff::write(document, home.path() + "/gone/x/../../" + "secret/", secret),
                  Handoff::Failure);
 }

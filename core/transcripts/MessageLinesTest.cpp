@@ -71,17 +71,14 @@ TEST(MessageLines, RecognisedShapesAreKeptAndTheRestPassedOver) {
     EXPECT_THAT(describe(mirror.entries), ElementsAreArray(rows[0].entries));
     EXPECT_EQ(mirror.failedToolCalls, 1);
     EXPECT_EQ(mirror.lastActivityAt, RecordedTime::parseISO8601("2026-11-21T05:00:00Z"));
+    ASSERT_EQ(mirror.entries.size(), 7u);
     EXPECT_EQ(mirror.entries[5].tool->files,
               (std::vector<FileTouched>{{"/w/Makefile", FileChange::edited}}));
 }
 
 TEST(MessageLines, RecordedTimesReadInEveryFormAgentsUse) {
     const Date base = dateFromSeconds(1795234562);
-    struct Row {
-        std::string text;
-        std::optional<Date> expected;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, std::optional<Date>> rows[] = {
         {"\"2026-11-21T04:16:02Z\"", base},
         {"\"2026-11-21T04:16:02.500Z\"", addSeconds(base, 0.5)},
         {"\"2026-11-21T13:16:02+09:00\"", base},
@@ -94,10 +91,10 @@ TEST(MessageLines, RecordedTimesReadInEveryFormAgentsUse) {
         {"1e300", std::nullopt},
         {"null", std::nullopt},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
-        const JSONValue value = JSONValue::parse(row.text);
-        EXPECT_EQ(RecordedTime::fromJSON(&value), row.expected);
+    for (const auto& [text, expected] : rows) {
+        SCOPED_TRACE(text);
+        const JSONValue value = JSONValue::parse(text);
+        EXPECT_EQ(RecordedTime::fromJSON(&value), expected);
     }
 }
 

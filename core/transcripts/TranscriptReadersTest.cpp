@@ -3,6 +3,7 @@
 #include "transcripts/ClaudeTranscriptReader.h"
 #include "transcripts/CodexTranscriptReader.h"
 #include "transcripts/TranscriptTestSupport.h"
+#include "transcripts/Transcripts.h"
 
 #include "testing/TemporaryDirectory.h"
 
@@ -13,6 +14,7 @@ namespace {
 
 using namespace tidewick::testing;
 using ::testing::ElementsAreArray;
+using ::testing::ThrowsMessage;
 
 const std::string claudeRecords = recorded + "/claude-transcripts/";
 
@@ -46,8 +48,8 @@ TEST(TranscriptReaders, ClaudeCodeRecordsReadAsTheirTurns) {
         // Claude Code's own cost record at the end of each file says 10 in, 10 out.
         EXPECT_EQ(transcript.tokens.input, 10);
         EXPECT_EQ(transcript.tokens.output, 10);
-        ASSERT_TRUE(transcript.startedAt && transcript.lastActivityAt);
-        EXPECT_LT(*transcript.startedAt, *transcript.lastActivityAt);
+        EXPECT_TRUE(transcript.startedAt);
+        EXPECT_LT(transcript.startedAt, transcript.lastActivityAt);
     }
 }
 
@@ -128,17 +130,27 @@ TEST(TranscriptReaders, CodexRolloutsReadAsTheirTurns) {
     }
 }
 
-TEST(TranscriptReaders, CodexRolloutIsFoundByItsSessionIdentifierInAnyDayFolder) {
-    TemporaryDirectory codex;
-    const std::string id = "01a1fc51-7fe1-70d0-aad1-88fe95216210";
+TEST(TranscriptReaders, ACodexRolloutIsFoundByItsIdentifierInAnyDayFolderOrNamedAsMissing) {
+    TemporaryDirectory home;
+    const TranscriptLocations locations(home.path());
+    const std::string sessions = home.path() + "/.codex/sessions";
+    Session session;
+    session.key = {AgentKind::codex, "01a1fc51-7fe1-70d0-aad1-88fe95216210"};
+    session.transcriptPath = home.path() + "/gone.jsonl";
+    EXPECT_THAT([&] { (void)Transcripts::read(session, locations); },
+                ThrowsMessage<TranscriptUnavailable>(
+                    "Tidewick couldn't find Codex's record of session 01a1fc51."));
     // The name carries local time, which may fall on another day than the record's UTC.
     const std::string path =
-        codex.path() + "/sessions/2026/11/22/rollout-2026-11-22T00-16-02-" + id + ".jsonl";
+        sessions + "/2026/11/22/rollout-2026-11-22T00-16-02-" + session.key.sessionId + ".jsonl";
     put(path, File::read(codexRollout("exec")));
-    put(codex.path() + "/sessions/2026/11/21/rollout-2026-11-21T04-16-19-other.jsonl", "{}\n");
-    EXPECT_EQ(CodexTranscriptReader::find(codex.path() + "/sessions", id), path);
-    EXPECT_EQ(CodexTranscriptReader::find(codex.path() + "/sessions", "01a1fc51"), std::nullopt);
-    EXPECT_EQ(CodexTranscriptReader::find(codex.path() + "/nowhere", id), std::nullopt);
+    put(sessions + "/2026/11/21/rollout-2026-11-21T04-16-19-other.jsonl", "{}\n");
+    EXPECT_EQ(CodexTranscriptReader::find(sessions, session.key.sessionId), path);
+    EXPECT_EQ(CodexTranscriptReader::find(sessions, "01a1fc51"), std::nullopt);
+    EXPECT_EQ(CodexTranscriptReader::find(home.path() + "/nowhere", session.key.sessionId),
+              std::nullopt);
+    // Once it exists, the missing record is read from there.
+    EXPECT_EQ(Transcripts::read(session, locations).userMessages, 1);
 }
 
 } // namespace

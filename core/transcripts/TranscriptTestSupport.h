@@ -3,6 +3,7 @@
 #pragma once
 
 #include "foundation/File.h"
+#include "testing/TestFiles.h"
 #include "transcripts/Transcript.h"
 
 #include <gtest/gtest.h>
@@ -41,12 +42,6 @@ inline std::vector<std::string> describe(const std::vector<TranscriptEntry>& ent
     for (const TranscriptEntry& entry : entries)
         lines.push_back(describe(entry));
     return lines;
-}
-
-/// Writes `text` to `path`, making its folders.
-inline void put(const std::string& path, const std::string& text) {
-    File::makeDirectories(File::parent(path), 0700);
-    File::writeAtomically(path, text, 0600);
 }
 
 } // namespace tidewick::testing

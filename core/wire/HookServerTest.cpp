@@ -3,10 +3,11 @@
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 #include "wire/HookClient.h"
 #include "wire/WireTestSupport.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <atomic>
 #include <memory>
@@ -17,6 +18,9 @@
 
 namespace tidewick {
 namespace {
+
+using ::testing::Property;
+using ::testing::Throws;
 
 const std::string secret = std::string(32, 'a') + std::string(32, 'b');
 
@@ -64,9 +68,7 @@ protected:
 
 TEST_F(HookServerTest, AnswersGoodRequestsAndClosesOnEverythingElse) {
     server_.start();
-    struct stat info {};
-    ASSERT_EQ(::stat(path_.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600);
+    EXPECT_EQ(testing::modeOf(path_), 0600);
     auto answered = sendTo(path_, "PermissionRequest");
     ASSERT_TRUE(answered.response);
     EXPECT_EQ(answered.response->output, (HookOutput{"answer to PermissionRequest", 2}));
@@ -109,13 +111,11 @@ TEST_F(HookServerTest, SocketPathsOfUpTo103BytesBind) {
     good.start();
     EXPECT_EQ(sendTo(fits, "A").response->output.stdoutText, "ok");
     for (const std::string& bad : {fits + "p", dir_.path() + "/missing/tw.sock"}) {
+        SCOPED_TRACE(bad);
         HookServer server(bad, secret, nullptr);
-        try {
-            server.start();
-            ADD_FAILURE() << bad << " must not bind";
-        } catch (const SystemError& error) {
-            EXPECT_EQ(error.code(), bad.size() > 103 ? ENAMETOOLONG : ENOENT) << error.what();
-        }
+        EXPECT_THAT([&] { server.start(); },
+                    Throws<SystemError>(
+                        Property(&SystemError::code, bad.size() > 103 ? ENAMETOOLONG : ENOENT)));
         EXPECT_FALSE(server.isRunning());
         EXPECT_FALSE(File::exists(bad));
     }

@@ -1,0 +1,65 @@
+#include "QuestionForm.h"
+
+#include <gtest/gtest.h>
+
+namespace tidewick {
+namespace {
+
+constexpr char32_t up = 0xE000, down = 0xE001, enter = 0xE002, escape = 0xE003,
+                   backspace = 0xE004;
+
+Key keyOf(char32_t c) {
+    switch (c) {
+    case up: return Key::special(Key::Kind::up);
+    case down: return Key::special(Key::Kind::down);
+    case enter: return Key::special(Key::Kind::enter);
+    case escape: return Key::special(Key::Kind::escape);
+    case backspace: return Key::special(Key::Kind::backspace);
+    default: return Key::of(c);
+    }
+}
+
+TEST(QuestionForm, NumbersSpaceAndTypingAnswerEachQuestionInTurn) {
+    const std::vector<AskedQuestion> questions = {
+        {"Which colour?", "Colour", {{"Red", "Warm"}, {"Blue", {}}}, false},
+        {"Which features?", {}, {{"Search", {}}, {"Sync", {}}, {"Maps", {}}}, true},
+    };
+    struct Case {
+        const char* name;
+        std::u32string keys;
+        QuestionForm::Step step;
+        std::vector<std::string> answers;
+    };
+    const Case cases[] = {
+        {"a number chooses, ticks then Enter", U"231" + std::u32string{enter}, QuestionForm::Step::done, {"Blue", "Search, Maps"}},
+        {"the cursor and space", std::u32string{down, enter, down, down} + U" " + std::u32string{up, enter}, QuestionForm::Step::done, {"Blue", "Maps"}},
+        {"Enter alone takes the option under the cursor", std::u32string{enter, enter}, QuestionForm::Step::done, {"Red", "Search"}},
+        {"typed words, a typed label", U"Green, please" + std::u32string{enter} + U"sync" + std::u32string{enter}, QuestionForm::Step::done, {"Green, please", "Sync"}},
+        {"a number out of range, a tick taken back", U"1922", QuestionForm::Step::editing, {"Red"}},
+        {"Backspace goes back a question", U"1" + std::u32string{backspace} + U"2", QuestionForm::Step::editing, {"Blue"}},
+        {"Backspace edits the typed answer", U"Grey" + std::u32string{backspace, enter}, QuestionForm::Step::editing, {"Gre"}},
+        {"Esc cancels", U"1" + std::u32string{escape}, QuestionForm::Step::cancelled, {"Red"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        QuestionForm form(questions);
+        QuestionForm::Step step = QuestionForm::Step::editing;
+        for (char32_t key : c.keys)
+            if (step == QuestionForm::Step::editing)
+                step = form.handle(keyOf(key));
+        EXPECT_EQ(step, c.step);
+        EXPECT_EQ(form.answers(), c.answers);
+    }
+
+    QuestionForm ticking(questions);
+    (void)ticking.handle(Key::of('1'));
+    (void)ticking.handle(Key::of('3'));
+    EXPECT_EQ(ticking.index(), 1u);
+    EXPECT_TRUE(ticking.isTicked(2));
+    EXPECT_FALSE(ticking.isTicked(0));
+    EXPECT_EQ(ticking.cursor(), 2u);
+    EXPECT_EQ(&ticking.current(), &ticking.questions()[1]);
+}
+
+} // namespace
+} // namespace tidewick
