@@ -36,6 +36,8 @@ sigset_t stopSignals() {
 // One line per alert, so someone watching the headless application knows what
 // to answer and how.
 std::string describeAlert(const Alert& alert, const std::vector<Session>& known) {
+    if (alert.kind == Alert::Kind::usageLimit)
+        return alert.title + ". " + alert.detail.value_or("");
     const auto shortIds = shortIdsOf(known, {alert.session.sessionId});
     const std::string who = describeSession(alert.session, shortIds);
     const std::string id = shortIds.at(alert.session.sessionId);
@@ -59,6 +61,8 @@ std::string describeAlert(const Alert& alert, const std::vector<Session>& known)
                " TEXT` or `tidewick let-stop " + id + "`.";
     case Alert::Kind::finished:
         return who + " finished: " + alert.title + ".";
+    case Alert::Kind::usageLimit:
+        break;
     }
     return who + ": " + alert.title;
 }
@@ -135,9 +139,10 @@ void runApplication(AppContext& context, Interface interface) {
     std::optional<ApplicationView::WatchId> printing;
     auto printAlerts = [&] {
         printing = service
-                       .watch({.alerted = [&say, &service](const Alert& alert) {
-                           say(describeAlert(alert, service.sessions()));
-                       }})
+                       .watch({.alerted =
+                                   [&say, &service](const Alert& alert) {
+                                       say(describeAlert(alert, service.sessions()));
+                                   }})
                        .id;
     };
     Readiness::ready("Holding your agents' requests until you answer them.");

@@ -412,5 +412,42 @@ TEST_F(Codex, ReconnectingKeepsTheUsersApprovalsAndDisconnectingNamesTheHooksItM
                                                           {key("subagent_stop:0:0"), "trusted"}}));
 }
 
+// The model service's usage headers reach Codex's record, and Tidewick shows them and
+// raises its alert for the window past 90 %.
+TEST_F(Codex, TheServicesUsageLimitsShowInTidewickAfterATurn) {
+    startStandIn(R"({"steps": [{"reply": "counted"}], "primary_used": 93.5,
+        "primary_window": 300, "primary_reset_in": 3600, "secondary_used": 12.5,
+        "secondary_window": 10080, "secondary_reset_in": 86400})");
+    ASSERT_TRUE(run.startApp());
+    ProgramResult connect = run.tidewick({"connect", "codex", "--yes"});
+    ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
+    (void)trust(Approving::all);
+
+    ProgramResult exec = runProgram(offline({codex, "exec", "--skip-git-repo-check", "count"}),
+                                    run.environment, {}, work(), std::chrono::seconds(120));
+    ASSERT_EQ(exec.status, 0) << exec.out << exec.err;
+    ProgramResult usage = run.tidewick({"usage", "--json"});
+    ASSERT_EQ(usage.status, 0) << usage.err;
+    const JSONValue report = JSONValue::parse(usage.out);
+    ASSERT_EQ(report.get("agents")->arrayValue()->size(), 2u) << usage.out;
+    const JSONValue& codexUsage = (*report.get("agents")->arrayValue())[1];
+    ASSERT_EQ(codexUsage.get("windows")->arrayValue()->size(), 2u) << usage.out;
+    const JSONValue& primary = (*codexUsage.get("windows")->arrayValue())[0];
+    const JSONValue& secondary = (*codexUsage.get("windows")->arrayValue())[1];
+    EXPECT_EQ(primary.get("usedPercent")->doubleValue(), 93.5) << usage.out;
+    EXPECT_EQ(*primary.get("label"), JSONValue("5h"));
+    EXPECT_EQ(*primary.get("level"), JSONValue("critical"));
+    EXPECT_EQ(secondary.get("usedPercent")->doubleValue(), 12.5) << usage.out;
+    EXPECT_EQ(*secondary.get("label"), JSONValue("7d"));
+    // The headless application prints its alert once.
+    const std::string alert = "Codex: 5h limit 93% used. Resets in ";
+    for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+         !contains(run.appOutput(), alert) && std::chrono::steady_clock::now() < deadline;)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const std::string printed = run.appOutput();
+    EXPECT_TRUE(contains(printed, alert)) << printed;
+    EXPECT_EQ(printed.find(alert), printed.rfind(alert)) << printed;
+}
+
 } // namespace
 } // namespace tidewick

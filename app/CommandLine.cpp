@@ -7,6 +7,7 @@
 #include "DemoCommand.h"
 #include "ServiceCommands.h"
 #include "TranscriptCommands.h"
+#include "UsageCommand.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
 #include "install/HookConfigError.h"
@@ -31,6 +32,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerDemoCommand(app, context);
     registerServiceCommands(app, context);
     registerTranscriptCommands(app, context);
+    registerUsageCommand(app, context);
 
     Terminal& terminal = context.terminal();
     try {

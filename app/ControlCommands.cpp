@@ -87,6 +87,10 @@ std::string confirmation(ControlCommand command, const ControlReply& reply) {
         return "Always allowed " + who + ": " + reply.message.value_or("") + ".";
     case ControlCommand::answer:
         return "Answered " + who + ":\n" + reply.message.value_or("");
+    case ControlCommand::continueSession:
+    case ControlCommand::end:
+        // The application says what it started or ended.
+        return reply.message.value_or(who + ".");
     case ControlCommand::sessions:
     case ControlCommand::pending:
     case ControlCommand::subscribe:
@@ -114,8 +118,13 @@ void runDecision(AppContext& context, ControlCommand command, const ControlOptio
         request.rule = options.rule;
     }
     ControlReply reply = send(context, request);
+    // A session that holds no reply is continued with the agent's own program instead.
+    if (command == ControlCommand::reply && reply.outcome == ControlOutcome::notDelivered) {
+        request.command = ControlCommand::continueSession;
+        reply = send(context, request);
+    }
     requireDone(reply);
-    context.terminal().out() << confirmation(command, reply) << "\n";
+    context.terminal().out() << confirmation(request.command, reply) << "\n";
 }
 
 // Asks the application for a listing; its reply, or the failure it stands for.
@@ -291,9 +300,14 @@ void registerControlCommands(CLI::App& app, AppContext& context) {
 
     auto reply = std::make_shared<ControlOptions>();
     CLI::App* replyCommand = addDecision(
-        app, context, "reply", "Answer a session that finished its turn and waits for you",
+        app, context, "reply",
+        "Answer a session that waits for you, or continue one that holds nothing",
         ControlCommand::reply, reply);
     replyCommand->add_option("text", reply->text, "What to tell the agent")->required();
+
+    auto end = std::make_shared<ControlOptions>();
+    addDecision(app, context, "end", "End a session: interrupt its agent and mark it ended by you",
+                ControlCommand::end, end);
 
     auto letStop = std::make_shared<ControlOptions>();
     addDecision(app, context, "let-stop", "Let a session that waits for you end its turn",

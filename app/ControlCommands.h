@@ -10,7 +10,8 @@
 
 namespace tidewick {
 
-/// Adds the seven control commands to `app`. Their callbacks throw CommandFailure: status 1
+/// Adds the control commands (sessions, pending, allow, deny, reply, end, let-stop and those
+/// of lasting allows and answers) to `app`. Their callbacks throw CommandFailure: status 1
 /// when a decision was not delivered or no session matches, 2 for an ambiguous or empty
 /// session identifier, 3 when no application answers.
 void registerControlCommands(CLI::App& app, AppContext& context);

@@ -99,10 +99,12 @@ TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
     run.waitForHeld(1);
     EXPECT_EQ(run.tidewick({"let-stop", "d4e"}).status, 0);
     EXPECT_EQ(run.finished(second), "") << "letting it stop says nothing";
-    // A second decision finds nothing waiting and says so.
+    // A second reply finds nothing waiting and would continue the session with Claude Code,
+    // but the recorded project folder is not on this machine.
     ProgramResult again = run.tidewick({"reply", "d4e", "more"});
     EXPECT_EQ(again.status, 1);
-    EXPECT_THAT(again.err, HasSubstr("nothing was delivered"));
+    EXPECT_EQ(again.err,
+              "Tidewick doesn't know this session's project folder, so it can't continue it.\n");
 
     auto texts = run.timeline(claudeSession);
     EXPECT_THAT(texts, Contains("You replied"));

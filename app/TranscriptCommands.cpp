@@ -27,19 +27,6 @@ struct TranscriptOptions {
     std::optional<std::string> output;
 };
 
-// The running application's sessions, or those saved on disk when none runs.
-std::vector<Session> knownSessions(AppContext& context) {
-    ControlRequest request;
-    request.command = ControlCommand::sessions;
-    try {
-        const ControlReply reply = ControlClient::send(request, context.paths());
-        if (reply.outcome == ControlOutcome::done)
-            return reply.sessions;
-    } catch (const ControlClient::NotRunning&) {
-    }
-    return SessionPersistence(context.paths().sessionsFile()).load();
-}
-
 Session findSession(AppContext& context, const TranscriptOptions& options) {
     const std::vector<Session> sessions = knownSessions(context);
     std::optional<AgentKind> agent;
@@ -143,6 +130,18 @@ void addSessionOptions(CLI::App* command, TranscriptOptions& options) {
 }
 
 } // namespace
+
+std::vector<Session> knownSessions(AppContext& context) {
+    ControlRequest request;
+    request.command = ControlCommand::sessions;
+    try {
+        const ControlReply reply = ControlClient::send(request, context.paths());
+        if (reply.outcome == ControlOutcome::done)
+            return reply.sessions;
+    } catch (const ControlClient::NotRunning&) {
+    }
+    return SessionPersistence(context.paths().sessionsFile()).load();
+}
 
 Transcript lastEntries(Transcript transcript, std::optional<std::size_t> count) {
     if (!count)

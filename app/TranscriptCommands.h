@@ -3,12 +3,14 @@
 #pragma once
 
 #include "AppContext.h"
+#include "sessions/Session.h"
 #include "transcripts/Transcript.h"
 
 #include <CLI/CLI.hpp>
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tidewick {
 
@@ -19,6 +21,10 @@ namespace tidewick {
 /// 1) when the record cannot be found or read or the handoff cannot be written, UsageError
 /// for an ambiguous or empty identifier.
 void registerTranscriptCommands(CLI::App& app, AppContext& context);
+
+/// The running application's sessions, or, when none runs, those saved in the sessions
+/// file (none when it cannot be read).
+[[nodiscard]] std::vector<Session> knownSessions(AppContext& context);
 
 /// The transcript as `tidewick transcript` prints it: a header with the session's facts,
 /// then one line per entry (time, who, text; a tool call on one line with its outcome and

@@ -12,7 +12,7 @@ _tidewick_sessions() {
 
 _tidewick() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="app status connect disconnect sessions pending allow answer deny reply let-stop transcript handoff demo service"
+    local commands="app status connect disconnect sessions pending allow answer deny reply end let-stop transcript handoff usage demo service"
     local agents="claude codex cursor antigravity"
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
@@ -34,13 +34,15 @@ _tidewick() {
     case ${COMP_WORDS[1]} in
     app) words+=" --headless" ;;
     status | sessions | pending) words+=" --json" ;;
+    usage) words+=" --json" ;;
     connect) words+=" --gate-commands --yes $agents" ;;
     disconnect) words+=" --yes $agents" ;;
     allow) words+=" --agent --always $(_tidewick_held)" ;;
     let-stop) words+=" --agent $(_tidewick_held)" ;;
     answer) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_held)" ;;
     deny) words+=" --agent --message $(_tidewick_held)" ;;
-    reply) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_held)" ;;
+    reply) ((COMP_CWORD == 2)) && words+=" --agent $(_tidewick_sessions)" ;;
+    end) words+=" --agent $(_tidewick_sessions)" ;;
     transcript) words+=" --agent --json --tail $(_tidewick_sessions)" ;;
     handoff) words+=" --agent --output $(_tidewick_sessions)" ;;
     service) ((COMP_CWORD == 2)) && words+=" install uninstall status" ;;

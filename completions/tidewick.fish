@@ -2,7 +2,7 @@
 # identifiers of the sessions holding a request (asked of the running
 # application). Installed as share/fish/vendor_completions.d/tidewick.fish.
 
-set -l commands app status connect disconnect sessions pending allow answer deny reply let-stop transcript handoff demo service
+set -l commands app status connect disconnect sessions pending allow answer deny reply end let-stop transcript handoff usage demo service
 set -l agents claude codex cursor antigravity
 set -l top "not __fish_seen_subcommand_from $commands"
 
@@ -17,15 +17,18 @@ complete -c tidewick -n $top -a pending -d 'List the requests waiting for you'
 complete -c tidewick -n $top -a allow -d 'Allow the permission request a session is waiting on'
 complete -c tidewick -n $top -a answer -d 'Answer the questions a session is asking, one text per question'
 complete -c tidewick -n $top -a deny -d 'Deny the permission request a session is waiting on'
-complete -c tidewick -n $top -a reply -d 'Answer a session that finished its turn and waits for you'
+complete -c tidewick -n $top -a reply -d 'Answer a session that waits for you, or continue one that holds nothing'
+complete -c tidewick -n $top -a end -d 'End a session: interrupt its agent and mark it ended by you'
 complete -c tidewick -n $top -a let-stop -d 'Let a session that waits for you end its turn'
 complete -c tidewick -n $top -a transcript -d "Show a session's transcript, as its agent recorded it"
 complete -c tidewick -n $top -a handoff -d 'Write a Markdown handoff from which another agent can carry a session on'
+complete -c tidewick -n $top -a usage -d "Show how much of each agent's usage limits is used, and tokens per session"
 complete -c tidewick -n $top -a demo -d 'Run four scripted agent sessions against the running Tidewick app'
 complete -c tidewick -n $top -a service -d 'Run Tidewick as a systemd user service, in the background from login'
 
 complete -c tidewick -s h -l help -d 'Print help'
 complete -c tidewick -n '__fish_seen_subcommand_from app' -l headless -d 'Run without the terminal interface'
+complete -c tidewick -n '__fish_seen_subcommand_from usage' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from status sessions pending' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -a "$agents"
 complete -c tidewick -n '__fish_seen_subcommand_from connect' -l gate-commands -d 'Cursor: hold shell and MCP calls until you answer'
@@ -33,10 +36,11 @@ complete -c tidewick -n '__fish_seen_subcommand_from connect disconnect' -s y -l
 complete -c tidewick -n '__fish_seen_subcommand_from allow answer deny reply let-stop' -l agent -x -a "$agents" -d "Only this agent's sessions"
 complete -c tidewick -n '__fish_seen_subcommand_from allow' -l always -d 'Also have the agent stop asking for such calls'
 complete -c tidewick -n '__fish_seen_subcommand_from deny' -s m -l message -x -d 'Tell the agent why'
-complete -c tidewick -n '__fish_seen_subcommand_from allow answer deny reply let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
+complete -c tidewick -n '__fish_seen_subcommand_from end' -l agent -x -a "$agents" -d "Only this agent's sessions"
+complete -c tidewick -n '__fish_seen_subcommand_from allow answer deny let-stop' -a '(tidewick pending --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Holds a request'
 complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -l agent -x -a "$agents" -d "Only this agent's sessions"
 complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l json -d 'Print JSON'
 complete -c tidewick -n '__fish_seen_subcommand_from transcript' -l tail -x -d 'Only the last N entries'
 complete -c tidewick -n '__fish_seen_subcommand_from handoff' -s o -l output -r -d 'Where to write it (- for standard output)'
-complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff' -a '(tidewick sessions --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Session'
+complete -c tidewick -n '__fish_seen_subcommand_from transcript handoff reply end' -a '(tidewick sessions --json 2>/dev/null | string match -rg \'"shortId": *"([^"]*)"\')' -d 'Session'
 complete -c tidewick -n '__fish_seen_subcommand_from service' -a 'install uninstall status'

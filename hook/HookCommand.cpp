@@ -99,6 +99,11 @@ HookOutput forward(const HookCommand::Context& context, AgentKind kind,
     request.pid = context.pid;
     request.host = HostApp::detect(context.environment);
     request.agentPid = agentPid;
+    if (auto pane = context.environment.get("TMUX_PANE")) {
+        request.tmuxPane = std::string(*pane);
+        if (auto tmux = context.environment.get("TMUX"))
+            request.tmuxSocket = std::string(tmux->substr(0, tmux->find(',')));
+    }
     request.noHold = headless || context.environment.contains("TIDEWICK_NO_HOLD");
 
     auto outcome = HookClient::attempt(

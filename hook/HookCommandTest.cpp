@@ -21,8 +21,9 @@ protected:
     void SetUp() override { app_.start(); }
 
     HookCommand::Exit run(AgentKind agent, const std::string& event, int inputFd,
-                          const FakeProcessTable& table) {
-        Environment environment(app_.environment());
+                          const FakeProcessTable& table,
+                          const std::vector<std::string>& extra = {}) {
+        Environment environment(app_.environment(extra));
         DescriptorInput input(inputFd);
         return HookCommand::run({
             .arguments = {"tidewick-hook", "--agent", std::string(rawValue(agent)), "--event",
@@ -55,12 +56,15 @@ TEST_F(HookCommandRun, AScriptedAgentRunIsNeverHeld) {
         ASSERT_EQ(::pipe(fds), 0);
         ASSERT_EQ(::write(fds[1], "{\"session_id\":\"s\"}", 18), 18);
         ::close(fds[1]);
-        EXPECT_EQ(run(AgentKind::claude, "Stop", fds[0], chain),
+        EXPECT_EQ(run(AgentKind::claude, "Stop", fds[0], chain,
+                      {"TMUX=/tmp/tmux-0/default,77,0", "TMUX_PANE=%5"}),
                   (HookCommand::Exit{"answer to Stop\n", 0}));
         ::close(fds[0]);
         ASSERT_FALSE(app_.requests().empty()) << scripted;
         EXPECT_EQ(app_.requests().back().agentPid, 300) << scripted;
         EXPECT_EQ(app_.requests().back().noHold, scripted);
+        EXPECT_EQ(app_.requests().back().tmuxPane, "%5");
+        EXPECT_EQ(app_.requests().back().tmuxSocket, "/tmp/tmux-0/default");
     }
 }
 

@@ -290,6 +290,32 @@ bool AttachedApplication::letStop(const SessionKey& session) {
     return sendFor(std::move(request), session);
 }
 
+SessionActions::Result AttachedApplication::sendForResult(ControlRequest request,
+                                                           const SessionKey& session) {
+    request.session = session.sessionId;
+    request.agent = session.agent;
+    try {
+        const ControlReply reply = ControlClient::send(request, paths_);
+        return {reply.outcome == ControlOutcome::done, reply.message.value_or("")};
+    } catch (const std::exception& error) {
+        return {false, error.what()};
+    }
+}
+
+SessionActions::Result AttachedApplication::continueSession(const SessionKey& session,
+                                                            std::string text) {
+    ControlRequest request;
+    request.command = ControlCommand::continueSession;
+    request.text = std::move(text);
+    return sendForResult(std::move(request), session);
+}
+
+SessionActions::Result AttachedApplication::endSession(const SessionKey& session) {
+    ControlRequest request;
+    request.command = ControlCommand::end;
+    return sendForResult(std::move(request), session);
+}
+
 void AttachedApplication::setTranscriptStep(const SessionKey& session, std::int64_t step) {
     ControlRequest request;
     request.command = ControlCommand::transcriptStep;

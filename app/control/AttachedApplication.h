@@ -56,6 +56,9 @@ public:
     Delivery answerQuestions(const SessionKey& session, std::vector<std::string> answers) override;
     bool reply(const SessionKey& session, std::string text) override;
     bool letStop(const SessionKey& session) override;
+    /// Asked of the application; a failure to reach it is the sentence of the result.
+    Result continueSession(const SessionKey& session, std::string text) override;
+    Result endSession(const SessionKey& session) override;
     /// Changes and alerts are told on the view's thread, and so are lost and restored
     /// connections; after a new subscription the watcher is told one change per session
     /// that differs (removed or replaced), so that a copy kept from the changes stays right.
@@ -81,6 +84,8 @@ private:
     void tellConnection(Connection connection, const std::string& sentence);
     /// Sends `request` for exactly `session`; true when the application did what it asks.
     bool sendFor(ControlRequest request, const SessionKey& session);
+    /// Sends `request` for `session`; whether it was done, and the application's sentence.
+    Result sendForResult(ControlRequest request, const SessionKey& session);
     /// Sends `request` for exactly `session` and says how it went.
     [[nodiscard]] Delivery deliveryFor(ControlRequest request, const SessionKey& session);
 

@@ -30,7 +30,7 @@ namespace tidewick {
 class JSONReader;
 class JSONWriter;
 
-/// What a control request asks for. Raw values equal the case names.
+/// What a control request asks for. Raw values equal the case names, but "continue".
 enum class ControlCommand {
     sessions,
     pending,
@@ -42,10 +42,14 @@ enum class ControlCommand {
     transcriptStep,
     allowAlways,
     answer,
+    /// Continue a session that holds nothing with the agent's own program.
+    continueSession,
+    /// End a session: interrupt its agent.
+    end,
 };
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 10> table{{{
+    static constexpr EnumTable<ControlCommand, 12> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -56,6 +60,8 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::transcriptStep, "transcriptStep"},
         {ControlCommand::allowAlways, "allowAlways"},
         {ControlCommand::answer, "answer"},
+        {ControlCommand::continueSession, "continue"},
+        {ControlCommand::end, "end"},
     }}};
 };
 
@@ -109,7 +115,8 @@ template <> struct RawValues<ControlOutcome> {
 struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
     /// A sentence for the user when the outcome is not `done`; for a lasting allow or
-    /// answers that were delivered, what they told the agent.
+    /// answers that were delivered, what they told the agent; for `continue` and `end`
+    /// what was done.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;

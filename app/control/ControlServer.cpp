@@ -42,6 +42,8 @@ bool isDecision(ControlCommand command) {
     case ControlCommand::pending:
     case ControlCommand::subscribe:
     case ControlCommand::transcriptStep:
+    case ControlCommand::continueSession:
+    case ControlCommand::end:
         return false;
     }
     return false;
@@ -74,6 +76,8 @@ Delivery deliver(const ControlRequest& request, const SessionKey& key, SessionAc
     case ControlCommand::pending:
     case ControlCommand::subscribe:
     case ControlCommand::transcriptStep:
+    case ControlCommand::continueSession:
+    case ControlCommand::end:
         break;
     }
     return deliveredIf(false);
@@ -231,7 +235,9 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
         reply.pending = target.pendingRequests();
         for (const HeldRequest& held : reply.pending)
             named.push_back(held.first.sessionId);
-    } else if (request.command == ControlCommand::reply && request.text.empty()) {
+    } else if ((request.command == ControlCommand::reply ||
+                request.command == ControlCommand::continueSession) &&
+               request.text.empty()) {
         return failure(ControlOutcome::badRequest, "A reply needs some text.");
     } else if (request.command == ControlCommand::answer && request.answers.empty()) {
         return failure(ControlOutcome::badRequest, "An answer needs some text.");
@@ -247,6 +253,15 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
     reply.shortIds = shortIdsOf(known, named);
     if (reply.session && request.command == ControlCommand::transcriptStep)
         target.setTranscriptStep(*reply.session, *request.step);
+    if (reply.session && (request.command == ControlCommand::continueSession ||
+                          request.command == ControlCommand::end)) {
+        const SessionActions::Result result =
+            request.command == ControlCommand::end
+                ? target.endSession(*reply.session)
+                : target.continueSession(*reply.session, request.text);
+        reply.outcome = result.done ? ControlOutcome::done : ControlOutcome::notDelivered;
+        reply.message = result.sentence;
+    }
     if (reply.session && isDecision(request.command))
         noteDelivery(reply, deliver(request, *reply.session, target), request, known);
     return reply;

@@ -22,6 +22,9 @@ struct Alert {
         waitingReply,
         /// The agent's turn is over (a reply wait ended unanswered).
         finished,
+        /// One of the agent's usage-limit windows is more than 90 % used; `session` names
+        /// the agent only (its sessionId is empty).
+        usageLimit,
     };
 
     Kind kind = Kind::needsPermission;
@@ -49,10 +52,11 @@ struct Alert {
 
 /// Raw values equal the case names.
 template <> struct RawValues<Alert::Kind> {
-    static constexpr EnumTable<Alert::Kind, 3> table{{{
+    static constexpr EnumTable<Alert::Kind, 4> table{{{
         {Alert::Kind::needsPermission, "needsPermission"},
         {Alert::Kind::waitingReply, "waitingReply"},
         {Alert::Kind::finished, "finished"},
+        {Alert::Kind::usageLimit, "usageLimit"},
     }}};
 };
 

@@ -64,6 +64,23 @@ public:
     virtual bool reply(const SessionKey& session, std::string text) = 0;
     /// Lets the agent held at the end of its turn in `session` stop. True when delivered.
     virtual bool letStop(const SessionKey& session) = 0;
+
+    /// How an action on a session went, with a sentence for the user either way.
+    struct Result {
+        bool done = false;
+        std::string sentence;
+
+        friend bool operator==(const Result&, const Result&) = default;
+    };
+
+    /// Continues `session`, which holds nothing, with `text` as its next prompt: runs the
+    /// agent's own program in the background. Done when the program started; the sentence
+    /// says where its output goes, or why nothing was started. Views that cannot do this
+    /// say so.
+    virtual Result continueSession(const SessionKey& session, std::string text);
+    /// Ends `session` from Tidewick: interrupts its agent and marks it ended by you. The
+    /// sentence tells what was done, or why nothing was.
+    virtual Result endSession(const SessionKey& session);
 };
 
 } // namespace tidewick

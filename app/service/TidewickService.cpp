@@ -1,6 +1,10 @@
 #include "service/TidewickService.h"
 
 #include "adapters/Adapters.h"
+#include "agents/AgentCommand.h"
+#include "agents/AgentProbe.h"
+#include "service/AgentRuns.h"
+#include "transcripts/Transcripts.h"
 #include "events/PermissionUpdates.h"
 #include "foundation/File.h"
 #include "foundation/FileDescriptor.h"
@@ -15,11 +19,15 @@
 #include "sessions/DecisionBroker.h"
 #include "sessions/SessionPersistence.h"
 #include "sessions/SessionText.h"
+#include "transcripts/TranscriptLocations.h"
 #include "wire/HookServer.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <condition_variable>
+#include <filesystem>
 #include <fcntl.h>
 #include <iostream>
 #include <map>
@@ -102,11 +110,46 @@ Alert finishedAlert(const SessionKey& key, const std::optional<std::string>& det
     return alert;
 }
 
+// The user's own latest messages in a session's record: what was sent just before it
+// was ended here.
+constexpr std::size_t sentBeforeEndCount = 3;
+
+struct EndFacts {
+    std::optional<std::int64_t> userMessages;
+    std::optional<std::vector<std::string>> sentBefore;
+};
+
+EndFacts endFacts(const Session& session, const TranscriptLocations& locations) {
+    try {
+        const Transcript transcript = Transcripts::read(session, locations);
+        std::vector<std::string> sent;
+        const auto prompts = transcript.userPrompts();
+        const std::size_t first = prompts.size() > sentBeforeEndCount
+                                      ? prompts.size() - sentBeforeEndCount
+                                      : 0;
+        for (std::size_t i = first; i < prompts.size(); ++i)
+            sent.push_back(prompts[i]->text);
+        return {transcript.userMessages, std::move(sent)};
+    } catch (const std::exception&) {
+        return {}; // No record to count from: the session is ended all the same.
+    }
+}
+
+std::string searchPathOf(const std::optional<std::string>& given) {
+    if (given)
+        return *given;
+    const char* path = std::getenv("PATH");
+    return path ? path : "/usr/local/bin:/usr/bin:/bin";
+}
+
 } // namespace
 
 struct TidewickService::State {
     State(const TidewickPaths& paths, Options givenOptions)
-        : options(std::move(givenOptions)), work(std::make_unique<SerialQueue>(workQueueLabel)),
+        : options(std::move(givenOptions)),
+          processes(options.processes ? *options.processes : ProcessAccess::system()),
+          locations(TranscriptLocations::forHome(paths.home())), probe(processes, locations),
+          work(std::make_unique<SerialQueue>(workQueueLabel)),
           scheduler(*work), store(options.clock),
           settingsFile(paths.settingsFile(), [this](const std::string& s) { report(s); }),
           activity(paths.activityFile(), options.activityLimitBytes),
@@ -114,6 +157,12 @@ struct TidewickService::State {
           saver([this] { saveSessions(); }, scheduler,
                 options.saveDelaySeconds) {
         store.setOnChange([this](const StoreChange& change) { changed(change); });
+        if (!options.readUsage)
+            options.readUsage =
+                [this, sources = UsageSources{paths.claudeLimitsFile(),
+                                              TranscriptLocations::forHome(paths.home())}] {
+                    return Usage::readAgents(sources, store.snapshot());
+                };
     }
 
     void report(const std::string& sentence) const {
@@ -216,6 +265,10 @@ struct TidewickService::State {
     };
 
     Options options;
+    const ProcessAccess& processes;
+    TranscriptLocations locations;
+    // Used on the work queue only.
+    AgentProbe probe;
     // Every change to the store and every save runs on this one queue, in order.
     std::unique_ptr<SerialQueue> work;
     // The debounced saves run on the work queue too.
@@ -229,6 +282,11 @@ struct TidewickService::State {
     DebouncedSaver saver;
     // Touched on the work queue only: one report per run of failures, not one per event.
     bool activityFailing = false;
+    // On the work queue only: the usage-limit alerts, and whether a check after a Codex
+    // event is already due.
+    UsageWatch usage{[this] { return options.readUsage(); }, options.clock,
+                     [this](const Alert& alert) { announce(alert); }};
+    bool usageCheckDue = false;
     // Touched on the work queue only: the sessions file found at start did not load.
     bool sessionsUnreadable = false;
 
@@ -247,6 +305,9 @@ struct TidewickService::State {
     /// Set while stopping and after: nothing new is held.
     bool closed = false;
     int inFlight = 0;
+    /// Counts the starts and stops: a periodic usage or agent check of an earlier run ends
+    /// itself.
+    std::uint64_t generation = 0;
     /// The call behind each held permission request, for answers beyond yes or no.
     std::unordered_map<UUID, HeldCall> calls;
     // Serialises changes of the settings file made here (always allow of a prefix).
@@ -255,12 +316,20 @@ struct TidewickService::State {
     FileDescriptor instanceLock;
     std::string secret;
     std::string serverSecret;
+    // The programs continuing sessions; its thread reports their ends to the service.
+    std::unique_ptr<AgentRuns> runs;
     // Last, so that tearing down waits for the connection threads first.
     std::unique_ptr<HookServer> server;
 };
 
 TidewickService::TidewickService(TidewickPaths paths, Options options)
-    : paths_(std::move(paths)), state_(std::make_unique<State>(paths_, std::move(options))) {}
+    : paths_(std::move(paths)), state_(std::make_unique<State>(paths_, std::move(options))) {
+    state_->runs = std::make_unique<AgentRuns>(
+        File::join(paths_.appSupport(), "Logs"),
+        [this](const SessionKey& key, int status, const std::string& log) {
+            continuationEnded(key, status, log);
+        });
+}
 
 TidewickService::TidewickService(TidewickPaths paths)
     : TidewickService(std::move(paths), Options()) {}
@@ -271,6 +340,7 @@ TidewickService::~TidewickService() {
     // (handle() driven directly), then the connection threads, then the queued work.
     drain();
     state_->server.reset();
+    state_->runs.reset();
     state_->work.reset();
 }
 
@@ -311,9 +381,33 @@ void TidewickService::start() {
         s.closed = false;
     }
     s.server->start();
-    std::lock_guard guard(s.lock);
-    s.instanceLock = std::move(instanceLock);
-    s.running = true;
+    std::uint64_t generation = 0;
+    {
+        std::lock_guard guard(s.lock);
+        s.instanceLock = std::move(instanceLock);
+        s.running = true;
+        generation = ++s.generation;
+    }
+    scheduleAgentCheck(generation);
+    // A second after start: the interfaces and notifications of this process watch by then.
+    if (s.options.usageCheckSeconds > 0)
+        checkUsageEvery(std::min(1.0, s.options.usageCheckSeconds), generation);
+}
+
+void TidewickService::checkUsageEvery(double delaySeconds, std::uint64_t generation) {
+    State& s = *state_;
+    s.work->asyncAfter(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                           std::chrono::duration<double>(delaySeconds)),
+                       [this, generation] {
+                           State& s = *state_;
+                           {
+                               std::lock_guard guard(s.lock);
+                               if (!s.running || s.generation != generation)
+                                   return;
+                           }
+                           s.usage.check();
+                           checkUsageEvery(s.options.usageCheckSeconds, generation);
+                       });
 }
 
 void TidewickService::removeCrashLeftovers() const {
@@ -342,6 +436,7 @@ void TidewickService::stop() {
     std::lock_guard guard(s.lock);
     s.instanceLock.reset();
     s.running = false;
+    ++s.generation;
 }
 
 void TidewickService::drain() {
@@ -422,11 +517,26 @@ void TidewickService::record(const AgentEvent& event, const HookRequest& request
     const SessionKey key = keyOf(event);
     const Date time = s.options.clock();
     s.work->sync([&] {
-        (void)s.store.apply(event);
+        const Session after = s.store.apply(event);
         if (request.host)
             s.store.setHost(key, request.host);
-        if (request.agentPid)
-            s.store.setAgentPid(key, request.agentPid);
+        // A new process is looked at once, to tell it later from another given its pid.
+        if (request.agentPid && after.agentPid != request.agentPid)
+            s.store.setAgentPid(key, request.agentPid, s.processes.startTime(*request.agentPid));
+        if (request.tmuxPane)
+            s.store.setTmuxPane(key, request.tmuxPane, request.tmuxSocket);
+        // Codex writes its latest limits into its record as it works: look soon after.
+        if (key.agent == AgentKind::codex && s.options.usageCheckSeconds > 0 && !s.usageCheckDue) {
+            s.usageCheckDue = true;
+            s.work->asyncAfter(std::chrono::seconds(1), [&s] {
+                s.usageCheckDue = false;
+                std::unique_lock guard(s.lock);
+                if (!s.running)
+                    return;
+                guard.unlock();
+                s.usage.check();
+            });
+        }
         // Queued behind this task: the log is for the user to read later, the agent need
         // not wait for the write.
         s.work->async([&s, event, time] { s.appendActivity(event, time); });
@@ -458,10 +568,9 @@ void TidewickService::raise(const Alert& alert) {
         s.announce(alert);
         return;
     case AlertThrottle::Admission::Kind::kept:
-        s.work->asyncAfter(
-            std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                std::chrono::duration<double>(admission.waitSeconds)),
-            [this, key = alert.session] { raiseKept(key); });
+        s.work->asyncAfter(std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                               std::chrono::duration<double>(admission.waitSeconds)),
+                           [this, key = alert.session] { raiseKept(key); });
         return;
     case AlertThrottle::Admission::Kind::joined:
         return;
@@ -683,6 +792,137 @@ bool TidewickService::reply(const SessionKey& session, std::string text) {
 
 bool TidewickService::letStop(const SessionKey& session) {
     return resolveFirst(session, PendingKind::reply, Decision::letStop());
+}
+
+SessionActions::Result TidewickService::continueSession(const SessionKey& key, std::string text) {
+    namespace Say = SessionText;
+    State& s = *state_;
+    const std::optional<std::string_view> name = AgentCommand::programName(key.agent);
+    if (!name)
+        return {false, Say::cannotContinueFromHere(key.agent)};
+    const std::optional<Session> session = s.store.session(key);
+    if (!session)
+        return {false, Say::alreadyOver(key.agent)};
+    if (text.empty())
+        return {false, "A reply needs some text."};
+    const bool holdsPermission =
+        std::any_of(session->pending.begin(), session->pending.end(),
+                    [](const PendingRequest& r) { return r.kind == PendingKind::permission; });
+    if (holdsPermission || session->status == SessionStatus::working)
+        return {false, Say::busyNow(key.agent, holdsPermission)};
+    if (!session->pending.empty()) {
+        const bool delivered = reply(key, std::move(text));
+        return {delivered, std::string(delivered ? Say::replied : Say::alreadyEnded)};
+    }
+    std::error_code ignored;
+    if (!session->projectPath || !std::filesystem::is_directory(*session->projectPath, ignored))
+        return {false, std::string(Say::noProjectFolder)};
+
+    const TidewickSettings settings = s.settingsFile.current();
+    const auto configured = settings.agentCommands.find(std::string(rawValue(key.agent)));
+    const std::optional<std::vector<std::string>> program = AgentCommand::resolve(
+        key.agent,
+        {session->agentPid, session->agentStartTime, searchPathOf(s.options.searchPath),
+         configured == settings.agentCommands.end() ? std::nullopt
+                                                    : std::optional(configured->second)},
+        s.processes);
+    if (!program)
+        return {false, Say::programNotFound(key.agent, *name)};
+
+    Subprocess::Command command;
+    command.arguments = AgentCommand::continuation(key.agent, *program, key.sessionId, text);
+    command.directory = *session->projectPath;
+    s.work->sync([&] { s.store.logReply(key, text); });
+    const std::string log = s.runs->logPath(key);
+    try {
+        s.runs->start(key, command);
+    } catch (const std::exception& error) {
+        std::string sentence = Say::couldNotStart(key.agent, error.what(), log);
+        s.work->sync([&] { s.store.addNote(key, TimelineKind::error, sentence); });
+        return {false, std::move(sentence)};
+    }
+    return {true, Say::continuing(key.agent, log)};
+}
+
+void TidewickService::continuationEnded(const SessionKey& key, int status, const std::string& log) {
+    if (status == 0)
+        return;
+    State& s = *state_;
+    s.work->async([&s, key, status, log] {
+        // Interrupted because the user ended the session: nothing went wrong.
+        const std::optional<Session> session = s.store.session(key);
+        if (!session || session->endedByYouAt)
+            return;
+        s.store.addNote(key, TimelineKind::error,
+                        SessionText::continuationFailed(key.agent, status, log));
+    });
+}
+
+SessionActions::Result TidewickService::endSession(const SessionKey& key) {
+    State& s = *state_;
+    const std::optional<Session> session = s.store.session(key);
+    if (!session || session->status == SessionStatus::ended)
+        return {false, SessionText::alreadyOver(key.agent)};
+    const EndFacts facts = endFacts(*session, s.locations);
+    const std::optional<std::int32_t> pid = session->agentPid;
+    const std::optional<std::int64_t> started = session->agentStartTime;
+    const bool running = pid && s.processes.isSameProcess(*pid, started);
+    if (running && s.processes.signal(*pid, SIGINT)) {
+        const auto grace = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+            std::chrono::duration<double>(s.options.endGraceSeconds));
+        s.work->asyncAfter(grace, [&s, pid = *pid, started] {
+            if (s.processes.isSameProcess(pid, started))
+                (void)s.processes.signal(pid, SIGTERM);
+        });
+    }
+    // Whatever the agent is held on ends with the session.
+    for (const PendingRequest& request : session->pending)
+        (void)s.broker.resolve(request.id,
+                               request.kind == PendingKind::permission
+                                   ? Decision::deny(std::string(SessionText::endedByYouDenial))
+                                   : Decision::letStop());
+    s.work->sync([&] {
+        s.store.markEndedByYou(key, facts.sentBefore);
+        s.store.setMessagesAtEnd(key, facts.userMessages);
+    });
+    return {true, running ? SessionText::ending(key.agent)
+                          : SessionText::endedWithoutProcess(key.agent)};
+}
+
+void TidewickService::checkAgents() {
+    State& s = *state_;
+    s.work->sync([&] {
+        const std::vector<Session> sessions = s.store.snapshot();
+        for (const AgentProbe::Finding& finding : s.probe.check(sessions, s.options.clock())) {
+            if (finding.kind == AgentProbe::Finding::Kind::turnFinished) {
+                (void)s.store.markTurnFinished(finding.key);
+                continue;
+            }
+            const std::optional<Session> before = s.store.session(finding.key);
+            if (!before || !s.store.markExited(finding.key, finding.pid))
+                continue;
+            // A hook command left waiting by the vanished agent is let go.
+            for (const PendingRequest& request : before->pending)
+                (void)s.broker.resolve(request.id, Decision::timeout());
+        }
+    });
+}
+
+void TidewickService::scheduleAgentCheck(std::uint64_t generation) {
+    State& s = *state_;
+    if (s.options.agentCheckSeconds <= 0)
+        return;
+    const auto delay = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(s.options.agentCheckSeconds));
+    s.work->asyncAfter(delay, [this, generation] {
+        {
+            std::lock_guard guard(state_->lock);
+            if (state_->generation != generation)
+                return;
+        }
+        checkAgents();
+        scheduleAgentCheck(generation);
+    });
 }
 
 std::vector<HeldRequest> TidewickService::pendingRequests() const {

@@ -3,6 +3,7 @@
 // in the agent's own dialect.
 #pragma once
 
+#include "agents/ProcessAccess.h"
 #include "events/AgentAdapter.h"
 #include "foundation/Clock.h"
 #include "foundation/TidewickPaths.h"
@@ -10,6 +11,7 @@
 #include "service/Alert.h"
 #include "service/ApplicationView.h"
 #include "service/TidewickSettings.h"
+#include "service/UsageWatch.h"
 #include "sessions/SessionStore.h"
 #include "wire/ClientProbe.h"
 #include "wire/HookRequest.h"
@@ -54,6 +56,20 @@ public:
         ProblemReporter reportProblem;
         /// Size past which "activity.jsonl" is rotated to "activity.jsonl.1".
         std::uintmax_t activityLimitBytes = ActivityLog::defaultLimitBytes;
+        /// How often, while running, the service looks whether the agents it shows as
+        /// running still do (0: never).
+        double agentCheckSeconds = 5;
+        /// How long an agent interrupted by endSession() has before it is terminated.
+        double endGraceSeconds = 5;
+        /// The processes agents run as; null: the system's.
+        const ProcessAccess* processes = nullptr;
+        /// Where agents' programs are looked for; nothing: this process's PATH.
+        std::optional<std::string> searchPath;
+        /// While running, the agents' usage limits are read this often (and a second after
+        /// each Codex event) to alert once per window past 90 %; 0: never.
+        double usageCheckSeconds = 15;
+        /// Reads the usage figures; empty: Claude Code's and Codex's files under the home.
+        UsageWatch::Reader readUsage;
     };
 
     /// A stopped service for `paths`; nothing is read or written until start().
@@ -99,6 +115,20 @@ public:
     Delivery answerQuestions(const SessionKey& session, std::vector<std::string> answers) override;
     bool reply(const SessionKey& session, std::string text) override;
     bool letStop(const SessionKey& session) override;
+    /// Continues a finished, idle or ended session with the agent's own program, run
+    /// headless in the session's project folder, in a process group of its own, with its
+    /// output in "Logs" of the application folder. Refused for a session at work or
+    /// waiting for a permission answer, and for Antigravity. The timeline shows the reply
+    /// and, if the program cannot start or ends with an error, a sentence saying so.
+    Result continueSession(const SessionKey& session, std::string text) override;
+    /// Interrupts the session's agent (SIGINT, then SIGTERM after endGraceSeconds if it
+    /// is still the same process) and marks the session ended by you, with the number of
+    /// your messages and the last ones from its record. Refused for an ended session.
+    Result endSession(const SessionKey& session) override;
+    /// Looks once at the agents the sessions show as running (what the service does
+    /// every agentCheckSeconds): those gone end their session with "The agent exited",
+    /// turns their record shows over become finished. Thread-safe.
+    void checkAgents();
     [[nodiscard]] std::vector<HeldRequest> pendingRequests() const override;
     [[nodiscard]] std::vector<Session> sessions() const override;
     /// Records how far the application has read the session's transcript (its
@@ -131,11 +161,18 @@ private:
                              const std::function<bool()>& isClientGone);
     void removeCrashLeftovers() const;
     void record(const AgentEvent& event, const HookRequest& request);
+    /// Runs checkAgents() now and again every agentCheckSeconds while `generation` is the
+    /// current run of the service.
+    void scheduleAgentCheck(std::uint64_t generation);
+    void continuationEnded(const SessionKey& key, int status, const std::string& log);
     void allowReadOnly(const AgentEvent& event, const HookRequest& request);
     /// Announces `alert` now or, within its session's throttle window, when the window ends.
     void raise(const Alert& alert);
     /// Announces what the throttle kept for `key`, once its window has ended.
     void raiseKept(const SessionKey& key);
+    /// Reads the usage figures on the work queue after `delaySeconds` if the service still
+    /// runs as `generation`, then again every usageCheckSeconds.
+    void checkUsageEvery(double delaySeconds, std::uint64_t generation);
     /// Hands `decision` to the session's oldest held request of `kind`; true when delivered.
     bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
     /// The session's oldest held permission request that asks questions (or, with

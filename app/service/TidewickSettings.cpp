@@ -63,6 +63,11 @@ void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.member("denyKey", settings.denyKey);
     out.member("launchAtLogin", settings.launchAtLogin);
     out.member("checkForUpdates", settings.checkForUpdates);
+    out.key("agentCommands");
+    out.beginObject();
+    for (const auto& [agent, program] : settings.agentCommands)
+        out.member(agent, program);
+    out.endObject();
     for (const auto& [key, value] : settings.unknownKeys)
         out.member(key, value);
     out.endObject();
@@ -75,6 +80,7 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     std::optional<std::vector<JSONValue>> replies;
     std::optional<std::string> allowKey;
     std::optional<std::string> denyKey;
+    std::optional<JSONValue> agentCommands;
     using M = JSONMember;
     const bool isObject = readObject(
         in, M::lenient("permissionTimeoutSeconds", permissionSeconds),
@@ -86,6 +92,7 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
         M::lenient("allowKey", allowKey), M::lenient("denyKey", denyKey),
         M::lenient("launchAtLogin", out.launchAtLogin),
         M::lenient("checkForUpdates", out.checkForUpdates),
+        M::lenient("agentCommands", agentCommands),
         // Keys of a later version are kept, in order, so writing the settings back never
         // loses them.
         M::others([&out](std::string_view key, JSONReader& in) {
@@ -97,7 +104,11 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     applySeconds(replySeconds, out.replyTimeoutSeconds);
     applyKey(allowKey, out.allowKey);
     applyKey(denyKey, out.denyKey);
-    // Entries that are not texts are skipped rather than losing the whole list.
+    // Entries that are not texts are skipped, here and in the lists below.
+    if (agentCommands && agentCommands->isObject())
+        for (const auto& [agent, program] : *agentCommands->objectPairs())
+            if (const std::string* path = program.stringValue(); path && !path->empty())
+                out.agentCommands[agent] = *path;
     if (replies) {
         out.quickReplies.clear();
         for (const JSONValue& reply : *replies)

@@ -6,6 +6,7 @@
 #include "sessions/GatingPolicy.h"
 
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -41,6 +42,9 @@ struct TidewickSettings {
     bool launchAtLogin = false;
     /// Off: Tidewick never contacts anything beyond this machine unless asked to.
     bool checkForUpdates = false;
+    /// The program continuing each agent's sessions (by the agent's raw value), used when
+    /// neither the agent's process nor PATH shows one.
+    std::map<std::string, std::string> agentCommands;
     /// Members of the file this version does not know, kept in order so that
     /// writing the settings back never loses them.
     JSONValue::Object unknownKeys;

@@ -19,7 +19,7 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
             encodeJSON(GatingPolicy()) +
             R"(,"quickReplies":["Continue working.","Run the tests.","Fix the remaining errors.","Explain what you changed."],)"
             R"("systemNotificationsEnabled":true,"glowEnabled":true,"soundEnabled":true,"quietMode":false,"alertChip":true,)"
-            R"("allowKey":"y","denyKey":"n","launchAtLogin":false,"checkForUpdates":false})");
+            R"("allowKey":"y","denyKey":"n","launchAtLogin":false,"checkForUpdates":false,"agentCommands":{}})");
     EXPECT_EQ(decodeJSON<TidewickSettings>(defaults), TidewickSettings());
     EXPECT_EQ(decodeJSON<TidewickSettings>("{}"), TidewickSettings());
 
@@ -29,7 +29,8 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
         "gating": {"gateCommands": {"cursor": false, "vim": true}, "safePrefixes": ["make -n"],
                    "paused": true},
         "quickReplies": ["Go on.", 7, "Stop here."], "soundEnabled": "no", "quietMode": true,
-        "allowKey": "a", "denyKey": "", "launchAtLogin": 1})");
+        "allowKey": "a", "denyKey": "", "launchAtLogin": 1,
+        "agentCommands": {"claude": "/opt/claude", "codex": 3, "cursor": ""}})");
     EXPECT_EQ(read.permissionTimeoutSeconds + read.replyTimeoutSeconds, 45.5 + 3600);
     EXPECT_EQ(read.gating.gateCommands, (std::map<AgentKind, bool>{{AgentKind::cursor, false}}));
     EXPECT_TRUE(read.gating.paused);
@@ -37,6 +38,7 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
     EXPECT_TRUE(read.soundEnabled && read.quietMode);
     EXPECT_EQ(read.allowKey + read.denyKey, "an");
     EXPECT_FALSE(read.launchAtLogin);
+    EXPECT_EQ(read.agentCommands, (std::map<std::string, std::string>{{"claude", "/opt/claude"}}));
 
     // A gating object missing one of its three keys falls back whole.
     read = *decodeJSON<TidewickSettings>(
@@ -69,8 +71,10 @@ TEST_F(SettingsFileTest, ReadsEditsAtOnceAndKeepsUnknownKeysWhenWritingBack) {
 
     const JSONValue written = JSONValue::parse(File::read(file.path()));
     const JSONValue::Object& pairs = *written.objectPairs();
-    ASSERT_EQ(pairs.size(), 15u);
-    EXPECT_EQ(pairs[13].first + pairs[13].second.compact() + pairs[14].first,
+    // The unknown keys follow every known one.
+    const std::size_t known = JSONValue::parse(encodeJSON(TidewickSettings())).objectPairs()->size();
+    ASSERT_EQ(pairs.size(), known + 2);
+    EXPECT_EQ(pairs[known].first + pairs[known].second.compact() + pairs[known + 1].first,
               R"(fromANewerVersion{"a":[1,2]}zeta)");
     EXPECT_EQ(*written.get("allowKey")->stringValue(), "Y");
     EXPECT_EQ(SettingsFile(file.path()).current(), settings);

@@ -44,6 +44,10 @@ Notification notificationFor(const Alert& alert) {
         notification.summary = agent + " finished";
         body = SessionText::noReplyItStopped;
         break;
+    case Alert::Kind::usageLimit:
+        notification.summary = alert.title;
+        body = alert.detail.value_or("");
+        break;
     }
     if (alert.alsoHeld > 0)
         body += "\n" + SessionText::alsoWaiting(alert.alsoHeld);
@@ -55,15 +59,19 @@ Notification notificationFor(const Alert& alert) {
 
 AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings) {
     AlertEffects effects;
-    const bool held = alert.kind != Alert::Kind::finished;
+    const bool held =
+        alert.kind == Alert::Kind::needsPermission || alert.kind == Alert::Kind::waitingReply;
+    const bool usage = alert.kind == Alert::Kind::usageLimit;
     const bool audible = !settings.quietMode;
-    effects.bell = held && settings.soundEnabled && audible;
+    effects.bell = (held || usage) && settings.soundEnabled && audible;
     effects.glow = held && settings.glowEnabled && alert.requestId.has_value();
     if (settings.systemNotificationsEnabled && audible)
         effects.notification = notificationFor(alert);
-    if (!held)
-        effects.message =
-            std::string(displayName(alert.session.agent)) + ": " + std::string(SessionText::noReplyItStopped);
+    if (usage)
+        effects.message = alert.title + ". " + alert.detail.value_or("");
+    else if (!held)
+        effects.message = std::string(displayName(alert.session.agent)) + ": " +
+                          std::string(SessionText::noReplyItStopped);
     return effects;
 }
 

@@ -41,7 +41,8 @@ struct AlertEffects {
 /// The effects of `alert` under `settings`. A held request rings the bell when
 /// soundEnabled, makes the frame glow when glowEnabled and is notified when
 /// systemNotificationsEnabled; quietMode silences bell and notification but never the
-/// screen. An ended turn ("finished") only notifies and reports itself on the status line.
+/// screen. An ended turn ("finished") only notifies and reports itself on the status line;
+/// a usage limit past 90 % rings, notifies and reports itself there.
 [[nodiscard]] AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings);
 
 } // namespace tidewick

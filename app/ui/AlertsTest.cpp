@@ -11,6 +11,11 @@ Alert alert(Alert::Kind kind) {
     alert.session = {AgentKind::cursor, "c1"};
     alert.title = kind == Alert::Kind::finished ? "Finished" : "Run sudo make install";
     alert.detail = "sudo make install\n\nInstall it";
+    if (kind == Alert::Kind::usageLimit) {
+        alert.title = "Cursor: 5h limit 93% used";
+        alert.detail = "Resets in 2h.";
+        return alert;
+    }
     if (kind != Alert::Kind::finished)
         alert.requestId = UUID::random();
     alert.turnEnded = kind != Alert::Kind::needsPermission;
@@ -38,7 +43,9 @@ TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
              // A reply cannot be given with a button.
              {"reply", waitingReply, usual, true, true, "Cursor is waiting for your reply", false},
              {"finished", finished, usual, false, false, "Cursor finished", false},
-             {"finished, quiet", finished, quiet, false, false, "", false}}) {
+             {"finished, quiet", finished, quiet, false, false, "", false},
+             {"usage limit", usageLimit, usual, true, false, "Cursor: 5h limit 93% used", false},
+             {"usage limit, quiet", usageLimit, quiet, false, false, "", false}}) {
         const Alert raised = alert(row.kind);
         SCOPED_TRACE(row.name);
         const AlertEffects effects = alertEffects(raised, row.settings);
@@ -59,6 +66,9 @@ TEST(Alerts, EachKindRingsGlowsAndNotifiesAsTheSettingsSay) {
     const AlertEffects ended = alertEffects(alert(finished), usual);
     EXPECT_EQ(ended.notification->body, "No reply — it stopped");
     EXPECT_EQ(ended.message, "Cursor: No reply — it stopped");
+    const AlertEffects usage = alertEffects(alert(usageLimit), usual);
+    EXPECT_EQ(usage.notification->body, "Resets in 2h.");
+    EXPECT_EQ(usage.message, "Cursor: 5h limit 93% used. Resets in 2h.");
 
     Alert burst = alert(waitingReply);
     burst.detail.reset();

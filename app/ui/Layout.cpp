@@ -3,6 +3,8 @@
 #include "DisplayText.h"
 #include "Screen.h"
 #include "TranscriptView.h"
+#include "foundation/File.h"
+#include "usage/UsageText.h"
 #include "sessions/SessionText.h"
 
 #include <algorithm>
@@ -323,6 +325,114 @@ std::vector<FrameLine> detailLines(const ScreenController& controller, Date now,
     return lines;
 }
 
+Style styleFor(UsageLevel level) {
+    switch (level) {
+    case UsageLevel::normal:
+        return Style::success;
+    case UsageLevel::high:
+        return Style::warning;
+    case UsageLevel::critical:
+        return Style::error;
+    }
+    return Style::plain;
+}
+
+/// Adds one window: its label, a bar and the percentage coloured by level, and the time to
+/// reset (or "reset", dimmed, once it has).
+void addWindow(LineBuilder& line, const UsageWindow& window, Date now, int barCells,
+               bool longReset) {
+    const std::optional<double> used = window.usedAt(now);
+    const Style style = used ? styleFor(usageLevel(*used)) : Style::dim;
+    line.add(window.label() + " ", Style::plain).add(UsageText::bar(window, now, barCells), style);
+    line.add(" " + UsageText::percent(window, now), used ? style : Style::dim);
+    if (!used || !window.resetsAt)
+        return;
+    const double left = std::chrono::duration<double>(*window.resetsAt - now).count();
+    line.add(longReset ? "  " + UsageText::resetPhrase(window, now)
+                       : " " + UsageText::duration(left),
+             Style::dim);
+}
+
+/// The header's line: every agent's windows, as many as fit; nothing without figures.
+std::optional<FrameLine> usageHeader(const std::vector<AgentUsage>& usage, Date now, int width) {
+    LineBuilder line(width);
+    bool any = false;
+    for (const AgentUsage& agent : usage) {
+        if (agent.windows.empty())
+            continue;
+        if (any)
+            line.add("   ", Style::plain);
+        line.add(std::string(displayName(agent.agent)), Style::bold);
+        for (const UsageWindow& window : agent.windows) {
+            // A window is shown whole or not at all.
+            LineBuilder piece(width);
+            piece.add("  ", Style::plain);
+            addWindow(piece, window, now, 6, false);
+            FrameLine segments = piece.finish();
+            while (!segments.empty() &&
+                   segments.back().text.find_first_not_of(' ') == std::string::npos)
+                segments.pop_back();
+            int pieceWidth = 0;
+            for (const Segment& segment : segments)
+                pieceWidth += DisplayText::width(segment.text);
+            if (pieceWidth > line.left())
+                break;
+            for (const Segment& segment : segments)
+                line.add(segment.text, segment.style);
+        }
+        any = true;
+    }
+    if (!any)
+        return std::nullopt;
+    return line.finish();
+}
+
+/// The usage view: each agent's windows (or why there are none) and the sessions' tokens.
+std::vector<FrameLine> usageLines(const UsageReport& report, int width) {
+    std::vector<FrameLine> lines;
+    for (const AgentUsage& agent : report.agents) {
+        LineBuilder heading(width);
+        heading.add(std::string(displayName(agent.agent)), Style::heading);
+        const std::string age = UsageText::age(agent, report.at);
+        if (!age.empty())
+            heading.add(" · " + age, Style::dim);
+        lines.push_back(heading.finish());
+        if (agent.windows.empty()) {
+            LineBuilder why(width);
+            why.spaces(2).add(agent.missing, Style::dim);
+            lines.push_back(why.finish());
+        }
+        for (const UsageWindow& window : agent.windows) {
+            LineBuilder line(width);
+            line.spaces(2);
+            addWindow(line, window, report.at, 20, true);
+            lines.push_back(line.finish());
+        }
+    }
+    lines.push_back(LineBuilder(width).finish());
+    LineBuilder heading(width);
+    heading.add("Tokens by session", Style::heading);
+    lines.push_back(heading.finish());
+    for (const SessionTokens& session : report.sessions) {
+        const std::string where = session.projectPath ? File::lastComponent(*session.projectPath)
+                                  : session.title     ? *session.title
+                                                      : session.key.sessionId;
+        LineBuilder line(width);
+        line.spaces(2)
+            .add(std::string(displayName(session.key.agent)), Style::plain, false, 13)
+            .add(DisplayText::singleLine(where), Style::plain, false, 26)
+            .add(UsageText::tokenUse(session.tokens.input, session.tokens.output, session.partial),
+                 Style::dim);
+        lines.push_back(line.finish());
+    }
+    if (report.sessions.empty()) {
+        LineBuilder none(width);
+        none.spaces(2).add("No session has a record Tidewick could read.", Style::dim);
+        lines.push_back(none.finish());
+    }
+    return lines;
+}
+
 std::vector<FrameLine> helpLines(const ScreenController& controller, int width) {
     const std::string allow = controller.allowKey(), deny = controller.denyKey();
     const std::vector<std::pair<std::string, std::string>> keys = {
@@ -331,10 +441,12 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {"a", "always allow: the agent (or Tidewick) stops asking for such calls"},
         {"1–9", "answer a question: choose (space ticks), or type your own"},
         {deny, "deny it; type a message for the agent or just press Enter"},
-        {"r", "reply to a session waiting for you; 1–9 send a quick reply"},
+        {"r", "reply to a session waiting for you, or continue a finished one; 1–9 quick replies"},
         {"s", "let a session waiting for your reply stop"},
         {"t", "show the selected session's transcript (/ searches, Enter opens a line)"},
         {"h", "write a handoff another agent can carry the session on from"},
+        {"e  g", "end the selected session (asks first); go to its agent's tmux pane"},
+        {"u", "show every usage-limit window and the sessions' token use"},
         {"Esc", "cancel the line you are typing"},
         {"?", "show these keys"},
         {"q", controller.quitting() == ScreenController::Quitting::endsHeldRequests
@@ -464,6 +576,13 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         line.add("t", Style::key).add(" back", Style::dim);
         break;
     }
+    case ScreenController::Mode::confirmAction:
+        line.add(DisplayText::singleLine(controller.question()) + " (y/N)", Style::warning);
+        break;
+    case ScreenController::Mode::usage:
+        line.add("↑↓", Style::key).add(" scroll  ", Style::dim);
+        line.add("u", Style::key).add(" back", Style::dim);
+        break;
     case ScreenController::Mode::confirmQuit: {
         const std::size_t held = controller.heldCount();
         line.add(std::to_string(held) + (held == 1 ? " request is" : " requests are") +
@@ -490,6 +609,7 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         line.add("r", Style::key).add(" reply  ", Style::dim);
         line.add("s", Style::key).add(" stop  ", Style::dim);
         line.add("t", Style::key).add(" transcript  ", Style::dim);
+        line.add("u", Style::key).add(" usage  ", Style::dim);
         line.add("?", Style::key).add(" keys  ", Style::dim);
         line.add("q", Style::key).add(" quit", Style::dim);
         break;
@@ -557,14 +677,35 @@ Frame layoutScreen(const ScreenController& controller, Date now, int width, int 
 
     const Style border = controller.isGlowing() ? Style::glow : Style::frame;
     const int inner = width - 4;
+    // The agents' usage limits head the session list when there are figures.
+    std::optional<FrameLine> header;
+    if (controller.mode() != ScreenController::Mode::usage && !controller.transcript())
+        header = usageHeader(controller.usage(), now, inner);
     // Fixed rows: top rule, headings, separator, bottom rule, status line.
-    const int interior = height - 5;
+    const int interior = height - 5 - (header ? 1 : 0);
     const int sessionCount = static_cast<int>(controller.sessions().size());
     const int listRows = std::clamp(sessionCount, 1, std::max(3, interior * 2 / 5));
     const int detailRows = interior - listRows;
 
     frame.lines.push_back(topRule(controller, width, border, options));
-    if (const TranscriptView* view = controller.transcript()) {
+    if (header)
+        frame.lines.push_back(framed(std::move(*header), border));
+    if (const UsageReport* report = controller.usageReport()) {
+        LineBuilder title(inner);
+        title.add("Usage limits", Style::heading);
+        frame.lines.push_back(framed(title.finish(), border));
+        std::vector<FrameLine> rows = usageLines(*report, inner);
+        const std::size_t first = std::min(
+            controller.usageScroll(), rows.size() > static_cast<std::size_t>(interior + 1)
+                                          ? rows.size() - static_cast<std::size_t>(interior + 1)
+                                          : 0);
+        for (int row = 0; row < interior + 1; ++row) {
+            const std::size_t index = first + static_cast<std::size_t>(row);
+            frame.lines.push_back(
+                framed(index < rows.size() ? std::move(rows[index]) : LineBuilder(inner).finish(),
+                       border));
+        }
+    } else if (const TranscriptView* view = controller.transcript()) {
         LineBuilder title(inner);
         title.add("Transcript · ", Style::heading).add(view->title(), Style::bold);
         frame.lines.push_back(framed(title.finish(), border));

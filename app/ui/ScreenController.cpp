@@ -3,6 +3,7 @@
 #include "Screen.h"
 #include "TranscriptAccess.h"
 #include "TranscriptView.h"
+#include "UsageAccess.h"
 #include "foundation/UTF8.h"
 #include "sessions/SessionText.h"
 #include "transcripts/Handoff.h"
@@ -155,6 +156,12 @@ ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) 
     case Mode::alwaysRule:
         typeInto(key, now);
         return Outcome::stay;
+    case Mode::confirmAction:
+        confirmed(key, now);
+        return Outcome::stay;
+    case Mode::usage:
+        usageKey(key);
+        return Outcome::stay;
     case Mode::question:
         answerKey(key, now);
         return Outcome::stay;
@@ -170,6 +177,58 @@ ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) 
         return Outcome::stay;
     }
     return Outcome::stay;
+}
+
+void ScreenController::openUsage(Date now) {
+    if (!usageAccess_) {
+        showMessage("Usage figures are not available here.", Tone::warning, now);
+        return;
+    }
+    usageReport_ = usageAccess_->report(sessions_, now);
+    usage_ = usageReport_->agents;
+    usageScroll_ = 0;
+    mode_ = Mode::usage;
+}
+
+void ScreenController::usageKey(const Key& key) {
+    switch (key.kind) {
+    case Key::Kind::up:
+        usageScroll_ -= usageScroll_ > 0 ? 1 : 0;
+        return;
+    case Key::Kind::down:
+        scrollUsageDown();
+        return;
+    case Key::Kind::home:
+        usageScroll_ = 0;
+        return;
+    case Key::Kind::character:
+        if (key.character == 'k') {
+            usageScroll_ -= usageScroll_ > 0 ? 1 : 0;
+            return;
+        }
+        if (key.character == 'j') {
+            scrollUsageDown();
+            return;
+        }
+        if (key.character != 'u' && key.character != 'q')
+            return;
+        break;
+    case Key::Kind::escape:
+        break;
+    default:
+        return;
+    }
+    mode_ = Mode::browse;
+    usageReport_.reset();
+}
+
+void ScreenController::scrollUsageDown() {
+    // Past the last line there is nothing to see: stop at it.
+    // The report's lines: a blank and a heading, then a line per session (or one saying none).
+    std::size_t lines = 2 + std::max<std::size_t>(usageReport_->sessions.size(), 1);
+    for (const AgentUsage& agent : usageReport_->agents)
+        lines += 1 + std::max<std::size_t>(agent.windows.size(), 1);
+    usageScroll_ = std::min(usageScroll_ + 1, lines - 1);
 }
 
 void ScreenController::openTranscript(Date now) {
@@ -283,6 +342,15 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
     case 'h':
         writeHandoff(now);
         break;
+    case 'e':
+        askToEnd(now);
+        break;
+    case 'g':
+        goToAgent(now);
+        break;
+    case 'u':
+        openUsage(now);
+        break;
     case '?':
         mode_ = Mode::help;
         break;
@@ -354,11 +422,67 @@ void ScreenController::startDeny(Date now) {
 }
 
 void ScreenController::startReply(Date now) {
-    if (!heldOrExplain(PendingKind::reply, now))
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
         return;
-    target_ = selected()->key;
+    }
+    // A session holding nothing is continued with the agent's own program instead,
+    // once the user agrees; one in the middle of a turn is left alone.
+    continuing_ = !held(PendingKind::reply);
+    if (continuing_) {
+        const bool permission = held(PendingKind::permission) != nullptr;
+        if (permission || session->status == SessionStatus::working) {
+            showMessage(SessionText::busyNow(session->key.agent, permission), Tone::warning, now);
+            return;
+        }
+    }
+    target_ = session->key;
     input_.clear();
     mode_ = Mode::reply;
+}
+
+void ScreenController::askToEnd(Date now) {
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (session->status == SessionStatus::ended) {
+        showMessage(SessionText::alreadyOver(session->key.agent), Tone::warning, now);
+        return;
+    }
+    target_ = session->key;
+    confirming_ = Confirming::end;
+    question_ = "End this " + agentName(*session) + " session? Its agent is interrupted.";
+    mode_ = Mode::confirmAction;
+}
+
+void ScreenController::confirmed(const Key& key, Date now) {
+    mode_ = Mode::browse;
+    const bool yes =
+        key.kind == Key::Kind::character && (key.character == 'y' || key.character == 'Y');
+    if (!yes || !target_) {
+        showMessage("Nothing was started or ended.", Tone::info, now);
+        return;
+    }
+    const SessionActions::Result result = confirming_ == Confirming::end
+                                              ? actions_.endSession(*target_)
+                                              : actions_.continueSession(*target_, continueText_);
+    showMessage(result.sentence, result.done ? Tone::success : Tone::warning, now);
+}
+
+void ScreenController::goToAgent(Date now) {
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (session->tmuxPane && session->tmuxSocket && paneSwitch_ &&
+        paneSwitch_(*session->tmuxSocket, *session->tmuxPane))
+        return;
+    showMessage(SessionText::runsIn(session->key.agent, session->tmuxPane, session->hostApp),
+                Tone::info, now);
 }
 
 void ScreenController::letStop(Date now) {
@@ -428,6 +552,18 @@ void ScreenController::sendReply(std::string text, Date now) {
     if (!target_)
         return;
     const std::string agent(displayName(target_->agent));
+    if (continuing_) {
+        continueText_ = std::move(text);
+        confirming_ = Confirming::continueSession;
+        question_ = "Start " + agent + " to continue this session with your reply?";
+        const Session* session = selected();
+        // An agent still open in its own window would not see the turn started here.
+        if (session && session->key == *target_ && session->status != SessionStatus::ended &&
+            session->agentPid)
+            question_ += " " + SessionText::openElsewhere(target_->agent);
+        mode_ = Mode::confirmAction;
+        return;
+    }
     if (actions_.reply(*target_, text)) {
         showMessage("Sent to " + agent + ": " + text, Tone::success, now);
         returnToTop();

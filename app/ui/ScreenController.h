@@ -9,8 +9,10 @@
 #include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
 #include "sessions/Session.h"
+#include "usage/UsageReport.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,6 +22,7 @@
 namespace tidewick {
 
 class TranscriptAccess;
+class UsageAccess;
 class TranscriptView;
 
 class ScreenController {
@@ -41,6 +44,10 @@ public:
         question,
         /// The selected session's transcript (see transcript()).
         transcript,
+        /// Asked to confirm starting an agent or ending a session (see question()).
+        confirmAction,
+        /// Every usage-limit window and the sessions' token use (see usageReport()).
+        usage,
     };
     enum class Outcome { stay, quit };
     enum class Tone { info, success, warning };
@@ -67,12 +74,32 @@ public:
                               Quitting quitting = Quitting::endsHeldRequests);
     ~ScreenController();
 
+    /// Switches the terminal to tmux pane `pane` of the server at `socket`; false when it
+    /// cannot (Tidewick runs elsewhere). Without one, `g` only says where the agent runs.
+    using PaneSwitch = std::function<bool(const std::string& socket, const std::string& pane)>;
+    void setPaneSwitch(PaneSwitch paneSwitch) { paneSwitch_ = std::move(paneSwitch); }
+    /// The question asked in Mode::confirmAction.
+    [[nodiscard]] const std::string& question() const { return question_; }
+
     /// Where `t` reads the selected session's transcript and `h` writes its handoff;
     /// without one those keys say they are not available. `access` must outlive the
     /// controller.
     void setTranscriptAccess(TranscriptAccess* access) { transcripts_ = access; }
     /// The transcript shown in Mode::transcript; null otherwise.
     [[nodiscard]] const TranscriptView* transcript() const { return transcriptView_.get(); }
+
+    /// Where `u` reads the usage report; without one the key says it is not available.
+    /// `access` must outlive the controller.
+    void setUsageAccess(UsageAccess* access) { usageAccess_ = access; }
+    /// The agents' windows the header shows; replaced as they are read again.
+    void setUsage(std::vector<AgentUsage> usage) { usage_ = std::move(usage); }
+    [[nodiscard]] const std::vector<AgentUsage>& usage() const { return usage_; }
+    /// The report shown in Mode::usage; null otherwise.
+    [[nodiscard]] const UsageReport* usageReport() const {
+        return usageReport_ ? &*usageReport_ : nullptr;
+    }
+    /// The first line of the usage report shown.
+    [[nodiscard]] std::size_t usageScroll() const { return usageScroll_; }
 
     /// Replaces the sessions (any order; they are put in screen order). The selection
     /// stays on the same session once the user has moved it; before that, and again after
@@ -142,7 +169,13 @@ private:
     bool startQuestion();
     void answerKey(const Key& key, Date now);
     void openTranscript(Date now);
+    void askToEnd(Date now);
+    void confirmed(const Key& key, Date now);
+    void goToAgent(Date now);
     void writeHandoff(Date now);
+    void openUsage(Date now);
+    void usageKey(const Key& key);
+    void scrollUsageDown();
     [[nodiscard]] const PendingRequest* held(PendingKind kind) const;
     /// Like held(), but when nothing of `kind` is held tells the user why and gives null.
     const PendingRequest* heldOrExplain(PendingKind kind, Date now);
@@ -170,6 +203,18 @@ private:
     std::unique_ptr<TranscriptView> transcriptView_;
     /// The session whose transcript is shown.
     std::optional<SessionKey> transcriptKey_;
+    /// What a confirmed question does: continue the target with `continueText_`, or end it.
+    enum class Confirming { continueSession, end };
+    Confirming confirming_ = Confirming::end;
+    /// The reply line was opened to continue a session that holds nothing.
+    bool continuing_ = false;
+    std::string continueText_;
+    std::string question_;
+    PaneSwitch paneSwitch_;
+    UsageAccess* usageAccess_ = nullptr;
+    std::vector<AgentUsage> usage_;
+    std::optional<UsageReport> usageReport_;
+    std::size_t usageScroll_ = 0;
 };
 
 } // namespace tidewick

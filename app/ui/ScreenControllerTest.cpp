@@ -279,3 +279,65 @@ TEST_F(ScreenControllerTest, GlowLastsWhileTheAlertedRequestIsHeldAndMessagesExp
 
 } // namespace
 } // namespace tidewick
+
+namespace tidewick {
+namespace {
+
+TEST_F(ScreenControllerTest, ContinueEndAndGoToAskFirstAndSayWhatHappened) {
+    Session finished = makeSession("done", 3);
+    finished.status = SessionStatus::finished;
+    Session ended = makeSession("gone", 2);
+    ended.status = SessionStatus::ended;
+    ended.tmuxPane = "%4";
+    ended.tmuxSocket = "/tmp/tmux-1/default";
+    ended.hostApp = "kitty";
+    Session busy = makeSession("busy", 1);
+    const SessionKey done = finished.key;
+
+    // A session at work is neither replied to nor continued.
+    controller.setSessions({busy});
+    type(U"r");
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(message(), "Claude Code is still working on this session: wait for its turn to "
+                         "end, or end it first.");
+    type(U"g");
+    EXPECT_EQ(message(), "Tidewick doesn't know where this Claude Code session runs.");
+
+    // A reply to a session holding nothing starts its agent once confirmed.
+    controller.setSessions({finished});
+    type(U"rgo on" + std::u32string(1, enter));
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::confirmAction);
+    EXPECT_EQ(controller.question(), "Start Claude Code to continue this session with your reply?");
+    type(U"n");
+    EXPECT_TRUE(actions.calls.empty());
+    type(U"r1y");
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"continue", done, "Continue working."}}));
+    EXPECT_EQ(message(), "continue said");
+
+    // Ending asks too; an ended session is not ended again.
+    actions.calls.clear();
+    type(U"ey");
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"end", done, std::nullopt}}));
+    controller.setSessions({ended});
+    type(U"e");
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(message(), "That Claude Code session has already ended.");
+
+    // Going to the agent: its pane when the switch works, else where it runs.
+    std::vector<std::string> switched;
+    bool canSwitch = false;
+    controller.setPaneSwitch([&](const std::string& socket, const std::string& pane) {
+        switched.push_back(socket + " " + pane);
+        return canSwitch;
+    });
+    type(U"g");
+    EXPECT_EQ(message(), "Claude Code runs in tmux pane %4 (kitty).");
+    canSwitch = true;
+    controller.showMessage("", ScreenController::Tone::info, t0);
+    type(U"g");
+    EXPECT_EQ(switched, (std::vector<std::string>(2, "/tmp/tmux-1/default %4")));
+    EXPECT_EQ(message(), "");
+}
+
+} // namespace
+} // namespace tidewick

@@ -1,10 +1,13 @@
 #include "TerminalUI.h"
 
 #include "Alerts.h"
-#include "Layout.h"
 #include "FileTranscriptAccess.h"
+#include "Layout.h"
 #include "ScreenController.h"
+#include "agents/AgentCommand.h"
+#include "UsageAccess.h"
 #include "foundation/FileDescriptor.h"
+#include "foundation/Subprocess.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,9 +31,30 @@ namespace {
 
 using Milliseconds = std::chrono::milliseconds;
 
+// Shows tmux pane `pane` in this terminal, when the interface runs inside that same tmux
+// server; false otherwise or when tmux refuses.
+bool switchToTmuxPane(const std::string& socket, const std::string& pane) {
+    const char* tmux = std::getenv("TMUX");
+    const char* path = std::getenv("PATH");
+    if (!tmux || std::string_view(tmux).substr(0, std::string_view(tmux).find(',')) != socket)
+        return false;
+    const std::optional<std::string> program = AgentCommand::findOnPath("tmux", path ? path : "");
+    if (!program)
+        return false;
+    try {
+        return Subprocess::run({{*program, "-S", socket, "switch-client", "-t", pane}},
+                               Subprocess::Group::shared, std::chrono::seconds(3))
+                   .status == 0;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 /// Redraws caused by a burst of changes are spaced at least this far apart; keys are
 /// answered at once.
 constexpr Milliseconds minimumRedrawInterval{40};
+/// How often the header's usage figures are read again from the agents' files.
+constexpr std::chrono::seconds usageInterval{10};
 
 /// What other threads hand the UI loop: the application's changes, alerts and connection.
 /// Shared with the watcher, so it is reference-counted and goes quiet once closed.
@@ -300,12 +324,17 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                                     ? ScreenController::Quitting::leavesRequestsHeld
                                     : ScreenController::Quitting::endsHeldRequests);
     // The records are read here, in the interface's process, wherever the application runs.
-    FileTranscriptAccess transcripts(
-        application.paths(), TranscriptLocations::forHome(application.paths().home()),
-        [&application](const SessionKey& key, std::int64_t step) {
-            application.setTranscriptStep(key, step);
-        });
+    FileTranscriptAccess transcripts(application.paths(),
+                                     TranscriptLocations::forHome(application.paths().home()),
+                                     [&application](const SessionKey& key, std::int64_t step) {
+                                         application.setTranscriptStep(key, step);
+                                     });
     controller.setTranscriptAccess(&transcripts);
+    controller.setPaneSwitch(switchToTmuxPane);
+    FileUsageAccess usage(UsageSources{application.paths().claudeLimitsFile(),
+                                       TranscriptLocations::forHome(application.paths().home())});
+    controller.setUsageAccess(&usage);
+    auto usageReadAt = std::chrono::steady_clock::now() - usageInterval;
     CursesScreen screen;
 
     auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;
@@ -317,6 +346,11 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
         const Date now = tidewick::now();
         if (mail.changed || !mail.alerts.empty()) {
             controller.setSessions(application.sessions(), now);
+            dirty = true;
+        }
+        if (std::chrono::steady_clock::now() - usageReadAt >= usageInterval) {
+            controller.setUsage(usage.agents(controller.sessions()));
+            usageReadAt = std::chrono::steady_clock::now();
             dirty = true;
         }
         for (auto& [connection, sentence] : mail.connections) {
@@ -336,6 +370,8 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                 controller.glowFor(*alert.requestId);
             if (effects.message)
                 controller.showMessage(*effects.message, ScreenController::Tone::warning, now);
+            if (alert.kind == Alert::Kind::usageLimit)
+                usageReadAt -= usageInterval; // the header shows the new figures at once
             dirty = true;
         }
 

@@ -86,6 +86,15 @@ public:
         return delivered;
     }
 
+    Result continueSession(const SessionKey& session, std::string text) override {
+        calls.push_back({"continue", session, std::move(text)});
+        return {delivered, "continue said"};
+    }
+    Result endSession(const SessionKey& session) override {
+        calls.push_back({"end", session, std::nullopt});
+        return {delivered, "end said"};
+    }
+
     std::vector<UICall> calls;
     bool delivered = true;
 };

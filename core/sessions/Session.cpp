@@ -31,6 +31,9 @@ void writeJSON(JSONWriter& out, const Session& s) {
     out.member("model", s.model);
     out.member("hostApp", s.hostApp);
     out.member("agentPid", s.agentPid);
+    out.member("agentStartTime", s.agentStartTime);
+    out.member("tmuxPane", s.tmuxPane);
+    out.member("tmuxSocket", s.tmuxSocket);
     out.member("interruptedAt", s.interruptedAt);
     out.member("endedByYouAt", s.endedByYouAt);
     out.member("userMessagesAtEnd", s.userMessagesAtEnd);
@@ -51,6 +54,8 @@ bool readJSON(JSONReader& in, Session& out) {
         M::optional("lastMessage", out.lastMessage),
         M::optional("transcriptPath", out.transcriptPath), M::optional("model", out.model),
         M::optional("hostApp", out.hostApp), M::optional("agentPid", out.agentPid),
+        M::optional("agentStartTime", out.agentStartTime), M::optional("tmuxPane", out.tmuxPane),
+        M::optional("tmuxSocket", out.tmuxSocket),
         M::optional("interruptedAt", out.interruptedAt),
         M::optional("endedByYouAt", out.endedByYouAt),
         M::optional("userMessagesAtEnd", out.userMessagesAtEnd),

@@ -56,6 +56,13 @@ struct Session {
     /// The terminal or editor hosting the agent.
     std::optional<std::string> hostApp;
     std::optional<std::int32_t> agentPid;
+    /// When the agent process started, in the system's clock ticks since boot, read when
+    /// its pid was first seen: a pid that now runs since another time belongs to another
+    /// program.
+    std::optional<std::int64_t> agentStartTime;
+    /// The tmux pane the agent runs in ("%3") and the socket of its tmux server.
+    std::optional<std::string> tmuxPane;
+    std::optional<std::string> tmuxSocket;
     /// When the user interrupted it.
     std::optional<Date> interruptedAt;
     /// When the user ended it from Tidewick.

@@ -94,6 +94,31 @@ constexpr std::array<EventRule, 13> eventRules{{
 }};
 // clang-format on
 
+// Events only an agent at work sends: after the user ended a session from Tidewick, one
+// of these means it runs again. The others may trail the end itself.
+bool resumesActivity(EventKind kind) {
+    switch (kind) {
+    case EventKind::sessionStarted:
+    case EventKind::userPrompt:
+    case EventKind::toolStarted:
+    case EventKind::permissionRequested:
+    case EventKind::working:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Forgets that the user ended `session` here; whether there was anything to forget.
+bool forgetEndedByYou(Session& session) {
+    if (!session.endedByYouAt && !session.userMessagesAtEnd && !session.sentBeforeEnd)
+        return false;
+    session.endedByYouAt.reset();
+    session.userMessagesAtEnd.reset();
+    session.sentBeforeEnd.reset();
+    return true;
+}
+
 const EventRule& ruleFor(EventKind kind) {
     return *std::find_if(eventRules.begin(), eventRules.end(),
                          [kind](const EventRule& rule) { return rule.kind == kind; });
@@ -379,7 +404,12 @@ Session SessionStore::apply(const AgentEvent& event) {
         const EventRule& rule = ruleFor(event.kind);
         if (rule.held == Held::drop)
             session.pending.clear();
-        if (auto next = session.pending.empty() ? rule.whenFree : rule.whenHeld)
+        // What a session the user ended sends while it winds down (its interruption, the
+        // end of the tool call it was in) must not show it running again.
+        const bool windingDown = session.endedByYouAt && session.status == SessionStatus::ended &&
+                                 !resumesActivity(event.kind);
+        if (auto next = session.pending.empty() ? rule.whenFree : rule.whenHeld;
+            next && !windingDown)
             session.status = *next;
         setCurrentAction(session, rule.action, event);
         if (const std::optional<Entry> entry = timelineEntry(event))
@@ -387,6 +417,8 @@ Session SessionStore::apply(const AgentEvent& event) {
         // A session that shows activity again after it ended has been resumed.
         if (session.status != SessionStatus::ended)
             session.endedAt.reset();
+        if (resumesActivity(event.kind))
+            (void)forgetEndedByYou(session);
 
         result = session;
         changes.push_back(StoreChange::changed(session));
@@ -590,14 +622,7 @@ void SessionStore::markEndedByYou(const SessionKey& key,
 }
 
 void SessionStore::clearEndedByYou(const SessionKey& key) {
-    modify(key, [&](Session& session) {
-        if (!session.endedByYouAt && !session.userMessagesAtEnd && !session.sentBeforeEnd)
-            return false;
-        session.endedByYouAt.reset();
-        session.userMessagesAtEnd.reset();
-        session.sentBeforeEnd.reset();
-        return true;
-    });
+    modify(key, [&](Session& session) { return forgetEndedByYou(session); });
 }
 
 void SessionStore::setHost(const SessionKey& key, std::optional<std::string> hostApp) {
@@ -605,8 +630,68 @@ void SessionStore::setHost(const SessionKey& key, std::optional<std::string> hos
     setField(key, &Session::hostApp, std::move(hostApp));
 }
 
-void SessionStore::setAgentPid(const SessionKey& key, std::optional<std::int32_t> pid) {
-    setField(key, &Session::agentPid, std::move(pid));
+void SessionStore::setAgentPid(const SessionKey& key, std::optional<std::int32_t> pid,
+                               std::optional<std::int64_t> startTime) {
+    modify(key, [&](Session& session) {
+        if (session.agentPid == pid && (!startTime || session.agentStartTime == startTime))
+            return false;
+        session.agentPid = pid;
+        session.agentStartTime = startTime;
+        return true;
+    });
+}
+
+void SessionStore::setTmuxPane(const SessionKey& key, std::optional<std::string> pane,
+                               std::optional<std::string> socket) {
+    pane = UTF8::repairedOptional(pane);
+    socket = UTF8::repairedOptional(socket);
+    modify(key, [&](Session& session) {
+        if (session.tmuxPane == pane && session.tmuxSocket == socket)
+            return false;
+        session.tmuxPane = std::move(pane);
+        session.tmuxSocket = std::move(socket);
+        return true;
+    });
+}
+
+bool SessionStore::markExited(const SessionKey& key, std::int32_t pid) {
+    bool marked = false;
+    modify(key, [&](Session& session) {
+        if (session.status == SessionStatus::ended || session.agentPid != pid)
+            return false;
+        const Date now = clock_();
+        session.status = SessionStatus::ended;
+        session.endedAt = now;
+        session.pending.clear();
+        session.currentAction.reset();
+        addToTimeline(session, TimelineKind::session, SessionText::agentExited, std::nullopt, now);
+        marked = true;
+        return true;
+    });
+    return marked;
+}
+
+bool SessionStore::markTurnFinished(const SessionKey& key) {
+    bool marked = false;
+    modify(key, [&](Session& session) {
+        if (session.status != SessionStatus::working || !session.pending.empty())
+            return false;
+        session.status = SessionStatus::finished;
+        session.currentAction.reset();
+        addToTimeline(session, TimelineKind::message, SessionText::finishedTurn, std::nullopt,
+                      clock_());
+        marked = true;
+        return true;
+    });
+    return marked;
+}
+
+void SessionStore::addNote(const SessionKey& key, TimelineKind kind, std::string_view text,
+                           std::optional<std::string> detail) {
+    modify(key, [&](Session& session) {
+        addToTimeline(session, kind, text, detail, clock_());
+        return true;
+    });
 }
 
 } // namespace tidewick

@@ -154,7 +154,24 @@ public:
     /// sentBeforeEnd), for instance because it resumed.
     void clearEndedByYou(const SessionKey& key);
     void setHost(const SessionKey& key, std::optional<std::string> hostApp);
-    void setAgentPid(const SessionKey& key, std::optional<std::int32_t> pid);
+    /// The agent's process and when it started (see Session::agentStartTime); a new pid
+    /// without a start time forgets the old one.
+    void setAgentPid(const SessionKey& key, std::optional<std::int32_t> pid,
+                     std::optional<std::int64_t> startTime = std::nullopt);
+    /// The tmux pane hosting the agent and its server's socket.
+    void setTmuxPane(const SessionKey& key, std::optional<std::string> pane,
+                     std::optional<std::string> socket);
+
+    /// The agent process `pid` is gone without saying so: the session ends with the entry
+    /// "The agent exited" and its held requests are dropped. Nothing happens (false) when
+    /// the session has ended already or its agent is another process by now.
+    bool markExited(const SessionKey& key, std::int32_t pid);
+    /// The agent's record shows its turn is over although no event said so: a session
+    /// still shown as working with nothing held becomes finished. False when it was not.
+    bool markTurnFinished(const SessionKey& key);
+    /// Adds a timeline entry of the application's own (a continuation that failed, ...).
+    void addNote(const SessionKey& key, TimelineKind kind, std::string_view text,
+                 std::optional<std::string> detail = std::nullopt);
 
 private:
     using Changes = std::vector<StoreChange>;

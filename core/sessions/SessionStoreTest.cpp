@@ -351,6 +351,53 @@ TEST_F(SessionStoreTest, SettersSnapshotOrderPruneAndRestore) {
     EXPECT_EQ(held.timeline.front().text, "50");
 }
 
+TEST_F(SessionStoreTest, EndedHereWindsDownExitsAndUnnoticedTurnEnds) {
+    (void)store.apply(event(EventKind::toolStarted, "Bash"));
+    store.setAgentPid(key, 4242, 900);
+    store.setAgentPid(key, 4242);
+    EXPECT_EQ(stored().agentStartTime, 900) << "the same pid without a time keeps the time";
+    store.setAgentPid(key, 5151);
+    EXPECT_FALSE(stored().agentStartTime) << "another process: the old time no longer holds";
+
+    // Ended here: what trails the end keeps it ended, new work clears the mark.
+    store.markEndedByYou(key, std::vector<std::string>{"go on"});
+    store.setMessagesAtEnd(key, 3);
+    for (EventKind trailing : {EventKind::interrupted, EventKind::toolFinished,
+                               EventKind::turnFinished, EventKind::message}) {
+        SCOPED_TRACE(rawValue(trailing));
+        (void)store.apply(event(trailing));
+        EXPECT_EQ(stored().status, SessionStatus::ended);
+        EXPECT_TRUE(stored().endedByYouAt);
+    }
+    (void)store.apply(event(EventKind::userPrompt, {}, "next"));
+    EXPECT_EQ(stored().status, SessionStatus::working);
+    EXPECT_FALSE(stored().endedByYouAt || stored().userMessagesAtEnd || stored().sentBeforeEnd);
+
+    // The transcript saw the turn end: only a working session with nothing held changes.
+    EXPECT_TRUE(store.markTurnFinished(key));
+    EXPECT_EQ(stored().status, SessionStatus::finished);
+    EXPECT_EQ(stored().timeline.back().text, "Finished the turn");
+    EXPECT_FALSE(store.markTurnFinished(key));
+
+    // The process went away: only when it is still the session's process.
+    (void)store.apply(event(EventKind::userPrompt));
+    store.addPending(request(PendingKind::permission, current), key);
+    EXPECT_FALSE(store.markExited(key, 4242)) << "another process runs the session now";
+    changes.clear();
+    EXPECT_TRUE(store.markExited(key, 5151));
+    EXPECT_EQ(stored().status, SessionStatus::ended);
+    EXPECT_EQ(stored().endedAt, current);
+    EXPECT_TRUE(stored().pending.empty());
+    EXPECT_EQ(stored().timeline.back().text, "The agent exited");
+    ASSERT_EQ(changes.size(), 2u) << "the session and its emptied held requests";
+    EXPECT_FALSE(store.markExited(key, 5151)) << "ended already";
+
+    store.setTmuxPane(key, "%3", "/tmp/tmux-1000/default");
+    store.addNote(key, TimelineKind::error, "It failed", "log");
+    EXPECT_EQ(stored().tmuxPane, "%3");
+    EXPECT_EQ(stored().timeline.back().detail, "log");
+}
+
 TEST_F(SessionStoreTest, HandlerMayCallBackAndManyThreadsApplyAtOnce) {
     std::atomic<int> notices = 0;
     // The handler runs outside the store's lock, so reading the store from it cannot deadlock.

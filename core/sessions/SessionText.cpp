@@ -55,6 +55,71 @@ std::string noReplyWaiting(std::string_view who) {
     return std::string(who) + " isn't waiting for a reply, so nothing was delivered.";
 }
 
+std::string cannotContinueFromHere(AgentKind agent) {
+    const std::string name(displayName(agent));
+    return name + " can't be continued from Tidewick yet: reply in " + name + ".";
+}
+
+std::string programNotFound(AgentKind agent, std::string_view program) {
+    return "Tidewick couldn't find " + std::string(displayName(agent)) + "'s program \"" +
+           std::string(program) +
+           "\": put it on PATH or name it in the agentCommands setting.";
+}
+
+std::string busyNow(AgentKind agent, bool held) {
+    const std::string name(displayName(agent));
+    if (held)
+        return name + " is waiting for your answer to a permission request: answer that first.";
+    return name + " is still working on this session: wait for its turn to end, or end it first.";
+}
+
+std::string continuing(AgentKind agent, std::string_view log) {
+    return std::string(displayName(agent)) + " is continuing the session in the background; its output goes to " +
+           std::string(log) + ".";
+}
+
+std::string couldNotStart(AgentKind agent, std::string_view reason, std::string_view log) {
+    return "Tidewick couldn't start " + std::string(displayName(agent)) + " (" +
+           std::string(reason) + "); see " + std::string(log) + ".";
+}
+
+std::string continuationFailed(AgentKind agent, int status, std::string_view log) {
+    return std::string(displayName(agent)) + " stopped with exit status " +
+           std::to_string(status) + " while continuing the session; its output is in " +
+           std::string(log) + ".";
+}
+
+std::string openElsewhere(AgentKind agent) {
+    const std::string name(displayName(agent));
+    return name + " still has this session open in its own window: continuing here splits "
+                  "the conversation, and that window won't see the new turn.";
+}
+
+std::string ending(AgentKind agent) {
+    return "Tidewick interrupted " + std::string(displayName(agent)) +
+           " and marked the session as ended by you.";
+}
+
+std::string endedWithoutProcess(AgentKind agent) {
+    return std::string(displayName(agent)) +
+           " no longer runs this session; Tidewick marked it as ended by you.";
+}
+
+std::string alreadyOver(AgentKind agent) {
+    return "That " + std::string(displayName(agent)) + " session has already ended.";
+}
+
+std::string runsIn(AgentKind agent, const std::optional<std::string>& pane,
+                   const std::optional<std::string>& host) {
+    const std::string name(displayName(agent));
+    if (pane)
+        return name + " runs in tmux pane " + *pane + (host && *host != "tmux" ? " (" + *host + ")" : "") +
+               ".";
+    if (host)
+        return name + " runs in " + *host + ".";
+    return "Tidewick doesn't know where this " + name + " session runs.";
+}
+
 std::string keptUnreadableSessions(std::string_view keptPath) {
     return "Tidewick couldn't read its sessions file, so it started without those sessions and "
            "kept the file as " +

@@ -36,6 +36,8 @@ inline constexpr std::string_view youAnswered = "You answered";
 inline constexpr std::string_view noReplyItStopped = "No reply — it stopped";
 inline constexpr std::string_view withdrawn = "The request was withdrawn";
 inline constexpr std::string_view youEndedIt = "You ended the session";
+/// The agent process went away without ending its session.
+inline constexpr std::string_view agentExited = "The agent exited";
 
 /// "No answer in Tidewick — asking in " and the agent's name: a permission request that
 /// ran out of time, which the agent now asks in its own window.
@@ -81,6 +83,43 @@ inline constexpr std::string_view ruleStillAsks =
 
 /// An answer sent while the request was ending anyway (time-out, agent gone).
 inline constexpr std::string_view alreadyEnded = "Not delivered: that request had already ended.";
+
+// Continuing a session that holds nothing, with the agent's own program.
+/// "Antigravity can't be continued from Tidewick yet: reply in Antigravity."
+[[nodiscard]] std::string cannotContinueFromHere(AgentKind agent);
+/// The session names no project folder that exists, where the agent must run.
+inline constexpr std::string_view noProjectFolder =
+    "Tidewick doesn't know this session's project folder, so it can't continue it.";
+/// A reply sent to a session that was held for one.
+inline constexpr std::string_view replied = "Your reply reached the waiting agent.";
+/// The agent's program was found nowhere.
+[[nodiscard]] std::string programNotFound(AgentKind agent, std::string_view program);
+/// The session is in the middle of a turn (`held`: waiting for a permission answer).
+[[nodiscard]] std::string busyNow(AgentKind agent, bool held);
+/// The program started; its output goes to `log`.
+[[nodiscard]] std::string continuing(AgentKind agent, std::string_view log);
+/// The program could not be started (`reason` from the system).
+[[nodiscard]] std::string couldNotStart(AgentKind agent, std::string_view reason,
+                                        std::string_view log);
+/// The program ended with a status other than 0.
+[[nodiscard]] std::string continuationFailed(AgentKind agent, int status, std::string_view log);
+/// The agent still has the session open in a window of its own.
+[[nodiscard]] std::string openElsewhere(AgentKind agent);
+
+// Ending a session from Tidewick.
+/// The agent process was interrupted.
+[[nodiscard]] std::string ending(AgentKind agent);
+/// What the agent is told when a request it holds is denied because the user ended it.
+inline constexpr std::string_view endedByYouDenial = "The user ended this session from Tidewick.";
+/// No process of the session runs any more: it is only marked as ended.
+[[nodiscard]] std::string endedWithoutProcess(AgentKind agent);
+/// The session had ended already.
+[[nodiscard]] std::string alreadyOver(AgentKind agent);
+
+// Where a session runs.
+/// "Claude Code runs in tmux pane %3 (kitty).", "... runs in kitty.", or that it is unknown.
+[[nodiscard]] std::string runsIn(AgentKind agent, const std::optional<std::string>& pane,
+                                 const std::optional<std::string>& host);
 
 /// Told once when a sessions file that did not load is set aside before it is replaced:
 /// "Tidewick couldn't read its sessions file, so it started without those sessions and kept

@@ -22,6 +22,10 @@ struct HookRequest {
     std::optional<std::string> host;
     /// Process id of the agent that ran the hook.
     std::optional<std::int32_t> agentPid;
+    /// The tmux pane the agent runs in ($TMUX_PANE, "%3") and the socket of that tmux
+    /// server (the first part of $TMUX).
+    std::optional<std::string> tmuxPane = std::nullopt;
+    std::optional<std::string> tmuxSocket = std::nullopt;
     /// The application must record this event but never hold it for a decision.
     bool noHold = false;
 

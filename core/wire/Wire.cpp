@@ -101,6 +101,8 @@ std::string encode(const HookRequest& request, std::string_view secret) {
     }
     out.member("host", request.host);
     out.member("agentPid", request.agentPid);
+    out.member("tmuxPane", request.tmuxPane);
+    out.member("tmuxSocket", request.tmuxSocket);
     if (request.noHold)
         out.member("noHold", true);
     out.endObject();
@@ -118,15 +120,20 @@ std::optional<HookRequest> decode(std::string_view line, std::string_view secret
     if (!decodeLine(line, M::required("secret", received), M::required("agent", request.agent),
                     M::required("event", request.event), M::optional("payload", payload),
                     M::optional("pid", pid), M::lenient("host", request.host),
-                    M::optional("agentPid", agentPid), M::lenient("noHold", request.noHold)))
+                    M::optional("agentPid", agentPid), M::lenient("tmuxPane", request.tmuxPane),
+                    M::lenient("tmuxSocket", request.tmuxSocket),
+                    M::lenient("noHold", request.noHold)))
         return std::nullopt;
     // A client without the secret never gets its payload read.
     if (!secretsMatch(secret, received))
         return std::nullopt;
     if (payload.isObject) {
+        auto held = [](const std::optional<std::string>& text) {
+            return text ? text->capacity() : 0;
+        };
         const std::size_t envelope = received.capacity() + request.agent.capacity() +
-                                     request.event.capacity() +
-                                     (request.host ? request.host->capacity() : 0);
+                                     request.event.capacity() + held(request.host) +
+                                     held(request.tmuxPane) + held(request.tmuxSocket);
         const JSONReader::Footprint footprint = JSONReader(payload.text).measureValue();
         if (line.size() + envelope + footprint.bytes > decodingLimit(line.size()))
             return std::nullopt;

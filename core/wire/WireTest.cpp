@@ -37,12 +37,14 @@ TEST(Wire, RequestLinesRoundTripByteExactly) {
         .pid = 4242,
         .host = "iterm",
         .agentPid = -7,
+        .tmuxPane = "%3",
+        .tmuxSocket = "/tmp/tmux-0/default",
         .noHold = true};
     std::string line = Wire::encode(request, "s3cret");
     EXPECT_EQ(line, "{\"v\":1,\"secret\":\"s3cret\",\"agent\":\"claude\",\"event\":"
                     "\"PermissionRequest\",\"pid\":4242,\"payload\":{\"tool\":\"Bash\",\"text\":"
                     "\"two\\nlines\",\"n\":[1,2.5]},\"host\":\"iterm\",\"agentPid\":-7,"
-                    "\"noHold\":true}\n");
+                    "\"tmuxPane\":\"%3\",\"tmuxSocket\":\"/tmp/tmux-0/default\",\"noHold\":true}\n");
     EXPECT_EQ(Wire::decode(withoutNewline(line), "s3cret"), request);
 
     // Optional fields are left out, and noHold is never written as false.

@@ -1,0 +1,53 @@
+// The usage limits in `tidewick app` on a real terminal: the header shows the
+// figures Claude Code's status line recorded through the real hook command, the
+// application raises its 90 % alert once, and u opens the whole report.
+#include "TidewickPrograms.h"
+#include "TmuxTestSupport.h"
+
+#include "foundation/Clock.h"
+
+#include <gmock/gmock.h>
+
+namespace tidewick {
+namespace {
+
+std::string secondsFromNow(double offset) {
+    return std::to_string(static_cast<std::int64_t>(secondsSince1970(now()) + offset));
+}
+
+TEST(UsageTerminal, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
+    if (!testing::Tmux::isInstalled())
+        GTEST_SKIP() << "tmux is not installed (Debian package tmux)";
+    ASSERT_TRUE(testing::TidewickPrograms::built());
+    testing::TidewickPrograms run;
+    testing::Tmux terminal;
+    auto& statusLine = run.hook(
+        "claude", "StatusLine",
+        R"({"session_id":"s1","rate_limits":{"five_hour":{"used_percentage":93.2,"resets_at":)" +
+            secondsFromNow(7800) + R"(},"seven_day":{"used_percentage":41,"resets_at":)" +
+            secondsFromNow(4 * 86400) + "}}}");
+    EXPECT_EQ(testing::TidewickPrograms::finished(statusLine), "");
+
+    const std::string errors = File::join(run.home(), "app.err");
+    ASSERT_TRUE(terminal.start("ui", "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
+                                         run.home() + "' HOME='" + run.home() + "' '" +
+                                         testing::TidewickPrograms::tidewickPath + "' app 2>'" +
+                                         errors + "'"));
+    EXPECT_TRUE(terminal.waitForAll("ui", {"Claude Code  5h █████░ 93% 2h ", "7d ██░░░░ 41% 3d 23h"}));
+    // The application's alert for the window past 90 %, on the status line.
+    EXPECT_TRUE(terminal.waitForAll("ui", {"Claude Code: 5h limit 93% used. Resets in 2h"}));
+
+    terminal.keys("ui", {"u"});
+    EXPECT_TRUE(
+        terminal.waitForAll("ui", {"Usage limits", "Claude Code · as of", "resets in 3d 23h",
+                                   "No figures from Codex yet: they come from its session records",
+                                   "Tokens by session", "u back"}));
+    terminal.keys("ui", {"u"});
+    EXPECT_TRUE(terminal.waitForGone("ui", "Usage limits"));
+    terminal.keys("ui", {"q"});
+    EXPECT_TRUE(
+        terminal.waitFor("ui", [&](const std::string&) { return !terminal.isRunning("ui"); }));
+}
+
+} // namespace
+} // namespace tidewick
