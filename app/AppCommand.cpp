@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <pthread.h>
@@ -61,6 +62,8 @@ std::string describeAlert(const Alert& alert, const std::vector<Session>& known)
                " TEXT` or `tidewick let-stop " + id + "`.";
     case Alert::Kind::finished:
         return who + " finished: " + alert.title + ".";
+    case Alert::Kind::error:
+        return who + " ran into an error: " + alert.title + detail + ".";
     case Alert::Kind::usageLimit:
         break;
     }
@@ -73,7 +76,7 @@ namespace {
 
 // Opens the interface on the application already running for these paths, until the user
 // closes it; false when none answers.
-bool runAttached(AppContext& context) {
+bool runAttached(AppContext& context, const TerminalUIOptions& ui) {
     AttachedApplication application(context.paths());
     try {
         if (!application.attach())
@@ -82,7 +85,7 @@ bool runAttached(AppContext& context) {
         throw CommandFailure(1, mismatch.what());
     }
     try {
-        (void)runTerminalUI(application, TerminalUIOptions{{SIGINT, SIGTERM}});
+        (void)runTerminalUI(application, ui);
     } catch (const std::runtime_error& error) {
         throw CommandFailure(1, error.what());
     }
@@ -91,14 +94,16 @@ bool runAttached(AppContext& context) {
 
 } // namespace
 
-void runApplication(AppContext& context, Interface interface) {
+void runApplication(AppContext& context, Interface interface, ApplicationOptions options) {
     Allocator::returnLargeBlocksToTheSystem();
     const sigset_t signals = stopSignals();
     // Before any thread starts (the attached view's, the service's), as they inherit the mask.
     if (int error = ::pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0)
         throw CommandFailure(1, SystemError("pthread_sigmask", "SIGINT, SIGTERM", error).what());
+    TerminalUIOptions ui;
+    ui.colours = options.colours;
     // An interface on a terminal joins the application that runs already, if one does.
-    if (interface == Interface::terminal && runAttached(context))
+    if (interface == Interface::terminal && runAttached(context, ui))
         return;
 
     Terminal& terminal = context.terminal();
@@ -107,12 +112,16 @@ void runApplication(AppContext& context, Interface interface) {
         std::lock_guard guard(*outputLock);
         terminal.out() << line << std::endl;
     };
-    TidewickService service(context.paths());
+    // The application plays the alert sounds, once, however many interfaces are open.
+    TidewickService::Options serviceOptions;
+    const char* path = std::getenv("PATH");
+    serviceOptions.soundSearchPath = path ? path : "";
+    TidewickService service(context.paths(), serviceOptions);
     try {
         service.start();
     } catch (const TidewickService::AlreadyRunning& error) {
         // Another one started meanwhile: join it rather than refuse.
-        if (interface == Interface::terminal && runAttached(context))
+        if (interface == Interface::terminal && runAttached(context, ui))
             return;
         throw CommandFailure(1, error.what());
     } catch (const SystemError& error) {
@@ -148,7 +157,7 @@ void runApplication(AppContext& context, Interface interface) {
     Readiness::ready("Holding your agents' requests until you answer them.");
     if (!headless) {
         try {
-            (void)runTerminalUI(service, TerminalUIOptions{{SIGINT, SIGTERM}});
+            (void)runTerminalUI(service, ui);
         } catch (const std::runtime_error& error) {
             // The terminal cannot be used after all: keep serving the agents without it.
             terminal.err() << error.what() << " Running headless instead.\n";
@@ -176,15 +185,21 @@ void runApplication(AppContext& context, Interface interface) {
 
 void registerAppCommand(CLI::App& app, AppContext& context) {
     auto headless = std::make_shared<bool>(false);
+    auto noColour = std::make_shared<bool>(false);
     CLI::App* command = app.add_subcommand("app", "Run Tidewick until you stop it (Ctrl-C)");
     command->add_flag("--headless", *headless,
                       "Run without the terminal interface; answer with the control commands");
-    command->callback([&context, headless] {
+    command->add_flag("--no-color", *noColour,
+                      "Show the interface without colours (as the NO_COLOR variable does)");
+    command->callback([&context, headless, noColour] {
         // The interface needs a terminal on both ends; anywhere else (a service
         // manager, a pipe) the application runs headless.
         const bool onTerminal = ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1;
-        runApplication(context,
-                       *headless || !onTerminal ? Interface::headless : Interface::terminal);
+        ApplicationOptions options;
+        if (*noColour)
+            options.colours = Palette::ColourRequest::never;
+        runApplication(
+            context, *headless || !onTerminal ? Interface::headless : Interface::terminal, options);
     });
 }
 

@@ -1,9 +1,10 @@
 // Interfaces attached to one headless application, each `tidewick app` in a
 // tmux pane of its own: a request held by the real hook command shows in every
-// one, an answer in one clears it from the others, closing an interface never
-// answers anything, an interface outlives the application going away, and
-// always allow and answers to questions go through the application alike from
-// an interface and from its notifications.
+// one (with the avatar and colours; its sound plays once, from the
+// application), an answer in one clears it from the others, closing an
+// interface never answers anything, an interface outlives the application
+// going away, and always allow and answers to questions go through the
+// application alike from an interface and from its notifications.
 #include "TidewickPrograms.h"
 #include "TmuxTestSupport.h"
 #include "ui/NotificationTestSupport.h"
@@ -49,18 +50,27 @@ TEST_F(Attach, AHeldRequestShowsInEveryInterfaceAndAnAnswerInOneClearsTheOthers)
         notifications.emplace(bus->address());
         run.setVariable("DBUS_SESSION_BUS_ADDRESS", bus->address());
     }
+    // And so do sounds: the application's player, which notes what it plays.
+    const std::string played = run.fakeSoundPlayer("paplay");
     ASSERT_TRUE(run.startApp());
     ASSERT_TRUE(openInterface("one"));
     ASSERT_TRUE(openInterface("two"));
 
     auto& hook = run.hook("claude", "PermissionRequest", permission);
-    for (const char* name : {"one", "two"})
-        ASSERT_TRUE(terminal.waitForAll(name, {"Run rm -rf build", "Waiting for you", "1 held"}));
+    for (const char* name : {"one", "two"}) {
+        // The avatar and the status colours (amber in 256 colours) as in the application's own.
+        ASSERT_TRUE(terminal.waitForAll(
+            name, {"Run rm -rf build", "Waiting for you", "1 held", "Needs you!", "1 needs you"}));
+        EXPECT_NE(terminal.styledScreen(name).find("38;5;214m"), std::string::npos);
+    }
     terminal.keys("one", {"y"});
     EXPECT_EQ(testing::TidewickPrograms::finished(hook), allowed);
     EXPECT_TRUE(terminal.waitForAll("one", {"Allowed: Run rm -rf build"}));
     EXPECT_TRUE(terminal.waitForGone("two", "Waiting for you"));
     EXPECT_TRUE(terminal.waitForGone("two", "1 held"));
+    EXPECT_TRUE(terminal.waitForGone("two", "Needs you!"));
+    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
 
     if (notifications) {
         ASSERT_TRUE(testing::eventually([&] { return notifications->closed.all().size() == 1; }))
@@ -156,6 +166,46 @@ TEST_F(Attach, AlwaysAllowAndAnswersReachTheAgentFromAnInterfaceAndFromTheNotifi
         testing::TidewickPrograms::finished(chosen).find(R"("answers":{"Which colour?":"Red"})"),
         std::string::npos);
     EXPECT_TRUE(terminal.waitForGone("one", "1 held"));
+}
+
+TEST_F(Attach, PauseForgetAndSettingsFromAnAttachedInterface) {
+    ASSERT_TRUE(run.startApp());
+    ASSERT_TRUE(openInterface("one"));
+    auto cursor = [&](const std::string& event, const std::string& extra = "") -> auto& {
+        return run.hook("cursor", event,
+                        R"({"conversation_id":"cur-1","workspace_roots":["/home/ana/src/app"],)"
+                        R"("hook_event_name":")" + event + "\"" + extra + "}");
+    };
+    for (const char* event : {"sessionStart", "sessionEnd"})
+        (void)testing::TidewickPrograms::finished(cursor(event));
+    ASSERT_TRUE(terminal.waitForAll("one", {"Cursor", "Ended"}));
+
+    terminal.keys("one", {"p"});
+    ASSERT_TRUE(terminal.waitForAll("one", {" Paused ", "Paused: Tidewick holds nothing"}));
+    EXPECT_NE(run.tidewick({"status"}).out.find("Paused"), std::string::npos);
+    EXPECT_EQ(testing::TidewickPrograms::finished(
+                  cursor("beforeShellExecution", R"(,"command":"rm -rf build")")),
+              "{\"permission\":\"ask\"}\n");
+    terminal.keys("one", {"p"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Resumed: Tidewick holds your agents' requests"}));
+    EXPECT_EQ(run.tidewick({"status"}).out.find("Paused"), std::string::npos);
+
+    terminal.keys("one", {"x"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Forget Cursor session cur-1? It leaves the list"}));
+    terminal.keys("one", {"y"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Forgot Cursor session cur-1.", "0 sessions"}));
+    EXPECT_TRUE(run.listing("sessions").arrayValue()->empty());
+
+    // quietMode is the eleventh setting.
+    terminal.keys("one", {","});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Settings", "▸ permissionTimeoutSeconds"}));
+    terminal.keys("one", {"j", "j", "j", "j", "j", "j", "j", "j", "j", "j", "Enter"});
+    ASSERT_TRUE(terminal.waitForAll("one", {"Set quietMode to true.", "[on]  true"}));
+    const JSONValue settings =
+        JSONValue::parse(File::read(TidewickPaths(run.home()).settingsFile()));
+    EXPECT_EQ(settings.get("quietMode")->compact(), "true");
+    terminal.keys("one", {"Escape"});
+    EXPECT_TRUE(terminal.waitForGone("one", "▸ permissionTimeoutSeconds"));
 }
 
 } // namespace

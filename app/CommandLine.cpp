@@ -6,6 +6,7 @@
 #include "ControlCommands.h"
 #include "DemoCommand.h"
 #include "ServiceCommands.h"
+#include "SettingsCommands.h"
 #include "TranscriptCommands.h"
 #include "UsageCommand.h"
 #include "UsageError.h"
@@ -31,6 +32,7 @@ int runCommandLine(int argc, const char* const* argv, AppContext& context) {
     registerControlCommands(app, context);
     registerDemoCommand(app, context);
     registerServiceCommands(app, context);
+    registerSettingsCommands(app, context);
     registerTranscriptCommands(app, context);
     registerUsageCommand(app, context);
 

@@ -3,6 +3,8 @@
 #include "ChangeView.h"
 #include "UsageError.h"
 #include "install/ConnectionError.h"
+#include "service/SettingsText.h"
+#include "service/TidewickSettings.h"
 
 #include <memory>
 
@@ -108,6 +110,13 @@ void registerConnectCommands(CLI::App& app, AppContext& context) {
         }
         for (const ConnectionStatus& each : statuses)
             context.terminal().out() << describeStatus(each, context.terminal()) << "\n";
+        // A pause whose end has passed is over, whether or not Tidewick ran to see it.
+        const GatingPolicy gating = SettingsFile(context.paths().settingsFile()).current().gating;
+        if (gating.paused && (!gating.pausedUntil || *gating.pausedUntil > tidewick::now()))
+            context.terminal().out()
+                << context.terminal().paint(Colour::yellow,
+                                            SettingsText::pausedState(gating.pausedUntil))
+                << ": nothing is held or answered; `tidewick resume` ends it.\n";
     });
 
     auto connectOptions = std::make_shared<ConnectOptions>();

@@ -65,6 +65,7 @@ void requireDone(const ControlReply& reply) {
         return;
     case ControlOutcome::notDelivered:
     case ControlOutcome::noMatch:
+    case ControlOutcome::refused:
         throw CommandFailure(static_cast<int>(ExitStatus::refused), message);
     case ControlOutcome::ambiguous:
     case ControlOutcome::badRequest:
@@ -91,10 +92,7 @@ std::string confirmation(ControlCommand command, const ControlReply& reply) {
     case ControlCommand::end:
         // The application says what it started or ended.
         return reply.message.value_or(who + ".");
-    case ControlCommand::sessions:
-    case ControlCommand::pending:
-    case ControlCommand::subscribe:
-    case ControlCommand::transcriptStep:
+    default:
         break;
     }
     return who + ".";

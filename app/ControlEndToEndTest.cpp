@@ -82,10 +82,14 @@ TEST_F(ControlEndToEnd, ClaudePermissionAllowedDeniedAndTheFirstDecisionWins) {
 }
 
 TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
+    const std::string played = run.fakeSoundPlayer("pw-play");
     ASSERT_TRUE(run.startApp());
     BackgroundProgram& first = claude("Stop");
     auto held = run.waitForHeld(1);
     ASSERT_EQ(held.size(), 1u);
+    // Headless, the application plays the alert's sound itself.
+    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/question.wav\n"));
     EXPECT_EQ(*held[0].get("request")->get("kind"), JSONValue("reply"));
     EXPECT_EQ(run.tidewick({"allow", "d4e"}).status, 1) << "a turn end is no permission request";
     ProgramResult reply = run.tidewick({"reply", "d4e", "Run the tests."});

@@ -4,7 +4,7 @@
 #include "TidewickPrograms.h"
 
 #include "foundation/JSONCoding.h"
-#include "service/TidewickSettings.h"
+#include "service/SettingCatalog.h"
 #include "testing/TestFiles.h"
 
 #include <gmock/gmock.h>
@@ -73,12 +73,12 @@ TEST_F(Documentation, TheManualAndEveryCompletionNameEveryCommandAndTheManualEve
             EXPECT_THAT(*script, HasSubstr("install uninstall status"));
     }
 
-    // Every key of the settings file, described under SETTINGS.
+    // Every setting `tidewick settings` lists, described under SETTINGS.
     const std::string settings =
         page.substr(page.find(".SH SETTINGS"), page.find(".SH FILES") - page.find(".SH SETTINGS"));
-    const JSONValue defaults = JSONValue::parse(encodeJSON(TidewickSettings{}));
-    for (const auto& [key, value] : *defaults.objectPairs()) {
-        SCOPED_TRACE(key);
+    for (const SettingCatalog::Entry& entry : SettingCatalog::entries()) {
+        const std::string key = std::regex_replace(std::string(entry.name), std::regex("\\."), "\\.");
+        SCOPED_TRACE(entry.name);
         EXPECT_TRUE(std::regex_search(settings, std::regex("\\.BR? [^\\n]*\\b" + key + "\\b")));
     }
 }
@@ -94,14 +94,17 @@ TEST_F(Documentation, TheManualRendersWithoutWarnings) {
 }
 
 TEST_F(Documentation, CompletionsCompleteCommandsOptionsAgentsAndHeldSessions) {
-    // A stand-in tidewick on PATH answers `pending --json` as the real one would.
+    // A stand-in tidewick on PATH answers `pending --json` (and `settings --json`) as the
+    // real one would.
     const std::string bin = File::join(run.home(), "bin");
     testing::put(File::join(bin, "tidewick"),
                  "#!/bin/sh\nprintf '[\\n  {\\n    \"shortId\": \"4f2a\"\\n  },\\n  {\\n    "
-                 "\"shortId\": \"b71c\"\\n  }\\n]\\n'\n",
+                 "\"shortId\": \"b71c\",\\n    \"name\": \"quietMode\"\\n  }\\n]\\n'\n",
                  0755);
     const std::vector<std::pair<std::string, std::string>> bashRows = {
-        {"tidewick se", "sessions service"},
+        {"tidewick se", "sessions service settings"},
+        {"tidewick gate ", "--help cursor antigravity"},
+        {"tidewick settings set quiet", "quietMode"},
         {"tidewick deny --", "--help --agent --message"},
         {"tidewick allow --agent cu", "cursor"},
         {"tidewick let-stop ", "--help --agent 4f2a b71c"},

@@ -46,7 +46,8 @@ template <typename Body> void serviceStep(Body&& body) {
     }
 }
 
-// Installs (`enabled`) or removes the service and records launchAtLogin, saying what it did.
+} // namespace
+
 void setLaunchAtLogin(AppContext& context, bool enabled) {
     SystemSystemctl systemctl;
     UserService service(unitFor(context), systemctl);
@@ -78,6 +79,8 @@ void setLaunchAtLogin(AppContext& context, bool enabled) {
                         "attaches to it.\n");
     });
 }
+
+namespace {
 
 void status(AppContext& context) {
     SystemSystemctl systemctl;

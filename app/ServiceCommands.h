@@ -13,4 +13,9 @@ namespace tidewick {
 /// status 1; `status` exits 3 when the service is not running.
 void registerServiceCommands(CLI::App& app, AppContext& context);
 
+/// Installs (`enabled`) or removes the user service and records launchAtLogin, saying
+/// what it did: `service install`/`uninstall` and `settings set launchAtLogin`. Throws
+/// CommandFailure with the sentence when it cannot.
+void setLaunchAtLogin(AppContext& context, bool enabled);
+
 } // namespace tidewick

@@ -8,6 +8,8 @@
 
 #include <gmock/gmock.h>
 
+#include <regex>
+
 namespace tidewick {
 namespace {
 
@@ -21,11 +23,14 @@ protected:
             GTEST_SKIP() << "tmux is not installed (Debian package tmux): the terminal "
                             "interface tests need it";
         ASSERT_TRUE(testing::TidewickPrograms::built());
+        // A sound player of our own, first on the path: it notes what it was asked to play.
+        played = run.fakeSoundPlayer("paplay");
         // No session bus: desktop notifications stay off and nothing leaves the test.
         const std::string command = "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
-                                    run.home() + "' HOME='" + run.home() + "' '" +
-                                    testing::TidewickPrograms::tidewickPath + "' app 2>'" + errors +
-                                    "'";
+                                    run.home() + "' HOME='" + run.home() + "' PATH='" +
+                                    File::join(run.home(), "players") + ":/usr/bin:/bin' " +
+                                    environment + " '" + testing::TidewickPrograms::tidewickPath +
+                                    "' " + arguments + " 2>'" + errors + "'";
         ASSERT_TRUE(terminal.start("ui", command));
         ASSERT_TRUE(waitForScreen({"0 sessions"}));
     }
@@ -37,8 +42,12 @@ protected:
         return shown;
     }
 
+    /// What the application is started with: more variables, and its arguments.
+    std::string environment;
+    std::string arguments = "app";
     testing::TidewickPrograms run;
     const std::string errors = File::join(run.home(), "app.err");
+    std::string played;
     testing::Tmux terminal;
 };
 
@@ -76,6 +85,69 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
         std::this_thread::sleep_for(100ms);
     EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
 }
+
+TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSession) {
+    auto& prompt = run.hook("claude", "UserPromptSubmit",
+                            R"({"hook_event_name":"UserPromptSubmit","session_id":"s-api",)"
+                            R"("cwd":"/home/ana/src/api","prompt":"Add the signup checks"})");
+    EXPECT_EQ(run.finished(prompt), "");
+    ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
+    terminal.keys("ui", {"Down"}); // the user reads this session
+
+    auto& claude = run.hook("claude", "PermissionRequest",
+                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
+                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
+                            R"({"command":"npm publish"}})");
+    ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
+                               "Needs you!", "( °o° )", "1 needs you · 1 working"}));
+    // The alert's sound went to the player on the path.
+    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
+    // In 256 colours, what needs the user is amber (xterm colour 214).
+    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
+
+    terminal.keys("ui", {"Tab"});
+    ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
+    ASSERT_TRUE(waitForScreen({"● Run npm publish", "Waiting for you"}));
+    terminal.keys("ui", {"y"});
+    EXPECT_EQ(run.finished(claude),
+              "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
+              "\"decision\":{\"behavior\":\"allow\"}}}\n");
+    EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
+    EXPECT_TRUE(waitForScreen({"On it", "2 working"}));
+}
+
+/// The same application asked for no colour, by flag or by NO_COLOR.
+class TerminalAppWithoutColour
+    : public TerminalApp,
+      public ::testing::WithParamInterface<std::pair<const char*, const char*>> {
+protected:
+    void SetUp() override {
+        environment = GetParam().first;
+        arguments = GetParam().second;
+        TerminalApp::SetUp();
+    }
+};
+
+TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
+    auto& claude = run.hook("claude", "PermissionRequest",
+                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
+                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
+                            R"({"command":"npm publish"}})");
+    ASSERT_TRUE(waitForScreen({"Needs permission", "Needs you!"}));
+    // Bold still marks what matters; no colour is set anywhere (39 and 49 only return to the
+    // terminal's own).
+    const std::string styled = terminal.styledScreen("ui");
+    EXPECT_NE(styled.find("\x1b[1m"), std::string::npos) << styled;
+    const std::regex colour("\x1b\\[([0-9]*;)*(3[0-8]|4[0-8]|9[0-7]|10[0-7])[;m]");
+    EXPECT_FALSE(std::regex_search(styled, colour)) << styled;
+    terminal.keys("ui", {"y"});
+    EXPECT_NE(run.finished(claude), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(ByFlagOrVariable, TerminalAppWithoutColour,
+                         ::testing::Values(std::pair{"", "app --no-color"},
+                                           std::pair{"NO_COLOR=1", "app"}));
 
 TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
     // The offered rule is edited on the line before it is sent.

@@ -152,6 +152,26 @@ public:
         return calls;
     }
 
+    /// Puts a stand-in for the sound player `program` in the folder "players" of the home,
+    /// first on the programs' PATH; it notes the arguments of every play, one line each, in
+    /// the file whose path it returns.
+    std::string fakeSoundPlayer(const std::string& program) {
+        const std::string folder = File::join(home(), "players");
+        const std::string played = File::join(home(), "played");
+        File::makeDirectories(folder, 0700);
+        File::writeAtomically(File::join(folder, program),
+                              "#!/bin/sh\necho \"$*\" >> '" + played + "'\n", 0700);
+        setVariable("PATH", folder + ":/usr/bin:/bin");
+        return played;
+    }
+
+    /// The content of `path` once it is there (10 s at most); empty if it never is.
+    static std::string whenWritten(const std::string& path) {
+        for (int i = 0; i < 500 && !File::exists(path); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return File::exists(path) ? File::read(path) : "";
+    }
+
     /// "NAME=value" entries every program gets, and nothing else.
     std::vector<std::string> environment;
 

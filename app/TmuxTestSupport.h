@@ -51,6 +51,10 @@ public:
     std::string screen(const std::string& name) const {
         return run({"capture-pane", "-p", "-t", name}).out;
     }
+    /// The screen with its colours and attributes as escape sequences.
+    std::string styledScreen(const std::string& name) const {
+        return run({"capture-pane", "-e", "-p", "-t", name}).out;
+    }
     void keys(const std::string& name, std::vector<std::string> keys) const {
         keys.insert(keys.begin(), {"send-keys", "-t", name});
         (void)run(keys);

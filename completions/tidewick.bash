@@ -10,9 +10,13 @@ _tidewick_sessions() {
     tidewick sessions --json 2>/dev/null | sed -n 's/.*"shortId": *"\([^"]*\)".*/\1/p'
 }
 
+_tidewick_settings() {
+    tidewick settings --json 2>/dev/null | sed -n 's/.*"name": *"\([^"]*\)".*/\1/p'
+}
+
 _tidewick() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
-    local commands="app status connect disconnect sessions pending allow answer deny reply end let-stop transcript handoff usage demo service"
+    local commands="app status connect disconnect sessions pending allow answer deny reply end let-stop transcript handoff usage demo service pause resume gate safe settings forget"
     local agents="claude codex cursor antigravity"
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
@@ -24,7 +28,7 @@ _tidewick() {
         mapfile -t COMPREPLY < <(compgen -W "$agents" -- "$cur")
         return
         ;;
-    -m | --message | --tail) return ;;
+    -m | --message | --tail | --for) return ;;
     -o | --output)
         mapfile -t COMPREPLY < <(compgen -f -- "$cur")
         return
@@ -32,7 +36,7 @@ _tidewick() {
     esac
     local words="--help"
     case ${COMP_WORDS[1]} in
-    app) words+=" --headless" ;;
+    app) words+=" --headless --no-color" ;;
     status | sessions | pending) words+=" --json" ;;
     usage) words+=" --json" ;;
     connect) words+=" --gate-commands --yes $agents" ;;
@@ -46,6 +50,17 @@ _tidewick() {
     transcript) words+=" --agent --json --tail $(_tidewick_sessions)" ;;
     handoff) words+=" --agent --output $(_tidewick_sessions)" ;;
     service) ((COMP_CWORD == 2)) && words+=" install uninstall status" ;;
+    pause) words+=" --for" ;;
+    gate)
+        ((COMP_CWORD == 2)) && words+=" cursor antigravity"
+        ((COMP_CWORD == 3)) && words+=" on off"
+        ;;
+    safe) ((COMP_CWORD == 2)) && words+=" add remove list" ;;
+    settings)
+        ((COMP_CWORD == 2)) && words+=" --json set"
+        ((COMP_CWORD == 3)) && [[ $prev == set ]] && words+=" $(_tidewick_settings)"
+        ;;
+    forget) words+=" --agent --all $(_tidewick_sessions)" ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
 }

@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::string_view secret = "fuzz-secret";
 
-// Two sessions, one of them holding a permission request; decisions are refused.
+// Two sessions, one of them holding a permission request; decisions are refused, and of
+// the other requests some are done, some refused.
 class Application final : public ApplicationView {
 public:
     Application() : paths_("/nonexistent/fuzz-home") {
@@ -40,6 +41,14 @@ public:
     Delivery answerQuestions(const SessionKey&, std::vector<std::string>) override { return {}; }
     bool reply(const SessionKey&, std::string) override { return false; }
     bool letStop(const SessionKey&) override { return false; }
+    ControlResult pause(std::optional<Date>) override { return ControlResult::done("Paused."); }
+    ControlResult resume() override { return ControlResult::done("Resumed."); }
+    ControlResult changeSetting(const std::string&, const std::string&,
+                                SettingCatalog::Change) override {
+        return ControlResult::refused("Not here.");
+    }
+    ControlResult forget(const SessionKey&) override { return ControlResult::refused("Held."); }
+    ControlResult forgetAll() override { return ControlResult::done("Forgotten."); }
     [[nodiscard]] Watch watch(Watcher) override { return {1, sessions_}; }
     void unwatch(WatchId) override {}
     [[nodiscard]] TidewickSettings settings() override { return {}; }

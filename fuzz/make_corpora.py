@@ -122,7 +122,12 @@ def main():
                            ("letStop", {"session": "d4"}), ("subscribe", {}),
                            ("transcriptStep", {"session": "d4e2", "step": 41}),
                            ("allowAlways", {"session": "d4e2", "rule": "npm test:*"}),
-                           ("answer", {"session": "d4e2", "answers": ["Yes", "later"]})]:
+                           ("answer", {"session": "d4e2", "answers": ["Yes", "later"]}),
+                           ("continue", {"session": "d4e2", "text": "and the tests"}),
+                           ("end", {"session": "d4e2"}), ("pause", {"until": 1763703600.5}),
+                           ("resume", {}), ("forget", {"session": "d4e2"}), ("forgetAll", {}),
+                           ("setting", {"setting": "quickReplies", "text": "Go on",
+                                        "change": "add"})]:
         write("control", compact({"v": v, "secret": SECRET, "command": command, **extra}))
     write("control", compact({"v": 1, "secret": SECRET, "command": "sessions"}))
     write("control", compact({"v": v, "outcome": "done", "sessions": sessions[:2],

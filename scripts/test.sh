@@ -15,7 +15,7 @@ ctest --preset dev -j"$jobs"
 
 # ThreadSanitizer: only the programs that hold concurrency tests.
 cmake --preset tsan >/dev/null
-cmake --build --preset tsan -j"$jobs" --target foundationTests wireTests sessionsTests hookTests serviceTests controlTests uiTests transcriptsTests
+cmake --build --preset tsan -j"$jobs" --target concurrencyTests
 ctest --preset tsan -j"$jobs"
 
 # What someone without the presets gets: a plain Release build and install.

@@ -323,6 +323,54 @@ void AttachedApplication::setTranscriptStep(const SessionKey& session, std::int6
     (void)sendFor(std::move(request), session);
 }
 
+ControlResult AttachedApplication::control(const ControlRequest& request) {
+    try {
+        const ControlReply reply = ControlClient::send(request, paths_);
+        const std::string sentence = reply.message.value_or("");
+        return reply.outcome == ControlOutcome::done ? ControlResult::done(sentence)
+                                                     : ControlResult::refused(sentence);
+    } catch (const std::exception& error) {
+        return ControlResult::refused(error.what());
+    }
+}
+
+ControlResult AttachedApplication::pause(std::optional<Date> until) {
+    ControlRequest request;
+    request.command = ControlCommand::pause;
+    request.until = until;
+    return control(request);
+}
+
+ControlResult AttachedApplication::resume() {
+    ControlRequest request;
+    request.command = ControlCommand::resume;
+    return control(request);
+}
+
+ControlResult AttachedApplication::changeSetting(const std::string& name, const std::string& value,
+                                                 SettingCatalog::Change change) {
+    ControlRequest request;
+    request.command = ControlCommand::setting;
+    request.setting = name;
+    request.text = value;
+    request.change = change;
+    return control(request);
+}
+
+ControlResult AttachedApplication::forget(const SessionKey& session) {
+    ControlRequest request;
+    request.command = ControlCommand::forget;
+    request.session = session.sessionId;
+    request.agent = session.agent;
+    return control(request);
+}
+
+ControlResult AttachedApplication::forgetAll() {
+    ControlRequest request;
+    request.command = ControlCommand::forgetAll;
+    return control(request);
+}
+
 TidewickSettings AttachedApplication::settings() {
     return settingsFile_.current();
 }

@@ -70,6 +70,14 @@ public:
     void setTranscriptStep(const SessionKey& session, std::int64_t step) override;
     [[nodiscard]] const TidewickPaths& paths() const override { return paths_; }
     [[nodiscard]] Location location() const override { return Location::attached; }
+    /// Sent to the application as control requests; refused with a sentence when none
+    /// answers.
+    ControlResult pause(std::optional<Date> until) override;
+    ControlResult resume() override;
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change change) override;
+    ControlResult forget(const SessionKey& session) override;
+    ControlResult forgetAll() override;
 
 private:
     using Mirror = std::map<SessionKey, Session>;
@@ -88,6 +96,8 @@ private:
     Result sendForResult(ControlRequest request, const SessionKey& session);
     /// Sends `request` for exactly `session` and says how it went.
     [[nodiscard]] Delivery deliveryFor(ControlRequest request, const SessionKey& session);
+    /// Sends `request` and turns its reply into the result with its sentence.
+    ControlResult control(const ControlRequest& request);
 
     const TidewickPaths paths_;
     const Options options_;

@@ -83,6 +83,7 @@ void writeJSON(JSONWriter& out, const Alert& alert) {
     out.member("informational", alert.informational);
     out.member("turnEnded", alert.turnEnded);
     out.member("alsoHeld", static_cast<std::int64_t>(alert.alsoHeld));
+    out.member("bell", alert.bell);
     out.endObject();
 }
 
@@ -93,7 +94,8 @@ bool readJSON(JSONReader& in, Alert& out) {
         in, M::required("kind", out.kind), M::required("session", out.session),
         M::required("title", out.title), M::optional("detail", out.detail),
         M::optional("requestId", out.requestId), M::lenient("informational", out.informational),
-        M::lenient("turnEnded", out.turnEnded), M::lenient("alsoHeld", alsoHeld));
+        M::lenient("turnEnded", out.turnEnded), M::lenient("alsoHeld", alsoHeld),
+        M::lenient("bell", out.bell));
     out.alsoHeld = static_cast<std::size_t>(std::max<std::int64_t>(alsoHeld, 0));
     return read;
 }
@@ -114,6 +116,11 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
         if (!request.answers.empty())
             out.member("answers", request.answers);
         out.member("step", request.step);
+        out.member("until", request.until);
+        if (!request.setting.empty()) {
+            out.member("setting", request.setting);
+            out.member("change", request.change);
+        }
     });
     // The application would refuse the whole line; say why here instead.
     if (!UTF8::isValid(text))
@@ -129,7 +136,8 @@ std::optional<std::pair<std::string, ControlRequest>> decodeRequest(std::string_
                     M::lenient("session", request.session), M::optional("agent", request.agent),
                     M::lenient("message", request.message), M::lenient("text", request.text),
                     M::lenient("rule", request.rule), M::lenient("answers", request.answers),
-                    M::lenient("step", request.step)))
+                    M::lenient("step", request.step), M::lenient("until", request.until),
+                    M::lenient("setting", request.setting), M::lenient("change", request.change)))
         return std::nullopt;
     return std::pair{std::move(secret), std::move(request)};
 }

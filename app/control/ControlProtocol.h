@@ -12,6 +12,7 @@
 #include "events/AgentKind.h"
 #include "foundation/EnumTable.h"
 #include "service/Alert.h"
+#include "service/SettingCatalog.h"
 #include "service/SessionActions.h"
 #include "sessions/PendingRequest.h"
 #include "sessions/Session.h"
@@ -46,10 +47,15 @@ enum class ControlCommand {
     continueSession,
     /// End a session: interrupt its agent.
     end,
+    pause,
+    resume,
+    setting,
+    forget,
+    forgetAll,
 };
 
 template <> struct RawValues<ControlCommand> {
-    static constexpr EnumTable<ControlCommand, 12> table{{{
+    static constexpr EnumTable<ControlCommand, 17> table{{{
         {ControlCommand::sessions, "sessions"},
         {ControlCommand::pending, "pending"},
         {ControlCommand::allow, "allow"},
@@ -62,6 +68,19 @@ template <> struct RawValues<ControlCommand> {
         {ControlCommand::answer, "answer"},
         {ControlCommand::continueSession, "continue"},
         {ControlCommand::end, "end"},
+        {ControlCommand::pause, "pause"},
+        {ControlCommand::resume, "resume"},
+        {ControlCommand::setting, "setting"},
+        {ControlCommand::forget, "forget"},
+        {ControlCommand::forgetAll, "forgetAll"},
+    }}};
+};
+
+template <> struct RawValues<SettingCatalog::Change> {
+    static constexpr EnumTable<SettingCatalog::Change, 3> table{{{
+        {SettingCatalog::Change::set, "set"},
+        {SettingCatalog::Change::add, "add"},
+        {SettingCatalog::Change::remove, "remove"},
     }}};
 };
 
@@ -74,7 +93,7 @@ struct ControlRequest {
     std::optional<AgentKind> agent;
     /// deny: the message shown to the agent.
     std::optional<std::string> message;
-    /// reply: the text sent to the agent.
+    /// reply: the text sent to the agent; setting: the value.
     std::string text;
     /// allowAlways: the rule or prefix to keep allowing instead of the one offered.
     std::optional<std::string> rule;
@@ -82,6 +101,11 @@ struct ControlRequest {
     std::vector<std::string> answers;
     /// transcriptStep: how far the session's transcript has been read.
     std::optional<std::int64_t> step;
+    /// pause: when the pause ends by itself; none: when the user resumes.
+    std::optional<Date> until;
+    /// setting: the setting's name and how the value changes it.
+    std::string setting;
+    SettingCatalog::Change change = SettingCatalog::Change::set;
 
     friend bool operator==(const ControlRequest&, const ControlRequest&) = default;
 };
@@ -100,15 +124,19 @@ enum class ControlOutcome {
     /// The request itself was malformed (an empty identifier, an unknown command), or it
     /// came in another version of the protocol.
     badRequest,
+    /// The application would not do it (a setting's wrong value, a session holding a
+    /// request); the message says why.
+    refused,
 };
 
 template <> struct RawValues<ControlOutcome> {
-    static constexpr EnumTable<ControlOutcome, 5> table{{{
+    static constexpr EnumTable<ControlOutcome, 6> table{{{
         {ControlOutcome::done, "done"},
         {ControlOutcome::notDelivered, "notDelivered"},
         {ControlOutcome::noMatch, "noMatch"},
         {ControlOutcome::ambiguous, "ambiguous"},
         {ControlOutcome::badRequest, "badRequest"},
+        {ControlOutcome::refused, "refused"},
     }}};
 };
 
@@ -116,7 +144,7 @@ struct ControlReply {
     ControlOutcome outcome = ControlOutcome::done;
     /// A sentence for the user when the outcome is not `done`; for a lasting allow or
     /// answers that were delivered, what they told the agent; for `continue` and `end`
-    /// what was done.
+    /// what was done; what a pause, a setting or forgetting did.
     std::optional<std::string> message;
     /// The session a decision went to.
     std::optional<SessionKey> session;

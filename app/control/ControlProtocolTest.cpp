@@ -102,8 +102,13 @@ TEST(ControlProtocol, EventsCarryChangesAndAlertsWhateverTheirTexts) {
     Session session = sessionWith(AgentKind::codex, "abc",
                                   {heldRequest(PendingKind::reply, "Finished its turn")});
     session.startedAt = session.lastActivityAt = dateFromSeconds(1'700'000'000.5);
-    Alert alert{Alert::Kind::needsPermission, session.key, "Run ls", "ls -la",
-                session.pending[0].id, false, false, 2};
+    Alert alert{.kind = Alert::Kind::needsPermission,
+                .session = session.key,
+                .title = "Run ls",
+                .detail = "ls -la",
+                .requestId = session.pending[0].id,
+                .alsoHeld = 2,
+                .bell = true};
     using Kind = ControlEvent::Kind;
     const std::vector<ControlEvent> events = {
         {Kind::change, StoreChange::changed(session), std::nullopt},
@@ -111,6 +116,13 @@ TEST(ControlProtocol, EventsCarryChangesAndAlertsWhateverTheirTexts) {
         {Kind::change, StoreChange::pendingChanged(session.key, {}), std::nullopt},
         {Kind::change, StoreChange::removed(session.key), std::nullopt},
         {Kind::alert, std::nullopt, alert},
+        {Kind::alert, std::nullopt,
+         Alert{.kind = Alert::Kind::error,
+               .session = session.key,
+               .title = "The agent hit an error",
+               .detail = std::nullopt,
+               .requestId = std::nullopt,
+               .informational = true}},
         {Kind::ready, std::nullopt, std::nullopt},
     };
     for (const ControlEvent& event : events) {

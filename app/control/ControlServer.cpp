@@ -42,11 +42,42 @@ bool isDecision(ControlCommand command) {
     case ControlCommand::pending:
     case ControlCommand::subscribe:
     case ControlCommand::transcriptStep:
+    case ControlCommand::pause:
+    case ControlCommand::resume:
+    case ControlCommand::setting:
+    case ControlCommand::forget:
+    case ControlCommand::forgetAll:
     case ControlCommand::continueSession:
     case ControlCommand::end:
         return false;
     }
     return false;
+}
+
+// The reply to a pause, a setting or forgetting: the sentence either way.
+ControlReply replyFor(const ControlResult& result) {
+    ControlReply reply;
+    reply.outcome = result.isDone() ? ControlOutcome::done : ControlOutcome::refused;
+    reply.message = result.sentence;
+    return reply;
+}
+
+// The requests that change the application rather than answer an agent; nothing for others.
+std::optional<ControlReply> control(const ControlRequest& request, ApplicationControls& target) {
+    switch (request.command) {
+    case ControlCommand::pause:
+        return replyFor(target.pause(request.until));
+    case ControlCommand::resume:
+        return replyFor(target.resume());
+    case ControlCommand::setting:
+        if (request.setting.empty())
+            return failure(ControlOutcome::badRequest, "Name the setting to change.");
+        return replyFor(target.changeSetting(request.setting, request.text, request.change));
+    case ControlCommand::forgetAll:
+        return replyFor(target.forgetAll());
+    default:
+        return std::nullopt;
+    }
 }
 
 using Delivery = SessionActions::Delivery;
@@ -72,12 +103,7 @@ Delivery deliver(const ControlRequest& request, const SessionKey& key, SessionAc
         return target.allowAlways(key, request.rule);
     case ControlCommand::answer:
         return target.answerQuestions(key, request.answers);
-    case ControlCommand::sessions:
-    case ControlCommand::pending:
-    case ControlCommand::subscribe:
-    case ControlCommand::transcriptStep:
-    case ControlCommand::continueSession:
-    case ControlCommand::end:
+    default:
         break;
     }
     return deliveredIf(false);
@@ -225,6 +251,8 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
     std::vector<Session> known = target.sessions();
     ControlReply reply;
     std::vector<std::string> named;
+    if (std::optional<ControlReply> changed = control(request, target))
+        return *changed;
     if (request.command == ControlCommand::subscribe) {
         return failure(ControlOutcome::badRequest, "A subscription needs a connection of its own.");
     } else if (request.command == ControlCommand::sessions) {
@@ -253,6 +281,11 @@ ControlReply ControlServer::respond(const ControlRequest& request, ApplicationVi
     reply.shortIds = shortIdsOf(known, named);
     if (reply.session && request.command == ControlCommand::transcriptStep)
         target.setTranscriptStep(*reply.session, *request.step);
+    if (reply.session && request.command == ControlCommand::forget) {
+        const ControlResult result = target.forget(*reply.session);
+        reply.outcome = result.isDone() ? ControlOutcome::done : ControlOutcome::refused;
+        reply.message = result.sentence;
+    }
     if (reply.session && (request.command == ControlCommand::continueSession ||
                           request.command == ControlCommand::end)) {
         const SessionActions::Result result =

@@ -71,6 +71,46 @@ TEST(ControlServer, DecisionsReachTheMatchedSessionAndTheFirstOneWins) {
         EXPECT_EQ(std::tie(calls[i].what, calls[i].key.sessionId, calls[i].text), expected[i]) << i;
 }
 
+TEST(ControlServer, PausingSettingsAndForgettingTravelWithTheirSentences) {
+    FakeTarget target;
+    target.all = {sessionWith(AgentKind::codex, "019a-77"), sessionWith(AgentKind::codex, "019b")};
+    target.controlResult = ControlResult::refused("Not now.");
+    std::vector<ControlRequest> requests(6);
+    requests[0].command = ControlCommand::pause;
+    requests[0].until = dateFromSeconds(1'800'000'600);
+    requests[1].command = ControlCommand::resume;
+    requests[2].command = ControlCommand::setting;
+    requests[2].setting = "gating.safePrefixes";
+    requests[2].change = SettingCatalog::Change::add;
+    requests[2].text = "make -n";
+    requests[3].command = ControlCommand::forget;
+    requests[3].session = "019a";
+    requests[4].command = ControlCommand::forgetAll;
+    requests[5].command = ControlCommand::setting;
+    for (ControlRequest& request : requests) {
+        // Each crosses the socket's encoding intact.
+        const auto decoded = ControlProtocol::decodeRequest(ControlProtocol::encode(request, "s"));
+        ASSERT_TRUE(decoded);
+        EXPECT_EQ(decoded->second, request);
+        const ControlReply reply = ControlServer::respond(request, target);
+        SCOPED_TRACE(rawValue(request.command));
+        const bool named = !request.setting.empty() || request.command != ControlCommand::setting;
+        EXPECT_EQ(reply.outcome, named ? ControlOutcome::refused : ControlOutcome::badRequest);
+        EXPECT_EQ(reply.message, named ? "Not now." : "Name the setting to change.");
+    }
+    const std::vector<std::pair<std::string, std::optional<std::string>>> expected = {
+        {"pause", "1800000600.000000"},
+        {"resume", std::nullopt},
+        {"setting", "gating.safePrefixes add make -n"},
+        {"forget", std::nullopt},
+        {"forgetAll", std::nullopt}};
+    const auto calls = target.calls();
+    ASSERT_EQ(calls.size(), expected.size());
+    for (std::size_t i = 0; i < calls.size(); ++i)
+        EXPECT_EQ(std::pair(calls[i].what, calls[i].text), expected[i]) << i;
+    EXPECT_EQ(calls[3].key, (SessionKey{AgentKind::codex, "019a-77"}));
+}
+
 TEST(ControlServer, LastingAllowsAndAnswersSayWhatTheyDidOrWhyNot) {
     using enum ControlOutcome;
     using Kind = SessionActions::Delivery::Kind;

@@ -104,6 +104,18 @@ public:
     }
     const TidewickPaths& paths() const override { return paths_; }
     Location location() const override { return Location::inProcess; }
+    ControlResult pause(std::optional<Date> until) override {
+        return recordControl("pause", {}, until ? std::to_string(secondsSince1970(*until)) : "");
+    }
+    ControlResult resume() override { return recordControl("resume", {}, std::nullopt); }
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change change) override {
+        return recordControl("setting", {}, name + " " + std::string(rawValue(change)) + " " + value);
+    }
+    ControlResult forget(const SessionKey& key) override { return recordControl("forget", key, {}); }
+    ControlResult forgetAll() override { return recordControl("forgetAll", {}, std::nullopt); }
+    /// What the controls above answer.
+    ControlResult controlResult = ControlResult::done("Done.");
 
     /// Applies a session change to `all` and tells every watcher, as the service would.
     void change(const Session& session) {
@@ -126,6 +138,11 @@ public:
     }
 
 private:
+    ControlResult recordControl(std::string what, SessionKey key, std::optional<std::string> text) {
+        std::lock_guard guard(mutex_);
+        calls_.push_back({std::move(what), std::move(key), std::move(text)});
+        return controlResult;
+    }
     static Delivery delivery(bool delivered) {
         return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
     }

@@ -1,6 +1,6 @@
 // Something the user should notice, raised by the service when a request is
-// held or a turn ends unanswered, and shown by the terminal UI and desktop
-// notifications.
+// held, a turn ends unanswered or an agent reports an error, and shown by the
+// terminal UI and desktop notifications.
 #pragma once
 
 #include "foundation/EnumTable.h"
@@ -22,6 +22,8 @@ struct Alert {
         waitingReply,
         /// The agent's turn is over (a reply wait ended unanswered).
         finished,
+        /// The agent reported an error.
+        error,
         /// One of the agent's usage-limit windows is more than 90 % used; `session` names
         /// the agent only (its sessionId is empty).
         usageLimit,
@@ -46,16 +48,20 @@ struct Alert {
     /// when it is one question with one answer to choose.
     bool question = false;
     std::vector<std::string> choices = {};
+    /// Set by the application as it announces the alert: it has a sound for it but could
+    /// not play one, so every interface rings the terminal bell instead.
+    bool bell = false;
 
     friend bool operator==(const Alert&, const Alert&) = default;
 };
 
-/// Raw values equal the case names.
+/// Raw values equal the case names (the keys of the alertSounds setting).
 template <> struct RawValues<Alert::Kind> {
-    static constexpr EnumTable<Alert::Kind, 4> table{{{
+    static constexpr EnumTable<Alert::Kind, 5> table{{{
         {Alert::Kind::needsPermission, "needsPermission"},
         {Alert::Kind::waitingReply, "waitingReply"},
         {Alert::Kind::finished, "finished"},
+        {Alert::Kind::error, "error"},
         {Alert::Kind::usageLimit, "usageLimit"},
     }}};
 };

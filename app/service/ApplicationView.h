@@ -6,6 +6,7 @@
 
 #include "foundation/TidewickPaths.h"
 #include "service/Alert.h"
+#include "service/ApplicationControls.h"
 #include "service/SessionActions.h"
 #include "service/TidewickSettings.h"
 #include "sessions/SessionStore.h"
@@ -17,7 +18,7 @@
 
 namespace tidewick {
 
-class ApplicationView : public SessionActions {
+class ApplicationView : public SessionActions, public ApplicationControls {
 public:
     /// Where the application runs, seen from the interface.
     enum class Location {

@@ -13,7 +13,11 @@
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "install/HookConfigEditor.h"
+#include "presentation/SoundPlayer.h"
 #include "service/AlertThrottle.h"
+#include "service/SettingsEditor.h"
+#include "service/SettingsText.h"
+#include "sessions/ShortIds.h"
 #include "sessions/AlwaysAllow.h"
 #include "sessions/DebouncedSaver.h"
 #include "sessions/DecisionBroker.h"
@@ -98,6 +102,17 @@ Alert heldAlert(const PendingRequest& request, const SessionKey& key) {
     return alert;
 }
 
+// An agent that reports an error has usually stopped working: the user should know.
+Alert errorAlert(const AgentEvent& event, const SessionKey& key) {
+    Alert alert;
+    alert.kind = Alert::Kind::error;
+    alert.session = key;
+    alert.title = event.title.value_or(std::string(SessionText::error));
+    alert.detail = event.detail;
+    alert.informational = true;
+    return alert;
+}
+
 // Told when a turn ended with nobody replying, so the user still learns it is over.
 Alert finishedAlert(const SessionKey& key, const std::optional<std::string>& detail) {
     Alert alert;
@@ -154,8 +169,8 @@ struct TidewickService::State {
           settingsFile(paths.settingsFile(), [this](const std::string& s) { report(s); }),
           activity(paths.activityFile(), options.activityLimitBytes),
           persistence(paths.sessionsFile()), throttle(options.alertThrottleSeconds),
-          saver([this] { saveSessions(); }, scheduler,
-                options.saveDelaySeconds) {
+          saver([this] { saveSessions(); }, scheduler, options.saveDelaySeconds),
+          editor(settingsFile, options.clock) {
         store.setOnChange([this](const StoreChange& change) { changed(change); });
         if (!options.readUsage)
             options.readUsage =
@@ -163,6 +178,9 @@ struct TidewickService::State {
                                               TranscriptLocations::forHome(paths.home())}] {
                     return Usage::readAgents(sources, store.snapshot());
                 };
+        if (options.soundSearchPath)
+            sounds.emplace(SoundLibrary(paths.soundsDirectory()), *options.soundSearchPath,
+                           [this](const std::string& s) { report(s); });
     }
 
     void report(const std::string& sentence) const {
@@ -226,7 +244,12 @@ struct TidewickService::State {
         }
     }
 
-    void announce(const Alert& alert) {
+    // The application sounds the alert, once; the interfaces ring their bells only where
+    // it could not.
+    void announce(Alert alert) {
+        const AlertSound sound = settingsFile.current().soundFor(alert.kind);
+        alert.bell = sound != AlertSound::none &&
+                     (!sounds || sounds->play(sound) == SoundPlayer::Outcome::bell);
         std::shared_lock guard(watchersLock);
         for (const auto& entry : watchers)
             if (const Watcher& watcher = entry.second; watcher.alerted)
@@ -276,10 +299,12 @@ struct TidewickService::State {
     SessionStore store;
     DecisionBroker broker;
     SettingsFile settingsFile;
+    std::optional<SoundPlayer> sounds;
     ActivityLog activity;
     SessionPersistence persistence;
     AlertThrottle throttle;
     DebouncedSaver saver;
+    SettingsEditor editor;
     // Touched on the work queue only: one report per run of failures, not one per event.
     bool activityFailing = false;
     // On the work queue only: the usage-limit alerts, and whether a check after a Codex
@@ -305,13 +330,13 @@ struct TidewickService::State {
     /// Set while stopping and after: nothing new is held.
     bool closed = false;
     int inFlight = 0;
+    /// Sessions with a request on its way to being held (listed or not yet): never forgotten.
+    std::map<SessionKey, int> holding;
     /// Counts the starts and stops: a periodic usage or agent check of an earlier run ends
     /// itself.
     std::uint64_t generation = 0;
     /// The call behind each held permission request, for answers beyond yes or no.
     std::unordered_map<UUID, HeldCall> calls;
-    // Serialises changes of the settings file made here (always allow of a prefix).
-    std::mutex settingsLock;
 
     FileDescriptor instanceLock;
     std::string secret;
@@ -359,7 +384,9 @@ void TidewickService::start() {
     FileDescriptor instanceLock = takeInstanceLock(instanceLockPath());
     s.secret = paths_.loadOrCreateSecret();
     // Read now so that a malformed file is reported at start-up, not at the first event.
-    (void)s.settingsFile.current();
+    // A pause that ended while Tidewick was not running ends now; a later end is awaited.
+    (void)s.editor.resumeIfDue();
+    scheduleResume(s.settingsFile.current());
     removeCrashLeftovers();
     SessionPersistence::Contents saved = s.persistence.read();
     s.work->sync([&] {
@@ -476,7 +503,9 @@ HookResponse TidewickService::handle(const HookRequest& request,
         adapter->parse(request.event, Payload(request.payload));
     if (!parsed)
         return HookResponse{adapter->failSafe(request.event)};
-    // Read per request, so an edit of the file applies from the next one.
+    // Read per request, so an edit of the file applies from the next one; a pause whose
+    // end has come is over even if its timer has not run yet.
+    (void)s.editor.resumeIfDue();
     const TidewickSettings settings = s.settingsFile.current();
     auto answer = [&](const std::optional<Decision>& decision) {
         return HookResponse{adapter->output(*parsed, decision)};
@@ -504,6 +533,8 @@ HookResponse TidewickService::handle(const HookRequest& request,
         return holdForUser(*parsed, *adapter, request, settings, isClientGone);
     }
     record(parsed->event, request);
+    if (parsed->event.kind == EventKind::error)
+        raise(errorAlert(parsed->event, keyOf(parsed->event)));
     return answer(std::nullopt);
 }
 
@@ -598,6 +629,21 @@ HookResponse TidewickService::holdForUser(const ParsedHook& parsed, const AgentA
     State& s = *state_;
     const AgentEvent& event = parsed.event;
     const SessionKey key = keyOf(event);
+    // From before the session lists it until after it is resolved, so forget() cannot take
+    // the session away from under a request.
+    {
+        std::lock_guard guard(s.lock);
+        ++s.holding[key];
+    }
+    struct Release {
+        State& s;
+        const SessionKey& key;
+        ~Release() {
+            std::lock_guard guard(s.lock);
+            if (--s.holding[key] == 0)
+                s.holding.erase(key);
+        }
+    } release{s, key};
     record(event, hookRequest);
     const bool permission = parsed.hold == HoldKind::permission;
     const double timeout =
@@ -742,20 +788,12 @@ SessionActions::Delivery TidewickService::allowAlways(const SessionKey& session,
 
 void TidewickService::addSafePrefix(const SessionKey& session, const std::string& prefix) {
     State& s = *state_;
-    {
-        std::lock_guard guard(s.settingsLock);
-        TidewickSettings settings = s.settingsFile.current();
-        std::vector<std::string>& prefixes = settings.gating.safePrefixes;
-        if (std::find(prefixes.begin(), prefixes.end(), prefix) == prefixes.end()) {
-            prefixes.push_back(prefix);
-            try {
-                s.settingsFile.save(settings);
-            } catch (const std::exception& error) {
-                s.report(std::string("Tidewick couldn't save the prefix it allows: ") +
-                         error.what() + ".");
-            }
-        }
-    }
+    // Through the editor, the settings file's one writer here: it never writes over a file
+    // that does not read, and keeps what else changed in it meanwhile.
+    const ControlResult added =
+        s.editor.changeSetting("gating.safePrefixes", prefix, SettingCatalog::Change::add);
+    if (!added.isDone())
+        s.report("Tidewick couldn't save the prefix it allows: " + added.sentence);
     AgentEvent note;
     note.agent = session.agent;
     note.sessionId = session.sessionId;
@@ -939,6 +977,94 @@ TidewickSettings TidewickService::settings() {
 
 void TidewickService::saveSettings(const TidewickSettings& settings) {
     state_->settingsFile.save(settings);
+}
+
+void TidewickService::scheduleResume(const TidewickSettings& settings) {
+    State& s = *state_;
+    if (!settings.gating.paused || !settings.gating.pausedUntil)
+        return;
+    const double wait =
+        std::chrono::duration<double>(*settings.gating.pausedUntil - s.options.clock()).count();
+    Scheduler& timers = s.options.timers ? *s.options.timers : s.scheduler;
+    // A later pause or a resume meanwhile is no matter: resumeIfDue reads the file then.
+    timers.schedule(wait, [&s] { (void)s.editor.resumeIfDue(); });
+}
+
+ControlResult TidewickService::pause(std::optional<Date> until) {
+    ControlResult result = state_->editor.pause(until);
+    if (result.isDone())
+        scheduleResume(state_->settingsFile.current());
+    return result;
+}
+
+ControlResult TidewickService::resume() {
+    return state_->editor.resume();
+}
+
+ControlResult TidewickService::changeSetting(const std::string& name, const std::string& value,
+                                             SettingCatalog::Change change) {
+    return state_->editor.changeSetting(name, value, change);
+}
+
+ControlResult TidewickService::forget(const SessionKey& key) {
+    State& s = *state_;
+    ControlResult result;
+    // On the work queue, where requests are listed: nothing can be held in between.
+    s.work->sync([&] {
+        const std::optional<Session> session = s.store.session(key);
+        if (!session) {
+            result = ControlResult::refused(std::string(SessionText::noSuchSession));
+            return;
+        }
+        std::vector<std::string_view> ids;
+        const std::vector<Session> all = s.store.snapshot();
+        for (const Session& each : all)
+            ids.push_back(each.key.sessionId);
+        const std::string who = std::string(displayName(key.agent)) + " session " +
+                                ShortIds(std::move(ids)).of(key.sessionId);
+        bool holding = false;
+        {
+            std::lock_guard guard(s.lock);
+            holding = s.holding.count(key) > 0;
+        }
+        const double quiet =
+            std::chrono::duration<double>(s.options.clock() - session->lastActivityAt).count();
+        if (holding || !session->pending.empty())
+            result = ControlResult::refused(SessionText::forgetHeld(who));
+        else if (session->status == SessionStatus::working &&
+                 quiet < forgetWorkingAfterMinutes * 60.0)
+            result = ControlResult::refused(
+                SessionText::forgetWorking(who, forgetWorkingAfterMinutes));
+        else {
+            s.store.remove(key);
+            s.saver.flush();
+            result = ControlResult::done(SessionText::forgotten(who));
+        }
+    });
+    return result;
+}
+
+ControlResult TidewickService::forgetAll() {
+    State& s = *state_;
+    std::size_t forgotten = 0, kept = 0;
+    s.work->sync([&] {
+        for (const Session& session : s.store.snapshot()) {
+            bool holding = false;
+            {
+                std::lock_guard guard(s.lock);
+                holding = s.holding.count(session.key) > 0;
+            }
+            if (holding || !session.pending.empty()) {
+                ++kept;
+                continue;
+            }
+            s.store.remove(session.key);
+            ++forgotten;
+        }
+        // The user erased the history: saved at once, not a while later.
+        s.saver.flush();
+    });
+    return ControlResult::done(SessionText::forgotAll(forgotten, kept));
 }
 
 TidewickService::Watch TidewickService::watch(Watcher watcher) {

@@ -10,6 +10,7 @@
 #include "service/ActivityLog.h"
 #include "service/Alert.h"
 #include "service/ApplicationView.h"
+#include "foundation/Scheduler.h"
 #include "service/TidewickSettings.h"
 #include "service/UsageWatch.h"
 #include "sessions/SessionStore.h"
@@ -56,6 +57,9 @@ public:
         ProblemReporter reportProblem;
         /// Size past which "activity.jsonl" is rotated to "activity.jsonl.1".
         std::uintmax_t activityLimitBytes = ActivityLog::defaultLimitBytes;
+        /// Runs the end of a pause for a while; null: the work queue. Must outlive the
+        /// service.
+        Scheduler* timers = nullptr;
         /// How often, while running, the service looks whether the agents it shows as
         /// running still do (0: never).
         double agentCheckSeconds = 5;
@@ -70,7 +74,14 @@ public:
         double usageCheckSeconds = 15;
         /// Reads the usage figures; empty: Claude Code's and Codex's files under the home.
         UsageWatch::Reader readUsage;
+        /// Where the player programs of the alert sounds are looked for (a PATH value); the
+        /// service plays each alert's sound once, for every interface. Nothing: no sound is
+        /// played, and each alert that has one asks the interfaces for the bell instead.
+        std::optional<std::string> soundSearchPath;
     };
+
+    /// A working session quiet for this long may be forgotten: its agent is likely gone.
+    static constexpr int forgetWorkingAfterMinutes = 10;
 
     /// A stopped service for `paths`; nothing is read or written until start().
     TidewickService(TidewickPaths paths, Options options);
@@ -139,6 +150,17 @@ public:
     /// Saves `settings` to the settings file; they apply from the next request.
     void saveSettings(const TidewickSettings& settings);
 
+    /// Pausing, settings and forgetting (see ApplicationControls). A pause with an end
+    /// resumes by itself then (also after a restart), or at the first request after it.
+    ControlResult pause(std::optional<Date> until) override;
+    ControlResult resume() override;
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change change) override;
+    /// Refused for a session holding a request (or about to), and for a working one heard
+    /// from within forgetWorkingAfterMinutes. The sessions file is saved at once.
+    ControlResult forget(const SessionKey& session) override;
+    ControlResult forgetAll() override;
+
     /// Watches the sessions (see ApplicationView). Changes are told on the work queue,
     /// alerts on the thread that raised them (a connection's) or on the work queue for
     /// alerts the throttle held back. A watcher may answer requests but must not call
@@ -175,6 +197,8 @@ private:
     void checkUsageEvery(double delaySeconds, std::uint64_t generation);
     /// Hands `decision` to the session's oldest held request of `kind`; true when delivered.
     bool resolveFirst(const SessionKey& session, PendingKind kind, Decision decision);
+    /// Has the pause in the settings end by itself when its time comes.
+    void scheduleResume(const TidewickSettings& settings);
     /// The session's oldest held permission request that asks questions (or, with
     /// `questions` false, that does not) and the call behind it, while it is held.
     std::optional<std::pair<PendingRequest, HeldCall>> heldCall(const SessionKey& session,

@@ -5,6 +5,7 @@
 #include "foundation/ProcessIdentity.h"
 #include "service/ServiceTestSupport.h"
 #include "sessions/SessionPersistence.h"
+#include "testing/ManualScheduler.h"
 #include "testing/TemporaryDirectory.h"
 #include "wire/HookClient.h"
 
@@ -37,11 +38,16 @@ protected:
     ~TidewickServiceTest() override { service.reset(); }
 
     /// A service on the test's home and clock whose alerts and problems the test collects.
-    std::unique_ptr<TidewickService> make(double throttleSeconds = 0) {
+    /// Without `soundSearchPath` no sound can play: every alert that has one asks for the
+    /// bell.
+    std::unique_ptr<TidewickService> make(double throttleSeconds = 0,
+                                          std::optional<std::string> soundSearchPath = {}) {
         TidewickService::Options options;
+        options.soundSearchPath = std::move(soundSearchPath);
         options.clock = clock.clock();
         options.alertThrottleSeconds = throttleSeconds;
         options.saveDelaySeconds = 0.05;
+        options.timers = &timers;
         options.reportProblem = [this](const std::string& sentence) {
             std::lock_guard guard(mutex);
             problems.push_back(sentence);
@@ -105,6 +111,7 @@ protected:
     TemporaryDirectory home;
     TidewickPaths paths{home.path()};
     ManualClock clock;
+    ManualScheduler timers;
     std::mutex mutex;
     std::vector<Alert> alerts;
     std::vector<std::string> problems;
@@ -123,9 +130,14 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(status(claudeKey), SessionStatus::needsPermission);
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
     EXPECT_EQ(alertsSoFar(1),
-              (std::vector<Alert>{{Alert::Kind::needsPermission, claudeKey, request.title,
-                                   request.detail, request.id, false, false, 0, true}}))
-        << "always allow is offered for a shell command";
+              (std::vector<Alert>{{.kind = Alert::Kind::needsPermission,
+                                   .session = claudeKey,
+                                   .title = request.title,
+                                   .detail = request.detail,
+                                   .requestId = request.id,
+                                   .canAlwaysAllow = true,
+                                   .bell = true}}))
+        << "always allow is offered for a shell command; no sound can play: the bell";
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
 
@@ -157,8 +169,13 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 3600));
     EXPECT_EQ(status(claudeKey), SessionStatus::waitingReply);
     EXPECT_EQ(alertsSoFar(4).back(),
-              (Alert{Alert::Kind::waitingReply, claudeKey, "Finished the turn", "All done.",
-                     request.id, false, true}));
+              (Alert{.kind = Alert::Kind::waitingReply,
+                     .session = claudeKey,
+                     .title = "Finished the turn",
+                     .detail = "All done.",
+                     .requestId = request.id,
+                     .turnEnded = true,
+                     .bell = true}));
     EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
     // The reply's exact answer is checked through the socket below.
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
@@ -258,8 +275,7 @@ TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
     // The change handler answers before the connection's thread has begun to wait; an
     // alert handler that fails meanwhile is reported and changes nothing.
     writeSettings(R"({"permissionTimeoutSeconds": 5})");
-    (void)service->watch(
-        {.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
+    (void)service->watch({.alerted = [](const Alert&) { throw std::runtime_error("no display"); }});
     std::atomic<bool> delivered = false;
     (void)service->watch({.changed = [&](const StoreChange& change) {
         if (change.kind == StoreChange::Kind::pending && !change.pending.empty())
@@ -315,8 +331,12 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOutOrAreWithdrawn) {
     EXPECT_TRUE(inTimeline(claudeKey, "No reply — it stopped"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
-    EXPECT_EQ(alertsSoFar(4).back(), (Alert{Alert::Kind::finished, claudeKey, "Finished",
-                                            "All done.", std::nullopt, false, false}));
+    EXPECT_EQ(alertsSoFar(4).back(), (Alert{.kind = Alert::Kind::finished,
+                                            .session = claudeKey,
+                                            .title = "Finished",
+                                            .detail = "All done.",
+                                            .requestId = std::nullopt,
+                                            .bell = true}));
     ASSERT_EQ(service->pendingRequests().size(), 1u);
     EXPECT_TRUE(service->answerPermission(cursorKey, Answer::deny));
     EXPECT_EQ(
@@ -381,9 +401,23 @@ TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
     }
     EXPECT_TRUE(service->pendingRequests().empty() && alertsSoFar().empty());
     EXPECT_TRUE(inTimeline(cursorKey, "Allowed (read-only): ls -la"));
+
+    // Nothing to hold in an error either, but the user hears of it.
+    HookRequest failed = cursorShell("", "c-3");
+    failed.event = "stop";
+    failed.payload = JSONValue::parse(R"({"hook_event_name":"stop","conversation_id":"c-3",)"
+                                      R"("status":"error","workspace_roots":["/w"]})");
+    EXPECT_EQ(handleNow(failed), (HookOutput{"{}", 0}));
+    EXPECT_EQ(alertsSoFar(1), (std::vector<Alert>{{.kind = Alert::Kind::error,
+                                                   .session = {AgentKind::cursor, "c-3"},
+                                                   .title = "The agent hit an error",
+                                                   .detail = std::nullopt,
+                                                   .requestId = std::nullopt,
+                                                   .informational = true,
+                                                   .bell = true}}));
     EXPECT_TRUE(inTimeline(claudeKey, "Finished the turn"));
     EXPECT_EQ(status(claudeKey), SessionStatus::finished);
-    EXPECT_EQ(service->sessions().size(), 2u);
+    EXPECT_EQ(service->sessions().size(), 3u);
 }
 
 TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
@@ -502,6 +536,38 @@ TEST_F(TidewickServiceTest, ABurstRaisesOneAlertAndWhatItHeldBackIsAnnouncedWhen
     (void)cursor.get(), (void)permission.get(), (void)stop.get();
 }
 
+TEST_F(TidewickServiceTest, TheApplicationSoundsEachAlertOnceOrAsksForTheBell) {
+    // A stand-in player that notes what it plays.
+    const std::string players = File::join(home.path(), "players");
+    const std::string played = File::join(home.path(), "played");
+    File::makeDirectories(players, 0700);
+    File::writeAtomically(File::join(players, "paplay"),
+                          "#!/bin/sh\necho \"$*\" >> '" + played + "'\n", 0700);
+    service = make(0, players);
+    // Silent ones first: whatever they wrongly played would show among the lines below.
+    // With a player at hand no alert asks for the bell, sounded or not.
+    const std::vector<std::string> settings = {R"({"quietMode": true})",
+                                               R"({"alertSounds": {"error": "none"}})", "{}",
+                                               R"({"alertSounds": {"error": "chime"}})"};
+    for (std::size_t i = 0; i < settings.size(); ++i) {
+        SCOPED_TRACE(settings[i]);
+        writeSettings(settings[i]);
+        HookRequest failed = cursorShell("", "c-" + std::to_string(i));
+        failed.event = "stop";
+        failed.payload = JSONValue::parse(R"({"hook_event_name":"stop","status":"error",)"
+                                          R"("conversation_id":"c-)" +
+                                          std::to_string(i) + R"(","workspace_roots":["/w"]})");
+        (void)handleNow(failed);
+        const std::vector<Alert> raised = alertsSoFar(i + 1);
+        ASSERT_EQ(raised.size(), i + 1);
+        EXPECT_FALSE(raised.back().bell);
+    }
+    const std::string sounds = paths.soundsDirectory();
+    EXPECT_TRUE(eventually(
+        [&] { return File::exists(played) && std::ranges::count(File::read(played), '\n') >= 2; }));
+    EXPECT_EQ(File::read(played), sounds + "/buzz.wav\n" + sounds + "/chime.wav\n");
+}
+
 TEST_F(TidewickServiceTest, StoppingAnswersHeldRequestsWithTheTimeOutAndSaves) {
     service->start();
     EXPECT_TRUE(File::exists(paths.socketPath()));
@@ -554,6 +620,75 @@ TEST_F(TidewickServiceTest, RunsOnceAtATimeAndKeepsSessionsAcrossARestart) {
     // The first one may start again once the other has stopped.
     service->start();
     EXPECT_EQ(service->sessions(), before);
+}
+
+TEST_F(TidewickServiceTest, APauseLetsRequestsPassUntilItEndsEvenAcrossARestart) {
+    // A request held by mistake fails the test within seconds rather than minutes.
+    writeSettings(R"({"permissionTimeoutSeconds": 20})");
+    service->start();
+    auto cursorHeldAgain = [&] {
+        auto held = handleAsync(cursorShell("rm -rf build"));
+        const bool listed = pendingCountIs(1);
+        EXPECT_TRUE(service->answerPermission(cursorKey, Answer::allow));
+        return listed && held.get().output == cursorAllow;
+    };
+    std::future<HookResponse> before = handleAsync(claudePermission());
+    ASSERT_TRUE(pendingCountIs(1));
+
+    EXPECT_TRUE(service->pause(addSeconds(clock.now(), 1800)).isDone());
+    EXPECT_EQ(handleNow(cursorShell("rm -rf build")), cursorAsk);
+    EXPECT_EQ(service->pendingRequests().size(), 1u) << "held before the pause, held still";
+    EXPECT_TRUE(service->answerPermission(claudeKey, Answer::allow));
+    EXPECT_EQ(before.get().output.stdoutText, claudeAllow);
+    // The timer ends it at its time on the work queue...
+    clock.advance(1800);
+    timers.advance(1800);
+    EXPECT_TRUE(eventually([&] { return !service->settings().gating.paused; }));
+    EXPECT_TRUE(cursorHeldAgain());
+
+    // ...and so does the first request after it, or a start after the time has passed.
+    EXPECT_TRUE(service->pause(addSeconds(clock.now(), 60)).isDone());
+    clock.advance(61);
+    EXPECT_TRUE(cursorHeldAgain());
+    EXPECT_TRUE(service->pause(addSeconds(clock.now(), 60)).isDone());
+    service.reset();
+    clock.advance(61);
+    service = make();
+    service->start();
+    EXPECT_FALSE(service->settings().gating.paused);
+    EXPECT_TRUE(service->resume().isDone());
+}
+
+TEST_F(TidewickServiceTest, ForgetsOnlySessionsNobodyWaitsOnAndSavesAtOnce) {
+    service->start();
+    (void)handleNow(cursorShell("ls"));
+    HookRequest finished = claudeStop();
+    finished.noHold = true;
+    (void)handleNow(finished);
+    auto held = handleAsync(cursorShell("rm -rf /", "c-2"));
+    ASSERT_TRUE(pendingCountIs(1));
+    const SessionKey heldKey{AgentKind::cursor, "c-2"};
+
+    const ControlResult holding = service->forget(heldKey);
+    EXPECT_EQ(holding.sentence,
+              "Cursor session c-2 holds a request for you, so Tidewick keeps it: answer the "
+              "request first.");
+    const ControlResult working = service->forget(cursorKey);
+    EXPECT_FALSE(working.isDone());
+    EXPECT_NE(working.sentence.find("is working"), std::string::npos);
+    // Quiet for long enough, a working session's agent is likely gone.
+    clock.advance(TidewickService::forgetWorkingAfterMinutes * 60);
+    EXPECT_EQ(service->forget(cursorKey), ControlResult::done("Forgot Cursor session c-1."));
+    EXPECT_EQ(service->forget(cursorKey).outcome, ControlResult::Outcome::refused);
+    EXPECT_EQ(SessionPersistence(paths.sessionsFile()).load().size(), 2u);
+
+    EXPECT_EQ(service->forgetAll().sentence,
+              "Erased the history: forgot 1 session. Kept 1 that holds a request for you.");
+    const std::vector<Session> saved = SessionPersistence(paths.sessionsFile()).load();
+    ASSERT_EQ(saved.size(), 1u);
+    EXPECT_EQ(saved[0].key, heldKey);
+    EXPECT_TRUE(service->answerPermission(heldKey, Answer::deny));
+    EXPECT_NE(held.get().output.stdoutText.find(R"("permission":"deny")"), std::string::npos);
 }
 
 } // namespace

@@ -39,6 +39,19 @@ std::string fileSignature(const std::string& path) {
            std::to_string(info.st_ctim.tv_nsec);
 }
 
+// The settings in the file at `path`; throws SettingsFile::Unreadable.
+TidewickSettings readFile(const std::string& path) {
+    try {
+        TidewickSettings read;
+        if (!parseJSON(File::read(path), read))
+            throw std::runtime_error("The settings file must hold one JSON object.");
+        return read;
+    } catch (const std::exception& error) {
+        throw SettingsFile::Unreadable("Tidewick couldn't read its settings in " + path + " (" +
+                                       error.what() + ").");
+    }
+}
+
 } // namespace
 
 const std::vector<std::string>& TidewickSettings::defaultQuickReplies() {
@@ -46,6 +59,23 @@ const std::vector<std::string>& TidewickSettings::defaultQuickReplies() {
                                                      "Fix the remaining errors.",
                                                      "Explain what you changed."};
     return replies;
+}
+
+const std::map<Alert::Kind, AlertSound>& TidewickSettings::defaultAlertSounds() {
+    static const std::map<Alert::Kind, AlertSound> sounds = {
+        {Alert::Kind::needsPermission, AlertSound::knock},
+        {Alert::Kind::waitingReply, AlertSound::question},
+        {Alert::Kind::finished, AlertSound::chime},
+        {Alert::Kind::error, AlertSound::buzz},
+        {Alert::Kind::usageLimit, AlertSound::pulse}};
+    return sounds;
+}
+
+AlertSound TidewickSettings::soundFor(Alert::Kind kind) const {
+    if (!soundEnabled || quietMode)
+        return AlertSound::none;
+    const auto chosen = alertSounds.find(kind);
+    return chosen != alertSounds.end() ? chosen->second : defaultAlertSounds().at(kind);
 }
 
 void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
@@ -57,8 +87,10 @@ void writeJSON(JSONWriter& out, const TidewickSettings& settings) {
     out.member("systemNotificationsEnabled", settings.systemNotificationsEnabled);
     out.member("glowEnabled", settings.glowEnabled);
     out.member("soundEnabled", settings.soundEnabled);
+    out.member("alertSounds", settings.alertSounds);
     out.member("quietMode", settings.quietMode);
     out.member("alertChip", settings.alertChip);
+    out.member("avatarEnabled", settings.avatarEnabled);
     out.member("allowKey", settings.allowKey);
     out.member("denyKey", settings.denyKey);
     out.member("launchAtLogin", settings.launchAtLogin);
@@ -80,6 +112,7 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     std::optional<std::vector<JSONValue>> replies;
     std::optional<std::string> allowKey;
     std::optional<std::string> denyKey;
+    std::optional<std::map<std::string, JSONValue>> sounds;
     std::optional<JSONValue> agentCommands;
     using M = JSONMember;
     const bool isObject = readObject(
@@ -88,7 +121,8 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
         M::lenient("quickReplies", replies),
         M::lenient("systemNotificationsEnabled", out.systemNotificationsEnabled),
         M::lenient("glowEnabled", out.glowEnabled), M::lenient("soundEnabled", out.soundEnabled),
-        M::lenient("quietMode", out.quietMode), M::lenient("alertChip", out.alertChip),
+        M::lenient("alertSounds", sounds), M::lenient("quietMode", out.quietMode),
+        M::lenient("alertChip", out.alertChip), M::lenient("avatarEnabled", out.avatarEnabled),
         M::lenient("allowKey", allowKey), M::lenient("denyKey", denyKey),
         M::lenient("launchAtLogin", out.launchAtLogin),
         M::lenient("checkForUpdates", out.checkForUpdates),
@@ -104,6 +138,16 @@ bool readJSON(JSONReader& in, TidewickSettings& out) {
     applySeconds(replySeconds, out.replyTimeoutSeconds);
     applyKey(allowKey, out.allowKey);
     applyKey(denyKey, out.denyKey);
+    // One mistyped sound keeps its kind's default rather than silencing the others.
+    if (sounds)
+        for (const auto& [kind, sound] : *sounds) {
+            const std::optional<Alert::Kind> alertKind = fromRaw<Alert::Kind>(kind);
+            const std::string* name = sound.stringValue();
+            const std::optional<AlertSound> chosen =
+                name ? fromRaw<AlertSound>(*name) : std::nullopt;
+            if (alertKind && chosen)
+                out.alertSounds[*alertKind] = *chosen;
+        }
     // Entries that are not texts are skipped, here and in the lists below.
     if (agentCommands && agentCommands->isObject())
         for (const auto& [agent, program] : *agentCommands->objectPairs())
@@ -132,15 +176,12 @@ TidewickSettings SettingsFile::current() {
         cached_ = TidewickSettings();
         if (signature != "missing") {
             try {
-                TidewickSettings read;
-                if (!parseJSON(File::read(path_), read))
-                    throw std::runtime_error("The settings file must hold one JSON object.");
-                cached_ = std::move(read);
-            } catch (const std::exception& error) {
+                cached_ = readFile(path_);
+            } catch (const Unreadable& error) {
                 // Only the copy in memory falls back: the user's file may hold the one
                 // typo they are about to fix, and rewriting it would lose their other edits.
-                problem = "Tidewick couldn't read its settings in " + path_ + " (" + error.what() +
-                          "). It uses the default settings until the file is fixed; the file "
+                problem = std::string(error.what()) +
+                          " It uses the default settings until the file is fixed; the file "
                           "was left as it is.";
             }
         }
@@ -159,6 +200,20 @@ void SettingsFile::save(const TidewickSettings& settings) {
     File::writeAtomically(path_, encodeJSON(settings, JSONWriter::Style::pretty) + "\n", 0600);
     cached_ = settings;
     signature_ = fileSignature(path_);
+}
+
+TidewickSettings SettingsFile::edit(const std::function<bool(TidewickSettings&)>& change) {
+    std::lock_guard guard(lock_);
+    TidewickSettings settings;
+    if (File::exists(path_))
+        settings = readFile(path_);
+    if (!change(settings))
+        return settings;
+    File::makeDirectories(File::parent(path_), 0700);
+    File::writeAtomically(path_, encodeJSON(settings, JSONWriter::Style::pretty) + "\n", 0600);
+    cached_ = settings;
+    signature_ = fileSignature(path_);
+    return settings;
 }
 
 } // namespace tidewick

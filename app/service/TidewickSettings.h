@@ -3,12 +3,15 @@
 #pragma once
 
 #include "foundation/JSONValue.h"
+#include "presentation/AlertSound.h"
+#include "service/Alert.h"
 #include "sessions/GatingPolicy.h"
 
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -31,10 +34,15 @@ struct TidewickSettings {
     bool systemNotificationsEnabled = true;
     bool glowEnabled = true;
     bool soundEnabled = true;
+    /// The sound each kind of alert plays while soundEnabled (AlertSound::none: silent);
+    /// kinds missing from the file keep their own sound.
+    std::map<Alert::Kind, AlertSound> alertSounds = defaultAlertSounds();
     /// Silences sound and desktop notifications; the UI still shows everything.
     bool quietMode = false;
     /// Whether the UI shows a small chip with the number of held requests.
     bool alertChip = true;
+    /// Whether the UI shows the avatar in its header.
+    bool avatarEnabled = true;
     /// The key that allows the selected permission request in the terminal UI.
     std::string allowKey = "y";
     /// The key that denies it.
@@ -52,6 +60,12 @@ struct TidewickSettings {
     /// "Continue working.", "Run the tests.", "Fix the remaining errors.", "Explain what you
     /// changed."
     [[nodiscard]] static const std::vector<std::string>& defaultQuickReplies();
+    /// Each kind its own sound: needsPermission knock, waitingReply question, finished
+    /// chime, error buzz, usageLimit pulse.
+    [[nodiscard]] static const std::map<Alert::Kind, AlertSound>& defaultAlertSounds();
+    /// The sound an alert of `kind` plays: its entry in alertSounds (the default for a kind
+    /// left out), none while soundEnabled is off or quietMode on.
+    [[nodiscard]] AlertSound soundFor(Alert::Kind kind) const;
 
     friend bool operator==(const TidewickSettings&, const TidewickSettings&) = default;
 };
@@ -60,7 +74,8 @@ struct TidewickSettings {
 void writeJSON(JSONWriter& out, const TidewickSettings& settings);
 /// The settings in an object: missing keys take their defaults, and so does a key of
 /// the wrong type, a negative time-out or an empty key; entries of quickReplies that are
-/// not texts are skipped. False only when the value is not an object.
+/// not texts are skipped, and so are entries of alertSounds that name no known kind or
+/// sound. False only when the value is not an object.
 [[nodiscard]] bool readJSON(JSONReader& in, TidewickSettings& out);
 
 /// The settings file. current() re-reads it whenever it changed on disk, so an edit
@@ -71,6 +86,12 @@ class SettingsFile {
 public:
     using Reporter = std::function<void(const std::string& sentence)>;
 
+    /// The file is there but does not read; what() says so and names it.
+    class Unreadable : public std::runtime_error {
+    public:
+        using std::runtime_error::runtime_error;
+    };
+
     SettingsFile(std::string path, Reporter reporter = {});
 
     /// The settings in force now. Thread-safe; costs one stat() when nothing changed.
@@ -78,6 +99,12 @@ public:
     /// Writes `settings` (with the unknown keys they carry) atomically, mode 0600.
     /// Throws SystemError.
     void save(const TidewickSettings& settings);
+    /// Reads the file afresh, lets `change` edit the settings and, when it returns true,
+    /// writes them back as save() does; the settings in force afterwards. Unknown keys
+    /// are kept. Throws Unreadable when the file does not read (it is never written over
+    /// then), SystemError when writing fails; whatever `change` throws leaves the file as
+    /// it was.
+    TidewickSettings edit(const std::function<bool(TidewickSettings&)>& change);
 
     [[nodiscard]] const std::string& path() const { return path_; }
 

@@ -18,7 +18,9 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
         R"({"permissionTimeoutSeconds":300,"replyTimeoutSeconds":3600,"gating":)" +
             encodeJSON(GatingPolicy()) +
             R"(,"quickReplies":["Continue working.","Run the tests.","Fix the remaining errors.","Explain what you changed."],)"
-            R"("systemNotificationsEnabled":true,"glowEnabled":true,"soundEnabled":true,"quietMode":false,"alertChip":true,)"
+            R"("systemNotificationsEnabled":true,"glowEnabled":true,"soundEnabled":true,)"
+            R"("alertSounds":{"needsPermission":"knock","waitingReply":"question","finished":"chime",)"
+            R"("error":"buzz","usageLimit":"pulse"},"quietMode":false,"alertChip":true,"avatarEnabled":true,)"
             R"("allowKey":"y","denyKey":"n","launchAtLogin":false,"checkForUpdates":false,"agentCommands":{}})");
     EXPECT_EQ(decodeJSON<TidewickSettings>(defaults), TidewickSettings());
     EXPECT_EQ(decodeJSON<TidewickSettings>("{}"), TidewickSettings());
@@ -29,7 +31,9 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
         "gating": {"gateCommands": {"cursor": false, "vim": true}, "safePrefixes": ["make -n"],
                    "paused": true},
         "quickReplies": ["Go on.", 7, "Stop here."], "soundEnabled": "no", "quietMode": true,
-        "allowKey": "a", "denyKey": "", "launchAtLogin": 1,
+        "allowKey": "a", "denyKey": "", "launchAtLogin": 1, "avatarEnabled": false,
+        "alertSounds": {"finished": "none", "error": "loud", "usageLimit": 3, "later": "knock",
+                        "needsPermission": "pulse"},
         "agentCommands": {"claude": "/opt/claude", "codex": 3, "cursor": ""}})");
     EXPECT_EQ(read.permissionTimeoutSeconds + read.replyTimeoutSeconds, 45.5 + 3600);
     EXPECT_EQ(read.gating.gateCommands, (std::map<AgentKind, bool>{{AgentKind::cursor, false}}));
@@ -37,7 +41,12 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
     EXPECT_EQ(read.quickReplies, (std::vector<std::string>{"Go on.", "Stop here."}));
     EXPECT_TRUE(read.soundEnabled && read.quietMode);
     EXPECT_EQ(read.allowKey + read.denyKey, "an");
-    EXPECT_FALSE(read.launchAtLogin);
+    EXPECT_FALSE(read.launchAtLogin || read.avatarEnabled);
+    // Each sound entry stands alone: unknown sounds and kinds are passed over.
+    std::map<Alert::Kind, AlertSound> sounds = TidewickSettings::defaultAlertSounds();
+    sounds[Alert::Kind::finished] = AlertSound::none;
+    sounds[Alert::Kind::needsPermission] = AlertSound::pulse;
+    EXPECT_EQ(read.alertSounds, sounds);
     EXPECT_EQ(read.agentCommands, (std::map<std::string, std::string>{{"claude", "/opt/claude"}}));
 
     // A gating object missing one of its three keys falls back whole.

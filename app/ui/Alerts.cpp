@@ -31,18 +31,21 @@ Notification notificationFor(const Alert& alert) {
                 notification.choices = alert.choices;
             break;
         }
-        notification.summary = agent + " needs permission";
+        notification.summary = SessionText::asksFor(agent, PendingKind::permission);
         notification.offersAnswers = alert.requestId.has_value();
         notification.offersAlways = notification.offersAnswers && alert.canAlwaysAllow;
         if (auto risk = CommandRisk::assessDetail(alert.detail))
             body += "\n⚠ " + risk->reason;
         break;
     case Alert::Kind::waitingReply:
-        notification.summary = agent + " is waiting for your reply";
+        notification.summary = SessionText::asksFor(agent, PendingKind::reply);
         break;
     case Alert::Kind::finished:
         notification.summary = agent + " finished";
         body = SessionText::noReplyItStopped;
+        break;
+    case Alert::Kind::error:
+        notification.summary = agent + " ran into an error";
         break;
     case Alert::Kind::usageLimit:
         notification.summary = alert.title;
@@ -63,15 +66,17 @@ AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings) 
         alert.kind == Alert::Kind::needsPermission || alert.kind == Alert::Kind::waitingReply;
     const bool usage = alert.kind == Alert::Kind::usageLimit;
     const bool audible = !settings.quietMode;
-    effects.bell = (held || usage) && settings.soundEnabled && audible;
+    effects.bell = alert.bell;
     effects.glow = held && settings.glowEnabled && alert.requestId.has_value();
     if (settings.systemNotificationsEnabled && audible)
         effects.notification = notificationFor(alert);
     if (usage)
         effects.message = alert.title + ". " + alert.detail.value_or("");
     else if (!held)
-        effects.message = std::string(displayName(alert.session.agent)) + ": " +
-                          std::string(SessionText::noReplyItStopped);
+        effects.message =
+            std::string(displayName(alert.session.agent)) + ": " +
+            (alert.kind == Alert::Kind::finished ? std::string(SessionText::noReplyItStopped)
+                                                 : DisplayText::singleLine(alert.title));
     return effects;
 }
 

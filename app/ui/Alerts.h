@@ -1,7 +1,7 @@
-// What an alert from the service turns into, given the user's settings: a
-// terminal bell, a glowing frame, a desktop notification (with Allow, Always allow
-// and Deny for a permission request, the options of a question) and a line on the
-// status bar.
+// What an alert from the service turns into, given the user's settings: the
+// terminal bell where the application played no sound, a glowing frame, a
+// desktop notification (with Allow, Always allow and Deny for a permission
+// request, the options of a question) and a line on the status bar.
 #pragma once
 
 #include "service/Alert.h"
@@ -31,6 +31,7 @@ struct Notification {
 };
 
 struct AlertEffects {
+    /// Ring the terminal bell: the application could not play the alert's sound.
     bool bell = false;
     bool glow = false;
     std::optional<Notification> notification;
@@ -38,11 +39,11 @@ struct AlertEffects {
     std::optional<std::string> message;
 };
 
-/// The effects of `alert` under `settings`. A held request rings the bell when
-/// soundEnabled, makes the frame glow when glowEnabled and is notified when
-/// systemNotificationsEnabled; quietMode silences bell and notification but never the
-/// screen. An ended turn ("finished") only notifies and reports itself on the status line;
-/// a usage limit past 90 % rings, notifies and reports itself there.
+/// The effects of `alert` under `settings`. Its sound is the application's to play (see
+/// TidewickSettings::soundFor); the bell rings where it could not. Every alert is notified
+/// when systemNotificationsEnabled; quietMode silences notifications but never the screen.
+/// A held request makes the frame glow when glowEnabled; the other kinds (finished, error,
+/// a usage limit past 90 %) report themselves on the status line instead.
 [[nodiscard]] AlertEffects alertEffects(const Alert& alert, const TidewickSettings& settings);
 
 } // namespace tidewick

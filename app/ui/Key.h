@@ -15,6 +15,7 @@ struct Key {
         enter,
         escape,
         backspace,
+        tab,
         other
     };
 

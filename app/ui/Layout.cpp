@@ -3,12 +3,14 @@
 #include "DisplayText.h"
 #include "Screen.h"
 #include "TranscriptView.h"
+#include "service/SettingsText.h"
 #include "foundation/File.h"
 #include "usage/UsageText.h"
 #include "sessions/SessionText.h"
 
 #include <algorithm>
 #include <ctime>
+#include <map>
 
 namespace tidewick {
 
@@ -41,6 +43,13 @@ public:
         const int textWidth = std::min(DisplayText::width(text), left());
         spaces(left() - textWidth, Style::plain, reverse);
         return add(text, style, reverse);
+    }
+
+    /// Appends the segments of `line`, each cut to what is left.
+    LineBuilder& append(const FrameLine& line) {
+        for (const Segment& segment : line)
+            add(segment.text, segment.style, segment.reverse);
+        return *this;
     }
 
     LineBuilder& spaces(int count, Style style = Style::plain, bool reverse = false) {
@@ -447,8 +456,9 @@ std::vector<FrameLine> helpLines(const ScreenController& controller, int width) 
         {"h", "write a handoff another agent can carry the session on from"},
         {"e  g", "end the selected session (asks first); go to its agent's tmux pane"},
         {"u", "show every usage-limit window and the sessions' token use"},
-        {"Esc", "cancel the line you are typing"},
-        {"?", "show these keys"},
+        {"p  x  ,", std::string(controller.settings().gating.paused ? "resume" : "pause") +
+                        " · forget the selected session (asks first) · settings"},
+        {"Tab  Esc  ?", "go where the banner points · cancel the line you are typing · show keys"},
         {"q", controller.quitting() == ScreenController::Quitting::endsHeldRequests
                   ? "quit (asks first while requests are held)"
                   : "close this window; Tidewick keeps running and holding requests"},
@@ -494,12 +504,49 @@ FrameLine rule(const char* leftCorner, const char* rightCorner, int width, Style
     return {{leftCorner + repeated("─", width - 2) + rightCorner, frame, false}};
 }
 
+std::vector<FrameLine> settingsLines(const SettingsView& view, const TidewickSettings& settings,
+                                     int width, int height) {
+    std::vector<FrameLine> lines;
+    LineBuilder title(width);
+    title.add("Settings", Style::heading)
+        .add("  Enter or space switches, Esc goes back", Style::dim);
+    lines.push_back(title.finish());
+    const std::vector<SettingsView::Row> rows = SettingsView::rows(settings);
+    // Two rows at the bottom say what the selected setting does.
+    const int listRows = std::max(1, height - 3);
+    const int count = static_cast<int>(rows.size());
+    const int selected = static_cast<int>(view.selected());
+    const int first = std::clamp(selected - listRows / 2, 0, std::max(0, count - listRows));
+    for (int index = first; index < count && index < first + listRows; ++index) {
+        const SettingsView::Row& row = rows[static_cast<std::size_t>(index)];
+        const bool current = index == selected;
+        LineBuilder line(width);
+        line.add(current ? "▸ " : "  ", Style::bold, current, 2)
+            .add(row.name, Style::plain, current, 34)
+            .add(row.toggles ? (row.value == "true" ? "[on]  " : "[off] ") : "", Style::key,
+                 current)
+            .add(row.value, row.isDefault ? Style::dim : Style::bold, current);
+        lines.push_back(line.finish(current));
+    }
+    while (static_cast<int>(lines.size()) < listRows + 1)
+        lines.push_back(LineBuilder(width).finish());
+    LineBuilder about(width);
+    about.spaces(2).add(view.description(), Style::dim);
+    lines.push_back(LineBuilder(width).finish());
+    lines.push_back(about.finish());
+    return lines;
+}
+
 FrameLine topRule(const ScreenController& controller, int width, Style frame,
                   LayoutOptions options) {
     LineBuilder line(width);
     line.add("┌─ ", frame).add("Tidewick", Style::bold);
     const std::size_t count = controller.sessions().size();
     line.add(" " + std::to_string(count) + (count == 1 ? " session " : " sessions "), Style::dim);
+    const GatingPolicy& gating = controller.settings().gating;
+    if (gating.paused)
+        line.add(" " + SettingsText::pausedState(gating.pausedUntil) + " ", Style::chip)
+            .add(" ", frame);
     std::string chip;
     if (options.alertChip && controller.heldCount() > 0)
         chip = " " + std::to_string(controller.heldCount()) + " held ";
@@ -576,6 +623,25 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
         line.add("t", Style::key).add(" back", Style::dim);
         break;
     }
+    case ScreenController::Mode::settings:
+        if (auto message = controller.message(now)) {
+            line.add(DisplayText::singleLine(message->text),
+                     message->tone == ScreenController::Tone::warning ? Style::warning
+                                                                       : Style::success);
+            break;
+        }
+        line.add("↑↓", Style::key).add(" move  ", Style::dim);
+        line.add("Enter", Style::key).add(" switch  ", Style::dim);
+        line.add("Esc", Style::key).add(" back", Style::dim);
+        break;
+    case ScreenController::Mode::confirmForget: {
+        const SessionKey& key = *controller.forgetTarget();
+        line.add("Forget " + std::string(displayName(key.agent)) + " session " +
+                     DisplayText::singleLine(key.sessionId) +
+                     "? It leaves the list and the sessions file. (y/N)",
+                 Style::warning);
+        break;
+    }
     case ScreenController::Mode::confirmAction:
         line.add(DisplayText::singleLine(controller.question()) + " (y/N)", Style::warning);
         break;
@@ -617,7 +683,131 @@ FrameLine statusLine(const ScreenController& controller, Date now, int width,
     return line.finish();
 }
 
+/// The banner over the top line: the whole width in the banner's colours.
+FrameLine bannerLine(const ScreenController::Banner& banner, int width) {
+    LineBuilder line(width);
+    line.add(DisplayText::pad(" ● " + DisplayText::singleLine(banner.text), width), Style::banner);
+    return line.finish();
+}
+
+/// The rows the avatar takes in the header of a screen this size: none without an avatar or
+/// over the list of keys, and none where the sessions would lose too much room to it.
+int avatarRows(const ScreenController& controller, const LayoutOptions& options, int width,
+               int height) {
+    // The list of keys needs every row it can get.
+    if (!options.avatar || width < minimumWidth ||
+        controller.mode() == ScreenController::Mode::help)
+        return 0;
+    const int rows = static_cast<int>(options.avatar->height());
+    return height - rows >= minimumHeight + 4 ? rows : 0;
+}
+
+AvatarPose poseAt(const ScreenController& controller, Date now, const LayoutOptions& options) {
+    return choosePose(controller.sessions(), now, options.awakeSince,
+                      options.avatar->sleepAfterSeconds);
+}
+
+std::vector<FrameLine> figureLines(const AvatarDefinition& avatar, AvatarPose pose, Date now) {
+    const AvatarDefinition::Frame& frame = avatar.frameAt(pose, now);
+    std::vector<FrameLine> lines;
+    for (std::size_t row = 0; row < avatar.height(); ++row) {
+        LineBuilder line(avatar.width());
+        if (row < frame.size())
+            line.add(frame[row], styleFor(pose));
+        lines.push_back(line.finish());
+    }
+    return lines;
+}
+
+/// Who the avatar is looking at: the first session (in screen order, the most urgent) in
+/// its pose, and what it is about.
+std::string focusText(const ScreenController& controller, AvatarPose pose) {
+    for (const Session& session : controller.sessions()) {
+        if (poseOf(session) != pose)
+            continue;
+        std::string what(label(session.status));
+        if (!session.pending.empty())
+            what = session.pending.front().title;
+        else if (session.currentAction && !session.currentAction->empty())
+            what = *session.currentAction;
+        return Screen::who(session) + " — " + DisplayText::singleLine(what);
+    }
+    return "";
+}
+
+/// "2 need you · 1 working · 3 idle": the sessions that are not over, by pose.
+std::string countsText(const ScreenController& controller) {
+    std::map<AvatarPose, int> counts;
+    for (const Session& session : controller.sessions())
+        if (std::optional<AvatarPose> pose = poseOf(session))
+            ++counts[*pose];
+    std::string text;
+    for (const auto& [pose, count] : counts) {
+        std::string what;
+        switch (pose) {
+        case AvatarPose::needsYou:
+            what = count == 1 ? "needs you" : "need you";
+            break;
+        case AvatarPose::error:
+            what = count == 1 ? "error" : "errors";
+            break;
+        default:
+            what = std::string(rawValue(pose));
+            break;
+        }
+        text += (text.empty() ? "" : " · ") + std::to_string(count) + " " + what;
+    }
+    return text;
+}
+
+std::vector<FrameLine> avatarBand(const ScreenController& controller, Date now, int width,
+                                  const LayoutOptions& options) {
+    const AvatarPose pose = poseAt(controller, now, options);
+    const std::vector<FrameLine> figure = figureLines(*options.avatar, pose, now);
+    const std::string texts[] = {options.avatar->pose(pose).expression,
+                                 pose == AvatarPose::sleeping ? "" : focusText(controller, pose),
+                                 countsText(controller)};
+    const Style styles[] = {styleFor(pose), Style::plain, Style::dim};
+    std::vector<FrameLine> lines;
+    for (std::size_t row = 0; row < figure.size(); ++row) {
+        LineBuilder line(width);
+        line.append(figure[row]).spaces(2);
+        if (row < std::size(texts))
+            line.add(DisplayText::singleLine(texts[row]), styles[row]);
+        lines.push_back(line.finish());
+    }
+    return lines;
+}
+
 } // namespace
+
+Style styleFor(AvatarPose pose) {
+    switch (pose) {
+    case AvatarPose::needsYou:
+        return Style::needsPermission;
+    case AvatarPose::error:
+        return Style::error;
+    case AvatarPose::working:
+        return Style::working;
+    case AvatarPose::finished:
+        return Style::finished;
+    case AvatarPose::idle:
+        return Style::idle;
+    case AvatarPose::sleeping:
+        return Style::dim;
+    }
+    return Style::plain;
+}
+
+std::optional<AvatarCells> layoutAvatar(const ScreenController& controller, Date now, int width,
+                                        int height, const LayoutOptions& options) {
+    if (width < minimumWidth || height < minimumHeight ||
+        avatarRows(controller, options, width, height) == 0)
+        return std::nullopt;
+    const AvatarPose pose = poseAt(controller, now, options);
+    // Inside the frame's left border ("│ "), below the top line.
+    return AvatarCells{1, 2, pose, figureLines(*options.avatar, pose, now)};
+}
 
 Style styleFor(SessionStatus status) {
     switch (status) {
@@ -677,17 +867,24 @@ Frame layoutScreen(const ScreenController& controller, Date now, int width, int 
 
     const Style border = controller.isGlowing() ? Style::glow : Style::frame;
     const int inner = width - 4;
+    const int band = avatarRows(controller, options, width, height);
     // The agents' usage limits head the session list when there are figures.
     std::optional<FrameLine> header;
     if (controller.mode() != ScreenController::Mode::usage && !controller.transcript())
         header = usageHeader(controller.usage(), now, inner);
-    // Fixed rows: top rule, headings, separator, bottom rule, status line.
-    const int interior = height - 5 - (header ? 1 : 0);
+    // Fixed rows: top rule, avatar, usage, headings, separator, bottom rule, status line.
+    const int interior = height - 5 - band - (header ? 1 : 0);
     const int sessionCount = static_cast<int>(controller.sessions().size());
     const int listRows = std::clamp(sessionCount, 1, std::max(3, interior * 2 / 5));
     const int detailRows = interior - listRows;
 
-    frame.lines.push_back(topRule(controller, width, border, options));
+    if (const std::optional<ScreenController::Banner> banner = controller.banner())
+        frame.lines.push_back(bannerLine(*banner, width));
+    else
+        frame.lines.push_back(topRule(controller, width, border, options));
+    if (band > 0)
+        for (FrameLine& line : avatarBand(controller, now, inner, options))
+            frame.lines.push_back(framed(std::move(line), border));
     if (header)
         frame.lines.push_back(framed(std::move(*header), border));
     if (const UsageReport* report = controller.usageReport()) {
@@ -711,6 +908,13 @@ Frame layoutScreen(const ScreenController& controller, Date now, int width, int 
         frame.lines.push_back(framed(title.finish(), border));
         std::vector<FrameLine> rows = view->lines(inner, interior + 1);
         for (int row = 0; row < interior + 1; ++row)
+            frame.lines.push_back(framed(row < static_cast<int>(rows.size())
+                                             ? std::move(rows[static_cast<std::size_t>(row)])
+                                             : LineBuilder(inner).finish(),
+                                         border));
+    } else if (const SettingsView* view = controller.settingsView()) {
+        std::vector<FrameLine> rows = settingsLines(*view, controller.settings(), inner, interior + 2);
+        for (int row = 0; row < interior + 2; ++row)
             frame.lines.push_back(framed(row < static_cast<int>(rows.size())
                                              ? std::move(rows[static_cast<std::size_t>(row)])
                                              : LineBuilder(inner).finish(),

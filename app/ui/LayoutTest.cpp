@@ -126,6 +126,31 @@ TEST_F(LayoutTest, EmptyOrTwoHundredSessionsTheListFitsTheScreen) {
     EXPECT_TRUE(contains(frame.text(0), "200 sessions"));
 }
 
+TEST_F(LayoutTest, PausedFrameSettingsViewAndForgetQuestion) {
+    RecordingControls controls;
+    controller.setControls(&controls);
+    controller.setSessions({makeSession("web", 0)});
+    TidewickSettings settings;
+    settings.gating.paused = true;
+    settings.quietMode = true;
+    controller.setSettings(settings);
+    EXPECT_TRUE(contains(layoutScreen(controller, t0, 80, 24).text(0), " Paused ")) << "the frame";
+
+    (void)controller.handleKey(Key::of(','), t0);
+    const Frame view = layoutScreen(controller, t0, 80, 24);
+    EXPECT_TRUE(contains(view.text(1), "Settings"));
+    EXPECT_TRUE(contains(view.text(2), "▸ permissionTimeoutSeconds"));
+    EXPECT_TRUE(contains(view.text(), "gating.paused                     [on]  true"));
+    EXPECT_TRUE(contains(view.text(), "quietMode                         [on]  true"));
+    EXPECT_TRUE(contains(view.text(), "How long a permission request is held"));
+    EXPECT_TRUE(contains(view.text(23), "Enter switch"));
+    (void)controller.handleKey(Key::special(Key::Kind::escape), t0);
+
+    (void)controller.handleKey(Key::of('x'), t0);
+    EXPECT_TRUE(contains(layoutScreen(controller, t0, 80, 24).text(23),
+                         "Forget Claude Code session web? It leaves the list"));
+}
+
 TEST_F(LayoutTest, DenyAndReplyLinesHelpAndQuitQuestion) {
     controller.setSessions({asking("git push --force")});
     (void)controller.handleKey(Key::of('n'), t0);
@@ -176,6 +201,61 @@ TEST_F(LayoutTest, DenyAndReplyLinesHelpAndQuitQuestion) {
     (void)attached.handleKey(Key::of('?'), t0);
     EXPECT_TRUE(contains(layoutScreen(attached, t0, 80, 24).text(),
                          "close this window; Tidewick keeps running and holding requests"));
+}
+
+TEST_F(LayoutTest, TheHeaderShowsTheAvatarAndTheBannerTakesTheTopLine) {
+    LayoutOptions options;
+    options.avatar = &AvatarDefinition::builtIn();
+    options.awakeSince = t0;
+    Session api = makeSession("api", 5, AgentKind::codex);
+    api.currentAction = "Run npm test";
+    controller.setSessions({api, asking("rm -rf build")});
+    const Date now = addSeconds(t0, 9);
+    const Frame frame = layoutScreen(controller, now, 80, 24, options);
+    expectExactSize(frame, 80, 24);
+    const auto& figure = options.avatar->frameAt(AvatarPose::needsYou, now);
+    EXPECT_TRUE(contains(frame.text(1), figure[0] + "   Needs you!")) << frame.text(1);
+    EXPECT_TRUE(contains(frame.text(2), "Claude Code · webshop — Run rm -rf build"));
+    EXPECT_TRUE(contains(frame.text(3), "1 needs you · 1 working")) << frame.text(3);
+    EXPECT_TRUE(contains(frame.text(4), "AGENT"));
+    EXPECT_EQ(frame.lines[1][1].style, Style::needsPermission);
+
+    // The animation redraws exactly the figure's cells of the full screen.
+    const std::optional<AvatarCells> cells = layoutAvatar(controller, now, 80, 24, options);
+    ASSERT_TRUE(cells);
+    EXPECT_EQ(cells->pose, AvatarPose::needsYou);
+    ASSERT_EQ(cells->lines.size(), 3u);
+    for (std::size_t row = 0; row < cells->lines.size(); ++row) {
+        std::string drawn;
+        for (const Segment& segment : cells->lines[row])
+            drawn += segment.text;
+        EXPECT_TRUE(frame.text(cells->row + static_cast<int>(row)).starts_with("│ " + drawn));
+    }
+
+    // Quiet for longer than the avatar stays awake: it sleeps and says nothing else.
+    controller.setSessions({makeSession("api", 5, AgentKind::codex)});
+    const Frame asleep = layoutScreen(controller, addSeconds(t0, 400), 80, 24, options);
+    EXPECT_TRUE(contains(asleep.text(1), "Dozing"));
+    EXPECT_TRUE(contains(asleep.text(2), "( -_- ) Z"));
+    EXPECT_TRUE(contains(asleep.text(3), "1 working")) << "what the sessions say";
+
+    // Off, or too little room: the list starts right under the top line.
+    for (auto [avatar, height] : {std::pair{options.avatar, 18}, {nullptr, 24}}) {
+        LayoutOptions other = options;
+        other.avatar = avatar;
+        EXPECT_TRUE(contains(layoutScreen(controller, now, 80, height, other).text(1), "AGENT"));
+        EXPECT_FALSE(layoutAvatar(controller, now, 80, height, other));
+    }
+
+    // A request held while another session is in view: the banner is the top line.
+    (void)controller.handleKey(Key::special(Key::Kind::down), t0);
+    controller.setSessions({makeSession("api", 5, AgentKind::codex), asking("make")});
+    const Frame banner = layoutScreen(controller, now, 80, 24, options);
+    expectExactSize(banner, 80, 24);
+    EXPECT_TRUE(
+        banner.text(0).starts_with(" ● Claude Code · webshop needs permission — Tab to go there  "))
+        << banner.text(0);
+    EXPECT_EQ(banner.lines[0][0].style, Style::banner);
 }
 
 } // namespace

@@ -6,9 +6,9 @@
 #include "sessions/SessionText.h"
 
 #include <algorithm>
-#include <map>
 #include <cmath>
 #include <cstdio>
+#include <map>
 
 namespace tidewick::Screen {
 
@@ -60,17 +60,27 @@ std::vector<Session> ordered(std::vector<Session> sessions) {
     return sessions;
 }
 
+std::optional<std::string> projectName(const Session& session) {
+    if (!session.projectPath || session.projectPath->empty())
+        return std::nullopt;
+    std::string path = *session.projectPath;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return DisplayText::singleLine(File::lastComponent(path));
+}
+
+std::string who(const Session& session) {
+    std::string name(displayName(session.key.agent));
+    if (std::optional<std::string> project = projectName(session))
+        name += " · " + *project;
+    return name;
+}
+
 SessionRow row(const Session& session, Date now) {
     SessionRow row;
     row.key = session.key;
     row.agent = std::string(displayName(session.key.agent));
-    row.project = "—";
-    if (session.projectPath && !session.projectPath->empty()) {
-        std::string path = *session.projectPath;
-        while (path.size() > 1 && path.back() == '/')
-            path.pop_back();
-        row.project = DisplayText::singleLine(File::lastComponent(path));
-    }
+    row.project = projectName(session).value_or("—");
     row.status = session.status;
     row.statusLabel = std::string(label(session.status));
     if (session.currentAction)

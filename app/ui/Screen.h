@@ -93,6 +93,13 @@ namespace Screen {
 /// order by key, so rows do not jump between redraws.
 [[nodiscard]] std::vector<Session> ordered(std::vector<Session> sessions);
 
+/// The last component of the session's project folder, on one line; nothing when unknown.
+[[nodiscard]] std::optional<std::string> projectName(const Session& session);
+
+/// The agent's name and the project's, as the user tells sessions apart: "Claude Code ·
+/// webshop", or only the agent's when the project is unknown.
+[[nodiscard]] std::string who(const Session& session);
+
 /// The list row of `session` at `now`.
 [[nodiscard]] SessionRow row(const Session& session, Date now);
 

@@ -65,7 +65,12 @@ void ScreenController::setSessions(std::vector<Session> sessions, std::optional<
                 stillHeld.insert(request.id);
     }
     glowing_ = std::move(stillHeld);
+    keepSelection();
+    noteNewRequests(previous);
+    forgetSeen();
+}
 
+void ScreenController::keepSelection() {
     if (pinned_) {
         auto found = std::find_if(sessions_.begin(), sessions_.end(),
                                   [&](const Session& s) { return s.key == *pinned_; });
@@ -107,6 +112,7 @@ void ScreenController::setSettings(const TidewickSettings& settings) {
         denyKey_ = "n";
     }
     quickReplies_ = settings.quickReplies;
+    settings_ = settings;
 }
 
 std::optional<std::size_t> ScreenController::selectedIndex() const {
@@ -138,12 +144,117 @@ void ScreenController::glowFor(const UUID& id) {
             }
 }
 
+void ScreenController::noteNewRequests(const std::vector<Session>& previous) {
+    const bool first = !hasSessions_;
+    hasSessions_ = true;
+    if (first)
+        return;
+    std::set<UUID> known;
+    for (const Session& session : previous)
+        for (const PendingRequest& request : session.pending)
+            known.insert(request.id);
+    // Left to itself the selection shows the longest-waiting request, so a new one takes
+    // its turn in the list; once the user has chosen a session, or is typing or reading
+    // the keys, it is announced instead.
+    const Session* inView = pinned_ && mode_ == Mode::browse ? selected() : nullptr;
+    const bool elsewhere = pinned_ || mode_ != Mode::browse;
+    for (const Session& session : sessions_)
+        for (const PendingRequest& request : session.pending)
+            if (!known.count(request.id) && elsewhere && (!inView || inView->key != session.key))
+                unseen_.emplace_back(session.key, request.id);
+}
+
+void ScreenController::forgetSeen() {
+    std::set<UUID> held;
+    for (const Session& session : sessions_)
+        for (const PendingRequest& request : session.pending)
+            held.insert(request.id);
+    const Session* inView = mode_ == Mode::browse ? selected() : nullptr;
+    std::erase_if(unseen_, [&](const std::pair<SessionKey, UUID>& entry) {
+        return !held.count(entry.second) || (inView && inView->key == entry.first);
+    });
+}
+
+std::optional<ScreenController::Banner> ScreenController::banner() const {
+    if (unseen_.empty())
+        return std::nullopt;
+    const auto& [key, id] = unseen_.back();
+    for (const Session& session : sessions_) {
+        if (session.key != key)
+            continue;
+        for (const PendingRequest& request : session.pending) {
+            if (request.id != id)
+                continue;
+            std::string text = SessionText::asksFor(Screen::who(session), request.kind);
+            if (unseen_.size() > 1)
+                text += " (+" + std::to_string(unseen_.size() - 1) + " more)";
+            return Banner{key, text + " — Tab to go there"};
+        }
+    }
+    return std::nullopt;
+}
+
+void ScreenController::goToBanner(Date now) {
+    const std::optional<Banner> shown = banner();
+    if (!shown)
+        return;
+    if ((mode_ == Mode::denyMessage || mode_ == Mode::reply) && target_) {
+        if (!input_.empty()) {
+            draft_ = Draft{*target_, mode_, input_};
+            showMessage("What you typed for " + std::string(displayName(target_->agent)) +
+                            " is kept until you answer it.",
+                        Tone::info, now);
+        }
+        input_.clear();
+    }
+    transcriptView_.reset();
+    transcriptKey_.reset();
+    usageReport_.reset();
+    mode_ = Mode::browse;
+    for (std::size_t i = 0; i < sessions_.size(); ++i)
+        if (sessions_[i].key == shown->session) {
+            selected_ = i;
+            pinned_ = shown->session;
+        }
+    forgetSeen();
+}
+
 ScreenController::Outcome ScreenController::handleKey(const Key& key, Date now) {
+    lastKeyAt_ = now;
+    if (key.kind == Key::Kind::tab) {
+        goToBanner(now);
+        return Outcome::stay;
+    }
+    const Outcome outcome = dispatch(key, now);
+    forgetSeen();
+    return outcome;
+}
+
+ScreenController::Outcome ScreenController::dispatch(const Key& key, Date now) {
     switch (mode_) {
     case Mode::browse:
         return browse(key, now);
     case Mode::help:
         mode_ = Mode::browse;
+        return Outcome::stay;
+    case Mode::settings: {
+        std::optional<ControlResult> said;
+        if (settingsView_->handleKey(key, settings_, *controls_, said) ==
+            SettingsView::Outcome::close) {
+            mode_ = Mode::browse;
+            settingsView_.reset();
+        }
+        if (said)
+            showResult(*said, now);
+        return Outcome::stay;
+    }
+    case Mode::confirmForget:
+        mode_ = Mode::browse;
+        if (key.kind == Key::Kind::character && (key.character == 'y' || key.character == 'Y'))
+            showResult(controls_->forget(*forgetKey_), now);
+        else
+            showMessage("Kept.", Tone::info, now);
+        forgetKey_.reset();
         return Outcome::stay;
     case Mode::confirmQuit:
         mode_ = Mode::browse;
@@ -342,6 +453,15 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
     case 'h':
         writeHandoff(now);
         break;
+    case 'p':
+        togglePause(now);
+        break;
+    case 'x':
+        startForget(now);
+        break;
+    case ',':
+        openSettings(now);
+        break;
     case 'e':
         askToEnd(now);
         break;
@@ -363,6 +483,48 @@ ScreenController::Outcome ScreenController::browse(const Key& key, Date now) {
         break;
     }
     return Outcome::stay;
+}
+
+void ScreenController::showResult(const ControlResult& result, Date now) {
+    showMessage(result.sentence, result.isDone() ? Tone::success : Tone::warning, now);
+}
+
+void ScreenController::togglePause(Date now) {
+    if (!controls_) {
+        showMessage("Pausing is not available here.", Tone::warning, now);
+        return;
+    }
+    const ControlResult result =
+        settings_.gating.paused ? controls_->resume() : controls_->pause(std::nullopt);
+    // Shown at once, before the settings file is read again.
+    if (result.isDone()) {
+        settings_.gating.paused = !settings_.gating.paused;
+        settings_.gating.pausedUntil.reset();
+    }
+    showResult(result, now);
+}
+
+void ScreenController::startForget(Date now) {
+    const Session* session = selected();
+    if (!session) {
+        showMessage("No session is selected.", Tone::warning, now);
+        return;
+    }
+    if (!controls_) {
+        showMessage("Forgetting sessions is not available here.", Tone::warning, now);
+        return;
+    }
+    forgetKey_ = session->key;
+    mode_ = Mode::confirmForget;
+}
+
+void ScreenController::openSettings(Date now) {
+    if (!controls_) {
+        showMessage("Settings are not available here.", Tone::warning, now);
+        return;
+    }
+    settingsView_.emplace();
+    mode_ = Mode::settings;
 }
 
 void ScreenController::returnToTop() {
@@ -413,12 +575,19 @@ void ScreenController::allow(Date now) {
         showMessage(std::string(SessionText::alreadyEnded), Tone::warning, now);
 }
 
-void ScreenController::startDeny(Date now) {
-    if (!heldOrExplain(PendingKind::permission, now))
-        return;
+void ScreenController::openLine(Mode mode) {
     target_ = selected()->key;
     input_.clear();
-    mode_ = Mode::denyMessage;
+    mode_ = mode;
+    if (draft_ && draft_->session == *target_ && draft_->mode == mode) {
+        input_ = std::move(draft_->text);
+        draft_.reset();
+    }
+}
+
+void ScreenController::startDeny(Date now) {
+    if (heldOrExplain(PendingKind::permission, now))
+        openLine(Mode::denyMessage);
 }
 
 void ScreenController::startReply(Date now) {
@@ -437,9 +606,7 @@ void ScreenController::startReply(Date now) {
             return;
         }
     }
-    target_ = session->key;
-    input_.clear();
-    mode_ = Mode::reply;
+    openLine(Mode::reply);
 }
 
 void ScreenController::askToEnd(Date now) {

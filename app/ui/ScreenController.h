@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Key.h"
+#include "SettingsView.h"
 #include "QuestionForm.h"
 #include "foundation/Clock.h"
 #include "service/SessionActions.h"
@@ -44,6 +45,10 @@ public:
         question,
         /// The selected session's transcript (see transcript()).
         transcript,
+        /// The settings (see settingsView()).
+        settings,
+        /// Asked whether to forget the selected session (forgetTarget()).
+        confirmForget,
         /// Asked to confirm starting an agent or ending a session (see question()).
         confirmAction,
         /// Every usage-limit window and the sessions' token use (see usageReport()).
@@ -69,6 +74,13 @@ public:
     /// How long a status message stays.
     static constexpr double messageSeconds = 6;
 
+    /// A held request the user has not seen, announced on the top line.
+    struct Banner {
+        SessionKey session;
+        /// "Claude Code · webshop needs permission — Tab to go there".
+        std::string text;
+    };
+
     /// Decisions go to `actions`, which must outlive the controller.
     explicit ScreenController(SessionActions& actions,
                               Quitting quitting = Quitting::endsHeldRequests);
@@ -85,6 +97,18 @@ public:
     /// without one those keys say they are not available. `access` must outlive the
     /// controller.
     void setTranscriptAccess(TranscriptAccess* access) { transcripts_ = access; }
+    /// Where `p` pauses and resumes, `x` forgets a session and the settings view changes
+    /// settings; without one those keys say they are not available. `controls` must
+    /// outlive the controller.
+    void setControls(ApplicationControls* controls) { controls_ = controls; }
+    /// The settings view shown in Mode::settings; null otherwise.
+    [[nodiscard]] const SettingsView* settingsView() const {
+        return settingsView_ ? &*settingsView_ : nullptr;
+    }
+    /// The settings last given to setSettings().
+    [[nodiscard]] const TidewickSettings& settings() const { return settings_; }
+    /// The session Mode::confirmForget asks about.
+    [[nodiscard]] const std::optional<SessionKey>& forgetTarget() const { return forgetKey_; }
     /// The transcript shown in Mode::transcript; null otherwise.
     [[nodiscard]] const TranscriptView* transcript() const { return transcriptView_.get(); }
 
@@ -109,11 +133,13 @@ public:
     /// the status line ("No answer in Tidewick — asking in Codex"): the agent now asks in
     /// its own window.
     void setSessions(std::vector<Session> sessions, std::optional<Date> now = std::nullopt);
-    /// Takes the allow and deny keys and the quick replies. A key setting that is not
+    /// Takes the allow and deny keys, the quick replies and whether Tidewick is paused. A key setting that is not
     /// exactly one character keeps the default ("y", "n").
     void setSettings(const TidewickSettings& settings);
 
-    /// Handles one key at `now`; Outcome::quit when the UI should end.
+    /// Handles one key at `now`; Outcome::quit when the UI should end. Tab goes to the
+    /// session of the banner, whatever the mode; a line being typed is kept for when that
+    /// request is answered again.
     [[nodiscard]] Outcome handleKey(const Key& key, Date now);
 
     /// Shows `text` on the status line for messageSeconds.
@@ -149,9 +175,37 @@ public:
     [[nodiscard]] const std::vector<std::string>& quickReplies() const { return quickReplies_; }
     [[nodiscard]] const std::string& allowKey() const { return allowKey_; }
     [[nodiscard]] const std::string& denyKey() const { return denyKey_; }
+    /// The newest request held while the user was reading another session (one they moved
+    /// to), typing or reading the keys, until they go there (Tab, or selecting its session)
+    /// or it is no longer held. Requests already held when the interface starts, or while
+    /// the selection follows the top row, take their turn in the list: no banner.
+    [[nodiscard]] std::optional<Banner> banner() const;
+    /// When the user last pressed a key; nothing before the first.
+    [[nodiscard]] std::optional<Date> lastKeyAt() const { return lastKeyAt_; }
 
 private:
+    /// A line being typed when the user left it with Tab.
+    struct Draft {
+        SessionKey session;
+        Mode mode = Mode::reply;
+        std::string text;
+    };
+
+    Outcome dispatch(const Key& key, Date now);
+    /// Keeps the selection on the same session once the user has moved it (see setSessions).
+    void keepSelection();
+    void noteNewRequests(const std::vector<Session>& previous);
+    /// Drops banners for requests no longer held or for the session now in view.
+    void forgetSeen();
+    void goToBanner(Date now);
+    /// Opens the line of `mode` for the selected session, with its draft when there is one.
+    void openLine(Mode mode);
     Outcome browse(const Key& key, Date now);
+    void togglePause(Date now);
+    void startForget(Date now);
+    void openSettings(Date now);
+    /// Shows what a control did: a success or, refused, a warning.
+    void showResult(const ControlResult& result, Date now);
     void reportTimeOuts(const std::vector<Session>& previous, Date now);
     void typeInto(const Key& key, Date now);
     void move(long rows);
@@ -196,10 +250,20 @@ private:
     std::optional<Message> message_;
     std::set<UUID> glowing_;
     std::size_t heldCount_ = 0;
+    /// Requests not yet seen, oldest first, with their sessions.
+    std::vector<std::pair<SessionKey, UUID>> unseen_;
+    /// Whether sessions have been set once: what is held then is not news.
+    bool hasSessions_ = false;
+    std::optional<Draft> draft_;
+    std::optional<Date> lastKeyAt_;
     std::vector<std::string> quickReplies_ = TidewickSettings::defaultQuickReplies();
     std::string allowKey_ = "y";
     std::string denyKey_ = "n";
     TranscriptAccess* transcripts_ = nullptr;
+    ApplicationControls* controls_ = nullptr;
+    TidewickSettings settings_;
+    std::optional<SettingsView> settingsView_;
+    std::optional<SessionKey> forgetKey_;
     std::unique_ptr<TranscriptView> transcriptView_;
     /// The session whose transcript is shown.
     std::optional<SessionKey> transcriptKey_;

@@ -22,15 +22,15 @@ Session asking(std::string id, double lastActivity, PendingKind kind = PendingKi
 
 // Special keys written among typed characters, as code points of the private-use area.
 constexpr char32_t up = 0xE000, down = 0xE001, pageDown = 0xE002, home = 0xE003, end = 0xE004,
-                   enter = 0xE005, escape = 0xE006, backspace = 0xE007;
-constexpr Key::Kind specialKinds[] = {Key::Kind::up,     Key::Kind::down,     Key::Kind::pageDown,
-                                      Key::Kind::home,   Key::Kind::end,      Key::Kind::enter,
-                                      Key::Kind::escape, Key::Kind::backspace};
+                   enter = 0xE005, escape = 0xE006, backspace = 0xE007, tab = 0xE008;
+constexpr Key::Kind specialKinds[] = {Key::Kind::up,     Key::Kind::down,      Key::Kind::pageDown,
+                                      Key::Kind::home,   Key::Kind::end,       Key::Kind::enter,
+                                      Key::Kind::escape, Key::Kind::backspace, Key::Kind::tab};
 
 class ScreenControllerTest : public ::testing::Test {
 protected:
     ScreenController::Outcome press(char32_t c) {
-        const bool special = c >= up && c <= backspace;
+        const bool special = c >= up && c <= tab;
         return controller.handleKey(special ? Key::special(specialKinds[c - up]) : Key::of(c), t0);
     }
     /// Presses each of `keys`: typed text and the special keys above alike.
@@ -70,7 +70,8 @@ TEST_F(ScreenControllerTest, AllowAndDenyAnswerTheSelectedSessionsPermission) {
     type({U'y', U'n'});
     EXPECT_EQ(actions.calls.size(), 3u);
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
-    EXPECT_EQ(message(), "Claude Code has no permission request waiting, so the decision was not delivered.");
+    EXPECT_EQ(message(),
+              "Claude Code has no permission request waiting, so the decision was not delivered.");
 
     actions.delivered = false;
     type({home, U'y'});
@@ -228,6 +229,48 @@ TEST_F(ScreenControllerTest, SelectionFollowsTheTopUntilMovedThenTheSession) {
     EXPECT_EQ(message(), "No session is selected.");
 }
 
+TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
+    controller.setSessions({makeSession("old", 0)});
+    type(U"p");
+    EXPECT_EQ(message(), "Pausing is not available here.");
+    RecordingControls controls;
+    controller.setControls(&controls);
+    type(U"pp");
+    EXPECT_FALSE(controller.settings().gating.paused);
+    type(U"xn");
+    EXPECT_EQ(message(), "Kept.");
+    type(U"x");
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::confirmForget);
+    type(U"y");
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+
+    // The settings view switches toggles and says how to change the rest.
+    type(U",");
+    ASSERT_NE(controller.settingsView(), nullptr);
+    type({enter});
+    EXPECT_EQ(message(),
+              "Change permissionTimeoutSeconds with `tidewick settings set "
+              "permissionTimeoutSeconds VALUE`.");
+    type({down, U'j', U'j', enter, end, enter, up, up, up, enter, up, U' ', escape});
+    EXPECT_EQ(controller.settingsView(), nullptr);
+    const std::vector<Call> expected = {
+        {"pause", {}, std::nullopt},
+        {"resume", {}, std::nullopt},
+        {"forget", {AgentKind::claude, "old"}, std::nullopt},
+        {"setting", {}, "gating.gateCommands.cursor=false"},
+        {"setting", {}, "checkForUpdates=true"},
+    };
+    EXPECT_EQ(controls.calls, expected);
+    EXPECT_EQ(message(), "Change launchAtLogin with `tidewick settings set launchAtLogin VALUE`.")
+        << "it installs a service: the command line sets it";
+
+    // A refusal is shown as a warning and changes nothing shown.
+    controls.result = ControlResult::refused("Tidewick couldn't read its settings.");
+    type(U"p");
+    EXPECT_FALSE(controller.settings().gating.paused);
+    EXPECT_EQ(controller.message(t0)->tone, ScreenController::Tone::warning);
+}
+
 TEST_F(ScreenControllerTest, QuitAsksFirstWhileRequestsAreHeld) {
     // With nothing held q quits at once: the terminal test presses it so.
     controller.setSessions({asking("a", 0)});
@@ -248,6 +291,69 @@ TEST_F(ScreenControllerTest, QuitAsksFirstWhileRequestsAreHeld) {
     ScreenController attached(actions, ScreenController::Quitting::leavesRequestsHeld);
     attached.setSessions({asking("a", 0)});
     EXPECT_EQ(attached.handleKey(Key::of('q'), t0), ScreenController::Outcome::quit);
+}
+
+TEST_F(ScreenControllerTest, ABannerAnnouncesRequestsHeldOutOfViewAndTabGoesThere) {
+    auto banner = [&] {
+        auto shown = controller.banner();
+        return shown ? shown->text : "";
+    };
+    const Session quiet = makeSession("quiet", 90);
+    Session held = asking("held", 10);
+    controller.setSessions({quiet, held});
+    EXPECT_EQ(banner(), "") << "what was held before the interface started is no news";
+    controller.setSessions({quiet, held, asking("queued", 15)});
+    EXPECT_EQ(banner(), "") << "left to itself the selection shows each request in turn";
+    type({end}); // reading the quiet session
+
+    const Session webshop = asking("webshop", 20);
+    Session api = asking("api", 30, PendingKind::reply, AgentKind::codex);
+    api.projectPath.reset();
+    controller.setSessions({quiet, held, webshop});
+    EXPECT_EQ(banner(), "Claude Code · webshop needs permission — Tab to go there");
+    controller.setSessions({quiet, held, webshop, api});
+    EXPECT_EQ(banner(), "Codex is waiting for your reply (+1 more) — Tab to go there");
+    EXPECT_EQ(selectedId(), "quiet") << "the banner never moves the selection by itself";
+
+    type({tab});
+    EXPECT_EQ(selectedId(), "api");
+    EXPECT_EQ(banner(), "Claude Code · webshop needs permission — Tab to go there");
+
+    // While a line is typed keys keep going to it; Tab leaves it for the banner's session
+    // and the line waits for its own request to be answered again.
+    type({home, U'n'});
+    type(U"not yet");
+    const Session late = asking("late", 40);
+    controller.setSessions({quiet, held, webshop, api, late});
+    EXPECT_EQ(banner(), "Claude Code · late needs permission (+1 more) — Tab to go there");
+    type(U"!");
+    EXPECT_EQ(controller.input(), "not yet!");
+    type({tab});
+    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(selectedId(), "late");
+    EXPECT_EQ(message(), "What you typed for Claude Code is kept until you answer it.");
+    type({home, U'n'});
+    EXPECT_EQ(selectedId(), "held");
+    EXPECT_EQ(controller.input(), "not yet!");
+    type({enter});
+    EXPECT_EQ(actions.calls,
+              (std::vector<Call>{{"deny", {AgentKind::claude, "held"}, "not yet!"}}));
+
+    // The answer brings the top row into view, webshop's: its banner has done its job.
+    controller.setSessions({quiet, webshop, api, late});
+    EXPECT_EQ(banner(), "");
+    // An answer given elsewhere ends a banner, and so does selecting its session by hand.
+    type({end});
+    controller.setSessions({quiet, webshop, api, late, asking("other", 60)});
+    EXPECT_EQ(banner(), "Claude Code · other needs permission — Tab to go there");
+    controller.setSessions({quiet, webshop, api, late, makeSession("other", 70)});
+    EXPECT_EQ(banner(), "");
+    controller.setSessions({quiet, webshop, api, late, asking("last", 80)});
+    ASSERT_NE(banner(), "");
+    type({up});
+    EXPECT_EQ(selectedId(), "last");
+    EXPECT_EQ(banner(), "");
+    EXPECT_EQ(controller.lastKeyAt(), t0);
 }
 
 TEST_F(ScreenControllerTest, GlowLastsWhileTheAlertedRequestIsHeldAndMessagesExpire) {

@@ -8,10 +8,12 @@
 #include "UsageAccess.h"
 #include "foundation/FileDescriptor.h"
 #include "foundation/Subprocess.h"
+#include "presentation/Avatar.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <curses.h>
 #include <langinfo.h>
@@ -129,7 +131,7 @@ private:
 /// Curses on standard input and output for the lifetime of the object.
 class CursesScreen {
 public:
-    CursesScreen() {
+    explicit CursesScreen(Palette::ColourRequest colours) {
         useUTF8();
         screen_ = ::newterm(nullptr, stdout, stdin);
         if (!screen_)
@@ -142,11 +144,14 @@ public:
         ::nodelay(stdscr, TRUE);
         ::set_escdelay(25);
         ::curs_set(0);
-        if (::has_colors()) {
+        // Colours are started only when wanted: asked for none, the terminal keeps its own.
+        const char* noColor = std::getenv("NO_COLOR");
+        if (::has_colors() && Palette::depthFor(256, colours, noColor) != Palette::Depth::none) {
             ::start_color();
             ::use_default_colors();
-            colours_ = true;
-            definePairs();
+            palette_ = Palette(Palette::depthFor(COLORS, colours, noColor));
+            if (palette_.depth() != Palette::Depth::none)
+                definePairs();
         }
     }
     ~CursesScreen() {
@@ -172,12 +177,22 @@ public:
             }
         }
         ::attrset(A_NORMAL);
-        if (frame.cursor) {
-            ::curs_set(1);
-            ::move(frame.cursor->first, frame.cursor->second);
-        } else {
-            ::curs_set(0);
+        cursor_ = frame.cursor;
+        placeCursor();
+        ::refresh();
+    }
+
+    /// Draws only `cells` over what is on screen: an animation step costs a few cells.
+    void draw(const AvatarCells& cells) {
+        for (std::size_t row = 0; row < cells.lines.size(); ++row) {
+            ::move(cells.row + static_cast<int>(row), cells.column);
+            for (const Segment& segment : cells.lines[row]) {
+                ::attrset(attributes(segment.style) | (segment.reverse ? A_REVERSE : A_NORMAL));
+                (void)::addstr(segment.text.c_str());
+            }
         }
+        ::attrset(A_NORMAL);
+        placeCursor();
         ::refresh();
     }
 
@@ -191,20 +206,54 @@ private:
             std::setlocale(LC_CTYPE, "C.UTF-8");
     }
 
-    enum Pair : short { green = 1, yellow, cyan, blue, red, chip, risk, magenta };
-
-    void definePairs() {
-        ::init_pair(green, COLOR_GREEN, -1);
-        ::init_pair(yellow, COLOR_YELLOW, -1);
-        ::init_pair(cyan, COLOR_CYAN, -1);
-        ::init_pair(blue, COLOR_BLUE, -1);
-        ::init_pair(red, COLOR_RED, -1);
-        ::init_pair(chip, COLOR_BLACK, COLOR_YELLOW);
-        ::init_pair(risk, COLOR_WHITE, COLOR_RED);
-        ::init_pair(magenta, COLOR_MAGENTA, -1);
+    void placeCursor() {
+        if (cursor_) {
+            ::curs_set(1);
+            ::move(cursor_->first, cursor_->second);
+        } else {
+            ::curs_set(0);
+        }
     }
 
-    attr_t colour(short pair) const { return colours_ ? COLOR_PAIR(pair) : A_NORMAL; }
+    // One pair per status colour (the tints, from 1 on), then the others.
+    static constexpr short firstTintPair = 1;
+    enum Pair : short {
+        cyan = firstTintPair + static_cast<short>(allTints.size()),
+        chip,
+        risk,
+        banner
+    };
+
+    void definePairs() {
+        for (Tint tint : allTints)
+            ::init_pair(tintPair(tint), palette_.look(tint).colour.value_or(-1), -1);
+        const short amber = palette_.look(Tint::needsYou).colour.value_or(COLOR_YELLOW);
+        ::init_pair(cyan, COLOR_CYAN, -1);
+        ::init_pair(chip, COLOR_BLACK, amber);
+        ::init_pair(risk, COLOR_WHITE, palette_.look(Tint::error).colour.value_or(COLOR_RED));
+        ::init_pair(banner, COLOR_BLACK, amber);
+    }
+
+    static short tintPair(Tint tint) {
+        return static_cast<short>(firstTintPair + static_cast<short>(tint));
+    }
+
+    bool hasColours() const { return palette_.depth() != Palette::Depth::none; }
+    attr_t colour(short pair) const { return hasColours() ? COLOR_PAIR(pair) : A_NORMAL; }
+
+    /// A status colour with its weight, as the palette gives it for this terminal.
+    attr_t tint(Tint tint) const {
+        const Palette::Look look = palette_.look(tint);
+        attr_t attributes = look.colour ? colour(tintPair(tint)) : A_NORMAL;
+        if (look.bold)
+            attributes |= A_BOLD;
+        if (look.dim)
+            attributes |= A_DIM;
+        return attributes;
+    }
+
+    /// A coloured block, or reverse video without colours.
+    attr_t block(short pair) const { return (hasColours() ? colour(pair) : A_REVERSE) | A_BOLD; }
 
     attr_t attributes(Style style) const {
         switch (style) {
@@ -212,41 +261,44 @@ private:
             return A_NORMAL;
         case Style::dim:
         case Style::frame:
-        case Style::ended:
             return A_DIM;
         case Style::bold:
         case Style::heading:
             return A_BOLD;
         case Style::glow:
-            return colour(yellow) | A_BOLD;
+            return tint(Tint::needsYou) | A_BOLD;
         case Style::chip:
-            return colours_ ? colour(chip) | A_BOLD : A_REVERSE | A_BOLD;
+            return block(chip);
         case Style::risk:
-            return colours_ ? colour(risk) | A_BOLD : A_REVERSE | A_BOLD;
+            return block(risk);
+        case Style::banner:
+            return block(banner);
         case Style::waiting:
         case Style::needsPermission:
+        case Style::waitingReply:
         case Style::warning:
-            return colour(yellow) | A_BOLD;
+            return tint(Tint::needsYou);
         case Style::expired:
         case Style::error:
-            return colour(red) | A_BOLD;
+            return tint(Tint::error);
         case Style::success:
         case Style::working:
-            return colour(green);
+            return tint(Tint::working);
+        case Style::finished:
+            return tint(Tint::finished);
+        case Style::idle:
+            return tint(Tint::idle);
+        case Style::ended:
+            return tint(Tint::ended);
         case Style::key:
             return colour(cyan) | A_BOLD;
-        case Style::waitingReply:
-            return colour(magenta) | A_BOLD;
-        case Style::finished:
-            return colour(blue);
-        case Style::idle:
-            return A_NORMAL;
         }
         return A_NORMAL;
     }
 
     SCREEN* screen_ = nullptr;
-    bool colours_ = false;
+    Palette palette_{Palette::Depth::none};
+    std::optional<std::pair<int, int>> cursor_;
 };
 
 std::optional<Key> translate(int kind, wint_t code) {
@@ -264,6 +316,8 @@ std::optional<Key> translate(int kind, wint_t code) {
     switch (code) {
     case 27:
         return Key::special(Key::Kind::escape);
+    case '\t':
+        return Key::special(Key::Kind::tab);
     case '\n':
     case '\r':
         return Key::special(Key::Kind::enter);
@@ -284,6 +338,41 @@ FileDescriptor signalDescriptor(const std::vector<int>& signals) {
     (void)::pthread_sigmask(SIG_BLOCK, &set, nullptr);
     return FileDescriptor(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
+
+/// When the avatar's next frame is due, for the figure drawn last. Sleeping and single
+/// frames are never due: an idle interface then wakes no more often than without it.
+class AvatarAnimation {
+public:
+    explicit AvatarAnimation(const AvatarDefinition& avatar) : avatar_(avatar) {}
+
+    /// What was just drawn at `now`: the figure, or nothing when none shows.
+    void drawn(const std::optional<AvatarCells>& cells, Date now) {
+        // Plain members rather than optionals: GCC 12 at -O2 misreads those as uninitialised.
+        showing_ = cells.has_value();
+        pose_ = cells ? cells->pose : AvatarPose::idle;
+        const std::optional<Date> next = cells ? avatar_.nextFrameAt(pose_, now) : std::nullopt;
+        animating_ = next.has_value();
+        due_ = next.value_or(now);
+    }
+    [[nodiscard]] bool isDue(Date now) const { return animating_ && now >= due_; }
+    /// Whether `cells` can be drawn alone over the figure drawn last.
+    [[nodiscard]] bool canStep(const std::optional<AvatarCells>& cells) const {
+        return showing_ && cells && pose_ == cells->pose;
+    }
+    /// How long to sleep at most before the next frame (a day when none is due).
+    [[nodiscard]] Milliseconds wait(Date now) const {
+        if (!animating_)
+            return std::chrono::hours(24);
+        return std::max(Milliseconds(1), std::chrono::ceil<Milliseconds>(due_ - now));
+    }
+
+private:
+    const AvatarDefinition& avatar_;
+    bool showing_ = false;
+    AvatarPose pose_ = AvatarPose::idle;
+    bool animating_ = false;
+    Date due_{};
+};
 
 Milliseconds untilNextSecond(Date now) {
     const auto sinceEpoch = now.time_since_epoch();
@@ -330,12 +419,19 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                                          application.setTranscriptStep(key, step);
                                      });
     controller.setTranscriptAccess(&transcripts);
+    controller.setControls(&application);
     controller.setPaneSwitch(switchToTmuxPane);
     FileUsageAccess usage(UsageSources{application.paths().claudeLimitsFile(),
                                        TranscriptLocations::forHome(application.paths().home())});
     controller.setUsageAccess(&usage);
     auto usageReadAt = std::chrono::steady_clock::now() - usageInterval;
-    CursesScreen screen;
+    CursesScreen screen(options.colours);
+    auto warn = [&controller](const std::string& sentence) {
+        controller.showMessage(sentence, ScreenController::Tone::warning, tidewick::now());
+    };
+    const AvatarDefinition avatar = loadAvatar(application.paths().avatarFile(), warn);
+    const Date started = tidewick::now();
+    AvatarAnimation animation(avatar);
 
     auto lastDraw = std::chrono::steady_clock::now() - minimumRedrawInterval;
     bool dirty = true;
@@ -364,6 +460,8 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
         for (const Alert& alert : mail.alerts) {
             // Desktop notifications are the application's own, shown once for every interface.
             AlertEffects effects = alertEffects(alert, settings);
+            // Sounds are the application's own, played once for every interface; only
+            // where it has none to play does each terminal ring its bell.
             if (effects.bell)
                 screen.bell();
             if (effects.glow && alert.requestId)
@@ -389,6 +487,12 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
         if (quit)
             return 0;
 
+        // After the keys: a key wakes the avatar.
+        LayoutOptions layout;
+        layout.alertChip = settings.alertChip;
+        layout.avatar = settings.avatarEnabled ? &avatar : nullptr;
+        layout.awakeSince = std::max(started, controller.lastKeyAt().value_or(started));
+
         const auto sinceDraw = std::chrono::steady_clock::now() - lastDraw;
         Milliseconds wait = untilNextSecond(tidewick::now());
         if (dirty && sinceDraw < minimumRedrawInterval) {
@@ -396,14 +500,18 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
                 wait, std::chrono::duration_cast<Milliseconds>(minimumRedrawInterval - sinceDraw) +
                           Milliseconds(1));
         } else if (dirty) {
-            LayoutOptions layout;
-            layout.alertChip = settings.alertChip;
-            screen.draw(
-                layoutScreen(controller, tidewick::now(), screen.width(), screen.height(), layout));
+            const Date drawnAt = tidewick::now();
+            screen.draw(layoutScreen(controller, drawnAt, screen.width(), screen.height(), layout));
+            animation.drawn(
+                layoutAvatar(controller, drawnAt, screen.width(), screen.height(), layout),
+                drawnAt);
             lastDraw = std::chrono::steady_clock::now();
             dirty = false;
             wait = untilNextSecond(tidewick::now());
         }
+        const Date secondDue =
+            addSeconds(tidewick::now(), static_cast<double>(wait.count()) / 1000);
+        wait = std::min(wait, animation.wait(tidewick::now()));
 
         pollfd fds[3] = {
             {STDIN_FILENO, POLLIN, 0}, {mailbox->fd(), POLLIN, 0}, {signals, POLLIN, 0}};
@@ -415,8 +523,23 @@ int runTerminalUI(ApplicationView& application, TerminalUIOptions options) {
             return 0;
         if (fds[0].revents & (POLLHUP | POLLERR))
             return 0; // the terminal went away
-        if (ready == 0 || ready < 0)
-            dirty = true; // a second passed (countdowns) or the window changed size
+        if (ready < 0) {
+            dirty = true; // the window changed size
+        } else if (ready == 0) {
+            const Date woke = tidewick::now();
+            if (woke >= secondDue) {
+                dirty = true; // a second passed: countdowns and ages move on
+            } else if (animation.isDue(woke)) {
+                // Only the figure changes, unless the pose did (its words change with it).
+                const std::optional<AvatarCells> cells =
+                    layoutAvatar(controller, woke, screen.width(), screen.height(), layout);
+                if (animation.canStep(cells))
+                    screen.draw(*cells);
+                else
+                    dirty = true;
+                animation.drawn(cells, woke);
+            }
+        }
     }
 }
 

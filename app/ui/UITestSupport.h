@@ -2,6 +2,7 @@
 // moment, and a stand-in for the service that records what the keys asked for.
 #pragma once
 
+#include "service/ApplicationControls.h"
 #include "service/SessionActions.h"
 
 #include <optional>
@@ -97,6 +98,32 @@ public:
 
     std::vector<UICall> calls;
     bool delivered = true;
+};
+
+/// Records every pause, setting and forgetting; each answers `result`.
+class RecordingControls : public ApplicationControls {
+public:
+    ControlResult pause(std::optional<Date> until) override {
+        return record({"pause", {}, until ? std::optional("until") : std::nullopt});
+    }
+    ControlResult resume() override { return record({"resume", {}, std::nullopt}); }
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change) override {
+        return record({"setting", {}, name + "=" + value});
+    }
+    ControlResult forget(const SessionKey& session) override {
+        return record({"forget", session, std::nullopt});
+    }
+    ControlResult forgetAll() override { return record({"forgetAll", {}, std::nullopt}); }
+
+    std::vector<UICall> calls;
+    ControlResult result = ControlResult::done("Done.");
+
+private:
+    ControlResult record(UICall call) {
+        calls.push_back(std::move(call));
+        return result;
+    }
 };
 
 } // namespace tidewick::testing

@@ -126,6 +126,12 @@ std::string TidewickPaths::connectionsFile() const {
 std::string TidewickPaths::claudeLimitsFile() const {
     return File::join(appSupport(), "claude-limits.json");
 }
+std::string TidewickPaths::soundsDirectory() const {
+    return File::join(appSupport(), "Sounds");
+}
+std::string TidewickPaths::avatarFile() const {
+    return File::join(appSupport(), "avatar.json");
+}
 
 std::string TidewickPaths::socketPath() const {
     std::string candidate = File::join(appSupport(), "tidewick.sock");

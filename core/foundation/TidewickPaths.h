@@ -42,6 +42,10 @@ public:
     [[nodiscard]] std::string activityFile() const;
     [[nodiscard]] std::string connectionsFile() const;
     [[nodiscard]] std::string claudeLimitsFile() const;
+    /// "Sounds": the alert sounds Tidewick synthesises, written on first use.
+    [[nodiscard]] std::string soundsDirectory() const;
+    /// "avatar.json": the user's own avatar, replacing the built-in one when it is valid.
+    [[nodiscard]] std::string avatarFile() const;
     /// The application's control socket (used by the `tidewick` commands).
     [[nodiscard]] std::string controlSocketPath() const;
 

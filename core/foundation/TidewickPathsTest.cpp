@@ -29,10 +29,12 @@ TEST(TidewickPaths, LocationsHangOffTheApplicationDirectory) {
     for (const std::string& path :
          {paths.socketPath(), paths.binDirectory(), paths.helperPath(), paths.backupsDirectory(),
           paths.secretFile(), paths.settingsFile(), paths.sessionsFile(), paths.activityFile(),
-          paths.connectionsFile(), paths.claudeLimitsFile()})
+          paths.connectionsFile(), paths.claudeLimitsFile(), paths.soundsDirectory(),
+          paths.avatarFile()})
         names += (path.rfind(app + "/", 0) == 0 ? path.substr(app.size() + 1) : path) + " ";
     EXPECT_EQ(names, "tidewick.sock bin bin/tidewick-hook Backups secret settings.json "
-                     "sessions.json activity.jsonl connections.json claude-limits.json ");
+                     "sessions.json activity.jsonl connections.json claude-limits.json Sounds "
+                     "avatar.json ");
 
     // The hook command and the application may spell the same home differently.
     EXPECT_EQ(TidewickPaths("/Users/a/").socketPath(), paths.socketPath());

@@ -166,13 +166,15 @@ void writeJSON(JSONWriter& out, const GatingPolicy& policy) {
     out.member("gateCommands", policy.gateCommands);
     out.member("safePrefixes", policy.safePrefixes);
     out.member("paused", policy.paused);
+    out.member("pausedUntil", policy.pausedUntil);
     out.endObject();
 }
 
 bool readJSON(JSONReader& in, GatingPolicy& out) {
     return readObject(in, JSONMember::required("gateCommands", out.gateCommands),
                       JSONMember::required("safePrefixes", out.safePrefixes),
-                      JSONMember::required("paused", out.paused));
+                      JSONMember::required("paused", out.paused),
+                      JSONMember::optional("pausedUntil", out.pausedUntil));
 }
 
 } // namespace tidewick

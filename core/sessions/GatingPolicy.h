@@ -4,6 +4,7 @@
 
 #include "events/AgentEvent.h"
 #include "events/AgentKind.h"
+#include "foundation/Clock.h"
 
 #include <map>
 #include <optional>
@@ -37,6 +38,9 @@ struct GatingPolicy {
     std::vector<std::string> safePrefixes = defaultSafePrefixes();
     /// When true nothing is held and nothing is answered.
     bool paused = false;
+    /// While paused: when the pause ends by itself. Kept in the file so that a pause for a
+    /// while outlives a restart; evaluate() does not read it, whoever owns the clock does.
+    std::optional<Date> pausedUntil;
 
     /// The 33 prefixes of new settings, from "ls" to "cargo --version".
     [[nodiscard]] static const std::vector<std::string>& defaultSafePrefixes();
@@ -55,9 +59,11 @@ struct GatingPolicy {
     friend bool operator==(const GatingPolicy&, const GatingPolicy&) = default;
 };
 
-/// {"gateCommands": {raw agent: bool, ...}, "safePrefixes": [...], "paused": bool}.
+/// {"gateCommands": {raw agent: bool, ...}, "safePrefixes": [...], "paused": bool}, and
+/// "pausedUntil" (seconds since 1970) when it is set.
 void writeJSON(JSONWriter& out, const GatingPolicy& policy);
-/// The policy writeJSON writes. False when any of the three keys is missing or mistyped
+/// The policy writeJSON writes. False when any of the three keys is missing or mistyped, or
+/// pausedUntil is not a date
 /// (the settings then fall back to the default policy). Entries of gateCommands for
 /// agents this version does not know are skipped.
 [[nodiscard]] bool readJSON(JSONReader& in, GatingPolicy& out);

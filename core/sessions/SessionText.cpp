@@ -16,6 +16,11 @@ std::string allowedReadOnly(const std::optional<std::string>& command) {
     return "Allowed (read-only): " + command.value_or("command");
 }
 
+std::string asksFor(std::string_view who, PendingKind kind) {
+    return std::string(who) +
+           (kind == PendingKind::permission ? " needs permission" : " is waiting for your reply");
+}
+
 std::string nowAllowsPrefix(std::string_view prefix) {
     return "Tidewick now allows commands starting with \"" + std::string(prefix) +
            "\" without asking";
@@ -48,11 +53,36 @@ std::string alsoWaiting(std::size_t count) {
 }
 
 std::string noPermissionRequest(std::string_view who) {
-    return std::string(who) + " has no permission request waiting, so the decision was not delivered.";
+    return std::string(who) +
+           " has no permission request waiting, so the decision was not delivered.";
 }
 
 std::string noReplyWaiting(std::string_view who) {
     return std::string(who) + " isn't waiting for a reply, so nothing was delivered.";
+}
+
+std::string forgotten(std::string_view who) {
+    return "Forgot " + std::string(who) + ".";
+}
+
+std::string forgetHeld(std::string_view who) {
+    return std::string(who) +
+           " holds a request for you, so Tidewick keeps it: answer the request first.";
+}
+
+std::string forgetWorking(std::string_view who, int quietMinutes) {
+    return std::string(who) + " is working, and its next event would bring it back: forget it " +
+           "once it is idle or ended, or after " + std::to_string(quietMinutes) +
+           " minutes without a word from it.";
+}
+
+std::string forgotAll(std::size_t forgotten, std::size_t kept) {
+    std::string sentence = "Erased the history: forgot " + std::to_string(forgotten) +
+                           (forgotten == 1 ? " session." : " sessions.");
+    if (kept > 0)
+        sentence += " Kept " + std::to_string(kept) +
+                    (kept == 1 ? " that holds a request" : " that hold requests") + " for you.";
+    return sentence;
 }
 
 std::string cannotContinueFromHere(AgentKind agent) {

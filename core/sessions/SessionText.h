@@ -3,6 +3,7 @@
 #pragma once
 
 #include "events/AgentKind.h"
+#include "sessions/PendingRequest.h"
 
 #include <cstddef>
 #include <optional>
@@ -53,6 +54,10 @@ inline constexpr std::string_view finished = "Finished";
 inline constexpr std::string_view waitingForYou = "Waiting for you";
 inline constexpr std::string_view waitingForReply = "Waiting for your reply";
 
+/// What a held request of `kind` asks of the user, said of `who` ("Claude Code · webshop"):
+/// "... needs permission" or "... is waiting for your reply".
+[[nodiscard]] std::string asksFor(std::string_view who, PendingKind kind);
+
 /// "+1 more request waiting", "+3 more requests waiting": a burst announced as one.
 [[nodiscard]] std::string alsoWaiting(std::size_t count);
 
@@ -84,6 +89,15 @@ inline constexpr std::string_view ruleStillAsks =
 /// An answer sent while the request was ending anyway (time-out, agent gone).
 inline constexpr std::string_view alreadyEnded = "Not delivered: that request had already ended.";
 
+// Forgetting sessions; `who` names the session.
+[[nodiscard]] std::string forgotten(std::string_view who);
+/// A session holding a request is never forgotten.
+[[nodiscard]] std::string forgetHeld(std::string_view who);
+/// A session still working is forgotten only once it has been quiet for `quietMinutes`.
+[[nodiscard]] std::string forgetWorking(std::string_view who, int quietMinutes);
+/// The history erased: `forgotten` sessions gone, `kept` kept because they hold requests.
+[[nodiscard]] std::string forgotAll(std::size_t forgotten, std::size_t kept);
+inline constexpr std::string_view noSuchSession = "That session is no longer listed.";
 // Continuing a session that holds nothing, with the agent's own program.
 /// "Antigravity can't be continued from Tidewick yet: reply in Antigravity."
 [[nodiscard]] std::string cannotContinueFromHere(AgentKind agent);

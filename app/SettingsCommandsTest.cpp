@@ -1,0 +1,193 @@
+// Pausing, gating, settings and forgetting from the command line, end to end
+// through the real programs: `tidewick app --headless` in a temporary home and
+// `tidewick-hook` fed Cursor's payloads.
+#include "SettingsCommands.h"
+#include "TidewickPrograms.h"
+
+#include "foundation/TidewickPaths.h"
+
+#include <gmock/gmock.h>
+
+namespace tidewick {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::BackgroundProgram;
+using ::testing::HasSubstr;
+using testing::ProgramResult;
+
+const std::string cursorAsk = "{\"permission\":\"ask\"}\n";
+const std::string cursorAllow = "{\"permission\":\"allow\"}\n";
+
+TEST(SettingsCommands, DurationsNameTheirUnitsLargestFirst) {
+    const std::vector<std::pair<std::string, std::optional<double>>> rows = {
+        {"90s", 90},      {"30m", 1800},     {"1h30m", 5400},     {"2d", 172800},
+        {"1.5h", 5400},   {"30", std::nullopt}, {"30m1h", std::nullopt}, {"1m1m", std::nullopt},
+        {"", std::nullopt}, {"0m", std::nullopt}, {"-5m", std::nullopt}, {"400d", std::nullopt},
+        {"5 m", std::nullopt}, {"m", std::nullopt}};
+    for (const auto& [text, seconds] : rows) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(parseDuration(text), seconds);
+    }
+}
+
+class SettingsEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!testing::TidewickPrograms::built())
+            GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
+        // A request held by mistake ends within seconds rather than minutes.
+        paths.ensureDirectories();
+        File::writeAtomically(paths.settingsFile(), R"({"permissionTimeoutSeconds": 30})", 0600);
+    }
+
+    BackgroundProgram& cursor(const std::string& event, const std::string& conversation,
+                              const std::string& extra = "") {
+        return run.hook("cursor", event,
+                        R"({"conversation_id":")" + conversation +
+                            R"(","workspace_roots":["/w"],"cwd":"/w","hook_event_name":")" + event +
+                            "\"" + extra + "}");
+    }
+    BackgroundProgram& shell(const std::string& conversation, const std::string& command) {
+        return cursor("beforeShellExecution", conversation, R"(,"command":")" + command + "\"");
+    }
+    /// `tidewick arguments...`: its status, and standard output then error.
+    std::pair<int, std::string> said(const std::vector<std::string>& arguments) {
+        const ProgramResult result = run.tidewick(arguments);
+        return {result.status, result.out + result.err};
+    }
+    JSONValue settingsFile() const { return JSONValue::parse(File::read(paths.settingsFile())); }
+    std::vector<std::string> listedIds() const {
+        std::vector<std::string> ids;
+        const JSONValue sessions = run.listing("sessions");
+        for (const JSONValue& session : *sessions.arrayValue())
+            ids.push_back(*session.get("key")->get("sessionId")->stringValue());
+        std::sort(ids.begin(), ids.end());
+        return ids;
+    }
+
+    testing::TidewickPrograms run;
+    TidewickPaths paths{run.home()};
+};
+
+TEST_F(SettingsEndToEnd, APauseLetsCursorCommandsPassAndEndsWithResumeOrByItself) {
+    ASSERT_TRUE(run.startApp());
+    BackgroundProgram& before = shell("pause-1", "rm -rf build");
+    run.waitForHeld(1);
+
+    const auto [paused, pausedText] = said({"pause"});
+    EXPECT_EQ(paused, 0);
+    EXPECT_THAT(pausedText, HasSubstr("Paused: Tidewick holds nothing and answers nothing"));
+    EXPECT_THAT(said({"status"}).second, HasSubstr("Paused: nothing is held or answered"));
+    EXPECT_EQ(run.finished(shell("pause-2", "rm -rf dist")), cursorAsk);
+    EXPECT_EQ(run.waitForHeld(1).size(), 1u) << "what was held before the pause stays held";
+    EXPECT_TRUE(before.isRunning());
+
+    EXPECT_EQ(said({"resume"}), (std::pair<int, std::string>(
+                                    0, "Resumed: Tidewick holds your agents' requests again.\n")));
+    EXPECT_THAT(said({"status"}).second, Not(HasSubstr("Paused")));
+    BackgroundProgram& after = shell("pause-3", "rm -rf dist");
+    EXPECT_EQ(run.waitForHeld(2).size(), 2u);
+
+    // A pause for a while ends on its own, with nobody asking.
+    EXPECT_THAT(said({"pause", "--for", "1s"}).second, HasSubstr("Paused until "));
+    EXPECT_EQ(said({"pause", "--for", "soon"}).first, 2);
+    bool resumed = false;
+    for (int i = 0; i < 500 && !resumed; ++i, std::this_thread::sleep_for(20ms))
+        resumed = *settingsFile().get("gating")->get("paused") == JSONValue::boolean(false);
+    EXPECT_TRUE(resumed);
+    EXPECT_EQ(settingsFile().get("gating")->get("pausedUntil"), nullptr);
+    EXPECT_EQ(settingsFile().get("permissionTimeoutSeconds")->compact(), "30") << "kept";
+
+    for (const char* conversation : {"pause-1", "pause-3"})
+        EXPECT_EQ(run.tidewick({"allow", conversation}).status, 0) << conversation;
+    EXPECT_EQ(run.finished(before), cursorAllow);
+    EXPECT_EQ(run.finished(after), cursorAllow);
+}
+
+TEST_F(SettingsEndToEnd, SettingsAreCheckedAndWrittenWithOrWithoutTheApplication) {
+    // Without the application the file is edited directly.
+    EXPECT_EQ(said({"settings", "set", "quietMode", "on"}),
+              (std::pair<int, std::string>(
+                  0, "Set quietMode to true. It applies from the next request.\n")));
+    EXPECT_EQ(said({"settings", "set", "replyTimeoutSeconds", "soon"}),
+              (std::pair<int, std::string>(1, "replyTimeoutSeconds takes a number of seconds from "
+                                              "0 to 31536000, not \"soon\". Nothing was changed.\n")));
+    EXPECT_EQ(said({"settings", "set", "volume", "3"}).second,
+              "Tidewick has no setting \"volume\". `tidewick settings` lists them all.\n");
+    const auto [claude, claudeText] = said({"gate", "claude", "off"});
+    EXPECT_EQ(claude, 1);
+    EXPECT_THAT(claudeText, HasSubstr("Claude Code's permission requests are always held"));
+    EXPECT_EQ(said({"gate", "cursor", "maybe"}).first, 2);
+
+    ASSERT_TRUE(run.startApp());
+    EXPECT_EQ(said({"gate", "cursor", "off"}).second,
+              "Cursor's shell commands are no longer held: Cursor asks in its own window.\n");
+    EXPECT_EQ(run.finished(shell("gate-1", "rm -rf build")), cursorAsk);
+    EXPECT_EQ(said({"gate", "cursor", "on"}).first, 0);
+    EXPECT_EQ(said({"safe", "add", "make", "-n"}).second,
+              "Added \"make -n\" to gating.safePrefixes. It applies from the next request.\n");
+    EXPECT_EQ(run.finished(shell("gate-2", "make -n install")), cursorAllow);
+    EXPECT_EQ(said({"safe", "remove", "make", "-n"}).first, 0);
+    BackgroundProgram& held = shell("gate-3", "make -n install");
+    EXPECT_EQ(run.waitForHeld(1).size(), 1u);
+    EXPECT_EQ(run.tidewick({"deny", "gate-3"}).status, 0);
+    EXPECT_THAT(run.finished(held), HasSubstr("deny"));
+
+    // The listing shows each value beside its default; unknown keys survive every write.
+    File::writeAtomically(paths.settingsFile(),
+                          R"({"fromLater": {"x": 1}, "alertChip": false})", 0600);
+    EXPECT_EQ(said({"settings", "set", "allowKey", "a"}).first, 0);
+    EXPECT_EQ(said({"settings", "set", "denyKey", "a"}).first, 1);
+    const std::string listing = said({"settings"}).second;
+    EXPECT_THAT(listing, HasSubstr("alertChip = false  (default: true)\n"));
+    EXPECT_THAT(listing, HasSubstr("allowKey = \"a\"  (default: \"y\")\n"));
+    EXPECT_THAT(listing, HasSubstr("Also in the file, unknown to this version and kept: fromLater"));
+    const JSONValue json = run.listing("settings");
+    ASSERT_GE(json.arrayValue()->size(), 15u);
+    EXPECT_EQ(json.arrayValue()->front().get("default")->compact(), "300");
+    EXPECT_EQ(settingsFile().get("fromLater")->compact(), R"({"x":1})");
+}
+
+TEST_F(SettingsEndToEnd, ForgottenSessionsLeaveTheListAndTheFileButHeldOnesStay) {
+    ASSERT_TRUE(run.startApp());
+    // Cursor's answer to what it does not wait on.
+    const std::string nothing = "{}\n";
+    EXPECT_EQ(run.finished(cursor("sessionStart", "idle-1")), nothing);
+    for (const char* event : {"sessionStart", "sessionEnd"})
+        EXPECT_EQ(run.finished(cursor(event, "ended-1")), nothing);
+    EXPECT_EQ(run.finished(cursor("afterAgentResponse", "busy-1", R"(,"text":"On it.")")), nothing);
+    BackgroundProgram& held = shell("held-1", "rm -rf build");
+    run.waitForHeld(1);
+
+    EXPECT_EQ(said({"forget", "idle"}),
+              (std::pair<int, std::string>(0, "Forgot Cursor session idle-1.\n")));
+    const auto [holding, holdingText] = said({"forget", "held-1"});
+    EXPECT_EQ(holding, 1);
+    EXPECT_THAT(holdingText, HasSubstr("holds a request for you, so Tidewick keeps it"));
+    EXPECT_THAT(said({"forget", "busy-1"}).second, HasSubstr("is working"));
+    EXPECT_EQ(said({"forget", "nothing-1"}).first, 1);
+    EXPECT_EQ(said({"forget"}).first, 2);
+    EXPECT_EQ(listedIds(), (std::vector<std::string>{"busy-1", "ended-1", "held-1"}));
+
+    EXPECT_EQ(said({"forget", "--all"}).second,
+              "Erased the history: forgot 2 sessions. Kept 1 that holds a request for you.\n");
+    // Saved at once: the file already lists only the session that holds a request.
+    const JSONValue saved = JSONValue::parse(File::read(paths.sessionsFile()));
+    ASSERT_EQ(saved.arrayValue()->size(), 1u);
+    EXPECT_EQ(*(*saved.arrayValue())[0].get("key")->get("sessionId"), JSONValue("held-1"));
+
+    EXPECT_EQ(run.tidewick({"deny", "held-1"}).status, 0);
+    (void)run.finished(held);
+    EXPECT_EQ(run.finished(cursor("sessionEnd", "held-1")), nothing);
+    EXPECT_EQ(run.stopApp(), 0);
+    ASSERT_TRUE(run.startApp());
+    EXPECT_EQ(listedIds(), (std::vector<std::string>{"held-1"}));
+    EXPECT_EQ(said({"forget", "held"}).first, 0);
+    EXPECT_EQ(run.stopApp(), 0);
+    EXPECT_EQ(File::read(paths.sessionsFile()), "[]");
+    EXPECT_EQ(said({"forget", "--all"}).first, 3) << "forgetting needs the application";
+}
+
+} // namespace
+} // namespace tidewick
