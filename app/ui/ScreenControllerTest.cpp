@@ -263,6 +263,12 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     EXPECT_EQ(controls.calls, expected);
     EXPECT_EQ(message(), "Change launchAtLogin with `tidewick settings set launchAtLogin VALUE`.")
         << "it installs a service: the command line sets it";
+    // A sound goes round to the next one, and the last one to none.
+    type({U',', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j',
+          enter, down, down, enter, escape});
+    EXPECT_EQ(std::vector<Call>(controls.calls.end() - 2, controls.calls.end()),
+              (std::vector<Call>{{"setting", {}, "alertSounds.finished=buzz"},
+                                 {"setting", {}, "alertSounds.usageLimit=none"}}));
 
     // A refusal is shown as a warning and changes nothing shown.
     controls.result = ControlResult::refused("Tidewick couldn't read its settings.");

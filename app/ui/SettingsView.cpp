@@ -6,16 +6,36 @@
 
 namespace tidewick {
 
+namespace {
+
+// launchAtLogin installs a service, which the command line does.
+bool switches(const SettingCatalog::Entry& entry) {
+    return (entry.kind == SettingCatalog::Kind::toggle && entry.name != "launchAtLogin") ||
+           entry.kind == SettingCatalog::Kind::sound;
+}
+
+// The value a switch takes next: a toggle's other one, the sound after this one (none
+// after the last, so that each can be silenced too).
+std::string nextValue(const SettingCatalog::Entry& entry, const TidewickSettings& settings) {
+    const JSONValue value = entry.get(settings);
+    if (entry.kind == SettingCatalog::Kind::toggle)
+        return value.boolValue().value_or(false) ? "false" : "true";
+    const AlertSound sound = fromRaw<AlertSound>(*value.stringValue()).value_or(AlertSound::none);
+    const auto at = std::find(allAlertSounds.begin(), allAlertSounds.end(), sound);
+    if (at == allAlertSounds.end())
+        return std::string(rawValue(allAlertSounds.front()));
+    return std::string(rawValue(at + 1 == allAlertSounds.end() ? AlertSound::none : *(at + 1)));
+}
+
+} // namespace
+
 std::vector<SettingsView::Row> SettingsView::rows(const TidewickSettings& settings) {
     const TidewickSettings defaults;
     std::vector<Row> rows;
     for (const SettingCatalog::Entry& entry : SettingCatalog::entries()) {
         const JSONValue value = entry.get(settings);
-        // launchAtLogin installs a service, which the command line does.
-        const bool toggles =
-            entry.kind == SettingCatalog::Kind::toggle && entry.name != "launchAtLogin";
         rows.push_back({std::string(entry.name), SettingCatalog::display(value),
-                        value == entry.get(defaults), toggles});
+                        value == entry.get(defaults), switches(entry)});
     }
     return rows;
 }
@@ -43,9 +63,8 @@ SettingsView::Outcome SettingsView::handleKey(const Key& key, const TidewickSett
         selected_ = last;
     else if (key.kind == Key::Kind::enter || (character && key.character == ' ')) {
         const SettingCatalog::Entry& entry = SettingCatalog::entries()[selected_];
-        if (entry.kind == SettingCatalog::Kind::toggle && entry.name != "launchAtLogin") {
-            const bool on = entry.get(settings).boolValue().value_or(false);
-            said = controls.changeSetting(std::string(entry.name), on ? "false" : "true",
+        if (switches(entry)) {
+            said = controls.changeSetting(std::string(entry.name), nextValue(entry, settings),
                                           SettingCatalog::Change::set);
         } else {
             said = ControlResult::refused("Change " + std::string(entry.name) +

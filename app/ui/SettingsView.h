@@ -1,5 +1,6 @@
 // The interface's settings view (key `,`): every setting with its value, one
-// selected, its switches toggled with Enter or space. No curses here.
+// selected, its switches (toggles, and alert sounds, which go round) changed
+// with Enter or space. No curses here.
 #pragma once
 
 #include "Key.h"
@@ -23,14 +24,14 @@ public:
         /// The value as the listings show it.
         std::string value;
         bool isDefault = true;
-        /// Enter or space switches it.
+        /// Enter or space switches it (a toggle, or a sound to the next one).
         bool toggles = false;
     };
 
     /// Every setting of `settings`, in the table's order.
     [[nodiscard]] static std::vector<Row> rows(const TidewickSettings& settings);
 
-    /// Moves with ↑ ↓ j k, switches the selected toggle with Enter or space through
+    /// Moves with ↑ ↓ j k, switches the selected toggle (or sound) with Enter or space through
     /// `controls`, closes with Esc, `,` or q. What a key did for the user to read (a change
     /// made or refused, or how to change a setting that is no switch) is put in `said`.
     [[nodiscard]] Outcome handleKey(const Key& key, const TidewickSettings& settings,
