@@ -6,6 +6,7 @@
 #include "control/SessionMatcher.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
+#include "foundation/Allocator.h"
 #include "service/TidewickService.h"
 #include "systemd/Readiness.h"
 #include "ui/NotificationCenter.h"
@@ -94,6 +95,7 @@ bool runAttached(AppContext& context, const TerminalUIOptions& ui) {
 } // namespace
 
 void runApplication(AppContext& context, Interface interface, ApplicationOptions options) {
+    Allocator::returnLargeBlocksToTheSystem();
     const sigset_t signals = stopSignals();
     // Before any thread starts (the attached view's, the service's), as they inherit the mask.
     if (int error = ::pthread_sigmask(SIG_BLOCK, &signals, nullptr); error != 0)

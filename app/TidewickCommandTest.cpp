@@ -4,6 +4,7 @@
 
 #include "foundation/TidewickPaths.h"
 #include "install/HookCatalog.h"
+#include "testing/SmallFileSystem.h"
 
 #include <filesystem>
 #include <sys/stat.h>
@@ -122,6 +123,56 @@ TEST_F(TidewickCommand, DisconnectGivesBackTheUsersOwnSettings) {
     auto removed = run({"disconnect", "claude"}, "yes\n");
     ASSERT_EQ(removed.status, 0) << removed.err;
     EXPECT_EQ(File::read(settings()), mine);
+}
+
+TEST_F(TidewickCommand, ConnectingWhileTidewicksFolderIsFullSaysWhatHappened) {
+    // Tidewick's home on a small disk that holds its hook command; the agent's settings
+    // linked onto another file system.
+    testing::SmallFileSystem disk(File::read(testing::TidewickPrograms::hookPath).size() +
+                                  256 * 1024);
+    if (!disk.mounted())
+        GTEST_SKIP() << "this test mounts a small tmpfs, which needs privileges";
+    const std::string tidewickHome = disk.path();
+    programs.setVariable("TIDEWICK_HOME", tidewickHome);
+    const TidewickPaths paths(tidewickHome);
+    TemporaryDirectory elsewhere;
+    const std::string real = File::join(elsewhere.path(), "settings.json");
+    const std::string mine = "{\n  \"model\": \"opus\"\n}\n";
+    File::writeAtomically(real, mine, 0644);
+    const std::string linked = File::join(tidewickHome, ".claude/settings.json");
+    fs::create_directories(File::parent(linked));
+    ASSERT_EQ(::symlink(real.c_str(), linked.c_str()), 0);
+    paths.ensureDirectories();
+    File::writeAtomically(paths.helperPath(), File::read(testing::TidewickPrograms::hookPath),
+                          0755);
+    const std::string backups = File::join(paths.backupsDirectory(), "claude");
+    fs::create_directories(backups);
+    // Full but for one page: the backup fits, the record of the connection does not.
+    const std::string spare = File::join(tidewickHome, "spare");
+    File::writeAtomically(spare, "x", 0600);
+    disk.fill("filler");
+    ASSERT_EQ(::unlink(spare.c_str()), 0);
+
+    const auto before = run({"status", "--json"});
+    auto connect = run({"connect", "claude", "--yes"});
+    EXPECT_EQ(connect.status, 1);
+    EXPECT_EQ(connect.err, "Tidewick couldn't write " + paths.connectionsFile() +
+                               ": No space left on device. It put " + linked +
+                               " back as it was, so nothing was changed.\n");
+    EXPECT_EQ(File::read(real), mine);
+    EXPECT_TRUE(File::listFolder(backups).empty());
+    // `tidewick status` agrees: Claude Code is exactly as it was.
+    const auto after = run({"status", "--json"});
+    ASSERT_EQ(after.status, 0) << after.err;
+    EXPECT_EQ(after.out, before.out);
+    EXPECT_EQ(*(*JSONValue::parse(after.out).arrayValue())[0].get("state")->stringValue(),
+              "disconnected");
+
+    // With room again, the same command connects.
+    ASSERT_EQ(::unlink(File::join(tidewickHome, "filler").c_str()), 0);
+    auto again = run({"connect", "claude", "--yes"});
+    EXPECT_EQ(again.status, 0) << again.err;
+    EXPECT_NE(File::read(real).find("tidewick-hook"), std::string::npos);
 }
 
 TEST_F(TidewickCommand, ExitStatusesForRefusalsAndUsageErrors) {

@@ -8,6 +8,7 @@ packages=(
   libutf8proc-dev libcli11-dev libsqlite3-dev libncurses-dev libsystemd-dev
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
   tmux dbus python3
+  clang libclang-rt-14-dev llvm
   # systemd-analyze and a private user manager for the service tests; man -l for the
   # manual page; zsh and fish to try their completions.
   systemd man-db groff-base zsh fish

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets everything up and runs the whole test suite: every test under
 # AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests also
-# under ThreadSanitizer, and a plain build and install without the presets.
+# under ThreadSanitizer, a plain build and install without the presets, and
+# each fuzz program for 20 s.
 # Exits non-zero when any test fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,3 +20,6 @@ ctest --preset tsan -j"$jobs"
 
 # What someone without the presets gets: a plain Release build and install.
 scripts/check-plain-build.sh
+
+# The fuzz programs, built with clang, on their seeds and beyond.
+scripts/fuzz.sh 20

@@ -117,10 +117,11 @@ std::string encode(const ControlRequest& request, std::string_view secret) {
             out.member("answers", request.answers);
         out.member("step", request.step);
         out.member("until", request.until);
-        if (!request.setting.empty()) {
+        if (!request.setting.empty())
             out.member("setting", request.setting);
+        // Without a setting's name the change still has to come across as it was read.
+        if (!request.setting.empty() || request.change != SettingCatalog::Change::set)
             out.member("change", request.change);
-        }
     });
     // The application would refuse the whole line; say why here instead.
     if (!UTF8::isValid(text))

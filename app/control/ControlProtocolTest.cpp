@@ -32,7 +32,11 @@ TEST(ControlProtocol, RequestsRoundTripAndMalformedOnesAreRefused) {
     always.command = ControlCommand::allowAlways;
     always.session = "abc";
     always.rule = "npm test:*";
-    for (const ControlRequest& request : {answer, always}) {
+    // Found by the fuzz program: a change named without its setting.
+    ControlRequest unnamed;
+    unnamed.command = ControlCommand::setting;
+    unnamed.change = SettingCatalog::Change::add;
+    for (const ControlRequest& request : {answer, always, unnamed}) {
         const std::string encoded = ControlProtocol::encode(request, "s");
         EXPECT_EQ(ControlProtocol::decodeRequest(encoded)->second, request) << encoded;
     }

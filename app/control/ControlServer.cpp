@@ -236,7 +236,7 @@ ControlServer::ControlServer(std::string socketPath, std::string secret, Applica
       server_(
           std::move(socketPath),
           [this](std::string_view line, LocalServer::Stream& stream) { serve(line, stream); },
-          LocalServer::Options{"tidewick.control", "tidewick.ctl-conn", 16, 10.0}) {}
+          LocalServer::Options{"tidewick.control", "tidewick.ctl-conn", 16, 10.0, nullptr}) {}
 
 void ControlServer::start() {
     server_.start();

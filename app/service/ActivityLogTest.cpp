@@ -1,15 +1,19 @@
 #include "service/ActivityLog.h"
 
 #include "foundation/File.h"
+#include "foundation/FileDescriptor.h"
 #include "foundation/JSONValue.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
 #include "service/ServiceTestSupport.h"
+#include "testing/SmallFileSystem.h"
 #include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tidewick {
 namespace {
@@ -53,6 +57,50 @@ TEST(ActivityLog, WritesOneCompactReadableLinePerEvent) {
     File::writeAtomically(home.path() + "/file", "x", 0600);
     EXPECT_THROW(ActivityLog(home.path() + "/file/activity.jsonl").append(bare, Date()),
                  SystemError);
+}
+
+TEST(ActivityLog, AFullDiskNeverLeavesATornRecord) {
+    SmallFileSystem disk(32 * 1024);
+    if (!disk.mounted())
+        GTEST_SKIP() << "this test mounts a small tmpfs, which needs privileges";
+    const std::string room = disk.path() + "/room";
+    File::writeAtomically(room, std::string(8192, 'r'), 0600);
+    ActivityLog log(disk.path() + "/activity.jsonl");
+    // Records of about 2.3 KB, so the one that meets the full disk gets part of it written.
+    std::vector<std::string> whole;
+    auto append = [&](int i) {
+        const AgentEvent logged = event(std::string(2300, static_cast<char>('a' + i % 26)));
+        try {
+            log.append(logged, dateFromSeconds(i));
+        } catch (const SystemError& error) {
+            EXPECT_EQ(error.code(), ENOSPC) << error.what();
+            return false;
+        }
+        std::string line = ActivityLog::line(logged, dateFromSeconds(i));
+        line.pop_back();
+        whole.push_back(line);
+        return true;
+    };
+    int next = 0;
+    while (append(next))
+        ++next;
+    ASSERT_GE(whole.size(), 3u);
+    EXPECT_EQ(fileLines(log.path()), whole);
+    EXPECT_TRUE(File::read(log.path()).ends_with("\n"));
+
+    // Once there is room again, the next record stands on a line of its own.
+    ASSERT_EQ(::unlink(room.c_str()), 0);
+    EXPECT_TRUE(append(++next));
+    EXPECT_EQ(fileLines(log.path()), whole);
+
+    // So does the record after a torn line that a crash left behind.
+    {
+        const FileDescriptor file = FileDescriptor::open(log.path(), O_WRONLY | O_APPEND);
+        ASSERT_EQ(::write(file.get(), "{\"time\":9,\"agent\":\"co", 22), 22);
+    }
+    EXPECT_TRUE(append(++next));
+    EXPECT_EQ(fileLines(log.path()), whole);
+    EXPECT_TRUE(File::read(log.path()).ends_with("\n"));
 }
 
 TEST(ActivityLog, RotatesToOnePreviousFilePastItsLimit) {

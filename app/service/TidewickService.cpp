@@ -12,6 +12,7 @@
 #include "foundation/SerialQueue.h"
 #include "foundation/SystemError.h"
 #include "foundation/Text.h"
+#include "install/HookConfigEditor.h"
 #include "presentation/SoundPlayer.h"
 #include "service/AlertThrottle.h"
 #include "service/SettingsEditor.h"
@@ -168,8 +169,7 @@ struct TidewickService::State {
           settingsFile(paths.settingsFile(), [this](const std::string& s) { report(s); }),
           activity(paths.activityFile(), options.activityLimitBytes),
           persistence(paths.sessionsFile()), throttle(options.alertThrottleSeconds),
-          saver([this] { (void)persistence.save(store.snapshot()); }, scheduler,
-                options.saveDelaySeconds),
+          saver([this] { saveSessions(); }, scheduler, options.saveDelaySeconds),
           editor(settingsFile, options.clock) {
         store.setOnChange([this](const StoreChange& change) { changed(change); });
         if (!options.readUsage)
@@ -194,8 +194,9 @@ struct TidewickService::State {
     void changed(const StoreChange& change) {
         saver.noteChange();
         std::shared_lock guard(watchersLock);
-        for (const auto& [id, watcher] : watchers)
-            if (watcher.changed)
+        // Not a structured binding: clang before 16 cannot capture one in a lambda.
+        for (const auto& entry : watchers)
+            if (const Watcher& watcher = entry.second; watcher.changed)
                 guarded("a change handler", [&] { watcher.changed(change); });
     }
 
@@ -212,6 +213,37 @@ struct TidewickService::State {
         }
     }
 
+    // Runs on the work queue. A file that did not load at start is kept aside before the
+    // first save replaces it; while that fails, nothing replaces it.
+    void saveSessions() {
+        if (sessionsUnreadable) {
+            try {
+                const std::optional<std::string> kept =
+                    persistence.keepUnreadable(options.clock());
+                sessionsUnreadable = false;
+                if (kept)
+                    noteKeptSessions(*kept);
+            } catch (const std::exception& error) {
+                report(std::string("Tidewick couldn't set its unreadable sessions file aside, "
+                                   "so it did not save the sessions: ") +
+                       error.what() + ".");
+                return;
+            }
+        }
+        (void)persistence.save(store.snapshot());
+    }
+
+    void noteKeptSessions(const std::string& kept) {
+        const std::string sentence = SessionText::keptUnreadableSessions(kept);
+        report(sentence);
+        try {
+            activity.note(sentence, options.clock());
+        } catch (const std::exception& error) {
+            report(std::string("Tidewick couldn't write its activity log: ") + error.what() +
+                   ".");
+        }
+    }
+
     // The application sounds the alert, once; the interfaces ring their bells only where
     // it could not.
     void announce(Alert alert) {
@@ -219,8 +251,8 @@ struct TidewickService::State {
         alert.bell = sound != AlertSound::none &&
                      (!sounds || sounds->play(sound) == SoundPlayer::Outcome::bell);
         std::shared_lock guard(watchersLock);
-        for (const auto& [id, watcher] : watchers)
-            if (watcher.alerted)
+        for (const auto& entry : watchers)
+            if (const Watcher& watcher = entry.second; watcher.alerted)
                 guarded("alert handler", [&] { watcher.alerted(alert); });
     }
 
@@ -280,6 +312,8 @@ struct TidewickService::State {
     UsageWatch usage{[this] { return options.readUsage(); }, options.clock,
                      [this](const Alert& alert) { announce(alert); }};
     bool usageCheckDue = false;
+    // Touched on the work queue only: the sessions file found at start did not load.
+    bool sessionsUnreadable = false;
 
     // Held shared while watchers are told, so that unwatch(), which takes it exclusively,
     // returns only once no call to the watcher it removes is running.
@@ -353,9 +387,11 @@ void TidewickService::start() {
     // A pause that ended while Tidewick was not running ends now; a later end is awaited.
     (void)s.editor.resumeIfDue();
     scheduleResume(s.settingsFile.current());
-    std::vector<Session> saved = s.persistence.load();
+    removeCrashLeftovers();
+    SessionPersistence::Contents saved = s.persistence.read();
     s.work->sync([&] {
-        s.store.restore(std::move(saved));
+        s.sessionsUnreadable = saved.unreadable;
+        s.store.restore(std::move(saved.sessions));
         (void)s.store.prune();
     });
     if (!s.server || s.serverSecret != s.secret) {
@@ -399,6 +435,19 @@ void TidewickService::checkUsageEvery(double delaySeconds, std::uint64_t generat
                            s.usage.check();
                            checkUsageEvery(s.options.usageCheckSeconds, generation);
                        });
+}
+
+void TidewickService::removeCrashLeftovers() const {
+    // Temporaries of atomic writes whose writer was killed: Tidewick's own files, and the
+    // agents' configuration files it edits.
+    std::vector<std::string> folders = {paths_.appSupport(), paths_.binDirectory()};
+    for (AgentKind agent : allAgentKinds) {
+        folders.push_back(File::join(paths_.backupsDirectory(), rawValue(agent)));
+        const std::string config = HookConfigEditor::forAgent(agent)->configPath(paths_.home());
+        folders.push_back(File::parent(File::resolveLinks(config)));
+    }
+    for (const std::string& folder : folders)
+        (void)File::removeStaleTemporaries(folder);
 }
 
 void TidewickService::stop() {

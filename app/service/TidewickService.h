@@ -95,8 +95,11 @@ public:
 
     /// Start-up: takes the single-instance lock (else throws AlreadyRunning with the
     /// sentence "Tidewick is already running. Quit it before starting another."),
-    /// makes the directories and the secret, loads settings and sessions, and starts
-    /// the hook server on the socket path. Throws SystemError when a step fails; the
+    /// makes the directories and the secret, removes the temporaries of atomic writes
+    /// whose writer died, loads settings and sessions, and starts the hook server on the
+    /// socket path. A sessions file that does not load is kept aside as
+    /// "sessions.json.unreadable-<time>" before the first save replaces it, which the
+    /// activity log and the problem reporter are told once. Throws SystemError when a step fails; the
     /// service is then left stopped.
     void start();
     /// Stops accepting hook commands, answers every held request with the time-out
@@ -178,6 +181,7 @@ private:
     HookResponse holdForUser(const ParsedHook& parsed, const AgentAdapter& adapter,
                              const HookRequest& request, const TidewickSettings& settings,
                              const std::function<bool()>& isClientGone);
+    void removeCrashLeftovers() const;
     void record(const AgentEvent& event, const HookRequest& request);
     /// Runs checkAgents() now and again every agentCheckSeconds while `generation` is the
     /// current run of the service.

@@ -1,6 +1,8 @@
 #include "service/TidewickService.h"
 
 #include "foundation/File.h"
+#include "foundation/JSONCoding.h"
+#include "foundation/ProcessIdentity.h"
 #include "service/ServiceTestSupport.h"
 #include "sessions/SessionPersistence.h"
 #include "testing/ManualScheduler.h"
@@ -441,6 +443,65 @@ TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
     service.reset(); // Runs what is queued.
     ASSERT_EQ(problems.size(), 1u);
     EXPECT_TRUE(problems[0].starts_with("Tidewick couldn't write its activity log: open("));
+}
+
+TEST_F(TidewickServiceTest, AnUnreadableSessionsFileIsKeptAndCrashLeftoversAreRemovedAtStart) {
+    // One session dated past what the clock holds: the whole file does not load.
+    Session late;
+    late.key = claudeKey;
+    late.status = SessionStatus::working;
+    JSONValue record = JSONValue::parse(encodeJSON(late));
+    record.set("startedAt", JSONValue::number("9.3e9"));
+    const std::string unreadable = "[" + record.compact() + "]";
+    paths.ensureDirectories();
+    File::writeAtomically(paths.sessionsFile(), unreadable, 0644);
+    const std::string keptPath = paths.sessionsFile() + ".unreadable-2027-01-15T08-00-00Z";
+
+    // Temporaries of writers that are gone (this process id with another start time stands
+    // for a writer whose id was reused) and of one that still runs (this very process).
+    const ProcessIdentity self = ProcessIdentity::current();
+    auto temporary = [&](const std::string& file, const ProcessIdentity& writer) {
+        const std::string path = file + ".tmp-" + std::to_string(writer.pid) + "-" +
+                                 std::to_string(writer.startTime) + "-0123abcd";
+        File::makeDirectories(File::parent(path), 0700);
+        File::writeAtomically(path, std::string(4096, 'x'), 0600);
+        return path;
+    };
+    const ProcessIdentity gone{self.pid, self.startTime + 1};
+    const std::vector<std::string> stale = {
+        temporary(paths.sessionsFile(), gone), temporary(paths.helperPath(), gone),
+        temporary(paths.backupsDirectory() + "/claude/2026-01-01T00-00-00Z-settings.json", gone),
+        temporary(paths.home() + "/.claude/settings.json", gone)};
+    const std::string live = temporary(paths.settingsFile(), self);
+
+    service->start();
+    for (const std::string& path : stale)
+        EXPECT_FALSE(File::exists(path)) << path;
+    EXPECT_TRUE(File::exists(live));
+    EXPECT_TRUE(service->sessions().empty());
+    EXPECT_EQ(File::read(paths.sessionsFile()), unreadable) << "left alone until a save";
+
+    // The first save keeps it aside, says so once, and later saves do not again.
+    (void)handleNow(claudeRequest("UserPromptSubmit", R"({"prompt":"one"})"));
+    ASSERT_TRUE(
+        eventually([&] { return SessionPersistence(paths.sessionsFile()).load().size() == 1; }));
+    (void)handleNow(claudeRequest("UserPromptSubmit", R"({"prompt":"two"})"));
+    service->stop();
+    EXPECT_EQ(File::read(keptPath), unreadable);
+    const std::string sentence =
+        "Tidewick couldn't read its sessions file, so it started without those sessions and "
+        "kept the file as " +
+        keptPath + ".";
+    EXPECT_EQ(problems, std::vector<std::string>{sentence});
+    const std::vector<std::string> lines = fileLines(paths.activityFile());
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [&](const std::string& line) {
+                                return line == R"({"time":1800000000,"notice":")" + sentence + R"("})";
+                            }),
+              1);
+    std::vector<std::string> keptFiles = File::listFolder(paths.appSupport());
+    std::erase_if(keptFiles, [](const std::string& name) { return name.find(".unreadable-") == std::string::npos; });
+    EXPECT_EQ(keptFiles.size(), 1u);
 }
 
 TEST_F(TidewickServiceTest, ABurstRaisesOneAlertAndWhatItHeldBackIsAnnouncedWhenItsWindowEnds) {

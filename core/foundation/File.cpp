@@ -1,10 +1,13 @@
 #include "foundation/File.h"
 
 #include "foundation/IO.h"
+#include "foundation/ProcessIdentity.h"
 #include "foundation/SystemError.h"
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
@@ -18,12 +21,57 @@ namespace tidewick {
 
 namespace {
 
+constexpr std::string_view temporaryMark = ".tmp-";
+
+// "<path>.tmp-<pid>-<start>-<random>": the writer's process id and start time let a later
+// start tell a temporary whose writer died from one still being written.
 std::string temporarySibling(const std::string& path) {
     static thread_local std::mt19937_64 generator{std::random_device{}()};
-    char suffix[32];
-    std::snprintf(suffix, sizeof suffix, ".tmp-%d-%08llx", static_cast<int>(getpid()),
+    const ProcessIdentity writer = ProcessIdentity::current();
+    char suffix[80];
+    std::snprintf(suffix, sizeof suffix, ".tmp-%d-%llu-%08llx", static_cast<int>(writer.pid),
+                  static_cast<unsigned long long>(writer.startTime),
                   static_cast<unsigned long long>(generator() & 0xffffffffULL));
     return path + suffix;
+}
+
+// Splits "<digits>-" off the front of `text`; nothing when it does not start that way.
+std::optional<std::uint64_t> takeNumber(std::string_view& text) {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end == text.data() || end == text.data() + text.size() ||
+        *end != '-')
+        return std::nullopt;
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()) + 1);
+    return value;
+}
+
+bool isRandomPart(std::string_view text) {
+    return text.size() == 8 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+enum class Writer { none, running, gone };
+
+// Whether `name` is a temporary of an atomic write and, if so, whether its writer still
+// runs. Names of earlier versions carry only the process id: a live process with that id
+// may be the writer, so such a temporary is kept.
+Writer writerOf(std::string_view name) {
+    const std::size_t mark = name.rfind(temporaryMark);
+    if (mark == std::string_view::npos || mark == 0)
+        return Writer::none;
+    std::string_view rest = name.substr(mark + temporaryMark.size());
+    const std::optional<std::uint64_t> pid = takeNumber(rest);
+    if (!pid || *pid == 0 || *pid > INT_MAX)
+        return Writer::none;
+    if (isRandomPart(rest)) {
+        const bool alive = ::kill(static_cast<pid_t>(*pid), 0) == 0 || errno == EPERM;
+        return alive ? Writer::running : Writer::gone;
+    }
+    const std::optional<std::uint64_t> started = takeNumber(rest);
+    if (!started || !isRandomPart(rest))
+        return Writer::none;
+    const ProcessIdentity writer{static_cast<pid_t>(*pid), *started};
+    return writer.isRunning() ? Writer::running : Writer::gone;
 }
 
 } // namespace
@@ -132,6 +180,26 @@ std::string join(const std::string& directory, std::string_view name) {
         out.push_back('/');
     out += name;
     return out;
+}
+
+std::vector<std::string> removeStaleTemporaries(const std::string& directory) {
+    std::vector<std::string> removed;
+    std::vector<std::string> names;
+    try {
+        names = listFolder(directory);
+    } catch (const SystemError&) {
+        return removed; // nothing to clean where there is no folder
+    }
+    for (const std::string& name : names) {
+        if (writerOf(name) != Writer::gone)
+            continue;
+        const std::string path = join(directory, name);
+        struct stat info {};
+        if (::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+            ::unlink(path.c_str()) == 0)
+            removed.push_back(path);
+    }
+    return removed;
 }
 
 std::vector<std::string> listFolder(const std::string& directory) {

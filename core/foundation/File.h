@@ -68,6 +68,12 @@ void makeDirectories(const std::string& path, mode_t mode);
 /// order. Throws SystemError ("opendir(/path): No such file or directory").
 [[nodiscard]] std::vector<std::string> listFolder(const std::string& directory);
 
+/// Removes the temporaries that atomic writes left in `directory` when their writer died
+/// before finishing (named "<file>.tmp-<writer>-<random>"); those of writers still running
+/// stay. Returns the paths removed. Never throws: a folder that cannot be listed, or a file
+/// that cannot be removed, is left as it is.
+std::vector<std::string> removeStaleTemporaries(const std::string& directory);
+
 /// What the symbolic link at `path` points to, as written in the link; nothing when
 /// `path` is not a link or cannot be read.
 [[nodiscard]] std::optional<std::string> linkTarget(const std::string& path);

@@ -1,12 +1,15 @@
 #include "foundation/File.h"
 
+#include "foundation/ProcessIdentity.h"
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <csignal>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace tidewick {
@@ -103,6 +106,57 @@ TEST_F(FileTest, ListsAFolderAndFollowsEveryLink) {
         SCOPED_TRACE(path);
         EXPECT_EQ(File::resolveLinks(File::join(dir_, path)), File::join(real, expected));
     }
+}
+
+TEST_F(FileTest, TemporariesOfWritersKilledMidWriteAreRemovedAndOthersStay) {
+    // A writer killed with SIGKILL half-way through a save leaves its temporary behind.
+    const std::string sessions = File::join(dir_, "sessions.json");
+    File::writeAtomically(sessions, "[]", 0600);
+    const pid_t writer = ::fork();
+    ASSERT_GE(writer, 0);
+    if (writer == 0) {
+        AtomicFile file(sessions, 0600);
+        file.write(std::string(1 << 20, 'x'));
+        ::kill(::getpid(), SIGKILL);
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(writer, &status, 0), writer);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    std::vector<std::string> left = File::listFolder(dir_);
+    ASSERT_EQ(left.size(), 2u);
+    const std::string killed = File::join(dir_, left[0] == "sessions.json" ? left[1] : left[0]);
+
+    // A write of this very process still under way, a process id now run by another
+    // program (this one, started at another time), and names that only look alike.
+    AtomicFile running(File::join(dir_, "settings.json"), 0600);
+    const ProcessIdentity self = ProcessIdentity::current();
+    const std::string pid = std::to_string(self.pid);
+    const std::string reused =
+        "connections.json.tmp-" + pid + "-" + std::to_string(self.startTime + 1) + "-0123abcd";
+    const std::string olderLive = "secret.tmp-" + pid + "-89abcdef";
+    const std::string olderDead = "secret.tmp-" + std::to_string(writer) + "-89abcdef";
+    const std::vector<std::string> unrelated = {"notes.tmp-x", ".tmp-1-2-0123abcd",
+                                                "a.tmp-" + pid + "-0123ABCD", "b.tmp-0-0123abcd"};
+    for (const std::string& name : {reused, olderLive, olderDead})
+        File::writeAtomically(File::join(dir_, name), "x", 0600);
+    for (const std::string& name : unrelated)
+        File::writeAtomically(File::join(dir_, name), "x", 0600);
+    File::makeDirectories(File::join(dir_, "folder.tmp-" + std::to_string(writer) + "-0123abcd"),
+                          0700);
+
+    std::vector<std::string> removed = File::removeStaleTemporaries(dir_);
+    std::sort(removed.begin(), removed.end());
+    std::vector<std::string> expected = {killed, File::join(dir_, reused),
+                                         File::join(dir_, olderDead)};
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(removed, expected);
+    EXPECT_EQ(entryCount(), 8) << "sessions.json, the running write, the older live one, "
+                                  "four look-alikes and the folder stay";
+    EXPECT_TRUE(File::removeStaleTemporaries(File::join(dir_, "missing")).empty());
+    running.write("done");
+    running.commit();
+    EXPECT_EQ(File::read(File::join(dir_, "settings.json")), "done");
 }
 
 } // namespace

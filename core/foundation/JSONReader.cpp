@@ -3,6 +3,7 @@
 #include "foundation/Hex.h"
 #include "foundation/UTF8.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -14,14 +15,15 @@ namespace tidewick {
 namespace {
 
 constexpr std::uint64_t ones = 0x0101010101010101ULL;
-constexpr std::uint64_t highs = 0x8080808080808080ULL;
+constexpr std::uint64_t lows = 0x7F7F7F7F7F7F7F7FULL;
 
-// The high bit of each byte of `word` that equals `byte` (the classic SWAR
-// zero-byte test). Bits above the first match may be false alarms, so only the
-// lowest set bit is meaningful.
+// The high bit of each byte of `word` that equals `byte`, and no other bit. The sums
+// stay within each byte, so a match never marks its neighbour: the tail of the text is
+// read as the last eight bytes, whose matches before the current position are masked
+// off and must not spill into the bytes after it.
 std::uint64_t matchBytes(std::uint64_t word, unsigned char byte) {
     const std::uint64_t x = word ^ (ones * byte);
-    return (x - ones) & ~x & highs;
+    return ~(((x & lows) + lows) | x | lows);
 }
 
 bool isNumberByte(char c) {
@@ -185,7 +187,7 @@ std::size_t JSONReader::findSpecial(std::size_t from) const {
             ++from;
         return from;
     }
-    // The last few bytes: the last eight again, of which those before `from` hold no hit.
+    // The last few bytes: the last eight again, those before `from` masked off.
     std::uint64_t word;
     std::memcpy(&word, data + size - 8, sizeof word);
     const std::uint64_t fresh = ~0ULL << (8 * (8 - (size - from)));
@@ -204,6 +206,9 @@ std::string_view JSONReader::scanString(std::string& out) {
         return plain;
     }
     out.clear();
+    // Unescaped, a string is never longer than its text: room for that up front costs one
+    // allocation and never more memory than the text itself.
+    out.reserve(stringEnd(end) - pos_);
     for (;;) {
         out.append(text_.data() + pos_, end - pos_);
         pos_ = end;
@@ -213,9 +218,19 @@ std::string_view JSONReader::scanString(std::string& out) {
             ++pos_;
             return out;
         }
-        readEscape(out);
+        readEscape(&out);
         end = findSpecial(pos_);
     }
+}
+
+std::size_t JSONReader::stringEnd(std::size_t from) const {
+    while (from < text_.size()) {
+        from = findSpecial(from);
+        if (from >= text_.size() || text_[from] == '"')
+            return from;
+        from += 2; // the backslash and the byte after it, which cannot end the string
+    }
+    return text_.size();
 }
 
 int JSONReader::readHex4(std::size_t at) const {
@@ -231,33 +246,38 @@ int JSONReader::readHex4(std::size_t at) const {
     return value;
 }
 
-void JSONReader::readEscape(std::string& out) {
+namespace {
+
+// The byte a one-letter escape stands for; any other escaped byte stands for itself,
+// unknown letters included.
+char escapedByte(char letter) {
+    switch (letter) {
+    case 'b':
+        return '\b';
+    case 'f':
+        return '\f';
+    case 'n':
+        return '\n';
+    case 'r':
+        return '\r';
+    case 't':
+        return '\t';
+    default:
+        return letter;
+    }
+}
+
+} // namespace
+
+void JSONReader::readEscape(std::string* out) {
     const std::size_t escapeStart = pos_;
     ++pos_; // the backslash
     if (pos_ >= text_.size())
         fail("Unterminated string", pos_);
     const char c = text_[pos_++];
-    switch (c) {
-    case 'b':
-        out.push_back('\b');
-        return;
-    case 'f':
-        out.push_back('\f');
-        return;
-    case 'n':
-        out.push_back('\n');
-        return;
-    case 'r':
-        out.push_back('\r');
-        return;
-    case 't':
-        out.push_back('\t');
-        return;
-    case 'u':
-        break;
-    default:
-        // Any other escaped byte stands for itself, unknown letters included.
-        out.push_back(c);
+    if (c != 'u') {
+        if (out)
+            out->push_back(escapedByte(c));
         return;
     }
     const int code = readHex4(pos_);
@@ -266,22 +286,35 @@ void JSONReader::readEscape(std::string& out) {
     pos_ += 4;
     auto cp = static_cast<std::uint32_t>(code);
     if (cp >= 0xD800 && cp <= 0xDBFF) {
+        cp = 0xFFFD;
         // A high surrogate pairs only with an immediately following low one.
         if (text_.substr(pos_, 2) == "\\u") {
             const int low = readHex4(pos_ + 2);
             if (low >= 0xDC00 && low <= 0xDFFF) {
                 pos_ += 6;
-                UTF8::append(out, 0x10000 + ((cp - 0xD800) << 10) +
-                                    (static_cast<std::uint32_t>(low) - 0xDC00));
-                return;
+                cp = 0x10000 + ((static_cast<std::uint32_t>(code) - 0xD800) << 10) +
+                     (static_cast<std::uint32_t>(low) - 0xDC00);
             }
         }
-        UTF8::append(out, 0xFFFD);
-        return;
-    }
-    if (cp >= 0xDC00 && cp <= 0xDFFF)
+    } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
         cp = 0xFFFD;
-    UTF8::append(out, cp);
+    }
+    if (out)
+        UTF8::append(*out, cp);
+}
+
+void JSONReader::skipString() {
+    ++pos_; // the opening quotation mark
+    for (;;) {
+        pos_ = findSpecial(pos_);
+        if (pos_ >= text_.size())
+            fail("Unterminated string", pos_);
+        if (text_[pos_] == '"') {
+            ++pos_;
+            return;
+        }
+        readEscape(nullptr);
+    }
 }
 
 std::string_view JSONReader::readStringView() {
@@ -370,7 +403,7 @@ JSONValue JSONReader::readValue() {
 void JSONReader::skipValue() {
     switch (peek()) {
     case JSONValue::Kind::String:
-        (void)scanString(stringBuffer_);
+        skipString();
         return;
     case JSONValue::Kind::Number:
         (void)readNumber();
@@ -391,6 +424,86 @@ void JSONReader::skipValue() {
         while (nextKey())
             skipValue();
         return;
+    }
+}
+
+namespace {
+
+// What the system allocator takes for a block of `bytes`: a header and 16-byte steps.
+std::size_t blockBytes(std::size_t bytes) {
+    return bytes == 0 ? 0 : std::max<std::size_t>(32, (bytes + 8 + 15) / 16 * 16);
+}
+
+// A string's own allocation: short ones live inside the string object.
+std::size_t stringBytes(std::size_t length) {
+    return length < sizeof(std::string) / 2 ? 0 : blockBytes(length + 1);
+}
+
+} // namespace
+
+JSONReader::Footprint JSONReader::measureValue() {
+    Footprint footprint;
+    std::size_t openElements = 0;
+    std::size_t openPairs = 0;
+    measure(footprint, openElements, openPairs);
+    footprint.bytes += blockBytes(footprint.elements * sizeof(JSONValue)) +
+                       blockBytes(footprint.pairs * sizeof(JSONValue::Pair));
+    return footprint;
+}
+
+void JSONReader::reserveFor(const Footprint& footprint) {
+    elementStack_.reserve(footprint.elements);
+    pairStack_.reserve(footprint.pairs);
+}
+
+// Follows readValue step by step: each string, number and container's own block, and the
+// elements and pairs that wait on the shared stacks until their container closes.
+void JSONReader::measure(Footprint& footprint, std::size_t& openElements,
+                         std::size_t& openPairs) {
+    switch (peek()) {
+    case JSONValue::Kind::String: {
+        const std::size_t start = pos_;
+        skipString();
+        // An unescaped string keeps the room of its whole text.
+        footprint.bytes += stringBytes(pos_ - start - 2);
+        return;
+    }
+    case JSONValue::Kind::Number:
+        footprint.bytes += stringBytes(readNumber().size());
+        return;
+    case JSONValue::Kind::Bool:
+        (void)readBool();
+        return;
+    case JSONValue::Kind::Null:
+        readNull();
+        return;
+    case JSONValue::Kind::Array: {
+        beginArray();
+        std::size_t count = 0;
+        while (nextElement()) {
+            measure(footprint, openElements, openPairs);
+            footprint.elements = std::max(footprint.elements, ++openElements);
+            ++count;
+        }
+        openElements -= count;
+        footprint.bytes += blockBytes(count * sizeof(JSONValue));
+        return;
+    }
+    case JSONValue::Kind::Object: {
+        beginObject();
+        std::size_t count = 0;
+        while (std::optional<std::string_view> key = nextKey()) {
+            // The reader's key buffer too, when an escaped key needed it.
+            footprint.bytes += stringBytes(key->size()) + stringBytes(keyBuffer_.capacity());
+            keyBuffer_ = std::string();
+            measure(footprint, openElements, openPairs);
+            footprint.pairs = std::max(footprint.pairs, ++openPairs);
+            ++count;
+        }
+        openPairs -= count;
+        footprint.bytes += blockBytes(count * sizeof(JSONValue::Pair));
+        return;
+    }
     }
 }
 

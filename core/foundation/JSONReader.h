@@ -50,11 +50,28 @@ public:
     [[nodiscard]] JSONValue readValue();
     /// Passes over the value that comes next, checking its syntax all the same.
     void skipValue();
+
+    /// What readValue() allocates for a value: the document's own memory and the room its
+    /// stacks need, counted in bytes as the system allocator hands them out.
+    struct Footprint {
+        std::size_t bytes = 0;
+        /// Elements and pairs waiting on the stacks at most, while it is read.
+        std::size_t elements = 0;
+        std::size_t pairs = 0;
+    };
+    /// Passes over the value that comes next like skipValue() and says what readValue()
+    /// would allocate for it, once a reader is sized for it by reserveFor().
+    [[nodiscard]] Footprint measureValue();
+    /// Gives the stacks the room the value measured as `footprint` needs, so that reading
+    /// it allocates no more than `footprint.bytes` in all.
+    void reserveFor(const Footprint& footprint);
     /// Requires that only white space is left.
     void finish();
 
     /// Bytes read so far.
     [[nodiscard]] std::size_t offset() const { return pos_; }
+    /// The whole text being read.
+    [[nodiscard]] std::string_view text() const { return text_; }
 
     /// The value of a number's text when it is a whole number that fits 64 bits, written
     /// as an integer or otherwise (5.0 and 1e3 count); nothing for any other text.
@@ -81,7 +98,13 @@ private:
     /// Unescapes the string at pos_ into `out`, or returns a view of the text itself
     /// when it holds no escape (then `out` is untouched).
     [[nodiscard]] std::string_view scanString(std::string& out);
-    void readEscape(std::string& out);
+    /// Reads the escape at pos_ into `out`; only checks it when `out` is null.
+    void readEscape(std::string* out);
+    /// Passes over the string at pos_, checking its escapes, without copying anything.
+    void skipString();
+    /// Index of the quotation mark that closes the string whose text starts at `from`.
+    [[nodiscard]] std::size_t stringEnd(std::size_t from) const;
+    void measure(Footprint& footprint, std::size_t& openElements, std::size_t& openPairs);
     [[nodiscard]] int readHex4(std::size_t at) const;
 
     std::string_view text_;

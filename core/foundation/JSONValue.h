@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -33,8 +34,9 @@ public:
     /// fails with a ParseError instead of exhausting the stack.
     static constexpr int maxDepth = 1000;
 
-    /// null.
-    JSONValue() = default;
+    /// null. Written out, not defaulted: clang 14 with libstdc++ 12 takes a defaulted one of
+    /// this recursive type as unusable, and std::optional<JSONValue>::emplace() then fails.
+    JSONValue() noexcept {}
     JSONValue(std::nullptr_t) {}
     /// A string value (never a number: use number() or integer()).
     JSONValue(std::string text) : storage_(std::move(text)) {}
@@ -119,5 +121,7 @@ private:
 
     Storage storage_{nullptr};
 };
+
+static_assert(std::is_default_constructible_v<JSONValue>);
 
 } // namespace tidewick

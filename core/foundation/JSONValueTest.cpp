@@ -86,6 +86,15 @@ TEST(JSONValueTest, StringEscapesDecodeAndEncodeAsDocumented) {
     // Raw control characters inside strings are accepted as they are.
     EXPECT_EQ(*JSONValue::parse("\"a\tb\"").stringValue(), "a\tb");
 
+    // Near the end of the text the last eight bytes are read again: the quotation mark
+    // before a string must not make its first byte ('#' and ']' differ from the quotation
+    // mark and the backslash in one bit) look special.
+    for (const char* text : {R"({"k":"#"})", R"(["]","#1a1t"])", R"({"a\u0001":"#1a1t"})"}) {
+        SCOPED_TRACE(text);
+        const JSONValue parsed = JSONValue::parse(text);
+        EXPECT_EQ(parsed.compact(), text);
+    }
+
     EXPECT_EQ(JSONValue::quote("x/y\x1f\x7f"), "\"x/y\\u001f\x7f\"");
     EXPECT_EQ(JSONValue::quote(std::string("nul\0!", 5)), "\"nul\\u0000!\"");
     // Texts are scanned eight bytes at a time: escapes on either side of each boundary.

@@ -24,4 +24,35 @@ ConnectionError ConnectionError::helperMissing() {
     return ConnectionError(Case::helperMissing, "The Tidewick helper isn't available.");
 }
 
+ConnectionError ConnectionError::connectUndone(const std::string& configPath,
+                                               const ConnectionError& recordFailure) {
+    return ConnectionError(Case::notRecorded,
+                           "Tidewick couldn't write " + recordFailure.path() + ": " +
+                               recordFailure.reason() + ". It put " + configPath +
+                               " back as it was, so nothing was changed.",
+                           recordFailure.path(), recordFailure.reason());
+}
+
+ConnectionError ConnectionError::connectNotUndone(AgentKind agent, const std::string& configPath,
+                                                  const ConnectionError& recordFailure,
+                                                  const std::string& undoReason) {
+    return ConnectionError(Case::notRecorded,
+                           "Tidewick added its hooks to " + configPath + " but couldn't write " +
+                               recordFailure.path() + ": " + recordFailure.reason() +
+                               ". It couldn't take them out again (" + undoReason + "), so " +
+                               std::string(displayName(agent)) + " has Tidewick's hooks.",
+                           recordFailure.path(), recordFailure.reason());
+}
+
+ConnectionError ConnectionError::disconnectNotRecorded(AgentKind agent,
+                                                       const std::string& configPath,
+                                                       const ConnectionError& recordFailure) {
+    return ConnectionError(Case::notRecorded,
+                           "Tidewick removed its hooks from " + configPath +
+                               " but couldn't write " + recordFailure.path() + ": " +
+                               recordFailure.reason() + ". " + std::string(displayName(agent)) +
+                               " is disconnected.",
+                           recordFailure.path(), recordFailure.reason());
+}
+
 } // namespace tidewick

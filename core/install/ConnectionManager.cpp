@@ -225,13 +225,41 @@ ConfigChange ConnectionManager::connect(AgentKind agent, GateCommands gate) {
     installHelperIfNeeded();
     ConfigChange change = previewConnect(agent, gate);
     // Rewriting identical text would only churn the backups.
-    if (!change.isNoChange()) {
-        if (change.fileExisted)
-            change.backup = backUp(agent, change.path, change.before);
-        write(change.path, change.after);
+    if (change.isNoChange()) {
+        remember(agent, !change.fileExisted, gate);
+        return change;
     }
-    remember(agent, !change.fileExisted, gate);
+    if (change.fileExisted)
+        change.backup = backUp(agent, change.path, change.before);
+    write(change.path, change.after);
+    try {
+        remember(agent, !change.fileExisted, gate);
+    } catch (const ConnectionError& failure) {
+        // Half a connection would leave the user told one thing and shown another: the
+        // agent's file goes back to what it was, or the sentence says it could not.
+        if (std::optional<std::string> undoFailure = undo(change))
+            throw ConnectionError::connectNotUndone(agent, change.path, failure, *undoFailure);
+        throw ConnectionError::connectUndone(change.path, failure);
+    }
     return change;
+}
+
+std::optional<std::string> ConnectionManager::undo(const ConfigChange& change) const {
+    try {
+        if (change.fileExisted) {
+            write(change.path, change.before);
+        } else {
+            const std::string real = File::resolveLinks(change.path);
+            if (::unlink(real.c_str()) != 0 && errno != ENOENT)
+                return SystemError("unlink", real, errno).reason();
+        }
+    } catch (const ConnectionError& error) {
+        return error.reason();
+    }
+    // The file is as it was: its backup would only be a copy of it.
+    if (change.backup)
+        (void)::unlink(change.backup->c_str());
+    return std::nullopt;
 }
 
 ConfigChange ConnectionManager::previewDisconnect(AgentKind agent) const {
@@ -270,7 +298,13 @@ ConfigChange ConnectionManager::disconnect(AgentKind agent) {
             write(change.path, change.after);
         }
     }
-    forget(agent);
+    try {
+        forget(agent);
+    } catch (const ConnectionError& failure) {
+        if (change.isNoChange())
+            throw;
+        throw ConnectionError::disconnectNotRecorded(agent, change.path, failure);
+    }
     return change;
 }
 

@@ -65,13 +65,17 @@ public:
     [[nodiscard]] ConfigChange previewConnect(AgentKind agent, GateCommands gate) const;
     /// Installs the hook command, backs the old file up and writes the new
     /// one, then records the connection. Throws ConnectionError or HookConfigError.
+    /// When recording fails after the file was written, the file is put back and its
+    /// backup deleted (ConnectionError::connectUndone), or, when that fails too, the
+    /// error says the hooks stayed (connectNotUndone).
     ConfigChange connect(AgentKind agent, GateCommands gate);
 
     /// What disconnecting would change. Throws ConnectionError (unreadable).
     [[nodiscard]] ConfigChange previewDisconnect(AgentKind agent) const;
     /// Backs the old file up and writes it without Tidewick's entries (or
     /// deletes it when Tidewick created it and only scaffolding is left), then
-    /// forgets the connection. Throws ConnectionError.
+    /// forgets the connection. Throws ConnectionError (disconnectNotRecorded when the
+    /// file was changed but the connection could not be forgotten).
     ConfigChange disconnect(AgentKind agent);
 
     /// Copies the bundled hook command to paths.helperPath() with mode 0755
@@ -111,6 +115,8 @@ private:
     [[nodiscard]] std::string backUp(AgentKind agent, const std::string& path,
                                      const std::string& text) const;
     void write(const std::string& path, const std::string& text) const;
+    /// Puts the agent's file back as it was before `change`; the reason when it cannot.
+    [[nodiscard]] std::optional<std::string> undo(const ConfigChange& change) const;
     void remember(AgentKind agent, bool createdFile, GateCommands gate);
     void forget(AgentKind agent);
     void loadRecords();

@@ -3,10 +3,15 @@
 #include "foundation/File.h"
 #include "foundation/JSONCoding.h"
 #include "foundation/MappedFile.h"
+#include "foundation/SystemError.h"
 #include "foundation/UTF8.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
 #include <exception>
 #include <iterator>
+#include <sys/stat.h>
 #include <thread>
 
 namespace tidewick {
@@ -47,6 +52,16 @@ bool decodePart(std::string_view bytes, std::size_t cut, Part part,
     } catch (const std::exception&) {
         return false;
     }
+}
+
+// "2026-03-01T09-30-00Z": the time in UTC, with no colon, which not every file system takes.
+std::string fileStamp(Date date) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(date);
+    std::tm parts{};
+    ::gmtime_r(&seconds, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H-%M-%SZ", &parts);
+    return text;
 }
 
 } // namespace
@@ -102,14 +117,46 @@ std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view 
     return head;
 }
 
-std::vector<Session> SessionPersistence::load() const {
+SessionPersistence::Contents SessionPersistence::read() const {
+    Contents contents;
     try {
         // Mapped rather than read: the text is decoded once, straight from the file's pages.
         const MappedFile file(url_);
-        return decode(file.bytes()).value_or(std::vector<Session>{});
+        std::optional<std::vector<Session>> sessions = decode(file.bytes());
+        contents.unreadable = !sessions;
+        if (sessions)
+            contents.sessions = std::move(*sessions);
+    } catch (const SystemError& error) {
+        contents.unreadable = error.code() != ENOENT && error.code() != ENOTDIR;
     } catch (const std::exception&) {
-        return {};
+        contents.unreadable = true;
     }
+    return contents;
+}
+
+std::optional<std::string> SessionPersistence::keepUnreadable(Date now) const {
+    struct stat info {};
+    if (::lstat(url_.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+        return std::nullopt;
+    const std::string folder = File::parent(url_);
+    const std::string prefix = File::lastComponent(url_) + ".unreadable-";
+    const std::string stamp = fileStamp(now);
+    std::string kept = url_ + ".unreadable-" + stamp;
+    for (int n = 1; File::exists(kept); ++n)
+        kept = url_ + ".unreadable-" + stamp + "." + std::to_string(n);
+    // The file holds the user's prompts, commands and paths: owner only, like the original.
+    if (::chmod(url_.c_str(), 0600) != 0)
+        throw SystemError("chmod", url_, errno);
+    if (::rename(url_.c_str(), kept.c_str()) != 0)
+        throw SystemError("rename", url_, errno);
+
+    std::vector<std::string> names = File::listFolder(folder);
+    std::erase_if(names, [&](const std::string& name) { return !name.starts_with(prefix); });
+    // The stamps sort in time order, and ".1" after the plain stamp of the same second.
+    std::sort(names.begin(), names.end());
+    for (std::size_t i = 0; i + unreadableKept < names.size(); ++i)
+        (void)::unlink(File::join(folder, names[i]).c_str());
+    return kept;
 }
 
 bool SessionPersistence::save(const std::vector<Session>& sessions) const {

@@ -1,6 +1,7 @@
 // Keeps the list of sessions across restarts in one JSON file.
 #pragma once
 
+#include "foundation/Clock.h"
 #include "sessions/Session.h"
 
 #include <functional>
@@ -21,10 +22,29 @@ public:
 
     [[nodiscard]] const std::string& url() const { return url_; }
 
+    /// What read() found.
+    struct Contents {
+        std::vector<Session> sessions;
+        /// A file is there but did not load (unreadable, malformed, or one record that does
+        /// not decode): replacing it would lose every session in it.
+        bool unreadable = false;
+    };
+
     /// The sessions in the file. Any failure (missing or unreadable file, malformed JSON,
     /// one record that does not decode) gives an empty list, reports nothing and leaves the
-    /// file as it is.
-    [[nodiscard]] std::vector<Session> load() const;
+    /// file as it is; `unreadable` tells a file that did not load from a missing one.
+    [[nodiscard]] Contents read() const;
+    /// read()'s sessions alone.
+    [[nodiscard]] std::vector<Session> load() const { return read().sessions; }
+
+    /// Files that did not load kept at once; older ones are deleted.
+    static constexpr std::size_t unreadableKept = 3;
+    /// Moves the file aside, before a save replaces a file that did not load, as
+    /// "<name>.unreadable-<time>" (the UTC time of `now`, ".1", ".2"… added when taken)
+    /// with mode 0600, and deletes the oldest such files beyond unreadableKept. Returns
+    /// the kept file's path; nothing when no regular file is there. Throws SystemError
+    /// naming the failed call; the file is then left where it was.
+    [[nodiscard]] std::optional<std::string> keepUnreadable(Date now) const;
 
     /// Replaces the file's content with `sessions`: creates the folder (0700) when missing,
     /// writes atomically and leaves the file with mode 0600. True when written; on failure

@@ -166,6 +166,48 @@ TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
     EXPECT_EQ(persistence.load().size(), 2u) << "a failed save leaves the previous file";
 }
 
+TEST(SessionPersistenceTest, AFileThatDidNotLoadIsKeptAsideBeforeItIsReplaced) {
+    TemporaryDirectory home;
+    SessionPersistence persistence(home.path() + "/sessions.json");
+    EXPECT_FALSE(persistence.read().unreadable) << "a missing file is no loss";
+    EXPECT_EQ(persistence.keepUnreadable(dateFromSeconds(0)), std::nullopt);
+
+    // A status written by a newer version, then a date past what the clock holds.
+    JSONValue newer = JSONValue::parse(encodeJSON(minimalSession()));
+    newer.set("status", "paused");
+    JSONValue late = JSONValue::parse(encodeJSON(minimalSession()));
+    late.set("startedAt", JSONValue::number("9.3e9"));
+    const std::vector<std::string> contents = {"[" + newer.compact() + "]",
+                                               "[" + late.compact() + "]"};
+    std::vector<std::string> kept;
+    for (std::size_t i = 0; i < 5; ++i) {
+        SCOPED_TRACE(i);
+        const std::string& content = contents[i % 2];
+        File::writeAtomically(persistence.url(), content, 0644);
+        const SessionPersistence::Contents read = persistence.read();
+        EXPECT_TRUE(read.unreadable);
+        EXPECT_TRUE(read.sessions.empty());
+        // Twice in the same second: the second one gets its own name.
+        const std::optional<std::string> path =
+            persistence.keepUnreadable(dateFromSeconds(1763700000 + 60.0 * (i / 2)));
+        ASSERT_TRUE(path);
+        kept.push_back(*path);
+        EXPECT_EQ(File::read(*path), content);
+        EXPECT_EQ(modeOf(*path), 0600u);
+        EXPECT_FALSE(File::exists(persistence.url()));
+    }
+    EXPECT_EQ(kept[0], persistence.url() + ".unreadable-2025-11-21T04-40-00Z");
+    EXPECT_EQ(kept[1], persistence.url() + ".unreadable-2025-11-21T04-40-00Z.1");
+    // Only the three newest are kept.
+    for (std::size_t i = 0; i < kept.size(); ++i)
+        EXPECT_EQ(File::exists(kept[i]), i >= 2) << kept[i];
+
+    // A folder where the file should be is left alone.
+    File::makeDirectories(persistence.url(), 0700);
+    EXPECT_TRUE(persistence.read().unreadable);
+    EXPECT_EQ(persistence.keepUnreadable(dateFromSeconds(0)), std::nullopt);
+}
+
 TEST(SessionPersistenceTest, ALargeFileReadInTwoHalvesKeepsEveryRecordInOrder) {
     // Enough sessions to pass the size at which decoding splits the file.
     std::vector<Session> sessions;

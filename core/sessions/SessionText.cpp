@@ -150,4 +150,10 @@ std::string runsIn(AgentKind agent, const std::optional<std::string>& pane,
     return "Tidewick doesn't know where this " + name + " session runs.";
 }
 
+std::string keptUnreadableSessions(std::string_view keptPath) {
+    return "Tidewick couldn't read its sessions file, so it started without those sessions and "
+           "kept the file as " +
+           std::string(keptPath) + ".";
+}
+
 } // namespace tidewick::SessionText

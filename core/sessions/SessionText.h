@@ -135,4 +135,9 @@ inline constexpr std::string_view endedByYouDenial = "The user ended this sessio
 [[nodiscard]] std::string runsIn(AgentKind agent, const std::optional<std::string>& pane,
                                  const std::optional<std::string>& host);
 
+/// Told once when a sessions file that did not load is set aside before it is replaced:
+/// "Tidewick couldn't read its sessions file, so it started without those sessions and kept
+/// the file as " and the path, ".".
+[[nodiscard]] std::string keptUnreadableSessions(std::string_view keptPath);
+
 } // namespace tidewick::SessionText

@@ -12,10 +12,10 @@ namespace {
 LocalServer::Handler protocol(std::string secret, HookServer::Handler handler) {
     return [secret = std::move(secret), handler = std::move(handler)](
                std::string_view line, const ClientProbe& probe) -> std::optional<std::string> {
-        auto decoded = Wire::decode(line);
-        if (!decoded || !Wire::secretsMatch(secret, decoded->first))
+        std::optional<HookRequest> request = Wire::decode(line, secret);
+        if (!request)
             return std::nullopt;
-        HookResponse response = handler(decoded->second, probe);
+        HookResponse response = handler(*request, probe);
         return Wire::encode(response.output);
     };
 }
@@ -25,6 +25,6 @@ LocalServer::Handler protocol(std::string secret, HookServer::Handler handler) {
 HookServer::HookServer(std::string socketPath, std::string secret, Handler handler)
     : server_(std::move(socketPath), protocol(std::move(secret), std::move(handler)),
               LocalServer::Options{threadName, "tidewick.hook-connection", backlog,
-                                   requestReadSeconds}) {}
+                                   requestReadSeconds, nullptr}) {}
 
 } // namespace tidewick

@@ -18,11 +18,13 @@ namespace tidewick {
 // What the accept thread and the connection threads share. They hold it by
 // shared pointer, so it outlives the server object if it must.
 struct LocalServer::Connections {
-    Connections(StreamHandler handler, Options options)
-        : handler(std::move(handler)), options(std::move(options)) {}
+    Connections(StreamHandler handler, Options givenOptions)
+        : handler(std::move(handler)), options(std::move(givenOptions)),
+          reader(options.reader ? options.reader : RequestReader::shared()) {}
 
     const StreamHandler handler;
     const Options options;
+    const std::shared_ptr<RequestReader> reader;
 
     std::mutex mutex;
     std::condition_variable finished;
@@ -79,16 +81,46 @@ bool LocalServer::Stream::write(std::string_view bytes) {
     return Wire::writeAll(probe_.fd(), bytes);
 }
 
-void LocalServer::serve(const Connections& connections, int fd) {
+void LocalServer::serve(const Connections& connections, int fd, std::string_view line) {
+    Stream stream(fd);
+    connections.handler(line, stream);
+}
+
+void LocalServer::startServing(const std::shared_ptr<Connections>& connections,
+                               FileDescriptor connection, RequestReader::Line line) {
+    const int fd = connection.release();
+    connections->admit(fd);
+    try {
+        std::thread([connections, fd, line = std::move(line)] {
+            FileDescriptor connection(fd);
+            nameThread(connections->options.connectionThreadName);
+            try {
+                serve(*connections, fd, line.text());
+            } catch (...) {
+                // A failing handler costs only its own connection.
+            }
+            connections->release(std::move(connection));
+        }).detach();
+    } catch (const std::system_error&) {
+        connections->release(FileDescriptor(fd));
+    }
+}
+
+void LocalServer::admit(const std::shared_ptr<Connections>& connections,
+                        FileDescriptor connection) {
     // Every refusal closes without a word, so a probing client learns nothing.
-    auto peer = Socket::peerUserId(fd);
+    auto peer = Socket::peerUserId(connection.get());
     if (!peer || *peer != ::geteuid())
         return;
-    auto line = Wire::readLine(fd, connections.options.requestReadSeconds);
-    if (!line)
+    RequestReader& reader = *connections->reader;
+    // Idle connections must never use up the descriptors the rest of the application
+    // needs: the one that has waited longest for its line goes.
+    if (!reader.makeDescriptorRoom(connection.get()))
         return;
-    Stream stream(fd);
-    connections.handler(*line, stream);
+    reader.add(connections.get(), std::move(connection), connections->options.requestReadSeconds,
+               [connections](FileDescriptor ready, RequestReader::Line line) {
+                   startServing(connections, std::move(ready), std::move(line));
+               });
 }
 
 void LocalServer::acceptLoop(std::shared_ptr<Connections> connections, int listener) {
@@ -98,29 +130,20 @@ void LocalServer::acceptLoop(std::shared_ptr<Connections> connections, int liste
         if (fd < 0) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
-            // Out of descriptors or memory: pause instead of giving up the
-            // server; connections that finish will free what is missing.
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            // Out of descriptors: a connection still silent makes room; with none to
+            // close, pause until connections that finish free some.
+            if (errno == EMFILE || errno == ENFILE) {
+                if (!connections->reader->closeOldest())
+                    ::usleep(10000);
+                continue;
+            }
+            if (errno == ENOBUFS || errno == ENOMEM) {
                 ::usleep(10000);
                 continue;
             }
             return; // stop() shut the listener down.
         }
-        connections->admit(fd);
-        try {
-            std::thread([connections, fd] {
-                FileDescriptor connection(fd);
-                nameThread(connections->options.connectionThreadName);
-                try {
-                    serve(*connections, fd);
-                } catch (...) {
-                    // A failing handler costs only its own connection.
-                }
-                connections->release(std::move(connection));
-            }).detach();
-        } catch (const std::system_error&) {
-            connections->release(FileDescriptor(fd));
-        }
+        admit(connections, FileDescriptor(fd));
     }
 }
 
@@ -137,6 +160,7 @@ LocalServer::~LocalServer() {
 }
 
 void LocalServer::closeConnections() {
+    connections_->reader->cancel(connections_.get());
     connections_->wakeUpAllAndWait();
 }
 
@@ -145,6 +169,7 @@ void LocalServer::start() {
     if (running_)
         return;
     Socket::ignoreBrokenPipes();
+    Socket::raiseDescriptorLimit();
     FileDescriptor listener = Socket::openStream();
     if (!listener)
         throw SystemError("socket", socketPath_, errno ? errno : EIO);

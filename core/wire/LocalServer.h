@@ -2,11 +2,15 @@
 // only processes of this user, reads one bounded request line, hands it to the
 // handler on the connection's own thread and writes the handler's answer line,
 // or, for a streaming handler, as many lines as it writes while the client
-// stays. The hook socket and the control socket are both built on it.
+// stays. The hook socket and the control socket are both built on it. Request
+// lines are read by the process's RequestReader, on one thread for every
+// connection that has not sent its line yet, within its bounds on memory and
+// descriptors.
 #pragma once
 
 #include "foundation/FileDescriptor.h"
 #include "wire/ClientProbe.h"
+#include "wire/RequestReader.h"
 
 #include <functional>
 #include <memory>
@@ -62,6 +66,8 @@ public:
         int backlog = 32;
         /// How long a connected client has to send its request line.
         double requestReadSeconds = 10.0;
+        /// Reads the request lines; none: the one the process shares.
+        std::shared_ptr<RequestReader> reader;
     };
 
     /// A stopped server for `socketPath` answering each request with one line.
@@ -75,7 +81,8 @@ public:
     LocalServer& operator=(const LocalServer&) = delete;
 
     /// Replaces any file at the socket path with a listening socket of mode
-    /// 0600 and starts accepting. Does nothing when already running. Throws
+    /// 0600 and starts accepting; raises the process's soft descriptor limit to
+    /// its hard limit first. Does nothing when already running. Throws
     /// SystemError naming the failed call (ENAMETOOLONG for a path over 103
     /// bytes); the server is then left stopped with nothing open.
     void start();
@@ -94,7 +101,12 @@ public:
 private:
     struct Connections;
     static void acceptLoop(std::shared_ptr<Connections> connections, int listener);
-    static void serve(const Connections& connections, int fd);
+    /// Hands a connection just accepted to the reader, or closes it (another user, no
+    /// descriptor to spare).
+    static void admit(const std::shared_ptr<Connections>& connections, FileDescriptor connection);
+    static void startServing(const std::shared_ptr<Connections>& connections,
+                             FileDescriptor connection, RequestReader::Line line);
+    static void serve(const Connections& connections, int fd, std::string_view line);
 
     std::string socketPath_;
     std::shared_ptr<Connections> connections_;

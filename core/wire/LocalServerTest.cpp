@@ -4,12 +4,19 @@
 #include "testing/TemporaryDirectory.h"
 #include "wire/LineReader.h"
 #include "wire/LocalClient.h"
+#include "wire/Socket.h"
+#include "wire/Wire.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace tidewick {
 namespace {
@@ -65,6 +72,129 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
     EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
     server.start();
     EXPECT_EQ(exchange("again\n").line, "echo again") << "a stopped server starts again";
+}
+
+// The number of threads of this process.
+int threadCount() {
+    const std::string status = File::read("/proc/self/status");
+    return std::stoi(status.substr(status.find("Threads:") + 8));
+}
+
+// A client connection to `path` (one more descriptor of this process).
+FileDescriptor connectTo(const std::string& path) {
+    FileDescriptor socket = Socket::openStream();
+    const sockaddr_un address = *Wire::makeAddress(path);
+    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+              0);
+    return socket;
+}
+
+// Whether the server closed `socket` within a generous bound.
+bool closedByServer(int socket) {
+    pollfd entry{socket, POLLIN, 0};
+    char byte;
+    return ::poll(&entry, 1, 10000) == 1 && ::recv(socket, &byte, 1, MSG_DONTWAIT) == 0;
+}
+
+class LocalServerLimits : public ::testing::Test {
+protected:
+    void SetUp() override {
+        server.start();
+        ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
+    }
+    void TearDown() override { (void)::setrlimit(RLIMIT_NOFILE, &saved); }
+
+    std::optional<std::string> exchange(const char* line) {
+        return LocalClient::exchange(path, line, 5.0, 30.0).line;
+    }
+
+    TemporaryDirectory directory;
+    const std::string path = directory.path() + "/line.sock";
+    std::shared_ptr<RequestReader> reader = std::make_shared<RequestReader>(RequestReader::Limits{
+        .lineBytes = 1024 * 1024,
+        .shortLinesBytes = 256 * 1024,
+        .shortLineBytes = 16 * 1024,
+        .maxLineBytes = 16 * 1024 * 1024,
+        .reserveDescriptors = 32});
+    // Idle clients never time out here: they are closed only to make room.
+    LocalServer server{path,
+                       [](std::string_view line, const ClientProbe&) -> std::optional<std::string> {
+                           return "echo " + std::string(line) + "\n";
+                       },
+                       LocalServer::Options{"t.server", "t.connection", 64, 3600.0, reader}};
+    rlimit saved{};
+};
+
+TEST_F(LocalServerLimits, IdleClientsBeyondTheDescriptorLimitNeverShutOutAWellBehavedOne) {
+    // Six hundred idle clients in another process, against a limit that leaves this
+    // server room for about three hundred connections.
+    constexpr int idleCount = 600;
+    rlimit low = saved;
+    low.rlim_cur = static_cast<rlim_t>(File::listFolder("/proc/self/fd").size() + 300);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    const int threadsBefore = threadCount();
+    const sockaddr_un address = *Wire::makeAddress(path);
+    int ready[2], finish[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    ASSERT_EQ(::pipe(finish), 0);
+    const pid_t clients = ::fork();
+    ASSERT_GE(clients, 0);
+    if (clients == 0) {
+        // Only async-signal-safe calls between fork and _exit. Should the test end early,
+        // the closed pipe lets this process end too.
+        ::close(ready[0]);
+        ::close(finish[1]);
+        rlimit plenty = saved;
+        (void)::setrlimit(RLIMIT_NOFILE, &plenty);
+        for (int i = 0; i < idleCount; ++i) {
+            const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+            if (socket < 0 ||
+                ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+                ::_exit(1);
+        }
+        char byte = 'r';
+        (void)!::write(ready[1], &byte, 1);
+        (void)!::read(finish[0], &byte, 1);
+        ::_exit(0);
+    }
+    ::close(ready[1]);
+    ::close(finish[0]);
+    char byte;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    // Every idle client got connected; the server kept itself out of its reserve by
+    // closing the oldest of them, and read them all on one thread.
+    EXPECT_EQ(exchange("hello\n"), "echo hello");
+    EXPECT_LE(reader->waitingCount(), 300u);
+    EXPECT_GE(reader->waitingCount(), 200u);
+    EXPECT_LT(threadCount() - threadsBefore, 10);
+    (void)!::write(finish[1], &byte, 1);
+    int status = 0;
+    ASSERT_EQ(::waitpid(clients, &status, 0), clients);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    ::close(ready[0]);
+    ::close(finish[1]);
+}
+
+TEST_F(LocalServerLimits, LongLinesInProgressStayWithinTheMemoryBound) {
+    // Two clients each sending 700 KiB of a line that never ends: the second one's
+    // bytes would pass the 1 MiB bound, so the first, which has waited longer, goes.
+    const std::string part(700 * 1024, 'x');
+    FileDescriptor first = connectTo(path);
+    ASSERT_TRUE(Wire::writeAll(first.get(), part));
+    for (int i = 0; i < 1000 && reader->heldBytes() < part.size(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(reader->heldBytes(), part.size());
+    FileDescriptor second = connectTo(path);
+    ASSERT_TRUE(Wire::writeAll(second.get(), part));
+    EXPECT_TRUE(closedByServer(first.get()));
+    EXPECT_LE(reader->heldBytes(), 1024u * 1024u);
+    // Short lines get through all the same, and the long one is still being read.
+    EXPECT_EQ(exchange("hello\n"), "echo hello");
+    ASSERT_TRUE(Wire::writeAll(second.get(), "\n"));
+    EXPECT_EQ(Wire::readLine(second.get(), 30).value_or("").size(), 5 + part.size());
+    for (int i = 0; i < 1000 && reader->heldBytes() > 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(reader->heldBytes(), 0u) << "a line counts until its exchange has ended";
 }
 
 TEST(LocalServer, StreamsLinesWhileTheClientStays) {

@@ -1,6 +1,7 @@
 #include "wire/Socket.h"
 
 #include <csignal>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 namespace tidewick::Socket {
@@ -21,6 +22,14 @@ std::optional<uid_t> peerUserId(int fd) {
 
 void ignoreBrokenPipes() {
     std::signal(SIGPIPE, SIG_IGN);
+}
+
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    (void)::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 } // namespace tidewick::Socket

@@ -21,4 +21,9 @@ namespace tidewick::Socket {
 /// write to a hook command its agent has just killed).
 void ignoreBrokenPipes();
 
+/// Raises the process's soft limit on open descriptors to its hard limit: with the
+/// common soft limit of 1,024, a thousand idle local clients could otherwise leave
+/// no descriptor for anyone else. Failure leaves the limit as it was.
+void raiseDescriptorLimit();
+
 } // namespace tidewick::Socket

@@ -41,6 +41,21 @@ bool readJSON(JSONReader& in, LineInteger& out) {
     return true;
 }
 
+// The payload's text, passed over without copying anything: it is read only once the
+// secret matched.
+struct PayloadText {
+    std::string_view text;
+    bool isObject = false;
+};
+
+bool readJSON(JSONReader& in, PayloadText& out) {
+    out.isObject = in.peek() == JSONValue::Kind::Object;
+    const std::size_t start = in.offset();
+    in.skipValue();
+    out.text = in.text().substr(start, in.offset() - start);
+    return true;
+}
+
 // Reads the members of a line; false unless it is one object whose "v" is this protocol's
 // version and whose members read.
 template <typename... Members> bool decodeLine(std::string_view line, const Members&... members) {
@@ -95,25 +110,44 @@ std::string encode(const HookRequest& request, std::string_view secret) {
     return line;
 }
 
-std::optional<std::pair<std::string, HookRequest>> decode(std::string_view line) {
-    std::string secret;
+std::optional<HookRequest> decode(std::string_view line, std::string_view secret) {
+    std::string received;
     HookRequest request;
-    JSONValue payload;
+    PayloadText payload;
     LineInteger pid;
     LineInteger agentPid;
     using M = JSONMember;
-    if (!decodeLine(line, M::required("secret", secret), M::required("agent", request.agent),
+    if (!decodeLine(line, M::required("secret", received), M::required("agent", request.agent),
                     M::required("event", request.event), M::optional("payload", payload),
                     M::optional("pid", pid), M::lenient("host", request.host),
                     M::optional("agentPid", agentPid), M::lenient("tmuxPane", request.tmuxPane),
                     M::lenient("tmuxSocket", request.tmuxSocket),
                     M::lenient("noHold", request.noHold)))
         return std::nullopt;
-    if (payload.isObject())
-        request.payload = std::move(payload);
+    // A client without the secret never gets its payload read.
+    if (!secretsMatch(secret, received))
+        return std::nullopt;
+    if (payload.isObject) {
+        auto held = [](const std::optional<std::string>& text) {
+            return text ? text->capacity() : 0;
+        };
+        const std::size_t envelope = received.capacity() + request.agent.capacity() +
+                                     request.event.capacity() + held(request.host) +
+                                     held(request.tmuxPane) + held(request.tmuxSocket);
+        const JSONReader::Footprint footprint = JSONReader(payload.text).measureValue();
+        if (line.size() + envelope + footprint.bytes > decodingLimit(line.size()))
+            return std::nullopt;
+        JSONReader in(payload.text);
+        in.reserveFor(footprint);
+        request.payload = in.readValue();
+    }
     request.pid = pid.value.value_or(0);
     request.agentPid = agentPid.value;
-    return std::make_pair(std::move(secret), std::move(request));
+    return request;
+}
+
+std::size_t decodingLimit(std::size_t lineBytes) {
+    return std::max(4 * lineBytes, decodingFloorBytes);
 }
 
 std::string encode(const HookOutput& output) {

@@ -30,12 +30,21 @@ inline constexpr std::size_t maxPathBytes = 103;
 /// The request line (with its line feed) carrying `secret`.
 [[nodiscard]] std::string encode(const HookRequest& request, std::string_view secret);
 
-/// The secret and request of a request line (without its line feed).
+/// Memory decoding a request line may take, the line itself included, whatever the
+/// line holds: 4 times its size, and at least decodingFloorBytes.
+[[nodiscard]] std::size_t decodingLimit(std::size_t lineBytes);
+/// The least decodingLimit gives: small lines are never refused for their shape.
+inline constexpr std::size_t decodingFloorBytes = 1024 * 1024;
+
+/// The request of a request line (without its line feed) that carries `secret`.
 /// Nothing when the line is not a JSON object, "v" is not the integer 1,
-/// "secret", "agent" or "event" is missing or not a string, or "pid" or
-/// "agentPid" does not fit 32 bits. Other fields of the wrong type are taken
-/// as absent.
-[[nodiscard]] std::optional<std::pair<std::string, HookRequest>> decode(std::string_view line);
+/// "secret", "agent" or "event" is missing or not a string, "pid" or
+/// "agentPid" does not fit 32 bits, or the secret differs. Other fields of the
+/// wrong type are taken as absent. The payload is read only once the secret
+/// matched, and only when reading it keeps within decodingLimit (a line of
+/// millions of tiny values would take tens of times its size); a payload that
+/// would not is malformed.
+[[nodiscard]] std::optional<HookRequest> decode(std::string_view line, std::string_view secret);
 
 /// The response line (with its line feed) for `output`; "{}\n" when the
 /// output cannot be encoded (its text is not UTF-8), which clients reject.

@@ -45,10 +45,7 @@ TEST(Wire, RequestLinesRoundTripByteExactly) {
                     "\"PermissionRequest\",\"pid\":4242,\"payload\":{\"tool\":\"Bash\",\"text\":"
                     "\"two\\nlines\",\"n\":[1,2.5]},\"host\":\"iterm\",\"agentPid\":-7,"
                     "\"tmuxPane\":\"%3\",\"tmuxSocket\":\"/tmp/tmux-0/default\",\"noHold\":true}\n");
-    auto decoded = Wire::decode(withoutNewline(line));
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->first, "s3cret");
-    EXPECT_EQ(decoded->second, request);
+    EXPECT_EQ(Wire::decode(withoutNewline(line), "s3cret"), request);
 
     // Optional fields are left out, and noHold is never written as false.
     HookRequest bare;
@@ -57,7 +54,7 @@ TEST(Wire, RequestLinesRoundTripByteExactly) {
     line = Wire::encode(bare, "k");
     EXPECT_EQ(line, "{\"v\":1,\"secret\":\"k\",\"agent\":\"cursor\",\"event\":\"stop\",\"pid\":0,"
                     "\"payload\":{}}\n");
-    EXPECT_EQ(Wire::decode(withoutNewline(line))->second, bare);
+    EXPECT_EQ(Wire::decode(withoutNewline(line), "k"), bare);
 }
 
 TEST(Wire, DecodingIsStrictOnTheEnvelopeAndLenientOnTheRest) {
@@ -73,22 +70,25 @@ TEST(Wire, DecodingIsStrictOnTheEnvelopeAndLenientOnTheRest) {
           std::string(R"({"v":1,)"), std::string(),
           // Process ids that do not fit 32 bits are malformed, not zero.
           envelope + R"(,"pid":2147483648})", envelope + R"(,"agentPid":-2147483649})",
-          envelope + R"(,"pid":99999999999999999999})"})
-        EXPECT_FALSE(Wire::decode(rejected)) << rejected;
-    auto limits = Wire::decode(envelope + R"(,"pid":-2147483648,"agentPid":2147483647})");
+          envelope + R"(,"pid":99999999999999999999})",
+          // A secret that differs in its length or its last byte.
+          std::string(R"({"v":1,"secret":"ss","agent":"codex","event":"Stop"})"),
+          std::string(R"({"v":1,"secret":"t","agent":"codex","event":"Stop"})")})
+        EXPECT_FALSE(Wire::decode(rejected, "s")) << rejected;
+    auto limits = Wire::decode(envelope + R"(,"pid":-2147483648,"agentPid":2147483647})", "s");
     ASSERT_TRUE(limits);
-    EXPECT_EQ(limits->second.pid, INT32_MIN);
-    EXPECT_EQ(limits->second.agentPid, INT32_MAX);
+    EXPECT_EQ(limits->pid, INT32_MIN);
+    EXPECT_EQ(limits->agentPid, INT32_MAX);
 
     // Other fields of the wrong type count as absent.
-    auto plain = Wire::decode(envelope + "}");
+    auto plain = Wire::decode(envelope + "}", "s");
     ASSERT_TRUE(plain);
-    EXPECT_EQ(plain->second.payload, JSONValue(JSONValue::Object{}));
-    EXPECT_FALSE(plain->second.host || plain->second.agentPid || plain->second.noHold);
-    EXPECT_EQ(
-        Wire::decode(envelope + R"(,"payload":[1],"pid":"12","host":3,"agentPid":1.5,"noHold":1})")
-            ->second,
-        plain->second);
+    EXPECT_EQ(plain->payload, JSONValue(JSONValue::Object{}));
+    EXPECT_FALSE(plain->host || plain->agentPid || plain->noHold);
+    EXPECT_EQ(Wire::decode(
+                  envelope + R"(,"payload":[1],"pid":"12","host":3,"agentPid":1.5,"noHold":1})",
+                  "s"),
+              plain);
 }
 
 TEST(Wire, ResponseLines) {
