@@ -3,10 +3,8 @@
 // going away and coming back.
 #include "control/AttachedApplication.h"
 
-#include "control/ControlServer.h"
 #include "control/ControlTestSupport.h"
 #include "service/ServiceTestSupport.h"
-#include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -54,15 +52,11 @@ private:
 
 class AttachedApplicationTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        paths.ensureDirectories();
-        secret = paths.loadOrCreateSecret();
+    AttachedApplicationTest() {
         target.all = {
             sessionWith(AgentKind::claude, "s-1", {heldRequest(PendingKind::permission, "Run ls")}),
             sessionWith(AgentKind::claude, "s-10", {heldRequest(PendingKind::permission, "Run rm")}),
         };
-        server.emplace(paths.controlSocketPath(), secret, target);
-        server->start();
     }
 
     std::vector<std::string> sessionIds(const ApplicationView& view) {
@@ -73,11 +67,10 @@ protected:
         return ids;
     }
 
-    TemporaryDirectory home;
-    TidewickPaths paths{home.path()};
-    std::string secret;
     FakeTarget target;
-    std::optional<ControlServer> server;
+    testing::RunningServer running{target};
+    const TidewickPaths& paths = running.paths;
+    std::optional<ControlServer>& server = running.server;
 };
 
 TEST_F(AttachedApplicationTest, FollowsTheSessionsAndDecidesForExactlyTheSessionShown) {

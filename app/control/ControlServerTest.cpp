@@ -2,7 +2,6 @@
 
 #include "control/ControlClient.h"
 #include "control/ControlTestSupport.h"
-#include "testing/TemporaryDirectory.h"
 #include "foundation/FileDescriptor.h"
 #include "service/ServiceTestSupport.h"
 #include "wire/LineReader.h"
@@ -18,6 +17,7 @@ namespace {
 
 using testing::FakeTarget;
 using testing::heldRequest;
+using testing::RunningServer;
 using testing::sessionWith;
 
 ControlRequest decision(ControlCommand command, std::string session) {
@@ -181,15 +181,12 @@ TEST(ControlServer, WhatAListingShowsOfTimeOrderedIdentifiersADecisionAccepts) {
 }
 
 TEST(ControlSocket, TheClientTalksToTheServerAndStrangersLearnNothing) {
-    TemporaryDirectory home;
-    TidewickPaths paths(home.path());
-    paths.ensureDirectories();
-    const std::string secret = paths.loadOrCreateSecret();
     FakeTarget target;
     target.all = {
         sessionWith(AgentKind::claude, "s-1", {heldRequest(PendingKind::permission, "Bash: ls")})};
-    ControlServer server(paths.controlSocketPath(), secret, target);
-    server.start();
+    RunningServer running(target);
+    const TidewickPaths& paths = running.paths;
+    const std::string& secret = running.secret;
 
     // A wrong secret (one byte off, or a different length) or a line that is no request
     // is closed without a reply, which the client reports as no application answering.
@@ -205,8 +202,8 @@ TEST(ControlSocket, TheClientTalksToTheServerAndStrangersLearnNothing) {
     }
     EXPECT_TRUE(target.calls().empty());
 
-    ControlReply sessions = ControlClient::send(decision(ControlCommand::sessions, ""), paths);
-    EXPECT_EQ(sessions.sessions, target.all);
+    EXPECT_EQ(ControlClient::send(decision(ControlCommand::sessions, ""), paths).sessions,
+              target.all);
 
     // Several commands at once, as from several terminals: exactly one delivers.
     std::vector<std::thread> threads;
@@ -221,25 +218,11 @@ TEST(ControlSocket, TheClientTalksToTheServerAndStrangersLearnNothing) {
     EXPECT_EQ(delivered, 1);
     EXPECT_EQ(refused, 7);
 
-    server.stop();
+    running.server->stop();
     EXPECT_NE(::access(paths.controlSocketPath().c_str(), F_OK), 0) << "socket file removed";
     EXPECT_THROW((void)ControlClient::send(decision(ControlCommand::sessions, ""), paths),
                  ControlClient::NotRunning);
 }
-
-/// A server of `target` on a fresh home, with that home's paths and secret.
-struct RunningServer {
-    explicit RunningServer(ApplicationView& target) {
-        paths.ensureDirectories();
-        secret = paths.loadOrCreateSecret();
-        server.emplace(paths.controlSocketPath(), secret, target);
-        server->start();
-    }
-    TemporaryDirectory home;
-    TidewickPaths paths{home.path()};
-    std::string secret;
-    std::optional<ControlServer> server;
-};
 
 TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
     FakeTarget target;

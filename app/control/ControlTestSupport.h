@@ -1,9 +1,12 @@
-// A control target that records the decisions it is handed and tells its
-// watchers what a test makes it, for the control tests.
+// For the control tests: a control target that records the decisions it is handed
+// and tells its watchers what a test makes it, and a control server on a fresh home.
 #pragma once
 
+#include "control/ControlServer.h"
 #include "service/ApplicationView.h"
+#include "testing/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 
@@ -27,7 +30,8 @@ inline PendingRequest heldRequest(PendingKind kind, std::string title) {
     return request;
 }
 
-/// Answers as the service would: a decision is delivered once per held request.
+/// Answers as the service would: a decision is delivered once per held request, and a
+/// question is never allowed plainly.
 class FakeTarget final : public ApplicationView {
 public:
     struct Call {
@@ -37,6 +41,10 @@ public:
     };
 
     std::vector<Session> all;
+    /// When set, what allowAlways and answerQuestions report instead of taking a request.
+    std::optional<Delivery> scripted;
+    /// What the controls (pause, settings, forgetting) answer.
+    ControlResult controlResult = ControlResult::done("Done.");
 
     std::vector<Session> sessions() const override {
         std::lock_guard guard(mutex_);
@@ -50,31 +58,21 @@ public:
                 held.emplace_back(session.key, request);
         return held;
     }
-    /// When set, what allowAlways and answerQuestions report instead of taking a request.
-    std::optional<Delivery> scripted;
-
     bool answerPermission(const SessionKey& key, SessionActions::Answer answer,
                           std::optional<std::string> message) override {
-        if (answer == SessionActions::Answer::allow && firstPermissionAsks(key)) {
-            std::lock_guard guard(mutex_);
-            calls_.push_back({"allow", key, std::nullopt});
-            return false;
-        }
-        return take(answer == SessionActions::Answer::allow ? "allow" : "deny", key,
-                    PendingKind::permission, std::move(message));
+        if (answer == SessionActions::Answer::deny)
+            return take("deny", key, PendingKind::permission, std::move(message));
+        return take("allow", key, PendingKind::permission, std::move(message),
+                    Taking::notAQuestion);
     }
     Delivery allowAlways(const SessionKey& key, std::optional<std::string> rule) override {
-        if (scripted)
-            return record("allowAlways", key, std::move(rule));
-        return delivery(take("allowAlways", key, PendingKind::permission, std::move(rule)));
+        return deliver("allowAlways", key, std::move(rule));
     }
     Delivery answerQuestions(const SessionKey& key, std::vector<std::string> answers) override {
         std::string joined;
         for (const std::string& answer : answers)
             joined += (joined.empty() ? "" : "|") + answer;
-        if (scripted)
-            return record("answer", key, joined);
-        return delivery(take("answer", key, PendingKind::permission, joined));
+        return deliver("answer", key, joined);
     }
     bool reply(const SessionKey& key, std::string text) override {
         return take("reply", key, PendingKind::reply, std::move(text));
@@ -82,11 +80,22 @@ public:
     bool letStop(const SessionKey& key) override {
         return take("letStop", key, PendingKind::reply, std::nullopt);
     }
-
-    std::vector<Call> calls() {
-        std::lock_guard guard(mutex_);
-        return calls_;
+    void setTranscriptStep(const SessionKey& key, std::int64_t step) override {
+        note("transcriptStep", key, std::to_string(step));
     }
+    ControlResult pause(std::optional<Date> until) override {
+        return control("pause", {}, until ? std::to_string(secondsSince1970(*until)) : "");
+    }
+    ControlResult resume() override { return control("resume", {}, std::nullopt); }
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change change) override {
+        return control("setting", {}, name + " " + std::string(rawValue(change)) + " " + value);
+    }
+    ControlResult forget(const SessionKey& key) override { return control("forget", key, {}); }
+    ControlResult forgetAll() override { return control("forgetAll", {}, std::nullopt); }
+    TidewickSettings settings() override { return {}; }
+    const TidewickPaths& paths() const override { return paths_; }
+    Location location() const override { return Location::inProcess; }
 
     Watch watch(Watcher watcher) override {
         std::lock_guard guard(mutex_);
@@ -97,26 +106,12 @@ public:
         std::lock_guard guard(mutex_);
         watchers_.erase(id);
     }
-    TidewickSettings settings() override { return {}; }
-    void setTranscriptStep(const SessionKey& key, std::int64_t step) override {
-        std::lock_guard guard(mutex_);
-        calls_.push_back({"transcriptStep", key, std::to_string(step)});
-    }
-    const TidewickPaths& paths() const override { return paths_; }
-    Location location() const override { return Location::inProcess; }
-    ControlResult pause(std::optional<Date> until) override {
-        return recordControl("pause", {}, until ? std::to_string(secondsSince1970(*until)) : "");
-    }
-    ControlResult resume() override { return recordControl("resume", {}, std::nullopt); }
-    ControlResult changeSetting(const std::string& name, const std::string& value,
-                                SettingCatalog::Change change) override {
-        return recordControl("setting", {}, name + " " + std::string(rawValue(change)) + " " + value);
-    }
-    ControlResult forget(const SessionKey& key) override { return recordControl("forget", key, {}); }
-    ControlResult forgetAll() override { return recordControl("forgetAll", {}, std::nullopt); }
-    /// What the controls above answer.
-    ControlResult controlResult = ControlResult::done("Done.");
 
+    /// Every call handed on so far, in order.
+    std::vector<Call> calls() {
+        std::lock_guard guard(mutex_);
+        return calls_;
+    }
     /// Applies a session change to `all` and tells every watcher, as the service would.
     void change(const Session& session) {
         std::lock_guard guard(mutex_);
@@ -138,40 +133,39 @@ public:
     }
 
 private:
-    ControlResult recordControl(std::string what, SessionKey key, std::optional<std::string> text) {
+    enum class Taking { any, notAQuestion };
+
+    void note(std::string what, SessionKey key, std::optional<std::string> text) {
         std::lock_guard guard(mutex_);
         calls_.push_back({std::move(what), std::move(key), std::move(text)});
+    }
+    ControlResult control(std::string what, SessionKey key, std::optional<std::string> text) {
+        note(std::move(what), std::move(key), std::move(text));
         return controlResult;
     }
-    static Delivery delivery(bool delivered) {
-        return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
+    Delivery deliver(std::string what, const SessionKey& key, std::optional<std::string> text) {
+        if (scripted) {
+            note(std::move(what), key, std::move(text));
+            return *scripted;
+        }
+        const bool taken = take(std::move(what), key, PendingKind::permission, std::move(text));
+        return {taken ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
     }
-    Delivery record(std::string what, const SessionKey& key, std::optional<std::string> text) {
-        std::lock_guard guard(mutex_);
-        calls_.push_back({std::move(what), key, std::move(text)});
-        return *scripted;
-    }
-    bool firstPermissionAsks(const SessionKey& key) const {
-        std::lock_guard guard(mutex_);
-        for (const Session& session : all)
-            if (session.key == key)
-                for (const PendingRequest& request : session.pending)
-                    if (request.kind == PendingKind::permission)
-                        return request.isQuestion();
-        return false;
-    }
+    /// Notes the call and removes the first request of `kind` that `key` holds, unless
+    /// it is a question that `taking` leaves alone.
     bool take(std::string what, const SessionKey& key, PendingKind kind,
-              std::optional<std::string> text) {
+              std::optional<std::string> text, Taking taking = Taking::any) {
+        note(std::move(what), key, std::move(text));
         std::lock_guard guard(mutex_);
-        calls_.push_back({what, key, text});
         for (Session& session : all) {
             if (session.key != key)
                 continue;
-            for (auto it = session.pending.begin(); it != session.pending.end(); ++it)
-                if (it->kind == kind) {
-                    session.pending.erase(it);
-                    return true;
-                }
+            const auto held = std::ranges::find(session.pending, kind, &PendingRequest::kind);
+            if (held == session.pending.end() ||
+                (taking == Taking::notAQuestion && held->isQuestion()))
+                return false;
+            session.pending.erase(held);
+            return true;
         }
         return false;
     }
@@ -181,6 +175,20 @@ private:
     std::map<WatchId, Watcher> watchers_;
     WatchId lastWatch_ = 0;
     TidewickPaths paths_{"/nonexistent"};
+};
+
+/// A server of `target` on a fresh home, with that home's paths and secret.
+struct RunningServer {
+    explicit RunningServer(ApplicationView& target) {
+        paths.ensureDirectories();
+        secret = paths.loadOrCreateSecret();
+        server.emplace(paths.controlSocketPath(), secret, target);
+        server->start();
+    }
+    TemporaryDirectory home;
+    TidewickPaths paths{home.path()};
+    std::string secret;
+    std::optional<ControlServer> server;
 };
 
 } // namespace tidewick::testing

@@ -6,11 +6,9 @@
 #include "agents/FakeProcesses.h"
 #include "foundation/File.h"
 #include "service/ServiceTestSupport.h"
-#include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
 #include <future>
 
@@ -19,9 +17,7 @@ namespace {
 
 using namespace tidewick::testing;
 
-const SessionKey claudeKey{AgentKind::claude, std::string(claudeSession)};
-
-class AgentRunsTest : public ::testing::Test {
+class AgentRunsTest : public ServiceFixture {
 protected:
     AgentRunsTest() {
         File::makeDirectories(project, 0700);
@@ -53,29 +49,12 @@ protected:
         made.noHold = true;
         return made;
     }
-    void send(const HookRequest& hook) { (void)service->handle(hook, [] { return false; }); }
+    void send(const HookRequest& hook) { (void)handleNow(hook); }
 
-    Session session(const SessionKey& key = claudeKey) {
-        for (Session& found : service->sessions())
-            if (found.key == key)
-                return found;
-        ADD_FAILURE() << "no session " << key.sessionId;
-        return {};
-    }
-    bool inTimeline(const std::string& text, const SessionKey& key = claudeKey) {
-        const Timeline timeline = session(key).timeline;
-        return std::any_of(timeline.begin(), timeline.end(),
-                           [&](const TimelineItem& item) { return item.text == text; });
-    }
-
-    TemporaryDirectory home;
     const std::string project = home.path() + "/my project";
     const std::string bin = home.path() + "/bin";
     const std::string record = home.path() + "/ran";
-    TidewickPaths paths{home.path()};
-    ManualClock clock;
     FakeProcesses processes;
-    std::unique_ptr<TidewickService> service;
 };
 
 TEST_F(AgentRunsTest, ContinuesASessionThatHoldsNothingWithTheAgentsOwnProgram) {
@@ -102,7 +81,7 @@ TEST_F(AgentRunsTest, ContinuesASessionThatHoldsNothingWithTheAgentsOwnProgram) 
     const std::string failed =
         "Claude Code stopped with exit status 3 while continuing the session; its output is in " +
         log + ".";
-    ASSERT_TRUE(eventually([&] { return inTimeline(failed); }));
+    ASSERT_TRUE(eventually([&] { return inTimeline(claudeKey, failed); }));
     EXPECT_EQ(File::read(log), "stand-in output\n");
 
     // What cannot be continued, and why.
@@ -178,7 +157,7 @@ TEST_F(AgentRunsTest, EndsASessionHereAndNoticesAgentsThatVanished) {
     for (const SessionKey& key : {claudeKey, SessionKey{AgentKind::claude, "other"}}) {
         SCOPED_TRACE(key.sessionId);
         EXPECT_EQ(session(key).status, SessionStatus::ended);
-        EXPECT_TRUE(inTimeline("The agent exited", key));
+        EXPECT_TRUE(inTimeline(key, "The agent exited"));
     }
     EXPECT_EQ(held.wait_for(std::chrono::seconds(10)), std::future_status::ready)
         << "the hook left waiting is let go";

@@ -1,12 +1,17 @@
 // Helpers shared by the service tests: a clock moved by hand, agents' payloads as the
-// hook command forwards them, a file's lines and a bounded wait.
+// hook command forwards them, a file's lines, a bounded wait and a fixture's questions.
 #pragma once
 
 #include "foundation/Clock.h"
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
+#include "service/TidewickService.h"
+#include "testing/TemporaryDirectory.h"
 #include "wire/HookRequest.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -54,6 +59,8 @@ inline std::vector<std::string> fileLines(const std::string& path) {
 
 /// The session of the recorded Claude Code payloads.
 inline constexpr std::string_view claudeSession = "d4e23369-98ea-4e04-8cd7-5fb639c89c36";
+/// Its key.
+inline const SessionKey claudeKey{AgentKind::claude, std::string(claudeSession)};
 /// The command of the recorded Claude Code permission request.
 inline constexpr std::string_view recordedCommand = "rm -rf build && echo removed-ok";
 
@@ -103,5 +110,44 @@ inline HookRequest cursorShell(std::string_view command, std::string_view conver
     request.pid = 77;
     return request;
 }
+
+/// Cursor's report that the agent stopped on an error in conversation `conversation`.
+inline HookRequest cursorError(const std::string& conversation) {
+    HookRequest request = cursorShell("", conversation);
+    request.event = "stop";
+    request.payload = JSONValue::parse(R"({"hook_event_name":"stop","status":"error",)"
+                                       R"("workspace_roots":["/w"]})");
+    request.payload.set("conversation_id", conversation);
+    return request;
+}
+
+/// A service on a temporary home and a clock moved by hand, which each fixture makes with
+/// its own options, and what the tests ask of it. A fixture's destructor ends the service
+/// before the members its handlers use.
+class ServiceFixture : public ::testing::Test {
+protected:
+    /// Handles `request` on the test's thread, as for a hook command that stays.
+    HookOutput handleNow(const HookRequest& request) {
+        return service->handle(request, [] { return false; }).output;
+    }
+    /// The session `key`; a test failure and an empty session when there is none.
+    Session session(const SessionKey& key = claudeKey) {
+        for (Session& found : service->sessions())
+            if (found.key == key)
+                return found;
+        ADD_FAILURE() << "no session " << key.sessionId;
+        return {};
+    }
+    /// Whether session `key`'s timeline holds an item saying `text`.
+    bool inTimeline(const SessionKey& key, const std::string& text) {
+        const Timeline timeline = session(key).timeline;
+        return std::ranges::any_of(timeline, [&](const auto& item) { return item.text == text; });
+    }
+
+    TemporaryDirectory home;
+    TidewickPaths paths{home.path()};
+    ManualClock clock;
+    std::unique_ptr<TidewickService> service;
+};
 
 } // namespace tidewick::testing
