@@ -121,6 +121,9 @@ TEST_F(AttachedApplicationTest, SaysWhenTheApplicationGoesAndAttachesAgainWhenIt
     ASSERT_TRUE(told.has(std::string("lost: ") + AttachedApplication::lostSentence));
     EXPECT_TRUE(view.sessions().empty()) << "nothing of a gone application can be answered";
     EXPECT_FALSE(view.answerPermission({AgentKind::claude, "s-10"}, SessionActions::Answer::allow));
+    AttachedApplication late(paths);
+    EXPECT_FALSE(late.attach()) << "nothing to attach to";
+    EXPECT_TRUE(late.sessions().empty());
 
     target.all.pop_back();
     server->start();
@@ -134,13 +137,6 @@ TEST_F(AttachedApplicationTest, SaysWhenTheApplicationGoesAndAttachesAgainWhenIt
                             [](const std::string& item) { return item.starts_with("lost"); }),
               1)
         << "said once, however long it is away";
-}
-
-TEST_F(AttachedApplicationTest, NothingToAttachToWithoutARunningApplication) {
-    server->stop();
-    AttachedApplication view(paths);
-    EXPECT_FALSE(view.attach());
-    EXPECT_TRUE(view.sessions().empty());
 }
 
 } // namespace
