@@ -12,8 +12,8 @@ using tidewick::testing::modeOf;
 
 namespace {
 
-// Every field of a session, as the file holds it; dates a millisecond apart where that is
-// all that tells them apart.
+// Every field of a session, as the file holds it (a held request's questions and offer
+// included); dates a millisecond apart where that is all that tells them apart.
 const std::string fullRecord =
     R"({"key":{"agent":"cursor","sessionId":"conv-1"},"projectPath":"/Users/me/app",)"
     R"("title":"Fix \"quotes\" and \\ slashes","status":"needsPermission",)"
@@ -26,7 +26,11 @@ const std::string fullRecord =
     R"("userMessagesAtEnd":12,"sentBeforeEnd":["stop",""],"transcriptStep":9007199254740993,)"
     R"("pending":[{"id":"0f8fad5b-d9cb-469f-a165-70867728950e","kind":"permission",)"
     R"("title":"Run npm test","detail":"npm test","createdAt":1763700001.373,)"
-    R"("deadline":1763700301.373},{"id":"7c9e6679-7425-40de-944b-e07fc1f90ae7",)"
+    R"("deadline":1763700301.373,"questions":[{"question":"Which colour?","header":"Colour",)"
+    R"("options":[{"label":"Red","description":"Warm"},{"label":"Blue"}],"multiSelect":false},)"
+    R"({"question":"Which?","options":[],"multiSelect":true}],)"
+    R"("alwaysAllow":{"kind":"agentRule","tool":"Bash","text":"npm Test:*"}},)"
+    R"({"id":"7c9e6679-7425-40de-944b-e07fc1f90ae7",)"
     R"("kind":"reply","title":"Finished","createdAt":1763700000.5,"deadline":1763700000.5}],)"
     R"("timeline":[{"id":"16fd2706-8baf-433b-82eb-8c7fada847da","time":1763700000.999,)"
     R"("kind":"shell","text":"npm test","detail":"exit 0"},)"
