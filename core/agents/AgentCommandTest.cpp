@@ -25,20 +25,19 @@ TEST(AgentCommandTest, TheProgramComesFromTheProcessThenThePathThenTheSetting) {
         std::optional<std::int64_t> startTime;
         std::optional<Words> program;
     };
+    // clang-format off
     const Row rows[] = {
         {"a native build", AgentKind::claude, 10, 7, Words{"/opt/cc/bin/claude.exe"}},
-        {"no start time recorded", AgentKind::claude, 10, std::nullopt,
-         Words{"/opt/cc/bin/claude.exe"}},
+        {"no start time recorded", AgentKind::claude, 10, std::nullopt, Words{"/opt/cc/bin/claude.exe"}},
         {"the pid went to another program", AgentKind::claude, 10, 8, std::nullopt},
-        {"a script of a runtime", AgentKind::codex, 11, 7,
-         Words{"/usr/bin/node", "/n/@openai/codex/bin/codex.js"}},
+        {"a script of a runtime", AgentKind::codex, 11, 7, Words{"/usr/bin/node", "/n/@openai/codex/bin/codex.js"}},
         {"a relative script cannot be found again", AgentKind::claude, 12, 7, std::nullopt},
         {"an editor hosting the agent", AgentKind::cursor, 13, 7, std::nullopt},
-        {"Codex's target-named build", AgentKind::codex, 14, 7,
-         Words{"/v/codex-x86_64-unknown-linux-musl"}},
+        {"Codex's target-named build", AgentKind::codex, 14, 7, Words{"/v/codex-x86_64-unknown-linux-musl"}},
         {"no such process", AgentKind::claude, 99, std::nullopt, std::nullopt},
         {"an agent without a command", AgentKind::antigravity, 10, 7, std::nullopt},
     };
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         EXPECT_EQ(AgentCommand::fromProcess(row.agent, row.pid, row.startTime, processes),

@@ -1,6 +1,5 @@
 #include "events/AskedQuestion.h"
 #include "events/PermissionUpdates.h"
-#include "foundation/JSONCoding.h"
 
 #include <gtest/gtest.h>
 
@@ -45,9 +44,6 @@ TEST(AskedQuestion, ReadsTheQuestionsAndBuildsTheAnswersTheAgentExpects) {
     EXPECT_EQ(AskedQuestions::describeAnswers(answered), "Which colour? \u2192 Blue\nWhich features? \u2192 Search, Sync");
     EXPECT_EQ(AskedQuestions::answeredInput(JSONValue(), questions, {"Red"}).compact(), R"({"answers":{"Which colour?":"Red"}})");
     EXPECT_EQ(AskedQuestions::describeAnswers(input), std::nullopt);
-
-    // Held requests keep their questions in the sessions file.
-    EXPECT_EQ(decodeJSON<std::vector<AskedQuestion>>(encodeJSON(questions)), questions);
 }
 
 TEST(PermissionUpdates, DescribesEachUpdateForTheUser) {

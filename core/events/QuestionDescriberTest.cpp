@@ -31,27 +31,6 @@ TEST(QuestionDescriber, AsDictAcceptsObjectsAndJSONTextHoldingOne) {
     EXPECT_EQ(asDict(nullptr), std::nullopt);
 }
 
-TEST(QuestionDescriber, UnwrapsGenericToolsThatNameAQuestionTool) {
-    JSONValue wrapped = JSONValue::parse(
-        R"({"tool_name":"ask_question","arguments":{"question":"Go?"},"args":{"question":"No"}})");
-    EXPECT_EQ(unwrap(std::string("mcp_call"), &wrapped),
-              (UnwrappedCall{"ask_question", JSONValue::parse(R"({"question":"Go?"})")}));
-    // Keys are tried in order, and only a key naming a question tool counts.
-    JSONValue both = JSONValue::parse(
-        R"({"toolName":"Bash","name":"AskUserQuestion","parameters":{"text":"Pick"}})");
-    EXPECT_EQ(unwrap(std::string("invoke"), &both),
-              (UnwrappedCall{"AskUserQuestion", JSONValue::parse(R"({"text":"Pick"})")}));
-    JSONValue noArguments = JSONValue::parse(R"({"name":"ask_permission"})");
-    EXPECT_EQ(unwrap(std::string("invoke"), &noArguments),
-              (UnwrappedCall{"ask_permission", std::nullopt}));
-
-    JSONValue plain = JSONValue::parse(R"({"name":"deploy"})");
-    EXPECT_EQ(unwrap(std::string("invoke"), &plain), (UnwrappedCall{"invoke", plain}));
-    EXPECT_EQ(unwrap(std::string("AskQuestion"), &wrapped),
-              (UnwrappedCall{"AskQuestion", wrapped}));
-    EXPECT_EQ(unwrap(std::nullopt, nullptr), (UnwrappedCall{}));
-}
-
 TEST(QuestionDescriber, ExtractsTheQuestionOrWhatPermissionIsWanted) {
     using Q = AgentQuestion;
     const char* several = R"({"questions":[{"question":"  Which?  ","header":"DB",
@@ -67,8 +46,13 @@ TEST(QuestionDescriber, ExtractsTheQuestionOrWhatPermissionIsWanted) {
         {"AskQuestion", R"({"question":"  ","options":["a"]})", none},
         {"AskQuestion", R"("not an object")", none},
         {"Bash", R"({"question":"Why?"})", none},
-        {"mcp_call", R"({"tool_name":"ask_question","arguments":{"question":"Go?"}})", Q{"Go?", {}}},
+        // A generic tool naming a question tool is unwrapped: the first key that names one
+        // counts, and its arguments are looked for under several names, in order.
+        {"mcp_call", R"({"tool_name":"ask_question","arguments":{"question":"Go?"},"args":{"question":"No"}})", Q{"Go?", {}}},
+        {"invoke", R"({"toolName":"Bash","name":"AskUserQuestion","parameters":{"text":"Pick"}})", Q{"Pick", {}}},
         {"invoke", R"({"name":"ask_permission"})", Q{"Wants more permission", {}}},
+        {"invoke", R"({"name":"deploy","question":"Go?"})", none},
+        {"AskQuestion", R"({"tool_name":"ask_question","arguments":{"question":"Go?"},"question":"Here?"})", Q{"Here?", {}}},
         {"request_permissions", R"({"reason":"","justification":"Needs network"})", Q{"Needs network", {}}},
         {"request_permissions", R"({"action":"deploy","options":["x"]})", Q{"Wants permission for deploy", {}}},
         {"ask_permission", R"({"Target":"prod","action":"deploy"})", Q{"Wants permission for prod", {}}},
@@ -79,6 +63,7 @@ TEST(QuestionDescriber, ExtractsTheQuestionOrWhatPermissionIsWanted) {
         JSONValue value = JSONValue::parse(input);
         EXPECT_EQ(question(std::string(tool), &value), expected) << tool << " " << input;
     }
+    EXPECT_EQ(question(std::nullopt, nullptr), none);
 }
 
 TEST(AgentQuestion, RecordTextRoundTrips) {

@@ -1,8 +1,5 @@
 #include "sessions/AlwaysAllow.h"
 
-#include "foundation/JSONCoding.h"
-#include "sessions/PendingRequest.h"
-
 #include <gtest/gtest.h>
 
 namespace tidewick {
@@ -61,17 +58,6 @@ TEST(AlwaysAllow, OffersWhatEachAgentCanKeep) {
         SCOPED_TRACE(std::string(rawValue(c.agent)) + " " + c.call.tool);
         EXPECT_EQ(AlwaysAllow::offer(c.agent, c.call), c.offer);
     }
-
-    // A held request keeps its questions and its offer in the sessions file.
-    PendingRequest request;
-    request.title = "Run npm test";
-    request.questions = question.questions;
-    request.alwaysAllow = AlwaysAllow::offer(AgentKind::claude, shell);
-    EXPECT_EQ(decodeJSON<PendingRequest>(encodeJSON(request)), request);
-    request.questions.clear();
-    request.alwaysAllow.reset();
-    EXPECT_EQ(encodeJSON(request).find("questions"), std::string::npos);
-    EXPECT_EQ(decodeJSON<PendingRequest>(encodeJSON(request)), request);
 }
 
 } // namespace

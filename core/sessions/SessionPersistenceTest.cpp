@@ -3,23 +3,17 @@
 #include "foundation/File.h"
 #include "foundation/JSONCoding.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 using namespace tidewick;
+using tidewick::testing::modeOf;
 
 namespace {
 
-mode_t modeOf(const std::string& path) {
-    struct stat info {};
-    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-    return info.st_mode & 0777;
-}
-
-// Every field of a session, as the file holds it; dates a millisecond apart where that is
-// all that tells them apart.
+// Every field of a session, as the file holds it (a held request's questions and offer
+// included); dates a millisecond apart where that is all that tells them apart.
 const std::string fullRecord =
     R"({"key":{"agent":"cursor","sessionId":"conv-1"},"projectPath":"/Users/me/app",)"
     R"("title":"Fix \"quotes\" and \\ slashes","status":"needsPermission",)"
@@ -32,24 +26,37 @@ const std::string fullRecord =
     R"("userMessagesAtEnd":12,"sentBeforeEnd":["stop",""],"transcriptStep":9007199254740993,)"
     R"("pending":[{"id":"0f8fad5b-d9cb-469f-a165-70867728950e","kind":"permission",)"
     R"("title":"Run npm test","detail":"npm test","createdAt":1763700001.373,)"
-    R"("deadline":1763700301.373},{"id":"7c9e6679-7425-40de-944b-e07fc1f90ae7",)"
+    R"("deadline":1763700301.373,"questions":[{"question":"Which colour?","header":"Colour",)"
+    R"("options":[{"label":"Red","description":"Warm"},{"label":"Blue"}],"multiSelect":false},)"
+    R"({"question":"Which?","options":[],"multiSelect":true}],)"
+    R"("alwaysAllow":{"kind":"agentRule","tool":"Bash","text":"npm Test:*"}},)"
+    R"({"id":"7c9e6679-7425-40de-944b-e07fc1f90ae7",)"
     R"("kind":"reply","title":"Finished","createdAt":1763700000.5,"deadline":1763700000.5}],)"
     R"("timeline":[{"id":"16fd2706-8baf-433b-82eb-8c7fada847da","time":1763700000.999,)"
     R"("kind":"shell","text":"npm test","detail":"exit 0"},)"
     R"({"id":"886313e1-3b8a-4372-9b90-0c9aee199e5d","time":1763700001.001,"kind":"notice",)"
     R"("text":"Note"}]})";
 
+// Only what every session has.
+const std::string minimalRecord = R"({"key":{"agent":"antigravity","sessionId":"a"},"status":"ended",)"
+                                  R"("startedAt":0.5,"lastActivityAt":1.5,"pending":[],"timeline":[]})";
+
 Session fullSession() {
     return decodeJSON<Session>(fullRecord).value();
 }
 
 Session minimalSession() {
-    Session s;
-    s.key = SessionKey{AgentKind::antigravity, "a"};
-    s.status = SessionStatus::ended;
-    s.startedAt = dateFromSeconds(0.5);
-    s.lastActivityAt = dateFromSeconds(1.5);
-    return s;
+    return decodeJSON<Session>(minimalRecord).value();
+}
+
+// A file of the minimal record and a copy whose `field` is `value` (removed when empty).
+std::string with(const std::string& field, const std::string& value) {
+    JSONValue record = JSONValue::parse(minimalRecord);
+    if (value.empty())
+        record.remove(field);
+    else
+        record.set(field, JSONValue::parse(value));
+    return "[" + minimalRecord + "," + record.compact() + "]";
 }
 
 } // namespace
@@ -60,9 +67,9 @@ TEST(SessionPersistenceTest, SaveAndLoadRoundTripEveryFieldWithPrivateModes) {
     SessionPersistence persistence(folder + "/sessions.json");
     const std::vector<Session> sessions = {fullSession(), minimalSession()};
     ASSERT_TRUE(persistence.save(sessions));
-    EXPECT_EQ(modeOf(persistence.url()), 0600u);
-    EXPECT_EQ(modeOf(folder), 0700u);
-    EXPECT_EQ(modeOf(home.path() + "/Library"), 0700u);
+    EXPECT_EQ(modeOf(persistence.url()), 0600);
+    EXPECT_EQ(modeOf(folder), 0700);
+    EXPECT_EQ(modeOf(home.path() + "/Library"), 0700);
     EXPECT_EQ(persistence.load(), sessions);
 
     // Dates are written to the millisecond; finer digits are dropped.
@@ -80,9 +87,7 @@ TEST(SessionPersistenceTest, SaveAndLoadRoundTripEveryFieldWithPrivateModes) {
 TEST(SessionPersistenceTest, TheFileUsesFieldNamesAndIsExactlyTheDocument) {
     // Each field is read back and written again in its place; absent ones are omitted.
     EXPECT_EQ(encodeJSON(fullSession()), fullRecord);
-    EXPECT_EQ(encodeJSON(minimalSession()),
-              R"({"key":{"agent":"antigravity","sessionId":"a"},"status":"ended",)"
-              R"("startedAt":0.5,"lastActivityAt":1.5,"pending":[],"timeline":[]})");
+    EXPECT_EQ(encodeJSON(minimalSession()), minimalRecord);
 
     // The file is written without building the document first; it must read as the same
     // document, byte for byte, whatever its texts hold.
@@ -103,16 +108,6 @@ TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
     EXPECT_TRUE(persistence.load().empty()) << "missing file";
     EXPECT_FALSE(File::exists(persistence.url()));
 
-    const std::string good = encodeJSON(minimalSession());
-    // The file with a good record and a second one whose `field` is `value` (removed if empty).
-    auto with = [&](const std::string& field, const std::string& value) {
-        JSONValue record = JSONValue::parse(good);
-        if (value.empty())
-            record.remove(field);
-        else
-            record.set(field, JSONValue::parse(value));
-        return "[" + good + "," + record.compact() + "]";
-    };
     const std::string id = R"("id":"0f8fad5b-d9cb-469f-a165-70867728950e",)";
     for (const std::string& content :
          {std::string(),
@@ -147,7 +142,7 @@ TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
         File::writeAtomically(persistence.url(), content, 0644);
         EXPECT_TRUE(persistence.load().empty()) << content;
         EXPECT_EQ(File::read(persistence.url()), content) << "the file is left as it was";
-        EXPECT_EQ(modeOf(persistence.url()), 0644u);
+        EXPECT_EQ(modeOf(persistence.url()), 0644);
     }
 
     // Explicit nulls and unknown members are accepted: another writer's harmless extras. Of
@@ -173,12 +168,7 @@ TEST(SessionPersistenceTest, AFileThatDidNotLoadIsKeptAsideBeforeItIsReplaced) {
     EXPECT_EQ(persistence.keepUnreadable(dateFromSeconds(0)), std::nullopt);
 
     // A status written by a newer version, then a date past what the clock holds.
-    JSONValue newer = JSONValue::parse(encodeJSON(minimalSession()));
-    newer.set("status", "paused");
-    JSONValue late = JSONValue::parse(encodeJSON(minimalSession()));
-    late.set("startedAt", JSONValue::number("9.3e9"));
-    const std::vector<std::string> contents = {"[" + newer.compact() + "]",
-                                               "[" + late.compact() + "]"};
+    const std::string contents[] = {with("status", R"("paused")"), with("startedAt", "9.3e9")};
     std::vector<std::string> kept;
     for (std::size_t i = 0; i < 5; ++i) {
         SCOPED_TRACE(i);
@@ -193,7 +183,7 @@ TEST(SessionPersistenceTest, AFileThatDidNotLoadIsKeptAsideBeforeItIsReplaced) {
         ASSERT_TRUE(path);
         kept.push_back(*path);
         EXPECT_EQ(File::read(*path), content);
-        EXPECT_EQ(modeOf(*path), 0600u);
+        EXPECT_EQ(modeOf(*path), 0600);
         EXPECT_FALSE(File::exists(persistence.url()));
     }
     EXPECT_EQ(kept[0], persistence.url() + ".unreadable-2025-11-21T04-40-00Z");

@@ -125,25 +125,15 @@ TEST(HostileTranscripts, AGrowingRecordIsReadUpToWhereItWasWhenOpened) {
 void makeStepDatabase(const std::string& path, int steps) {
     sqlite3* database = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-    sqlite3_exec(database,
-                 "CREATE TABLE meta(key TEXT, value TEXT);"
-                 "CREATE TABLE steps(id INTEGER PRIMARY KEY, created_at INTEGER, payload BLOB);",
-                 nullptr, nullptr, nullptr);
-    sqlite3_exec(database, "BEGIN", nullptr, nullptr, nullptr);
-    sqlite3_stmt* insert = nullptr;
-    sqlite3_prepare_v2(database, "INSERT INTO steps(created_at, payload) VALUES(?, ?)", -1, &insert,
-                       nullptr);
-    for (int i = 1; i <= steps; ++i) {
-        const std::string payload = std::string("\x0a\x12\x01\xff", 4) + "Run the tests, step " +
-                                    std::to_string(i) + std::string("\x10\x02\x00", 3) + "ab";
-        sqlite3_bind_int64(insert, 1, 1795234562000LL + i * 1000);
-        sqlite3_bind_blob(insert, 2, payload.data(), static_cast<int>(payload.size()),
-                          SQLITE_TRANSIENT);
-        sqlite3_step(insert);
-        sqlite3_reset(insert);
-    }
-    sqlite3_finalize(insert);
-    sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+    // Each payload holds the step's text between bytes that are not text.
+    const std::string script =
+        "CREATE TABLE meta(key TEXT, value TEXT);"
+        "CREATE TABLE steps(id INTEGER PRIMARY KEY, created_at INTEGER, payload BLOB);"
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+        std::to_string(steps) +
+        ") INSERT INTO steps(created_at, payload) SELECT 1795234562000 + i * 1000, "
+        "CAST(X'0a1201ff' || 'Run the tests, step ' || i || X'100200' || 'ab' AS BLOB) FROM n;";
+    EXPECT_EQ(sqlite3_exec(database, script.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
     sqlite3_close(database);
 }
 

@@ -45,34 +45,18 @@ TEST(ClaudeLimitsReader, ReadsWhatTheStatusLineRecordedAndSaysWhyWhenNothingIsTh
         Lines windows;
         std::string missingStart; // "" when there are windows
     };
+    // clang-format off
     const std::vector<Row> rows = {
-        {"as recorded",
-         R"({"at":1763700000.5,"rate_limits":{"five_hour":{"used_percentage":87.5,"resets_at":1763712000},)"
-         R"("seven_day":{"used_percentage":0.4}}})",
-         {"five_hour 87.5 300 1763712000", "seven_day 0.4 10080 -"},
-         ""},
-        {"other spellings and per-model windows",
-         R"({"rate_limits":{"seven_day_opus":{"utilization":120,"resets_at":"2025-11-21T08:00:00Z"},)"
-         R"("hourly":{"used_percentage":-3,"resets_at":1763712000000}}})",
-         {"seven_day_opus 100 10080 1763712000", "hourly 0 - 1763712000"},
-         ""},
-        {"wrong types are left out",
-         R"({"at":"x","rate_limits":{"five_hour":{"used_percentage":"87"},"seven_day":[1],)"
-         R"("x":7,"opus":{"used_percentage":12,"resets_at":{"a":1}}}})",
-         {"opus 12 - -"},
-         ""},
-        {"no file",
-         std::nullopt,
-         {},
-         "No figures from Claude Code yet: they come from its status line"},
+        {"as recorded", R"({"at":1763700000.5,"rate_limits":{"five_hour":{"used_percentage":87.5,"resets_at":1763712000},"seven_day":{"used_percentage":0.4}}})", {"five_hour 87.5 300 1763712000", "seven_day 0.4 10080 -"}, ""},
+        {"other spellings and per-model windows", R"({"rate_limits":{"seven_day_opus":{"utilization":120,"resets_at":"2025-11-21T08:00:00Z"},"hourly":{"used_percentage":-3,"resets_at":1763712000000}}})", {"seven_day_opus 100 10080 1763712000", "hourly 0 - 1763712000"}, ""},
+        {"wrong types are left out", R"({"at":"x","rate_limits":{"five_hour":{"used_percentage":"87"},"seven_day":[1],"x":7,"opus":{"used_percentage":12,"resets_at":{"a":1}}}})", {"opus 12 - -"}, ""},
+        {"no file", std::nullopt, {}, "No figures from Claude Code yet: they come from its status line"},
         {"no windows", R"({"at":1,"rate_limits":{}})", {}, "No figures from Claude Code yet"},
         {"root not an object", "[1,2]", {}, "No figures from Claude Code yet"},
-        {"half written",
-         R"({"at":1763700000,"rate_limits":{"five_hour":{"used_perc)",
-         {},
-         "Tidewick couldn't read the usage figures in " + file},
+        {"half written", R"({"at":1763700000,"rate_limits":{"five_hour":{"used_perc)", {}, "Tidewick couldn't read the usage figures in " + file},
         {"not text", std::string("\0\xff\xfe", 3), {}, "Tidewick couldn't read"},
     };
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         std::filesystem::remove(file);
@@ -121,31 +105,14 @@ TEST(CodexLimitsReader, ReadsTheLastTokenCountOfARecord) {
         bool reported;
         Lines windows;
     };
+    // clang-format off
     const std::vector<Row> rows = {
-        {"a half-written last event is passed over",
-         good + "\n" +
-             R"({"timestamp":"2026-11-24T01:43:00Z","type":"event_msg","payload":{"type":"token_count","rate_li)",
-         true,
-         {"primary 95 300 -"}},
-        {"wrong types",
-         good + "\n" +
-             R"({"type":"event_msg","payload":{"type":"token_count","rate_limits":{)"
-             R"("primary":{"used_percent":"95","window_minutes":300},)"
-             R"("secondary":{"used_percent":12,"window_minutes":"a week","resets_at":"soon"}}}})"
-             "\n",
-         true,
-         {"secondary 12 - -"}},
-        {"rate_limits not an object, then garbage",
-         R"({"type":"event_msg","payload":{"type":"token_count","rate_limits":[1]}})"
-         "\n\x01\x02 token_count\n",
-         false,
-         {}},
-        {"no token count at all",
-         R"({"type":"session_meta","payload":{}})"
-         "\n",
-         false,
-         {}},
+        {"a half-written last event is passed over", good + "\n" + R"({"timestamp":"2026-11-24T01:43:00Z","type":"event_msg","payload":{"type":"token_count","rate_li)", true, {"primary 95 300 -"}},
+        {"wrong types", good + "\n" + R"({"type":"event_msg","payload":{"type":"token_count","rate_limits":{"primary":{"used_percent":"95","window_minutes":300},"secondary":{"used_percent":12,"window_minutes":"a week","resets_at":"soon"}}}})" "\n", true, {"secondary 12 - -"}},
+        {"rate_limits not an object, then garbage", R"({"type":"event_msg","payload":{"type":"token_count","rate_limits":[1]}})" "\n\x01\x02 token_count\n", false, {}},
+        {"no token count at all", R"({"type":"session_meta","payload":{}})" "\n", false, {}},
     };
+    // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         testing::put(record, row.contents);
