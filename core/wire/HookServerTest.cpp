@@ -2,6 +2,7 @@
 
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
+#include "testing/Eventually.h"
 #include "testing/TemporaryDirectory.h"
 #include "testing/TestFiles.h"
 #include "wire/HookClient.h"
@@ -13,8 +14,6 @@
 #include <memory>
 #include <mutex>
 #include <sys/stat.h>
-#include <thread>
-#include <vector>
 
 namespace tidewick {
 namespace {
@@ -134,21 +133,16 @@ TEST_F(HookServerTest, HoldsConnectionsInParallelUntilItIsDestroyed) {
             return HookResponse{};
         });
     server->start();
-    std::vector<int> clients;
-    for (int i = 0; i < held; ++i) {
-        clients.push_back(testing::openRaw(path, testing::RawSocket::connected));
-        ASSERT_TRUE(Wire::writeAll(clients.back(), requestLine("Stop")));
-    }
     // One more client connects but never sends its line.
-    clients.push_back(testing::openRaw(path, testing::RawSocket::connected));
+    std::vector<FileDescriptor> clients(held + 1);
+    for (FileDescriptor& client : clients)
+        client.reset(testing::openRaw(path, testing::RawSocket::connected));
+    for (int i = 0; i < held; ++i)
+        ASSERT_TRUE(Wire::writeAll(clients[i].get(), requestLine("Stop")));
     // All handlers are inside at once: only a thread per connection allows that.
-    for (int i = 0; i < 1000 && holding < held; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_EQ(holding, held);
+    ASSERT_TRUE(testing::eventually([&] { return holding == held; }));
     server.reset();
     EXPECT_EQ(released, held);
-    for (int fd : clients)
-        ::close(fd);
 }
 
 TEST_F(HookServerTest, APeerOfAnotherUserGetsNoReplyEvenWithTheSecret) {
