@@ -9,6 +9,7 @@
 #include "testing/ProgramRun.h"
 #include "testing/TestFiles.h"
 #include "wire/HookClient.h"
+#include "wire/LocalServer.h"
 #include "wire/WireTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +24,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Kind = HookClient::Failure::Kind;
-using testing::FakeServer;
 /// What a run printed and its exit status.
 using Ending = std::pair<std::string, int>;
 
@@ -101,25 +101,25 @@ TEST_F(HookProgram, HeldAndFireAndForgetExchangesEndWithTheAnswersExitCode) {
 // One row per way the application can fail the hook: what HookClient reports,
 // and what the agent reads (the fail-safe answer, exit 0).
 TEST_F(HookProgram, EveryApplicationFailureEndsInTheFailSafeAnswer) {
-    // A server that replies and closes, or (`silent`) holds the connection.
+    // A server that sends a reply as it is and closes, or (`silent`) holds the connection.
     enum class Server { none, refusing, otherSecret, replying, silent };
     struct Row {
         const char* name;
         Server server;
-        std::string reply;
+        std::optional<std::string> reply;
         Kind failure;
     };
     const Row rows[] = {
-        {"no application", Server::none, "", Kind::notRunning},
-        {"refused", Server::refusing, "", Kind::notRunning},
-        {"wrong secret", Server::otherSecret, "", Kind::protocolError},
+        {"no application", Server::none, {}, Kind::notRunning},
+        {"refused", Server::refusing, {}, Kind::notRunning},
+        {"wrong secret", Server::otherSecret, {}, Kind::protocolError},
         {"wrong version", Server::replying, "{\"v\":2,\"stdout\":\"{}\",\"exit\":0}\n",
          Kind::protocolError},
         {"{} reply", Server::replying, "{}\n", Kind::protocolError},
         {"reply too long", Server::replying, std::string(Wire::maxLineBytes + 10, 'x') + "\n",
          Kind::protocolError},
-        {"closes early", Server::replying, "", Kind::protocolError},
-        {"never answers", Server::silent, "", Kind::protocolError},
+        {"closes early", Server::replying, std::nullopt, Kind::protocolError},
+        {"never answers", Server::silent, {}, Kind::protocolError},
     };
     const std::string socket = app_.paths.socketPath();
     for (const Row& row : rows) {
@@ -127,10 +127,18 @@ TEST_F(HookProgram, EveryApplicationFailureEndsInTheFailSafeAnswer) {
         // A held event would wait minutes for a silent server; a fire-and-forget one, a second.
         const bool silent = row.server == Server::silent;
         const std::string event = silent ? "sessionEnd" : shellEvent;
-        std::optional<FakeServer> fake;
+        std::atomic<int> requests = 0;
+        LocalServer fake(
+            socket,
+            [&](std::string_view, const ClientProbe& probe) {
+                ++requests;
+                while (silent && !probe.isDisconnected())
+                    std::this_thread::sleep_for(10ms);
+                return row.reply;
+            },
+            LocalServer::Options{});
         if (row.server == Server::replying || silent)
-            fake.emplace(socket, row.reply,
-                         silent ? FakeServer::After::hold : FakeServer::After::close);
+            fake.start();
         else if (row.server == Server::otherSecret)
             app_.start(nullptr, std::string(64, '0'));
         const FileDescriptor refusing(row.server == Server::refusing
@@ -145,11 +153,10 @@ TEST_F(HookProgram, EveryApplicationFailureEndsInTheFailSafeAnswer) {
         // A failing application is not waited for: the run is bounded well below a hold.
         EXPECT_EQ(run(hookCommand("cursor", event), R"({"conversation_id":"c"})", {}, 10s),
                   Ending(silent ? "{}\n" : cursorAsk, 0));
-        if (fake) {
-            EXPECT_EQ(fake->requests(), 2) << "both requests did arrive";
+        if (fake.isRunning()) {
+            EXPECT_EQ(requests, 2) << "both requests did arrive";
         }
         app_.stop();
-        fake.reset();
         ::unlink(socket.c_str());
     }
     EXPECT_TRUE(app_.requests().empty());

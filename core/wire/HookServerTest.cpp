@@ -2,7 +2,6 @@
 
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
-#include "testing/Eventually.h"
 #include "testing/TemporaryDirectory.h"
 #include "testing/TestFiles.h"
 #include "wire/HookClient.h"
@@ -10,8 +9,6 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <memory>
 #include <mutex>
 #include <sys/stat.h>
 
@@ -118,31 +115,6 @@ TEST_F(HookServerTest, SocketPathsOfUpTo103BytesBind) {
         EXPECT_FALSE(server.isRunning());
         EXPECT_FALSE(File::exists(bad));
     }
-}
-
-TEST_F(HookServerTest, HoldsConnectionsInParallelUntilItIsDestroyed) {
-    const std::string path = path_ + "-parallel";
-    constexpr int held = 8;
-    std::atomic<int> holding = 0, released = 0;
-    auto server = std::make_unique<HookServer>(
-        path, secret, [&](const HookRequest&, const ClientProbe& probe) {
-            ++holding;
-            while (!probe.isDisconnected())
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            ++released;
-            return HookResponse{};
-        });
-    server->start();
-    // One more client connects but never sends its line.
-    std::vector<FileDescriptor> clients(held + 1);
-    for (FileDescriptor& client : clients)
-        client.reset(testing::openRaw(path, testing::RawSocket::connected));
-    for (int i = 0; i < held; ++i)
-        ASSERT_TRUE(Wire::writeAll(clients[i].get(), requestLine("Stop")));
-    // All handlers are inside at once: only a thread per connection allows that.
-    ASSERT_TRUE(testing::eventually([&] { return holding == held; }));
-    server.reset();
-    EXPECT_EQ(released, held);
 }
 
 TEST_F(HookServerTest, APeerOfAnotherUserGetsNoReplyEvenWithTheSecret) {

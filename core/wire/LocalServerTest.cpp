@@ -7,7 +7,12 @@
 #include "wire/LocalClient.h"
 #include "wire/WireTestSupport.h"
 
+#include <gtest/gtest.h>
+
+#include <atomic>
 #include <sys/resource.h>
+#include <thread>
+#include <vector>
 
 namespace tidewick {
 namespace {
@@ -15,18 +20,19 @@ namespace {
 using Failure = LocalClient::Failure;
 
 TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
+    constexpr int held = 8;
     TemporaryDirectory directory;
     const std::string path = directory.path() + "/line.sock";
-    std::atomic<bool> holding{false}, sawGone{false};
+    std::atomic<int> holding{0}, sawGone{0};
     LocalServer server(
         path,
         [&](std::string_view line, const ClientProbe& probe) -> std::optional<std::string> {
             if (line == "hold") {
-                holding = true;
+                ++holding;
                 // Waits until the server cuts the connection off.
                 while (!probe.isDisconnected())
                     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-                sawGone = true;
+                ++sawGone;
                 return "late\n";
             }
             if (line == "throw")
@@ -49,13 +55,19 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
         EXPECT_EQ(result.failure, Failure::noAnswer) << refused;
     }
 
-    std::thread held([&] { EXPECT_FALSE(exchange("hold\n").line); });
-    ASSERT_TRUE(testing::eventually([&] { return holding.load(); }));
+    // Held all at once, beside a client that never sends its line: a thread per connection.
+    std::vector<std::thread> clients;
+    for (int i = 0; i < held; ++i)
+        clients.emplace_back([&] { EXPECT_FALSE(exchange("hold\n").line); });
+    const FileDescriptor silent(testing::openRaw(path, testing::RawSocket::connected));
+    EXPECT_TRUE(testing::eventually([&] { return holding == held; }));
     server.stop();
     server.stop();
+    EXPECT_EQ(sawGone, 0) << "stopping leaves the exchanges under way alone";
     server.closeConnections();
-    held.join();
-    EXPECT_TRUE(sawGone);
+    for (std::thread& client : clients)
+        client.join();
+    EXPECT_EQ(sawGone, held);
     EXPECT_FALSE(server.isRunning());
     EXPECT_FALSE(File::exists(path)) << "stop removes the socket file";
     EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
