@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -40,15 +40,13 @@ TEST_F(FileTest, AtomicWritesReplaceTheWholeFileWithTheAskedModeOrNothing) {
 TEST_F(FileTest, FailuresNameTheSystemCallAndPath) {
     std::string blocker = File::join(dir_, "plain");
     File::writeAtomically(blocker, "x", 0600);
-    try {
-        File::writeAtomically(blocker + "/inner.json", "y", 0600);
-        FAIL() << "writing below a regular file succeeded";
-    } catch (const SystemError& error) {
-        EXPECT_EQ(error.code(), ENOTDIR);
-        EXPECT_NE(std::string(error.what()).find("open(" + blocker + "/inner.json.tmp-"), std::string::npos)
-            << error.what();
-        EXPECT_NE(std::string(error.what()).find("): Not a directory"), std::string::npos);
-    }
+    using namespace ::testing;
+    EXPECT_THAT([&] { File::writeAtomically(blocker + "/inner.json", "y", 0600); },
+                Throws<SystemError>(AllOf(
+                    Property(&SystemError::code, ENOTDIR),
+                    Property(&SystemError::what,
+                             AllOf(StartsWith("open(" + blocker + "/inner.json.tmp-"),
+                                   EndsWith("): Not a directory"))))));
     EXPECT_THROW((void)File::read(File::join(dir_, "missing")), SystemError);
     EXPECT_THROW(File::makeDirectories(blocker + "/sub", 0700), SystemError);
 }
