@@ -2,10 +2,9 @@
 
 #include "foundation/File.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
@@ -25,11 +24,8 @@ TEST(StatusLineRecorder, KeepsTheRateLimitWindowsWithTheTime) {
               R"({"at":1763700000.5,"rate_limits":{"five_hour":{"used_percentage":87.5,)"
               R"("resets_at":1763712000},"seven_day":{"used_percentage":0.4}}})"
               "\n");
-    struct stat info {};
-    ASSERT_EQ(::stat(file.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600);
-    ASSERT_EQ(::stat(File::parent(file).c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0700);
+    EXPECT_EQ(testing::modeOf(file), 0600);
+    EXPECT_EQ(testing::modeOf(File::parent(file)), 0700);
 
     // A payload without usable windows leaves the last figures in place.
     for (const char* other : {R"({"session_id":"s"})", R"({"rate_limits":[1]})",

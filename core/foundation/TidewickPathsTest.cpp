@@ -4,7 +4,7 @@
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <sstream>
@@ -126,14 +126,10 @@ TEST(TidewickPaths, SecretIsCreatedOnceOwnerOnlyAndReplacedWhenDamaged) {
     EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
     EXPECT_FALSE(paths.secretIfReadable());
 
-    // A file where a directory belongs is reported, naming the call.
+    // A file where a directory belongs is reported.
     File::writeAtomically(home.path() + "/blocked", "x", 0600);
-    try {
-        TidewickPaths(home.path() + "/blocked").ensureDirectories();
-        FAIL() << "expected a SystemError";
-    } catch (const SystemError& error) {
-        EXPECT_EQ(error.code(), ENOTDIR) << error.what();
-    }
+    EXPECT_THAT([&] { TidewickPaths(home.path() + "/blocked").ensureDirectories(); },
+                ::testing::Throws<SystemError>(::testing::Property(&SystemError::code, ENOTDIR)));
 }
 
 TEST(TidewickPaths, ForCurrentUserHonoursTidewickHome) {

@@ -7,9 +7,7 @@
 
 #include <fcntl.h>
 #include <future>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <thread>
 #include <vector>
 
 namespace tidewick {
@@ -17,34 +15,23 @@ namespace {
 
 using Kind = HookClient::Failure::Kind;
 
-HookRequest requestWith(std::string command) {
-    HookRequest request;
-    request.agent = "cursor";
-    request.event = "beforeShellExecution";
-    request.payload = JSONValue(JSONValue::Object{{"command", JSONValue(std::move(command))}});
-    return request;
-}
-
-// The failure kind `send` throws, or nothing when it succeeded.
+// The failure kind `send` throws, or nothing when it succeeded. It runs on a thread
+// of its own, waited for with a bound far beyond its deadlines: a client that does
+// not keep to them hangs past it.
 std::optional<Kind> failureOf(const std::string& path, double connectTimeout = 0.4,
-                              double responseTimeout = 5,
-                              const HookRequest& request = requestWith("ls")) {
-    try {
-        (void)HookClient::send(request, path, std::string(64, 'f'), connectTimeout,
-                               responseTimeout);
-        return std::nullopt;
-    } catch (const HookClient::Failure& failure) {
-        return failure.kind();
-    }
-}
-
-// failureOf on a thread of its own, waited for with a bound far beyond its deadlines: a
-// client that does not keep to them hangs past it.
-std::optional<Kind> boundedFailureOf(const std::string& path, double connectTimeout,
-                                     double responseTimeout,
-                                     const HookRequest& request = requestWith("ls")) {
-    auto attempt = std::async(std::launch::async, [&] {
-        return failureOf(path, connectTimeout, responseTimeout, request);
+                              double responseTimeout = 5, const std::string& command = "ls") {
+    auto attempt = std::async(std::launch::async, [&]() -> std::optional<Kind> {
+        try {
+            (void)HookClient::send({.agent = "cursor",
+                                    .event = "beforeShellExecution",
+                                    .payload = JSONValue(JSONValue::Object{{"command", command}}),
+                                    .host = {},
+                                    .agentPid = {}},
+                                   path, std::string(64, 'f'), connectTimeout, responseTimeout);
+            return std::nullopt;
+        } catch (const HookClient::Failure& failure) {
+            return failure.kind();
+        }
     });
     if (attempt.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
         ADD_FAILURE() << "the client kept going past its deadlines";
@@ -58,11 +45,10 @@ TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
     EXPECT_EQ(failureOf(dir.path() + "/" + std::string(110, 'l')), Kind::notRunning)
         << "a path too long for an address";
     const std::string path = dir.path() + "/busy.sock";
-    int listener = testing::openRaw(path, testing::RawSocket::listening, 0);
-    ASSERT_GE(listener, 0);
+    const FileDescriptor listener(testing::openRaw(path, testing::RawSocket::listening, 0));
+    ASSERT_TRUE(listener);
     // A large request to a listener that never reads: the write gives up.
-    EXPECT_EQ(boundedFailureOf(path, 0.4, 0.3, requestWith(std::string(2 << 20, 'b'))),
-              Kind::notRunning);
+    EXPECT_EQ(failureOf(path, 0.4, 0.3, std::string(2 << 20, 'b')), Kind::notRunning);
     // Fill the backlog of a listener that never accepts.
     std::vector<FileDescriptor> queued;
     for (int i = 0; i < 64; ++i) {
@@ -74,19 +60,18 @@ TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
             break;
         }
     }
-    EXPECT_EQ(boundedFailureOf(path, 0.15, 5), Kind::notRunning);
+    EXPECT_EQ(failureOf(path, 0.15, 5), Kind::notRunning);
     // A full backlog is waited out, not taken for an absent application: once the listener
     // takes the queued connections, the client gets in (and then finds no answer).
     auto waiting = std::async(std::launch::async, [&] { return failureOf(path, 20, 0.2); });
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     queued.clear();
-    ::fcntl(listener, F_SETFL, O_NONBLOCK);
+    ::fcntl(listener.get(), F_SETFL, O_NONBLOCK);
     std::vector<FileDescriptor> accepted;
     while (waiting.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready)
-        if (const int fd = ::accept(listener, nullptr, nullptr); fd >= 0)
+        if (const int fd = ::accept(listener.get(), nullptr, nullptr); fd >= 0)
             accepted.emplace_back(fd);
     EXPECT_EQ(waiting.get(), Kind::protocolError);
-    ::close(listener);
 }
 
 TEST(HookClient, NeverSendsTheSecretToAnotherUsersListener) {

@@ -9,12 +9,8 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <memory>
 #include <mutex>
 #include <sys/stat.h>
-#include <thread>
-#include <vector>
 
 namespace tidewick {
 namespace {
@@ -119,36 +115,6 @@ TEST_F(HookServerTest, SocketPathsOfUpTo103BytesBind) {
         EXPECT_FALSE(server.isRunning());
         EXPECT_FALSE(File::exists(bad));
     }
-}
-
-TEST_F(HookServerTest, HoldsConnectionsInParallelUntilItIsDestroyed) {
-    const std::string path = path_ + "-parallel";
-    constexpr int held = 8;
-    std::atomic<int> holding = 0, released = 0;
-    auto server = std::make_unique<HookServer>(
-        path, secret, [&](const HookRequest&, const ClientProbe& probe) {
-            ++holding;
-            while (!probe.isDisconnected())
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            ++released;
-            return HookResponse{};
-        });
-    server->start();
-    std::vector<int> clients;
-    for (int i = 0; i < held; ++i) {
-        clients.push_back(testing::openRaw(path, testing::RawSocket::connected));
-        ASSERT_TRUE(Wire::writeAll(clients.back(), requestLine("Stop")));
-    }
-    // One more client connects but never sends its line.
-    clients.push_back(testing::openRaw(path, testing::RawSocket::connected));
-    // All handlers are inside at once: only a thread per connection allows that.
-    for (int i = 0; i < 1000 && holding < held; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_EQ(holding, held);
-    server.reset();
-    EXPECT_EQ(released, held);
-    for (int fd : clients)
-        ::close(fd);
 }
 
 TEST_F(HookServerTest, APeerOfAnotherUserGetsNoReplyEvenWithTheSecret) {

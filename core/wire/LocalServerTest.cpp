@@ -1,22 +1,18 @@
 #include "wire/LocalServer.h"
 
 #include "foundation/File.h"
+#include "testing/Eventually.h"
 #include "testing/TemporaryDirectory.h"
 #include "wire/LineReader.h"
 #include "wire/LocalClient.h"
-#include "wire/Socket.h"
-#include "wire/Wire.h"
+#include "wire/WireTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
+#include <vector>
 
 namespace tidewick {
 namespace {
@@ -24,18 +20,19 @@ namespace {
 using Failure = LocalClient::Failure;
 
 TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
+    constexpr int held = 8;
     TemporaryDirectory directory;
     const std::string path = directory.path() + "/line.sock";
-    std::atomic<bool> holding{false}, sawGone{false};
+    std::atomic<int> holding{0}, sawGone{0};
     LocalServer server(
         path,
         [&](std::string_view line, const ClientProbe& probe) -> std::optional<std::string> {
             if (line == "hold") {
-                holding = true;
+                ++holding;
                 // Waits until the server cuts the connection off.
                 while (!probe.isDisconnected())
                     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-                sawGone = true;
+                ++sawGone;
                 return "late\n";
             }
             if (line == "throw")
@@ -58,15 +55,19 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
         EXPECT_EQ(result.failure, Failure::noAnswer) << refused;
     }
 
-    std::thread held([&] { EXPECT_FALSE(exchange("hold\n").line); });
-    for (int i = 0; i < 1000 && !holding; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_TRUE(holding);
+    // Held all at once, beside a client that never sends its line: a thread per connection.
+    std::vector<std::thread> clients;
+    for (int i = 0; i < held; ++i)
+        clients.emplace_back([&] { EXPECT_FALSE(exchange("hold\n").line); });
+    const FileDescriptor silent(testing::openRaw(path, testing::RawSocket::connected));
+    EXPECT_TRUE(testing::eventually([&] { return holding == held; }));
     server.stop();
     server.stop();
+    EXPECT_EQ(sawGone, 0) << "stopping leaves the exchanges under way alone";
     server.closeConnections();
-    held.join();
-    EXPECT_TRUE(sawGone);
+    for (std::thread& client : clients)
+        client.join();
+    EXPECT_EQ(sawGone, held);
     EXPECT_FALSE(server.isRunning());
     EXPECT_FALSE(File::exists(path)) << "stop removes the socket file";
     EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
@@ -78,15 +79,6 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
 int threadCount() {
     const std::string status = File::read("/proc/self/status");
     return std::stoi(status.substr(status.find("Threads:") + 8));
-}
-
-// A client connection to `path` (one more descriptor of this process).
-FileDescriptor connectTo(const std::string& path) {
-    FileDescriptor socket = Socket::openStream();
-    const sockaddr_un address = *Wire::makeAddress(path);
-    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-              0);
-    return socket;
 }
 
 // Whether the server closed `socket` within a generous bound.
@@ -179,12 +171,11 @@ TEST_F(LocalServerLimits, LongLinesInProgressStayWithinTheMemoryBound) {
     // Two clients each sending 700 KiB of a line that never ends: the second one's
     // bytes would pass the 1 MiB bound, so the first, which has waited longer, goes.
     const std::string part(700 * 1024, 'x');
-    FileDescriptor first = connectTo(path);
+    FileDescriptor first(testing::openRaw(path, testing::RawSocket::connected));
     ASSERT_TRUE(Wire::writeAll(first.get(), part));
-    for (int i = 0; i < 1000 && reader->heldBytes() < part.size(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(testing::eventually([&] { return reader->heldBytes() >= part.size(); }));
     EXPECT_EQ(reader->heldBytes(), part.size());
-    FileDescriptor second = connectTo(path);
+    FileDescriptor second(testing::openRaw(path, testing::RawSocket::connected));
     ASSERT_TRUE(Wire::writeAll(second.get(), part));
     EXPECT_TRUE(closedByServer(first.get()));
     EXPECT_LE(reader->heldBytes(), 1024u * 1024u);
@@ -192,9 +183,8 @@ TEST_F(LocalServerLimits, LongLinesInProgressStayWithinTheMemoryBound) {
     EXPECT_EQ(exchange("hello\n"), "echo hello");
     ASSERT_TRUE(Wire::writeAll(second.get(), "\n"));
     EXPECT_EQ(Wire::readLine(second.get(), 30).value_or("").size(), 5 + part.size());
-    for (int i = 0; i < 1000 && reader->heldBytes() > 0; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(reader->heldBytes(), 0u) << "a line counts until its exchange has ended";
+    EXPECT_TRUE(testing::eventually([&] { return reader->heldBytes() == 0; }))
+        << "a line counts until its exchange has ended";
 }
 
 TEST(LocalServer, StreamsLinesWhileTheClientStays) {
@@ -230,9 +220,7 @@ TEST(LocalServer, StreamsLinesWhileTheClientStays) {
         EXPECT_EQ(ended, 0);
     }
     // The client went: the handler notices and its connection ends.
-    for (int i = 0; i < 1000 && ended == 0; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(ended, 1);
+    EXPECT_TRUE(testing::eventually([&] { return ended == 1; }));
 
     // A line longer than the reader's limit closes the reader for good.
     FileDescriptor socket = LocalClient::connect(path, 1.0);

@@ -5,16 +5,12 @@
 #include "wire/Socket.h"
 #include "wire/Wire.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <grp.h>
 #include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace tidewick::testing {
@@ -57,51 +53,6 @@ inline std::optional<std::string> exchangeRaw(const std::string& path, const std
     }
     return std::nullopt;
 }
-
-/// A server that, on each connection, reads the request line, sends `reply`
-/// verbatim (nothing when it is empty) and either closes or keeps the
-/// connection open until the server is destroyed.
-class FakeServer {
-public:
-    enum class After { close, hold };
-
-    FakeServer(const std::string& path, std::string reply, After after = After::close)
-        : listener_(openRaw(path, RawSocket::listening)) {
-        EXPECT_GE(listener_, 0);
-        EXPECT_EQ(::pipe(stop_), 0);
-        thread_ = std::thread([this, reply = std::move(reply), after] {
-            std::vector<int> held;
-            for (;;) {
-                pollfd entries[2] = {{listener_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
-                if (::poll(entries, 2, 30000) <= 0 || entries[1].revents)
-                    break;
-                int fd = ::accept(listener_, nullptr, nullptr);
-                if (Wire::readLine(fd, 5))
-                    ++requests_;
-                if (!reply.empty())
-                    (void)Wire::writeAll(fd, reply);
-                after == After::hold ? held.push_back(fd) : (void)::close(fd);
-            }
-            for (int fd : held)
-                ::close(fd);
-        });
-    }
-    ~FakeServer() {
-        (void)::write(stop_[1], "x", 1);
-        thread_.join();
-        for (int fd : {listener_, stop_[0], stop_[1]})
-            ::close(fd);
-    }
-
-    /// How many request lines arrived.
-    [[nodiscard]] int requests() const { return requests_; }
-
-private:
-    int listener_;
-    int stop_[2] = {-1, -1};
-    std::atomic<int> requests_ = 0;
-    std::thread thread_;
-};
 
 /// Runs `body` in a child process as the user "nobody" and returns its exit
 /// status. The child only makes system calls, as a forked copy of a threaded
