@@ -40,6 +40,12 @@ TEST(ControlProtocol, RequestsRoundTripAndMalformedOnesAreRefused) {
         const std::string encoded = ControlProtocol::encode(request, "s");
         EXPECT_EQ(ControlProtocol::decodeRequest(encoded)->second, request) << encoded;
     }
+    // Found by the fuzz program: a date finer than the millisecond dates are written to.
+    const auto fine = ControlProtocol::decodeRequest(
+        R"({"v":2,"secret":"s","command":"pause","until":1763.7630050})");
+    ASSERT_TRUE(fine);
+    EXPECT_EQ(ControlProtocol::decodeRequest(ControlProtocol::encode(fine->second, "s"))->second,
+              fine->second);
 
     for (const char* bad : {
              R"({"v":1,"secret":"s","command":"sessions"})",

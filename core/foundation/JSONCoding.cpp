@@ -139,7 +139,9 @@ bool readJSON(JSONReader& in, Date& out) {
     double seconds = 0;
     if (!readJSON(in, seconds) || !isRepresentableDate(seconds))
         return false;
-    out = dateFromSeconds(seconds);
+    // Dates are written to the millisecond; reading them to the same precision makes
+    // whatever was read equal to what reading it again after writing gives.
+    out = dateFromSeconds(std::round(seconds * 1000) / 1000);
     return true;
 }
 

@@ -89,7 +89,8 @@ template <typename T> void writeJSON(JSONWriter& out, const std::map<std::string
 [[nodiscard]] bool readJSON(JSONReader& in, std::int64_t& out);
 /// Any number that fits a double.
 [[nodiscard]] bool readJSON(JSONReader& in, double& out);
-/// Seconds since 1970 (any fraction) within the clock's range, about the years 1678 to 2262.
+/// Seconds since 1970 (any fraction, rounded to the millisecond as dates are written) within
+/// the clock's range, about the years 1678 to 2262.
 [[nodiscard]] bool readJSON(JSONReader& in, Date& out);
 /// The 36-character form, either case.
 [[nodiscard]] bool readJSON(JSONReader& in, UUID& out);
