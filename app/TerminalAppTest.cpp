@@ -14,6 +14,9 @@ namespace tidewick {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::claudeAllowed;
+using testing::claudeAsks;
+using testing::claudeAsksToRun;
 using testing::ProgramResult;
 
 class TerminalApp : public ::testing::Test {
@@ -26,12 +29,8 @@ protected:
         // A sound player of our own, first on the path: it notes what it was asked to play.
         played = run.fakeSoundPlayer("paplay");
         // No session bus: desktop notifications stay off and nothing leaves the test.
-        const std::string command = "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
-                                    run.home() + "' HOME='" + run.home() + "' PATH='" +
-                                    File::join(run.home(), "players") + ":/usr/bin:/bin' " +
-                                    environment + " '" + testing::TidewickPrograms::tidewickPath +
-                                    "' " + arguments + " 2>'" + errors + "'";
-        ASSERT_TRUE(terminal.start("ui", command));
+        const std::string path = "PATH='" + File::join(run.home(), "players") + ":/usr/bin:/bin' ";
+        ASSERT_TRUE(terminal.start("ui", run.inTerminal("ui", path + environment, arguments)));
         ASSERT_TRUE(waitForScreen({"0 sessions"}));
     }
 
@@ -46,23 +45,19 @@ protected:
     std::string environment;
     std::string arguments = "app";
     testing::TidewickPrograms run;
-    const std::string errors = File::join(run.home(), "app.err");
+    const std::string errors = File::join(run.home(), "ui.err");
     std::string played;
     testing::Tmux terminal;
 };
 
 TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
     auto& claude = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-claude",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"rm -rf build && npm run build"}})");
+                            claudeAsksToRun("s-claude", "rm -rf build && npm run build"));
     ASSERT_TRUE(
         waitForScreen({"Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
                        "Waiting for you", "Needs permission", "webshop", "1 held"}));
     terminal.keys("ui", {"y"});
-    EXPECT_EQ(run.finished(claude),
-              "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
-              "\"decision\":{\"behavior\":\"allow\"}}}\n");
+    EXPECT_EQ(run.finished(claude), claudeAllowed);
     EXPECT_TRUE(waitForScreen({"Allowed: Run rm -rf build"}));
 
     // A reply chosen from the quick replies.
@@ -81,9 +76,7 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
 
     // Nothing is held now: q quits at once.
     terminal.keys("ui", {"q"});
-    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
-        std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
+    EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
 TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSession) {
@@ -94,10 +87,8 @@ TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSes
     ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
     terminal.keys("ui", {"Down"}); // the user reads this session
 
-    auto& claude = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"npm publish"}})");
+    auto& claude =
+        run.hook("claude", "PermissionRequest", claudeAsksToRun("s-web", "npm publish"));
     ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
                                "Needs you!", "( °o° )", "1 needs you · 1 working"}));
     // The alert's sound went to the player on the path.
@@ -110,9 +101,7 @@ TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSes
     ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
     ASSERT_TRUE(waitForScreen({"● Run npm publish", "Waiting for you"}));
     terminal.keys("ui", {"y"});
-    EXPECT_EQ(run.finished(claude),
-              "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
-              "\"decision\":{\"behavior\":\"allow\"}}}\n");
+    EXPECT_EQ(run.finished(claude), claudeAllowed);
     EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
     EXPECT_TRUE(waitForScreen({"On it", "2 working"}));
 }
@@ -130,10 +119,8 @@ protected:
 };
 
 TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
-    auto& claude = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"npm publish"}})");
+    auto& claude =
+        run.hook("claude", "PermissionRequest", claudeAsksToRun("s-web", "npm publish"));
     ASSERT_TRUE(waitForScreen({"Needs permission", "Needs you!"}));
     // Bold still marks what matters; no colour is set anywhere (39 and 49 only return to the
     // terminal's own).
@@ -151,10 +138,10 @@ INSTANTIATE_TEST_SUITE_P(ByFlagOrVariable, TerminalAppWithoutColour,
 
 TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
     // The offered rule is edited on the line before it is sent.
-    auto& always = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-always",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"npm test -- --ci"},"permission_suggestions":[]})");
+    auto& always = run.hook(
+        "claude", "PermissionRequest",
+        claudeAsks("s-always", R"("tool_name":"Bash","tool_input":{"command":"npm test -- --ci"},)"
+                               R"("permission_suggestions":[])"));
     ASSERT_TRUE(waitForScreen({"Run npm test -- --ci", "a always allow"}));
     terminal.keys("ui", {"a"});
     ASSERT_TRUE(
@@ -177,11 +164,8 @@ TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
         R"("options":[{"label":"Red","description":"A warm red"},{"label":"Blue","description":"A calm blue"}]},)"
         R"({"question":"Which features?","header":"Features","multiSelect":true,)"
         R"("options":[{"label":"Search","description":"s"},{"label":"Sync","description":"t"}]}]})";
-    auto& question =
-        run.hook("claude", "PermissionRequest",
-                 R"({"hook_event_name":"PermissionRequest","session_id":"s-ask",)"
-                 R"("cwd":"/home/ana/src/webshop","tool_name":"AskUserQuestion","tool_input":)" +
-                     asked + "}");
+    auto& question = run.hook("claude", "PermissionRequest",
+                              claudeAsks("s-ask", R"("tool_name":"AskUserQuestion","tool_input":)" + asked));
     ASSERT_TRUE(waitForScreen({"Claude Code is asking you a question", "1–2 choose · y answer"}));
     terminal.keys("ui", {"2"});
     ASSERT_TRUE(waitForScreen({"Question 2 of 2 · Features", "[ ] 1 Search"}));
@@ -197,27 +181,8 @@ TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
     EXPECT_TRUE(waitForScreen({"Answered: Which colour? → Blue"}));
 }
 
-} // namespace
-} // namespace tidewick
-
-namespace tidewick {
-namespace {
-
 TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
-    const std::string recorded =
-        std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/claude-transcripts/perm-allow.jsonl";
-    if (!File::exists(recorded))
-        GTEST_SKIP() << "the recorded transcripts are not at " << recorded;
-    const std::string id = "bc2ae821-aea9-4d2a-bb46-238b514a9108";
-    const std::string transcript = run.home() + "/.claude/projects/-home-dev-proj/" + id + ".jsonl";
-    File::makeDirectories(File::parent(transcript), 0700);
-    File::writeAtomically(transcript, File::read(recorded), 0600);
-    EXPECT_EQ(run.hook("claude", "SessionStart",
-                       R"({"hook_event_name":"SessionStart","session_id":")" + id +
-                           R"(","transcript_path":")" + transcript +
-                           R"(","cwd":"/home/dev/proj","source":"startup"})")
-                  .waitFor(std::chrono::seconds(15)),
-              0);
+    const std::string transcript = run.recordedClaudeSession();
     ASSERT_TRUE(waitForScreen({"1 session", "proj"}));
 
     terminal.keys("ui", {"t"});
@@ -237,7 +202,7 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     const std::vector<std::string> written = File::listFolder(handoffs);
     ASSERT_EQ(written.size(), 1u);
     EXPECT_THAT(File::read(File::join(handoffs, written[0])),
-                ::testing::HasSubstr("claude --resume " + id));
+                ::testing::HasSubstr("claude --resume " + run.recordedClaudeId));
 
     // Reading it recorded how far: the whole file.
     const JSONValue sessions = run.listing("sessions");
@@ -247,9 +212,7 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"t transcript"}));
     terminal.keys("ui", {"q"});
-    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
-        std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
+    EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
 } // namespace

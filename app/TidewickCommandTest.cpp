@@ -39,8 +39,7 @@ protected:
 };
 
 TEST_F(TidewickCommand, ConnectClaudeWritesTheTenHooksAndTheStatusLine) {
-    auto connect = run({"connect", "claude", "--yes"});
-    ASSERT_EQ(connect.status, 0) << connect.err;
+    auto connect = programs.succeeded({"connect", "claude", "--yes"});
     EXPECT_NE(connect.out.find("Connected Claude Code."), std::string::npos);
     EXPECT_NE(connect.out.find("+   \"hooks\": {"), std::string::npos) << connect.out;
     EXPECT_EQ(connect.out.find("\x1b["), std::string::npos) << "no colour into a pipe";
@@ -69,15 +68,12 @@ TEST_F(TidewickCommand, ConnectClaudeWritesTheTenHooksAndTheStatusLine) {
     EXPECT_TRUE(fs::is_empty(decoy.path()));
 
     // The written command line really starts the installed helper through a shell.
-    const std::string marker = File::join(File::parent(paths.socketPath()), "debug-hooks");
-    File::makeDirectories(File::parent(marker), 0700);
-    File::writeAtomically(marker, "", 0600);
+    programs.recordHookCalls();
     auto hook = runProgram({"/bin/sh", "-c", sessionStart},
                            {"TIDEWICK_HOME=" + home(), "PATH=/usr/bin:/bin"},
                            R"({"session_id":"s1","hook_event_name":"SessionStart"})");
     EXPECT_EQ(hook.status, 0) << hook.err;
-    EXPECT_NE(File::read(File::join(File::parent(marker), "hook-debug.jsonl")).find("SessionStart"),
-              std::string::npos);
+    EXPECT_EQ(programs.hookCalls("SessionStart").size(), 1u);
 
     auto status = run({"status", "--json"});
     const JSONValue claude = JSONValue::parse(status.out).arrayValue()->at(0);
@@ -85,12 +81,10 @@ TEST_F(TidewickCommand, ConnectClaudeWritesTheTenHooksAndTheStatusLine) {
     EXPECT_EQ(*claude.get("configPath"), JSONValue(settings()));
     EXPECT_EQ(*claude.get("evidence"), JSONValue("folder " + File::join(home(), ".claude")));
 
-    auto again = run({"connect", "claude", "--yes"});
-    EXPECT_EQ(again.status, 0);
+    auto again = programs.succeeded({"connect", "claude", "--yes"});
     EXPECT_NE(again.out.find("Nothing to change."), std::string::npos) << again.out;
 
-    auto disconnect = run({"disconnect", "claude", "--yes"});
-    ASSERT_EQ(disconnect.status, 0) << disconnect.err;
+    auto disconnect = programs.succeeded({"disconnect", "claude", "--yes"});
     EXPECT_NE(disconnect.out.find("Disconnected Claude Code."), std::string::npos);
     // Tidewick created the file, so it takes the whole file away again.
     EXPECT_FALSE(fs::exists(settings()));
@@ -105,23 +99,20 @@ TEST_F(TidewickCommand, DisconnectGivesBackTheUsersOwnSettings) {
     File::writeAtomically(settings(), mine, 0600);
 
     // Asked and declined: nothing happens.
-    auto declined = run({"connect", "claude"}, "n\n");
-    EXPECT_EQ(declined.status, 0);
+    auto declined = programs.succeeded({"connect", "claude"}, "n\n");
     EXPECT_NE(declined.out.find("Apply these changes? [y/N]"), std::string::npos);
     EXPECT_NE(declined.out.find("Nothing was changed."), std::string::npos);
     EXPECT_EQ(File::read(settings()), mine);
     // The preview leaves out what is far from any change (the condensing itself is
     // ChangeView's to test).
     EXPECT_EQ(declined.out.find("\"model\""), std::string::npos) << declined.out;
-    auto accepted = run({"connect", "claude"}, "y\n");
-    ASSERT_EQ(accepted.status, 0) << accepted.err;
+    (void)programs.succeeded({"connect", "claude"}, "y\n");
     EXPECT_NE(File::read(settings()).find("tidewick-hook"), std::string::npos);
     struct stat info {};
     ASSERT_EQ(::stat(settings().c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
 
-    auto removed = run({"disconnect", "claude"}, "yes\n");
-    ASSERT_EQ(removed.status, 0) << removed.err;
+    (void)programs.succeeded({"disconnect", "claude"}, "yes\n");
     EXPECT_EQ(File::read(settings()), mine);
 }
 
@@ -162,16 +153,14 @@ TEST_F(TidewickCommand, ConnectingWhileTidewicksFolderIsFullSaysWhatHappened) {
     EXPECT_EQ(File::read(real), mine);
     EXPECT_TRUE(File::listFolder(backups).empty());
     // `tidewick status` agrees: Claude Code is exactly as it was.
-    const auto after = run({"status", "--json"});
-    ASSERT_EQ(after.status, 0) << after.err;
+    const auto after = programs.succeeded({"status", "--json"});
     EXPECT_EQ(after.out, before.out);
     EXPECT_EQ(*(*JSONValue::parse(after.out).arrayValue())[0].get("state")->stringValue(),
               "disconnected");
 
     // With room again, the same command connects.
     ASSERT_EQ(::unlink(File::join(tidewickHome, "filler").c_str()), 0);
-    auto again = run({"connect", "claude", "--yes"});
-    EXPECT_EQ(again.status, 0) << again.err;
+    (void)programs.succeeded({"connect", "claude", "--yes"});
     EXPECT_NE(File::read(real).find("tidewick-hook"), std::string::npos);
 }
 
@@ -185,23 +174,13 @@ TEST_F(TidewickCommand, ExitStatusesForRefusalsAndUsageErrors) {
     for (const auto& usage : usages)
         EXPECT_EQ(run(usage).status, 2) << (usage.empty() ? "" : usage[0]);
     for (const char* command : {"connect", "disconnect"}) {
-        auto help = run({command, "--help"});
-        EXPECT_EQ(help.status, 0) << command;
+        auto help = programs.succeeded({command, "--help"});
         EXPECT_NE(help.out.find("Usage:"), std::string::npos) << help.out;
     }
-    auto version = run({"--version"});
-    EXPECT_EQ(version.status, 0);
+    auto version = programs.succeeded({"--version"});
     EXPECT_EQ(version.out, "tidewick 0.1.0\n");
 
-    // A file of the wrong shape: refused with the sentence, left byte for byte.
-    File::writeAtomically(settings(), "[\"not\", \"settings\"]", 0644);
-    auto shape = run({"connect", "claude", "--yes"});
-    EXPECT_EQ(shape.status, 1);
-    EXPECT_EQ(shape.err,
-              "settings.json is not the shape Tidewick expects, so it was left untouched.\n");
-    EXPECT_EQ(File::read(settings()), "[\"not\", \"settings\"]");
-
-    // No folder and no command on PATH: not installed.
+    // No folder and no command on PATH: not installed, a refusal (1) with its sentence.
     auto absent = run({"connect", "cursor", "--yes"});
     EXPECT_EQ(absent.status, 1);
     EXPECT_EQ(absent.err, "Cursor does not appear to be installed.\n");
@@ -209,8 +188,7 @@ TEST_F(TidewickCommand, ExitStatusesForRefusalsAndUsageErrors) {
 
     // The same agent found through its command on PATH connects.
     File::writeAtomically(File::join(emptyPath.path(), "bin/cursor-agent"), "#!/bin/sh\n", 0755);
-    auto found = run({"connect", "cursor", "--gate-commands", "--yes"});
-    EXPECT_EQ(found.status, 0) << found.err;
+    (void)programs.succeeded({"connect", "cursor", "--gate-commands", "--yes"});
     EXPECT_NE(File::read(File::join(home(), ".cursor/hooks.json")).find("beforeShellExecution"),
               std::string::npos);
 }

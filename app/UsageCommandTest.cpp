@@ -40,8 +40,7 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     testing::TidewickPrograms run;
 
     // Nothing recorded yet: each agent says why in one line.
-    const ProgramResult empty = run.tidewick({"usage"});
-    EXPECT_EQ(empty.status, 0) << empty.err;
+    const ProgramResult empty = run.succeeded({"usage"});
     EXPECT_THAT(empty.out, HasSubstr("they come from its status line"));
     EXPECT_THAT(empty.out, HasSubstr("they come from its session records"));
 
@@ -71,8 +70,7 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
             .waitFor(std::chrono::seconds(15)),
         0);
 
-    const ProgramResult json = run.tidewick({"usage", "--json"});
-    ASSERT_EQ(json.status, 0) << json.err;
+    const ProgramResult json = run.succeeded({"usage", "--json"});
     const JSONValue report = JSONValue::parse(json.out);
     const JSONValue& claude = element(member(report, "agents"), 0);
     const JSONValue& codex = element(member(report, "agents"), 1);
@@ -105,8 +103,7 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     EXPECT_EQ(member(session, "sessionId"), JSONValue(codexId));
     EXPECT_EQ(member(member(session, "tokens"), "total").intValue(), 30);
 
-    const ProgramResult text = run.tidewick({"usage"});
-    EXPECT_EQ(text.status, 0) << text.err;
+    const ProgramResult text = run.succeeded({"usage"});
     EXPECT_THAT(text.out, HasSubstr("Claude Code · as of "));
     EXPECT_THAT(text.out, HasSubstr("  5h        ██████████████████░░  93%     resets in 2h "));
     EXPECT_THAT(text.out, HasSubstr("  7d        ░░░░░░░░░░░░░░░░░░░░  reset\n"));

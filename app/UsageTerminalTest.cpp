@@ -28,11 +28,7 @@ TEST(UsageTerminal, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
             secondsFromNow(4 * 86400) + "}}}");
     EXPECT_EQ(testing::TidewickPrograms::finished(statusLine), "");
 
-    const std::string errors = File::join(run.home(), "app.err");
-    ASSERT_TRUE(terminal.start("ui", "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
-                                         run.home() + "' HOME='" + run.home() + "' '" +
-                                         testing::TidewickPrograms::tidewickPath + "' app 2>'" +
-                                         errors + "'"));
+    ASSERT_TRUE(terminal.start("ui", run.inTerminal("ui")));
     EXPECT_TRUE(terminal.waitForAll("ui", {"Claude Code  5h █████░ 93% 2h ", "7d ██░░░░ 41% 3d 23h"}));
     // The application's alert for the window past 90 %, on the status line.
     EXPECT_TRUE(terminal.waitForAll("ui", {"Claude Code: 5h limit 93% used. Resets in 2h"}));
@@ -45,8 +41,7 @@ TEST(UsageTerminal, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
     terminal.keys("ui", {"u"});
     EXPECT_TRUE(terminal.waitForGone("ui", "Usage limits"));
     terminal.keys("ui", {"q"});
-    EXPECT_TRUE(
-        terminal.waitFor("ui", [&](const std::string&) { return !terminal.isRunning("ui"); }));
+    EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
 } // namespace
