@@ -13,8 +13,8 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <map>
+#include <tuple>
 #include <sstream>
 
 namespace tidewick {
@@ -35,23 +35,26 @@ bool contains(const std::string& text, const std::string& part) {
 
 // Offline: a provider at the stand-in, no retries, no plugin look-ups.
 std::string configText(int port, const std::string& work) {
-    return "model = \"gpt-5.1-codex\"\n"
-           "model_provider = \"stand-in\"\n"
-           "check_for_update_on_startup = false\n\n"
-           "[model_providers.stand-in]\n"
-           "name = \"stand-in\"\n"
-           "base_url = \"http://127.0.0.1:" +
-           std::to_string(port) +
-           "/v1\"\n"
-           "wire_api = \"responses\"\n"
-           "env_key = \"STAND_IN_KEY\"\n"
-           "supports_websockets = false\n"
-           "request_max_retries = 0\n"
-           "stream_max_retries = 0\n\n"
-           "[analytics]\nenabled = false\n\n"
-           "[features]\nplugins = false\n\n"
-           "[projects.\"" +
-           work + "\"]\ntrust_level = \"trusted\"\n";
+    return R"(model = "gpt-5.1-codex"
+model_provider = "stand-in"
+check_for_update_on_startup = false
+
+[model_providers.stand-in]
+name = "stand-in"
+base_url = "http://127.0.0.1:)" + std::to_string(port) + R"(/v1"
+wire_api = "responses"
+env_key = "STAND_IN_KEY"
+supports_websockets = false
+request_max_retries = 0
+stream_max_retries = 0
+
+[analytics]
+enabled = false
+
+[features]
+plugins = false
+
+[projects.")" + work + "\"]\ntrust_level = \"trusted\"\n";
 }
 
 // Codex installed on first use (into TIDEWICK_CODEX_DIR when set, so build trees can
@@ -174,6 +177,14 @@ protected:
         EXPECT_EQ(contains(line, " connected "), !awaiting) << line;
     }
 
+    // Runs `codex exec prompt` offline in the work folder to its end; fails unless it succeeds.
+    ProgramResult exec(const std::string& prompt) const {
+        ProgramResult result = runProgram(offline({codex, "exec", "--skip-git-repo-check", prompt}),
+                                          run.environment, {}, work(), std::chrono::seconds(120));
+        EXPECT_EQ(result.status, 0) << result.out << result.err;
+        return result;
+    }
+
     JSONValue hooksDocument() const { return JSONValue::parse(File::read(hooksFile())); }
     void writeHooks(const JSONValue& document) const {
         File::writeAtomically(hooksFile(), document.pretty() + "\n", 0600);
@@ -185,16 +196,21 @@ protected:
     std::unique_ptr<BackgroundProgram> standIn;
 };
 
-// Waits (60 s at most) until `tidewick pending` lists one held request, for which
-// `wanted` holds; the session identifier that the text listing printed for it.
-std::string waitForHeld(const testing::TidewickPrograms& run,
-                        const std::function<bool(const JSONValue&)>& wanted) {
+// Waits (60 s at most) until `tidewick pending` lists one held request, of `kind` with
+// `part` in its detail; the session identifier that the text listing printed for it.
+std::string waitForHeld(const testing::TidewickPrograms& run, const std::string& kind,
+                        const std::string& part) {
     JSONValue held;
     if (!testing::waitUntil(std::chrono::seconds(60), [&] {
             held = run.listing("pending");
-            return held.arrayValue()->size() == 1 && wanted(*(*held.arrayValue())[0].get("request"));
+            if (held.arrayValue()->size() != 1)
+                return false;
+            const JSONValue& request = *(*held.arrayValue())[0].get("request");
+            const JSONValue* detail = request.get("detail");
+            return *request.get("kind") == JSONValue(kind) && detail && detail->isString() &&
+                   contains(*detail->stringValue(), part);
         })) {
-        ADD_FAILURE() << "not held as expected; pending: " << held.compact();
+        ADD_FAILURE() << "no " << kind << " with " << part << " held; pending: " << held.compact();
         return {};
     }
     // "Codex  <id>  permission  Run ...": the identifier as the listing prints it.
@@ -202,12 +218,6 @@ std::string waitForHeld(const testing::TidewickPrograms& run,
     std::string agent, session;
     line >> agent >> session;
     return session;
-}
-
-bool detailHas(const JSONValue& request, const std::string& kind, const std::string& part) {
-    const JSONValue* detail = request.get("detail");
-    return *request.get("kind") == JSONValue(kind) && detail && detail->isString() &&
-           contains(*detail->stringValue(), part);
 }
 
 TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
@@ -233,10 +243,8 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     expectStatus(Status::connected);
 
     // Headless: recorded, nothing held, the turn ends by itself.
-    ProgramResult exec = runProgram(offline({codex, "exec", "--skip-git-repo-check", "first turn"}),
-                                    run.environment, {}, work(), std::chrono::seconds(120));
-    ASSERT_EQ(exec.status, 0) << exec.out << exec.err;
-    EXPECT_TRUE(contains(exec.out, "exec turn done")) << exec.out;
+    ProgramResult turnOne = exec("first turn");
+    EXPECT_TRUE(contains(turnOne.out, "exec turn done")) << turnOne.out;
     JSONValue sessions = run.listing("sessions");
     ASSERT_EQ(sessions.arrayValue()->size(), 1u) << sessions.compact();
     const JSONValue execSession = (*sessions.arrayValue())[0];
@@ -255,27 +263,21 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
         }(),
         run.environment, "", File::join(run.home(), "turn"), work());
     const std::string refusal = "Not outside the workspace, please";
-    const std::string first = waitForHeld(run, [&](const JSONValue& request) {
-        return detailHas(request, "permission", outside + "/denied");
-    });
+    const std::string first = waitForHeld(run, "permission", outside + "/denied");
     ASSERT_FALSE(first.empty());
     (void)run.succeeded({"deny", first, "--message", refusal});
 
-    const std::string second = waitForHeld(run, [&](const JSONValue& request) {
-        return detailHas(request, "permission", outside + "/allowed");
-    });
+    const std::string second = waitForHeld(run, "permission", outside + "/allowed");
     ASSERT_EQ(second, first);
     (void)run.succeeded({"allow", second});
 
-    const std::string stop = waitForHeld(
-        run, [](const JSONValue& request) { return detailHas(request, "reply", "Both asked."); });
+    const std::string stop = waitForHeld(run, "reply", "Both asked.");
     ASSERT_FALSE(stop.empty());
     EXPECT_FALSE(File::exists(File::join(outside, "denied")));
     EXPECT_TRUE(File::exists(File::join(outside, "allowed")));
     (void)run.succeeded({"reply", stop, "Now run the tests"});
     // The reply sends the turn on; it stops again, held again until let go.
-    const std::string again = waitForHeld(
-        run, [](const JSONValue& request) { return detailHas(request, "reply", "Continued:"); });
+    const std::string again = waitForHeld(run, "reply", "Continued:");
     ASSERT_FALSE(again.empty());
     (void)run.succeeded({"let-stop", again});
 
@@ -390,21 +392,21 @@ TEST_F(Codex, TheServicesUsageLimitsShowInTidewickAfterATurn) {
     (void)run.succeeded({"connect", "codex", "--yes"});
     (void)trust(Approving::all);
 
-    ProgramResult exec = runProgram(offline({codex, "exec", "--skip-git-repo-check", "count"}),
-                                    run.environment, {}, work(), std::chrono::seconds(120));
-    ASSERT_EQ(exec.status, 0) << exec.out << exec.err;
+    ASSERT_EQ(exec("count").status, 0);
     ProgramResult usage = run.succeeded({"usage", "--json"});
     const JSONValue report = JSONValue::parse(usage.out);
     ASSERT_EQ(report.get("agents")->arrayValue()->size(), 2u) << usage.out;
     const JSONValue& codexUsage = (*report.get("agents")->arrayValue())[1];
     ASSERT_EQ(codexUsage.get("windows")->arrayValue()->size(), 2u) << usage.out;
-    const JSONValue& primary = (*codexUsage.get("windows")->arrayValue())[0];
-    const JSONValue& secondary = (*codexUsage.get("windows")->arrayValue())[1];
-    EXPECT_EQ(primary.get("usedPercent")->doubleValue(), 93.5) << usage.out;
-    EXPECT_EQ(*primary.get("label"), JSONValue("5h"));
-    EXPECT_EQ(*primary.get("level"), JSONValue("critical"));
-    EXPECT_EQ(secondary.get("usedPercent")->doubleValue(), 12.5) << usage.out;
-    EXPECT_EQ(*secondary.get("label"), JSONValue("7d"));
+    const std::tuple<double, const char*, const char*> expected[] = {{93.5, "5h", "critical"},
+                                                                      {12.5, "7d", "normal"}};
+    for (std::size_t i = 0; i < 2; ++i) {
+        SCOPED_TRACE(i);
+        const JSONValue& window = (*codexUsage.get("windows")->arrayValue())[i];
+        EXPECT_EQ(window.get("usedPercent")->doubleValue(), std::get<0>(expected[i])) << usage.out;
+        EXPECT_EQ(*window.get("label"), JSONValue(std::get<1>(expected[i])));
+        EXPECT_EQ(*window.get("level"), JSONValue(std::get<2>(expected[i])));
+    }
     // The headless application prints its alert once.
     const std::string alert = "Codex: 5h limit 93% used. Resets in ";
     (void)testing::waitUntil(std::chrono::seconds(60), [&] { return contains(run.appOutput(), alert); });

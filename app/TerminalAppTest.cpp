@@ -136,7 +136,20 @@ INSTANTIATE_TEST_SUITE_P(ByFlagOrVariable, TerminalAppWithoutColour,
                          ::testing::Values(std::pair{"", "app --no-color"},
                                            std::pair{"NO_COLOR=1", "app"}));
 
-TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
+/// The same interface standing alone, or attached to a headless application (which then
+/// answers the agent).
+enum class Mode { standalone, attached };
+class TerminalAppIn : public TerminalApp, public ::testing::WithParamInterface<Mode> {
+protected:
+    void SetUp() override {
+        if (GetParam() == Mode::attached && testing::TidewickPrograms::built()) {
+            ASSERT_TRUE(run.startApp());
+        }
+        TerminalApp::SetUp();
+    }
+};
+
+TEST_P(TerminalAppIn, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
     // The offered rule is edited on the line before it is sent.
     auto& always = run.hook(
         "claude", "PermissionRequest",
@@ -180,6 +193,9 @@ TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
             R"(,"answers":{"Which colour?":"Blue","Which features?":"Search, Sync"}}}}})" + "\n");
     EXPECT_TRUE(waitForScreen({"Answered: Which colour? → Blue"}));
 }
+
+INSTANTIATE_TEST_SUITE_P(StandaloneOrAttached, TerminalAppIn,
+                         ::testing::Values(Mode::standalone, Mode::attached));
 
 TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     const std::string transcript = run.recordedClaudeSession();

@@ -9,6 +9,7 @@
 #include "testing/TestFiles.h"
 #include "transcripts/TranscriptTestSupport.h"
 
+#include "foundation/Clock.h"
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
 #include "foundation/TidewickPaths.h"
@@ -59,6 +60,11 @@ template <typename Condition> bool waitUntil(std::chrono::seconds bound, Conditi
 [[nodiscard]] inline std::string claudeAsksToRun(const std::string& session,
                                                  const std::string& command) {
     return claudeAsks(session, R"("tool_name":"Bash","tool_input":{"command":")" + command + "\"}");
+}
+
+/// The time `offset` seconds from now in whole seconds since 1970, as agents write resets.
+[[nodiscard]] inline std::string secondsFromNow(double offset) {
+    return std::to_string(static_cast<std::int64_t>(secondsSince1970(now()) + offset));
 }
 
 class TidewickPrograms {
@@ -159,6 +165,19 @@ public:
     /// Cursor of `conversation` asking to run `command`.
     BackgroundProgram& cursorShell(const std::string& conversation, const std::string& command) {
         return cursor("beforeShellExecution", conversation, R"(,"command":")" + command + "\"");
+    }
+
+    /// Runs the hook with the status line Claude Code gives a subscriber: 93.2 % of the
+    /// five-hour window used and 41 % of the weekly one, resetting `fiveHourReset` and
+    /// `weeklyReset` seconds from now; fails the test unless it prints nothing.
+    void claudeStatusLine(double fiveHourReset, double weeklyReset) {
+        EXPECT_EQ(finished(hook("claude", "StatusLine",
+                                R"({"session_id":"s1","model":{"id":"claude-opus"},"rate_limits":)"
+                                R"({"five_hour":{"used_percentage":93.2,"resets_at":)" +
+                                    secondsFromNow(fiveHourReset) +
+                                    R"(},"seven_day":{"used_percentage":41,"resets_at":)" +
+                                    secondsFromNow(weeklyReset) + "}}}")),
+                  "");
     }
 
     /// What `program` printed once it ended with status 0 (15 s at most).

@@ -18,10 +18,6 @@ using testing::ProgramResult;
 
 const std::string codexId = "01a20b37-d645-7623-a7ce-23e948420d36";
 
-std::string seconds(double offset) {
-    return std::to_string(static_cast<std::int64_t>(secondsSince1970(now()) + offset));
-}
-
 const JSONValue& member(const JSONValue& value, std::string_view name) {
     static const JSONValue none;
     const JSONValue* found = value.get(name);
@@ -45,17 +41,12 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     EXPECT_THAT(empty.out, HasSubstr("they come from its session records"));
 
     // The status line as Claude Code runs it for a subscriber; its weekly window is over.
-    testing::BackgroundProgram& statusLine = run.hook(
-        "claude", "StatusLine",
-        R"({"session_id":"s1","model":{"id":"claude-opus"},"rate_limits":{"five_hour":{"used_percentage":93.2,"resets_at":)" +
-            seconds(7800) + R"(},"seven_day":{"used_percentage":41,"resets_at":)" + seconds(-60) +
-            "}}}");
-    EXPECT_EQ(testing::TidewickPrograms::finished(statusLine), "");
+    run.claudeStatusLine(7800, -60);
 
     // Codex's record with its windows moved to now: the weekly one is over.
     std::string record = File::read(testing::codexRollout("exec-rate-limits"));
-    record = Text::replacingAll(record, "1795488138", seconds(3600));
-    record = Text::replacingAll(record, "1795743738", seconds(-60));
+    record = Text::replacingAll(record, "1795488138", testing::secondsFromNow(3600));
+    record = Text::replacingAll(record, "1795743738", testing::secondsFromNow(-60));
     const std::string rollout = run.home() +
                                 "/.codex/sessions/2026/11/24/rollout-2026-11-24T01-42-18-" +
                                 codexId + ".jsonl";

@@ -4,16 +4,10 @@
 #include "TidewickPrograms.h"
 #include "TmuxTestSupport.h"
 
-#include "foundation/Clock.h"
-
 #include <gmock/gmock.h>
 
 namespace tidewick {
 namespace {
-
-std::string secondsFromNow(double offset) {
-    return std::to_string(static_cast<std::int64_t>(secondsSince1970(now()) + offset));
-}
 
 TEST(UsageTerminal, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
     if (!testing::Tmux::isInstalled())
@@ -21,12 +15,7 @@ TEST(UsageTerminal, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
     ASSERT_TRUE(testing::TidewickPrograms::built());
     testing::TidewickPrograms run;
     testing::Tmux terminal;
-    auto& statusLine = run.hook(
-        "claude", "StatusLine",
-        R"({"session_id":"s1","rate_limits":{"five_hour":{"used_percentage":93.2,"resets_at":)" +
-            secondsFromNow(7800) + R"(},"seven_day":{"used_percentage":41,"resets_at":)" +
-            secondsFromNow(4 * 86400) + "}}}");
-    EXPECT_EQ(testing::TidewickPrograms::finished(statusLine), "");
+    run.claudeStatusLine(7800, 4 * 86400);
 
     ASSERT_TRUE(terminal.start("ui", run.inTerminal("ui")));
     EXPECT_TRUE(terminal.waitForAll("ui", {"Claude Code  5h █████░ 93% 2h ", "7d ██░░░░ 41% 3d 23h"}));
