@@ -71,9 +71,7 @@ TEST_F(ControlEndToEnd, ClaudePermissionAllowedDeniedAndTheFirstDecisionWins) {
     EXPECT_THAT(texts, Contains("Denied: Use the staging database.").Times(1));
 
     // Exit statuses: 1 for a refusal with its sentence, 2 for a usage error.
-    ProgramResult unknown = run.tidewick({"allow", "ffff"});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.err, "No session matches \"ffff\".\n");
+    EXPECT_EQ(run.fails({"allow", "ffff"}, 1), "No session matches \"ffff\".\n");
     EXPECT_EQ(run.tidewick({"allow", "d4e2", "--agent", "vim"}).status, 2);
     EXPECT_EQ(run.tidewick({"allow"}).status, 2);
 }
@@ -101,9 +99,7 @@ TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
     EXPECT_EQ(run.finished(second), "") << "letting it stop says nothing";
     // A second reply finds nothing waiting and would continue the session with Claude Code,
     // but the recorded project folder is not on this machine.
-    ProgramResult again = run.tidewick({"reply", "d4e", "more"});
-    EXPECT_EQ(again.status, 1);
-    EXPECT_EQ(again.err,
+    EXPECT_EQ(run.fails({"reply", "d4e", "more"}, 1),
               "Tidewick doesn't know this session's project folder, so it can't continue it.\n");
 
     auto texts = run.timeline(claudeSession);
@@ -139,9 +135,7 @@ TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
     EXPECT_EQ(run.finished(run.cursorShell("cursor-e2e-2", "ls -la")), "{\"permission\":\"allow\"}\n");
     EXPECT_TRUE(risky.isRunning());
     EXPECT_EQ(run.waitForHeld(1).size(), 1u) << "ls -la was never held";
-    ProgramResult ambiguous = run.tidewick({"deny", "cursor-e2e"});
-    EXPECT_EQ(ambiguous.status, 2);
-    EXPECT_THAT(ambiguous.err, HasSubstr("matches 2 sessions"));
+    EXPECT_THAT(run.fails({"deny", "cursor-e2e"}, 2), HasSubstr("matches 2 sessions"));
     EXPECT_EQ(run.tidewick({"deny", "cursor-e2e-1", "--message", "Not the build folder."}).status,
               0);
     const std::string denied = run.finished(risky);
@@ -177,9 +171,8 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
                  R"({"session_id":"codex-always","cwd":"/w","hook_event_name":"PermissionRequest",)"
                  R"("tool_name":"Bash","tool_input":{"command":"touch /outside/marker"}})");
     run.waitForHeld(1);
-    ProgramResult refused = run.tidewick({"allow", "codex-always", "--always"});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("Codex takes no lasting rule in a hook's answer"));
+    EXPECT_THAT(run.fails({"allow", "codex-always", "--always"}, 1),
+              HasSubstr("Codex takes no lasting rule in a hook's answer"));
     EXPECT_THAT(run.tidewick({"answer", "codex-always", "yes"}).err,
                 HasSubstr("isn't asking a question"));
     EXPECT_EQ(run.tidewick({"allow", "codex-always"}).status, 0);
@@ -196,14 +189,12 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
 }
 
 TEST_F(ControlEndToEnd, OneInstanceAtATimeAndSessionsSurviveARestart) {
-    ProgramResult before = run.tidewick({"sessions"});
-    EXPECT_EQ(before.status, 3);
-    EXPECT_EQ(before.err, "Tidewick isn't running. Start it with `tidewick app`.\n");
+    EXPECT_EQ(run.fails({"sessions"}, 3),
+              "Tidewick isn't running. Start it with `tidewick app`.\n");
 
     ASSERT_TRUE(run.startApp());
-    ProgramResult second = run.tidewick({"app", "--headless"});
-    EXPECT_EQ(second.status, 1);
-    EXPECT_EQ(second.err, "Tidewick is already running. Quit it before starting another.\n");
+    EXPECT_EQ(run.fails({"app", "--headless"}, 1),
+              "Tidewick is already running. Quit it before starting another.\n");
     EXPECT_EQ(run.tidewick({"sessions"}).status, 0) << "the first one still answers";
 
     for (const char* name : {"SessionStart", "UserPromptSubmit", "PreToolUse-Bash"})

@@ -109,6 +109,14 @@ public:
         return result;
     }
 
+    /// Runs `tidewick arguments...` as tidewick() does, and fails the test unless it exits
+    /// `status`; what it printed on standard error (the refusal's sentence).
+    std::string fails(std::vector<std::string> arguments, int status) const {
+        ProgramResult result = tidewick(arguments);
+        EXPECT_EQ(result.status, status) << arguments[0] << ": " << result.out << result.err;
+        return result.err;
+    }
+
     /// Starts `tidewick app --headless`; whether it said both sockets listen within 10 s.
     [[nodiscard]] bool startApp() {
         app_ = std::make_unique<BackgroundProgram>(

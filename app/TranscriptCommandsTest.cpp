@@ -75,9 +75,8 @@ TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicati
     EXPECT_THAT(File::read(run.home() + "/next.md"), HasSubstr("`rm -rf build` — failed"));
 
     std::filesystem::remove(transcript);
-    const ProgramResult gone = run.tidewick({"transcript", "bc2a"});
-    EXPECT_EQ(gone.status, 1);
-    EXPECT_EQ(gone.err, "Tidewick couldn't find Claude Code's record of session bc2ae821.\n");
+    EXPECT_EQ(run.fails({"transcript", "bc2a"}, 1),
+              "Tidewick couldn't find Claude Code's record of session bc2ae821.\n");
     EXPECT_EQ(run.tidewick({"transcript", "ffff"}).status, 1);
     EXPECT_EQ(run.tidewick({"transcript", "bc2a", "--tail", "0"}).status, 2);
 }
