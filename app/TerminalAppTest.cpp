@@ -51,14 +51,33 @@ protected:
 };
 
 TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
+    auto& prompt = run.hook("claude", "UserPromptSubmit",
+                            R"({"hook_event_name":"UserPromptSubmit","session_id":"s-api",)"
+                            R"("cwd":"/home/ana/src/api","prompt":"Add the signup checks"})");
+    EXPECT_EQ(run.finished(prompt), "");
+    ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
+    terminal.keys("ui", {"Down"}); // the user reads this session
+
+    // A request of another session: the avatar looks up and a banner points to it.
     auto& claude = run.hook("claude", "PermissionRequest",
-                            claudeAsksToRun("s-claude", "rm -rf build && npm run build"));
+                            claudeAsksToRun("s-web", "rm -rf build && npm run build"));
+    ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
+                               "Needs you!", "( °o° )", "1 needs you · 1 working"}));
+    // The alert's sound went to the player on the path.
+    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
+    // In 256 colours, what needs the user is amber (xterm colour 214).
+    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
+
+    terminal.keys("ui", {"Tab"});
+    ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
     ASSERT_TRUE(
-        waitForScreen({"Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
+        waitForScreen({"● Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
                        "Waiting for you", "Needs permission", "webshop", "1 held"}));
     terminal.keys("ui", {"y"});
     EXPECT_EQ(run.finished(claude), claudeAllowed);
-    EXPECT_TRUE(waitForScreen({"Allowed: Run rm -rf build"}));
+    EXPECT_TRUE(waitForScreen({"Allowed: Run rm -rf build", "On it", "2 working"}));
+    EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
 
     // A reply chosen from the quick replies.
     auto& codex = run.hook("codex", "Stop",
@@ -77,33 +96,6 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
     // Nothing is held now: q quits at once.
     terminal.keys("ui", {"q"});
     EXPECT_TRUE(terminal.waitForEnd("ui"));
-}
-
-TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSession) {
-    auto& prompt = run.hook("claude", "UserPromptSubmit",
-                            R"({"hook_event_name":"UserPromptSubmit","session_id":"s-api",)"
-                            R"("cwd":"/home/ana/src/api","prompt":"Add the signup checks"})");
-    EXPECT_EQ(run.finished(prompt), "");
-    ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
-    terminal.keys("ui", {"Down"}); // the user reads this session
-
-    auto& claude =
-        run.hook("claude", "PermissionRequest", claudeAsksToRun("s-web", "npm publish"));
-    ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
-                               "Needs you!", "( °o° )", "1 needs you · 1 working"}));
-    // The alert's sound went to the player on the path.
-    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
-              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
-    // In 256 colours, what needs the user is amber (xterm colour 214).
-    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
-
-    terminal.keys("ui", {"Tab"});
-    ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
-    ASSERT_TRUE(waitForScreen({"● Run npm publish", "Waiting for you"}));
-    terminal.keys("ui", {"y"});
-    EXPECT_EQ(run.finished(claude), claudeAllowed);
-    EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
-    EXPECT_TRUE(waitForScreen({"On it", "2 working"}));
 }
 
 /// The same application asked for no colour, by flag or by NO_COLOR.
@@ -227,6 +219,24 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
 
     terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"t transcript"}));
+    terminal.keys("ui", {"q"});
+    EXPECT_TRUE(terminal.waitForEnd("ui"));
+}
+
+// The header shows what Claude Code's status line recorded through the real hook
+// command, the application raises its 90 % alert once, and u opens the whole report.
+TEST_F(TerminalApp, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
+    run.claudeStatusLine(7800, 4 * 86400);
+    EXPECT_TRUE(waitForScreen({"Claude Code  5h █████░ 93% 2h ", "7d ██░░░░ 41% 3d 23h"}));
+    // The application's alert for the window past 90 %, on the status line.
+    EXPECT_TRUE(waitForScreen({"Claude Code: 5h limit 93% used. Resets in 2h"}));
+
+    terminal.keys("ui", {"u"});
+    EXPECT_TRUE(waitForScreen({"Usage limits", "Claude Code · as of", "resets in 3d 23h",
+                               "No figures from Codex yet: they come from its session records",
+                               "Tokens by session", "u back"}));
+    terminal.keys("ui", {"u"});
+    EXPECT_TRUE(terminal.waitForGone("ui", "Usage limits"));
     terminal.keys("ui", {"q"});
     EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
