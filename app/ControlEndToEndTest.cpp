@@ -65,11 +65,6 @@ TEST_F(ControlEndToEnd, ClaudePermissionAllowedDeniedAndTheFirstDecisionWins) {
         answered({"deny", "d4e", "--agent", "claude", "--message", "Use the staging database."}),
         HasSubstr(R"("message":"Use the staging database.")"));
 
-    auto texts = run.timeline(claudeSession);
-    EXPECT_THAT(texts, Contains("Allowed").Times(1));
-    EXPECT_THAT(texts, Contains("Denied").Times(1));
-    EXPECT_THAT(texts, Contains("Denied: Use the staging database.").Times(1));
-
     // Exit statuses: 1 for a refusal with its sentence, 2 for a usage error.
     EXPECT_EQ(run.fails({"allow", "ffff"}, 1), "No session matches \"ffff\".\n");
     EXPECT_EQ(run.tidewick({"allow", "d4e2", "--agent", "vim"}).status, 2);
@@ -101,10 +96,6 @@ TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
     // but the recorded project folder is not on this machine.
     EXPECT_EQ(run.fails({"reply", "d4e", "more"}, 1),
               "Tidewick doesn't know this session's project folder, so it can't continue it.\n");
-
-    auto texts = run.timeline(claudeSession);
-    EXPECT_THAT(texts, Contains("You replied"));
-    EXPECT_THAT(texts, Contains("You let it stop"));
 }
 
 TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn) {
