@@ -14,42 +14,47 @@
 namespace tidewick {
 namespace {
 
-const std::string permission =
-    R"({"hook_event_name":"PermissionRequest","session_id":"s-attach","cwd":"/home/ana/src/webshop",)"
-    R"("tool_name":"Bash","tool_input":{"command":"rm -rf build"}})";
-const std::string allowed = "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
-                            "\"decision\":{\"behavior\":\"allow\"}}}\n";
+using testing::claudeAllowed;
+using testing::claudeAsks;
+using testing::TidewickPrograms;
+
+const std::string permission = testing::claudeAsksToRun("s-attach", "rm -rf build");
+const std::string colourQuestion =
+    R"("tool_name":"AskUserQuestion","tool_input":{"questions":[{"question":"Which colour?",)"
+    R"("header":"Colour","multiSelect":false,"options":[{"label":"Red"},{"label":"Blue"}]}]})";
 
 class Attach : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!testing::Tmux::isInstalled())
             GTEST_SKIP() << "tmux is not installed (Debian package tmux)";
-        ASSERT_TRUE(testing::TidewickPrograms::built());
+        ASSERT_TRUE(TidewickPrograms::built());
     }
 
-    /// Opens `tidewick app` in the tmux session `name`; whether it attached.
-    bool openInterface(const std::string& name) {
-        const std::string command = "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
-                                    run.home() + "' HOME='" + run.home() + "' '" +
-                                    testing::TidewickPrograms::tidewickPath + "' app 2>'" +
-                                    File::join(run.home(), name + ".err") + "'";
-        return terminal.start(name, command) && terminal.waitForAll(name, {"Tidewick", "session"});
-    }
-
-    testing::TidewickPrograms run;
-    testing::Tmux terminal;
-};
-
-TEST_F(Attach, AHeldRequestShowsInEveryInterfaceAndAnAnswerInOneClearsTheOthers) {
-    // Notifications come from the application: once, however many interfaces are open.
-    std::optional<testing::PrivateBus> bus;
-    std::optional<testing::StandInNotificationService> notifications;
-    if (File::isExecutableFile(testing::daemonPath)) {
+    /// Notifications on a private session bus when dbus-daemon is there; none otherwise.
+    void useNotifications() {
+        if (!File::isExecutableFile(testing::daemonPath))
+            return;
         bus.emplace();
         notifications.emplace(bus->address());
         run.setVariable("DBUS_SESSION_BUS_ADDRESS", bus->address());
     }
+
+    /// Opens `tidewick app` in the tmux session `name`; whether it attached.
+    bool openInterface(const std::string& name) {
+        return terminal.start(name, run.inTerminal(name)) &&
+               terminal.waitForAll(name, {"Tidewick", "session"});
+    }
+
+    TidewickPrograms run;
+    testing::Tmux terminal;
+    std::optional<testing::PrivateBus> bus;
+    std::optional<testing::StandInNotificationService> notifications;
+};
+
+TEST_F(Attach, AHeldRequestShowsInEveryInterfaceAndAnAnswerInOneClearsTheOthers) {
+    // Notifications come from the application: once, however many interfaces are open.
+    useNotifications();
     // And so do sounds: the application's player, which notes what it plays.
     const std::string played = run.fakeSoundPlayer("paplay");
     ASSERT_TRUE(run.startApp());
@@ -64,12 +69,12 @@ TEST_F(Attach, AHeldRequestShowsInEveryInterfaceAndAnAnswerInOneClearsTheOthers)
         EXPECT_NE(terminal.styledScreen(name).find("38;5;214m"), std::string::npos);
     }
     terminal.keys("one", {"y"});
-    EXPECT_EQ(testing::TidewickPrograms::finished(hook), allowed);
+    EXPECT_EQ(run.finished(hook), claudeAllowed);
     EXPECT_TRUE(terminal.waitForAll("one", {"Allowed: Run rm -rf build"}));
     EXPECT_TRUE(terminal.waitForGone("two", "Waiting for you"));
     EXPECT_TRUE(terminal.waitForGone("two", "1 held"));
     EXPECT_TRUE(terminal.waitForGone("two", "Needs you!"));
-    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+    EXPECT_EQ(run.whenWritten(played),
               File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
 
     if (notifications) {
@@ -87,13 +92,11 @@ TEST_F(Attach, ClosingAnInterfaceAnswersNothingAndAnInterfaceOutlivesTheApplicat
 
     // Killed outright, the interface takes nothing with it: still held, answerable.
     ASSERT_EQ(::kill(terminal.panePid("one"), SIGKILL), 0);
-    for (int i = 0; i < 100 && terminal.isRunning("one"); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(terminal.waitForEnd("one"));
     EXPECT_EQ(run.waitForHeld(1).size(), 1u);
     EXPECT_TRUE(first.isRunning());
-    const testing::ProgramResult denied = run.tidewick({"deny", "s-attach"});
-    EXPECT_EQ(denied.status, 0) << denied.err;
-    EXPECT_NE(testing::TidewickPrograms::finished(first).find(R"("behavior":"deny")"),
+    (void)run.succeeded({"deny", "s-attach"});
+    EXPECT_NE(run.finished(first).find(R"("behavior":"deny")"),
               std::string::npos);
 
     // The application stops and starts again: the interface says so and comes back.
@@ -106,86 +109,37 @@ TEST_F(Attach, ClosingAnInterfaceAnswersNothingAndAnInterfaceOutlivesTheApplicat
     auto& second = run.hook("claude", "PermissionRequest", permission);
     ASSERT_TRUE(terminal.waitForAll("two", {"1 held"}));
     terminal.keys("two", {"y"});
-    EXPECT_EQ(testing::TidewickPrograms::finished(second), allowed);
+    EXPECT_EQ(run.finished(second), claudeAllowed);
 }
 
-std::string claudeAsks(const std::string& toolAndInput) {
-    return R"({"hook_event_name":"PermissionRequest","session_id":"s-attach",)"
-           R"("cwd":"/home/ana/src/webshop",)" +
-           toolAndInput + "}";
-}
-
-const std::string colourQuestion =
-    R"("tool_name":"AskUserQuestion","tool_input":{"questions":[{"question":"Which colour?",)"
-    R"("header":"Colour","multiSelect":false,"options":[{"label":"Red"},{"label":"Blue"}]}]})";
-
-TEST_F(Attach, AlwaysAllowAndAnswersReachTheAgentFromAnInterfaceAndFromTheNotifications) {
-    std::optional<testing::PrivateBus> bus;
-    std::optional<testing::StandInNotificationService> notifications;
-    if (File::isExecutableFile(testing::daemonPath)) {
-        bus.emplace();
-        notifications.emplace(bus->address());
-        run.setVariable("DBUS_SESSION_BUS_ADDRESS", bus->address());
-    }
+// Always allow and answers to questions by key are TerminalAppIn's, attached too; here
+// the same answers come from the notifications' buttons.
+TEST_F(Attach, AlwaysAllowAndAnswersReachTheAgentFromTheNotifications) {
+    useNotifications();
+    if (!notifications)
+        GTEST_SKIP() << "dbus-daemon is not installed (Debian package dbus)";
     ASSERT_TRUE(run.startApp());
     ASSERT_TRUE(openInterface("one"));
-
-    auto& always =
-        run.hook("claude", "PermissionRequest",
-                 claudeAsks(R"("tool_name":"Bash","tool_input":{"command":"npm test"})"));
-    ASSERT_TRUE(terminal.waitForAll("one", {"Run npm test", "a always allow"}));
-    terminal.keys("one", {"a"});
-    ASSERT_TRUE(terminal.waitForAll("one", {"Enter sends, Esc cancels: npm test:*"}));
-    terminal.keys("one", {"Enter"});
-    EXPECT_NE(
-        testing::TidewickPrograms::finished(always).find(
-            R"("updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"),
-        std::string::npos);
-    EXPECT_TRUE(terminal.waitForAll("one", {"Always allowed: Allow Bash(npm test:*)"}));
-
-    auto& asked = run.hook("claude", "PermissionRequest", claudeAsks(colourQuestion));
-    ASSERT_TRUE(terminal.waitForAll("one", {"Claude Code is asking you a question", "Blue"}));
-    terminal.keys("one", {"2"});
-    EXPECT_NE(
-        testing::TidewickPrograms::finished(asked).find(R"("answers":{"Which colour?":"Blue"})"),
-        std::string::npos);
-    EXPECT_TRUE(terminal.waitForAll("one", {"Answered: Which colour? → Blue"}));
-
-    if (!notifications)
-        GTEST_SKIP() << "dbus-daemon is not installed (Debian package dbus): the notifications' "
-                        "buttons were not tried";
     notifications->press("always");
     auto& pressed =
-        run.hook("claude", "PermissionRequest",
-                 claudeAsks(R"("tool_name":"Bash","tool_input":{"command":"make check"})"));
-    EXPECT_NE(testing::TidewickPrograms::finished(pressed).find(R"("ruleContent":"make check:*")"),
-              std::string::npos);
+        run.hook("claude", "PermissionRequest", testing::claudeAsksToRun("s-attach", "make check"));
+    EXPECT_NE(run.finished(pressed).find(R"("ruleContent":"make check:*")"), std::string::npos);
     notifications->press("choice:0");
-    auto& chosen = run.hook("claude", "PermissionRequest", claudeAsks(colourQuestion));
-    EXPECT_NE(
-        testing::TidewickPrograms::finished(chosen).find(R"("answers":{"Which colour?":"Red"})"),
-        std::string::npos);
+    auto& chosen = run.hook("claude", "PermissionRequest", claudeAsks("s-attach", colourQuestion));
+    EXPECT_NE(run.finished(chosen).find(R"("answers":{"Which colour?":"Red"})"), std::string::npos);
     EXPECT_TRUE(terminal.waitForGone("one", "1 held"));
 }
 
 TEST_F(Attach, PauseForgetAndSettingsFromAnAttachedInterface) {
     ASSERT_TRUE(run.startApp());
     ASSERT_TRUE(openInterface("one"));
-    auto cursor = [&](const std::string& event, const std::string& extra = "") -> auto& {
-        return run.hook("cursor", event,
-                        R"({"conversation_id":"cur-1","workspace_roots":["/home/ana/src/app"],)"
-                        R"("hook_event_name":")" + event + "\"" + extra + "}");
-    };
     for (const char* event : {"sessionStart", "sessionEnd"})
-        (void)testing::TidewickPrograms::finished(cursor(event));
+        (void)run.finished(run.cursor(event, "cur-1"));
     ASSERT_TRUE(terminal.waitForAll("one", {"Cursor", "Ended"}));
 
     terminal.keys("one", {"p"});
     ASSERT_TRUE(terminal.waitForAll("one", {" Paused ", "Paused: Tidewick holds nothing"}));
     EXPECT_NE(run.tidewick({"status"}).out.find("Paused"), std::string::npos);
-    EXPECT_EQ(testing::TidewickPrograms::finished(
-                  cursor("beforeShellExecution", R"(,"command":"rm -rf build")")),
-              "{\"permission\":\"ask\"}\n");
     terminal.keys("one", {"p"});
     ASSERT_TRUE(terminal.waitForAll("one", {"Resumed: Tidewick holds your agents' requests"}));
     EXPECT_EQ(run.tidewick({"status"}).out.find("Paused"), std::string::npos);

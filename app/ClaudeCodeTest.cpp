@@ -1,29 +1,73 @@
-// A real Claude Code accepts what `tidewick connect claude` writes: its
-// SessionStart hook starts the installed tidewick-hook, and a whole print-mode
-// turn reaches the running application. Claude Code comes from the npm
-// registry (test only) and runs with no network at all.
+// A real Claude Code with what `tidewick connect claude` writes: a print-mode
+// turn reaches the running application through the installed hook, `tidewick
+// reply` resumes a finished session, `tidewick end` interrupts a long tool call,
+// an agent killed outright is noticed, and an interactive session in tmux is
+// answered from the command line with more than yes or no. Claude Code comes from
+// the npm registry (test only) and talks to a model stand-in on loopback; every
+// other address it might try is a closed loopback port.
 #include "RealAgents.h"
 #include "TidewickPrograms.h"
 
 #include "foundation/TidewickPaths.h"
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
-#include <sstream>
 
 namespace tidewick {
 namespace {
 
+using testing::BackgroundProgram;
 using testing::runProgram;
+using testing::TidewickPrograms;
 namespace RealAgents = testing::RealAgents;
+using Clock = std::chrono::steady_clock;
 
-// Claude Code installed on first use (into TIDEWICK_CLAUDE_CODE_DIR when set, so
-// build trees can share it) and connected in a temporary home that serves as
-// both HOME and TIDEWICK_HOME.
+const std::string testingFolder = std::string(TIDEWICK_SOURCE_DIR) + "/app/testing";
+
+std::string text(const JSONValue& value, std::string_view key) {
+    const JSONValue* member = value.get(key);
+    return member && member->stringValue() ? *member->stringValue() : "";
+}
+bool has(const std::vector<std::string>& texts, const std::string& wanted) {
+    return std::find(texts.begin(), texts.end(), wanted) != texts.end();
+}
+
+// The texts of every tool result the model received, in the order of the requests.
+std::vector<std::string> toolResults(const std::string& requestsLog) {
+    std::vector<std::string> texts;
+    for (const JSONValue& request : testing::jsonLines(requestsLog)) {
+        const JSONValue* messages = request.get("body") ? request.get("body")->get("messages") : nullptr;
+        if (!messages || !messages->arrayValue() || messages->arrayValue()->empty())
+            continue;
+        const JSONValue* content = messages->arrayValue()->back().get("content");
+        if (!content || !content->arrayValue())
+            continue;
+        for (const JSONValue& block : *content->arrayValue()) {
+            if (text(block, "type") != "tool_result")
+                continue;
+            const JSONValue* result = block.get("content");
+            if (result && result->stringValue())
+                texts.push_back(*result->stringValue());
+            else if (result && result->arrayValue())
+                for (const JSONValue& part : *result->arrayValue())
+                    if (!text(part, "text").empty())
+                        texts.push_back(text(part, "text"));
+        }
+    }
+    return texts;
+}
+
+// Claude Code installed on first use (into TIDEWICK_CLAUDE_CODE_DIR when set, so build
+// trees can share it) and connected in a temporary home that serves as both HOME and
+// TIDEWICK_HOME; every call of the hook is recorded, held or not.
 class ClaudeCode : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!testing::TidewickPrograms::built())
+        if (!TidewickPrograms::built())
             GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
+        if (python.empty())
+            GTEST_SKIP() << "python3 is needed for the model stand-in";
         auto install = RealAgents::install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR",
                                            "claude-code");
         if (install.status == 77)
@@ -31,152 +75,241 @@ protected:
         ASSERT_EQ(install.status, 0) << install.error;
         claude = install.command;
         // `connect` looks for Claude Code on the PATH.
-        run.setVariable("PATH", File::parent(claude) + ":/usr/bin:/bin");
-        auto connect = run.tidewick({"connect", "claude", "--yes"});
-        ASSERT_EQ(connect.status, 0) << connect.out << connect.err;
+        run.setVariable("PATH", File::parent(claude) + ":" + File::parent(python) + ":/usr/bin:/bin");
+        (void)run.succeeded({"connect", "claude", "--yes"});
+        std::filesystem::create_directories(work);
+        run.recordHookCalls();
     }
 
-    // `argv` in the home, with no network: a network namespace of its own when one
-    // can be made, and `variables` besides the two homes.
-    testing::ProgramResult isolated(std::vector<std::string> argv,
-                                    std::vector<std::string> variables) {
-        if (RealAgents::canIsolateNetwork())
-            argv.insert(argv.begin(), {"/usr/bin/unshare", "-n"});
-        variables.insert(variables.end(),
-                         {"HOME=" + run.home(), "TIDEWICK_HOME=" + run.home(),
-                          "DISABLE_AUTOUPDATER=1", "CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1",
-                          "CLAUDE_CODE_DISABLE_OFFICIAL_MARKETPLACE_AUTOINSTALL=1"});
-        return runProgram(argv, variables, {}, run.home(), std::chrono::seconds(150));
+    // The stand-in playing `scenario` on a free loopback port, then the application;
+    // both and everything they start reach it through the environment.
+    void startStandIn(const std::string& scenario) {
+        const std::string file = File::join(run.home(), "scenario.json");
+        File::writeAtomically(file, scenario, 0600);
+        standIn = std::make_unique<BackgroundProgram>(
+            std::vector<std::string>{python, testingFolder + "/claude_stand_in.py", "0",
+                                     "--scenario", file, "--log", run.home() + "/stand-in.log",
+                                     "--requests", requests},
+            std::vector<std::string>{"PATH=/usr/bin:/bin"}, "", run.home() + "/stand-in",
+            run.home());
+        std::string port;
+        (void)testing::waitUntil(std::chrono::seconds(20), [&] {
+            port = standIn->out().substr(0, standIn->out().find('\n'));
+            return !port.empty();
+        });
+        ASSERT_FALSE(port.empty()) << standIn->err();
+        for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
+                 {"ANTHROPIC_BASE_URL", "http://127.0.0.1:" + port},
+                 {"ANTHROPIC_API_KEY", "test-key"},
+                 {"HTTPS_PROXY", "http://127.0.0.1:9"},
+                 {"HTTP_PROXY", "http://127.0.0.1:9"},
+                 {"NO_PROXY", "127.0.0.1"},
+                 {"DISABLE_AUTOUPDATER", "1"},
+                 {"DISABLE_TELEMETRY", "1"},
+                 {"CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC", "1"},
+                 {"CLAUDE_CODE_DISABLE_OFFICIAL_MARKETPLACE_AUTOINSTALL", "1"}})
+            run.setVariable(name, value);
+        ASSERT_TRUE(run.startApp()) << run.appErrors();
     }
 
-    testing::TidewickPrograms run;
+    BackgroundProgram& startClaude(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {claude, "--allowedTools", "Bash(./wait-long.sh)"});
+        agents.push_back(std::make_unique<BackgroundProgram>(
+            arguments, run.environment, "", run.home() + "/agent" + std::to_string(agents.size()),
+            work));
+        return *agents.back();
+    }
+
+    // Plays the interactive session of `mode` (see claude-interactive.sh) in a network
+    // namespace with loopback only, after starting the application; its result.
+    testing::ProgramResult play(const std::string& mode) {
+        EXPECT_TRUE(run.startApp());
+        return runProgram({"/usr/bin/unshare", "-n", "/bin/bash", testingFolder + "/claude-interactive.sh",
+                           mode, claude, testingFolder + "/claude_stand_in.py",
+                           TidewickPrograms::tidewickPath, run.home(), work, run.home()},
+                          {"PATH=" + File::parent(python) + ":" + File::parent(claude) +
+                           ":/usr/sbin:/usr/bin:/bin"},
+                          {}, run.home(), std::chrono::seconds(240));
+    }
+    static bool canPlayInteractively() {
+        return File::isExecutableFile("/usr/bin/tmux") && RealAgents::canIsolateNetwork();
+    }
+
+    TidewickPrograms run;
+    const std::string python = RealAgents::python();
     std::string claude;
+    const std::string work = File::join(run.home(), "work");
+    const std::string requests = File::join(run.home(), "requests.jsonl");
+    std::unique_ptr<BackgroundProgram> standIn;
+    std::vector<std::unique_ptr<BackgroundProgram>> agents;
 };
 
-TEST_F(ClaudeCode, SessionStartRunsTheInstalledHook) {
-    auto version = runProgram({claude, "--version"}, {"PATH=/usr/bin:/bin", "HOME=/nonexistent"});
-    RecordProperty("claude_code_version", version.out);
-
-    run.recordHookCalls();
-
-    // No key, and every address pointed at a closed loopback port.
-    auto turn = isolated({claude, "-p", "hello"},
-                         {"PATH=/usr/bin:/bin", "ANTHROPIC_BASE_URL=http://127.0.0.1:9",
-                          "HTTPS_PROXY=http://127.0.0.1:9", "HTTP_PROXY=http://127.0.0.1:9"});
-    EXPECT_FALSE(turn.timedOut);
-
-    const std::vector<JSONValue> starts = run.hookCalls("SessionStart");
-    ASSERT_FALSE(starts.empty()) << "Claude Code never started tidewick-hook.\nstdout: " << turn.out
-                                 << "\nstderr: " << turn.err;
-    for (const JSONValue& record : starts) {
-        EXPECT_EQ(*record.get("agent"), JSONValue("claude"));
-        // The payload is Claude Code's own, not something this test made up.
-        const JSONValue* payload = record.get("payload");
-        ASSERT_TRUE(payload && payload->get("hook_event_name")) << record.compact();
-        EXPECT_EQ(*payload->get("hook_event_name"), JSONValue("SessionStart"));
-        EXPECT_TRUE(payload->get("session_id")) << record.compact();
-    }
-}
-
-// Plays one turn inside the network namespace: loopback up, the model stand-in
-// on a free port, `claude -p` against it. Arguments: stand-in script, claude,
-// working folder, scratch folder, the stand-in's scenario.
-const char* const printTurnScript = R"(
-set -u
-stand_in=$1 claude=$2 work=$3 scratch=$4 scenario=$5
-# A fresh network namespace starts with loopback down.
-ip link set lo up 2>/dev/null || true
-python3 "$stand_in" 0 --scenario "$scenario" --log "$scratch/stand-in.log" > "$scratch/port" &
-stand_in_pid=$!
-for _ in $(seq 200); do [ -s "$scratch/port" ] && break; sleep 0.05; done
-port=$(head -n 1 "$scratch/port")
-cd "$work" &&
-    ANTHROPIC_BASE_URL="http://127.0.0.1:$port" timeout 90 "$claude" \
-        -p "say hi" --output-format text
-status=$?
-kill "$stand_in_pid" 2>/dev/null
-wait "$stand_in_pid" 2>/dev/null
-exit $status
-)";
-
 TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
-    const std::string python = RealAgents::python();
-    if (python.empty())
-        GTEST_SKIP() << "python3 is needed for the model stand-in";
-    const std::string work = File::join(run.home(), "work");
-    std::filesystem::create_directories(work);
+    RecordProperty("claude_code_version", runProgram({claude, "--version"}, run.environment).out);
     // A read-only command runs unasked; the second one asks for permission, which print
     // mode hands to the hooks too, yet nobody is there to answer it.
-    const std::string scenario = File::join(run.home(), "scenario.json");
-    File::writeAtomically(scenario,
-                          R"({"steps": [{"bash": "echo tidewick-e2e"}, {"bash": "touch asked.txt"}],
-                              "final_text": "Done: the marker command has run."})",
-                          0600);
-    run.recordHookCalls();
-    ASSERT_TRUE(run.startApp());
-
-    // The Unix sockets still reach the application through the file system from
-    // the network namespace; the loopback stand-in is the only model.
-    auto turn = isolated(
-        {"/bin/bash", "-c", printTurnScript, "turn",
-         std::string(TIDEWICK_SOURCE_DIR) + "/app/testing/claude_stand_in.py", claude, work,
-         run.home(), scenario},
-        {"PATH=" + File::parent(python) + ":" + File::parent(claude) + ":/usr/sbin:/usr/bin:/bin",
-         "ANTHROPIC_API_KEY=test-key", "DISABLE_TELEMETRY=1"});
-    const std::string standIn = File::exists(File::join(run.home(), "stand-in.log"))
-                                    ? File::read(File::join(run.home(), "stand-in.log"))
-                                    : "";
-    ASSERT_EQ(turn.status, 0) << turn.out << turn.err << "\nstand-in:\n" << standIn;
+    startStandIn(R"({"steps": [{"bash": "echo tidewick-e2e"}, {"bash": "touch asked.txt"}],
+                     "final_text": "Done: the marker command has run."})");
+    auto turn = runProgram({claude, "-p", "say hi", "--output-format", "text"}, run.environment,
+                           {}, work, std::chrono::seconds(150));
+    ASSERT_EQ(turn.status, 0) << turn.out << turn.err << "\nstand-in:\n" << standIn->err();
     EXPECT_NE(turn.out.find("Done: the marker command has run."), std::string::npos) << turn.out;
+
+    // SessionStart started the installed hook with Claude Code's own payload.
+    const std::vector<JSONValue> starts = run.hookCalls("SessionStart");
+    ASSERT_FALSE(starts.empty()) << "Claude Code never started tidewick-hook";
+    for (const JSONValue& record : starts) {
+        EXPECT_EQ(text(record, "agent"), "claude");
+        const JSONValue* payload = record.get("payload");
+        ASSERT_TRUE(payload) << record.compact();
+        EXPECT_EQ(text(*payload, "hook_event_name"), "SessionStart");
+        EXPECT_FALSE(text(*payload, "session_id").empty()) << record.compact();
+    }
 
     const JSONValue list = run.listing("sessions");
     const std::string sessions = list.compact();
     ASSERT_EQ(list.arrayValue()->size(), 1u) << sessions;
     const JSONValue& session = (*list.arrayValue())[0];
-    EXPECT_EQ(*session.get("key")->get("agent"), JSONValue("claude"));
-    const std::string sessionId = *session.get("key")->get("sessionId")->stringValue();
-    EXPECT_EQ(*session.get("projectPath"), JSONValue(work));
+    EXPECT_EQ(text(*session.get("key"), "agent"), "claude");
+    const std::string sessionId = text(*session.get("key"), "sessionId");
+    EXPECT_EQ(text(session, "projectPath"), work);
     EXPECT_TRUE(session.get("pending")->arrayValue()->empty()) << "print mode holds nothing";
-    EXPECT_EQ(*session.get("status"), JSONValue("ended")) << sessions;
+    EXPECT_EQ(text(session, "status"), "ended") << sessions;
+    // The session is titled by its prompt.
+    EXPECT_EQ(text(session, "title"), "say hi") << sessions;
 
-    bool sawCommand = false, sawEnd = false, sawFinish = false;
-    for (const JSONValue& item : *session.get("timeline")->arrayValue()) {
-        const std::string text = *item.get("text")->stringValue();
-        const JSONValue* detail = item.get("detail");
-        if (*item.get("kind") == JSONValue("shell") && detail &&
-            detail->stringValue()->find("echo tidewick-e2e") != std::string::npos)
-            sawCommand = true;
-        sawFinish = sawFinish || text == "Finished the turn";
-        sawEnd = sawEnd || text == "Session ended";
-        // Nothing was ever held, so nothing timed out or was withdrawn.
-        EXPECT_EQ(text.find("No answer"), std::string::npos);
-        EXPECT_EQ(text.find("withdrawn"), std::string::npos);
-    }
+    bool sawCommand = false;
+    for (const JSONValue& item : *session.get("timeline")->arrayValue())
+        sawCommand = sawCommand || (text(item, "kind") == "shell" &&
+                                    text(item, "detail").find("echo tidewick-e2e") != std::string::npos);
     EXPECT_TRUE(sawCommand) << sessions;
-    EXPECT_TRUE(sawFinish) << sessions;
+    const std::vector<std::string> texts = TidewickPrograms::texts(session);
+    EXPECT_TRUE(has(texts, "Finished the turn")) << sessions;
+    EXPECT_TRUE(has(texts, "Session ended")) << sessions;
+    // Nothing was ever held, so nothing timed out or was withdrawn.
+    for (const std::string& each : texts) {
+        EXPECT_EQ(each.find("No answer"), std::string::npos);
+        EXPECT_EQ(each.find("withdrawn"), std::string::npos);
+    }
     // The permission request reached Tidewick, which left it to Claude Code: refused.
     const std::vector<JSONValue> asked = run.hookCalls("PermissionRequest");
     ASSERT_EQ(asked.size(), 1u);
-    EXPECT_EQ(*asked[0].get("payload")->get("tool_input")->get("command"),
-              JSONValue("touch asked.txt"));
+    EXPECT_EQ(text(*asked[0].get("payload")->get("tool_input"), "command"), "touch asked.txt");
     EXPECT_FALSE(File::exists(File::join(work, "asked.txt")));
-    EXPECT_TRUE(sawEnd) << sessions;
     EXPECT_EQ(run.listing("pending"), JSONValue(JSONValue::Array{}));
 
-    // The session is titled by its prompt, and the activity log keeps the prompt too.
-    EXPECT_EQ(*session.get("title"), JSONValue("say hi")) << sessions;
-    const std::string activityLog = File::read(TidewickPaths(run.home()).activityFile());
+    // The activity log keeps the prompt.
     bool sawPrompt = false;
-    std::istringstream activity(activityLog);
-    for (std::string line; std::getline(activity, line);) {
-        JSONValue record = JSONValue::parse(line);
-        if (*record.get("session") == JSONValue(sessionId) &&
-            *record.get("kind") == JSONValue("userPrompt") && record.get("detail") &&
-            *record.get("detail") == JSONValue("say hi"))
-            sawPrompt = true;
-    }
-    EXPECT_TRUE(sawPrompt) << activityLog;
+    for (const JSONValue& record : testing::jsonLines(TidewickPaths(run.home()).activityFile()))
+        sawPrompt = sawPrompt || (text(record, "session") == sessionId &&
+                                  text(record, "kind") == "userPrompt" && text(record, "detail") == "say hi");
+    EXPECT_TRUE(sawPrompt);
+    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
+}
 
+TEST_F(ClaudeCode, AFinishedSessionIsContinuedThroughTidewickReply) {
+    startStandIn(R"({"steps": [], "final_text": "Done: answered."})");
+    auto first = runProgram({claude, "-p", "start here"}, run.environment, {}, work,
+                            std::chrono::seconds(90));
+    ASSERT_EQ(first.status, 0) << first.out << first.err;
+    const JSONValue finished = run.sessionWhen([](const JSONValue& s) { return text(s, "status") == "ended"; });
+    const std::string id = text(*finished.get("key"), "sessionId");
+
+    // Options and shell syntax alike reach the model as typed.
+    const std::string reply = "-p --help; echo $(id) `x` \"q\" > f * done";
+    auto replied = run.succeeded({"reply", id, "--", reply});
+    const std::string log =
+        TidewickPaths(run.home()).appSupport() + "/Logs/continue-claude-" + id + ".log";
+    EXPECT_NE(replied.out.find(log), std::string::npos) << replied.out;
+
+    const JSONValue resumed = run.sessionWhen([](const JSONValue& s) {
+        const std::vector<std::string> texts = TidewickPrograms::texts(s);
+        const auto you = std::find(texts.begin(), texts.end(), "You replied");
+        return std::find(you, texts.end(), "Finished the turn") != texts.end() &&
+               text(s, "status") == "ended";
+    });
+    const std::vector<std::string> texts = TidewickPrograms::texts(resumed);
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), "Session started"), 2)
+        << "the resumed run reports to the same session";
+    const std::string sent = File::read(requests);
+    EXPECT_NE(sent.find(JSONValue::quote(reply)), std::string::npos)
+        << "the model never received the reply";
+    EXPECT_NE(sent.find(JSONValue::quote("start here")), std::string::npos)
+        << "the resumed conversation carries the first prompt";
+    EXPECT_TRUE(File::exists(log));
+    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
+}
+
+TEST_F(ClaudeCode, ALongToolCallIsEndedAndAKilledAgentIsNoticed) {
+    // Claude Code refuses a plain long sleep; a script of the project's may take its time.
+    File::writeAtomically(work + "/wait-long.sh", "#!/bin/sh\nsleep 120\n", 0700);
+    startStandIn(R"({"steps": [{"bash": "./wait-long.sh"}, {"bash": "./wait-long.sh"}],
+                     "final_text": "Done."})");
+    auto working = [](const JSONValue& s) {
+        return text(s, "status") == "working" && s.get("currentAction") != nullptr;
+    };
+    auto ended = [](const JSONValue& s) { return text(s, "status") == "ended"; };
+
+    BackgroundProgram& interrupted = startClaude({"-p", "--", "wait a while"});
+    const std::string id = text(*run.sessionWhen(working).get("key"), "sessionId");
+    auto end = run.succeeded({"end", id});
+    EXPECT_NE(end.out.find("interrupted Claude Code"), std::string::npos) << end.out;
+    EXPECT_TRUE(interrupted.waitFor(std::chrono::seconds(30))) << "Claude Code still runs";
+    JSONValue session = run.sessionWhen(ended);
+    EXPECT_TRUE(session.get("endedByYouAt")) << session.compact();
+    EXPECT_EQ(session.get("userMessagesAtEnd")->compact(), "1") << session.compact();
+
+    // The same session resumed by hand, then killed: nothing tells Tidewick but the process.
+    BackgroundProgram& killed = startClaude({"--resume", id, "-p", "--", "wait again"});
+    session = run.sessionWhen(working);
+    EXPECT_FALSE(session.get("endedByYouAt")) << "working again clears the mark";
+    killed.signal(SIGKILL);
+    const auto killedAt = Clock::now();
+    EXPECT_EQ(killed.waitFor(std::chrono::seconds(10)), 128 + SIGKILL);
+    session = run.sessionWhen([&](const JSONValue& s) {
+        return ended(s) && has(TidewickPrograms::texts(s), "The agent exited");
+    });
+    RecordProperty("seconds_to_notice_a_killed_agent",
+                   std::to_string(std::chrono::duration<double>(Clock::now() - killedAt).count()));
+    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
+}
+
+TEST_F(ClaudeCode, AlwaysAllowLeavesARuleSoTheSameCommandNeverAsksAgain) {
+    if (!canPlayInteractively())
+        GTEST_SKIP() << "tmux and a private network namespace are needed";
+    auto session = play("always");
+    ASSERT_EQ(session.status, 0) << session.out << session.err;
+    const std::string answer = File::read(File::join(run.home(), "answer.out"));
+    EXPECT_NE(answer.find("Allow Bash(touch:*), kept in this project's local settings"),
+              std::string::npos)
+        << answer;
+
+    // Only the first command was put to Tidewick; the second ran on the rule.
+    EXPECT_EQ(run.hookCalls("PermissionRequest").size(), 1u);
+    EXPECT_EQ(run.hookCalls("PostToolUse").size(), 2u);
+    EXPECT_TRUE(File::exists(File::join(work, "first.txt")));
+    EXPECT_TRUE(File::exists(File::join(work, "second.txt")));
+    const std::string local = File::join(work, ".claude/settings.local.json");
+    ASSERT_TRUE(File::exists(local));
+    const JSONValue settings = JSONValue::parse(File::read(local));
+    EXPECT_EQ(settings.get("permissions")->get("allow")->compact(), R"x(["Bash(touch:*)"])x");
+    for (const std::string& result : toolResults(requests))
+        EXPECT_EQ(result.find("needs approval"), std::string::npos) << result;
+    EXPECT_TRUE(has(TidewickPrograms::texts(run.sessionWhen([](const JSONValue&) { return true; })),
+                    "Always allowed"));
+    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
+}
+
+TEST_F(ClaudeCode, AQuestionAnsweredFromTheCommandLineReachesTheModel) {
+    if (!canPlayInteractively())
+        GTEST_SKIP() << "tmux and a private network namespace are needed";
+    auto session = play("question");
+    ASSERT_EQ(session.status, 0) << session.out << session.err;
+    EXPECT_EQ(run.hookCalls("PermissionRequest").size(), 1u);
+    const std::vector<std::string> results = toolResults(requests);
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0], "Your questions have been answered: \"Which colour should the button "
+                          "be?\"=\"Blue\". You can now continue with these answers in mind.");
     EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
 }
 

@@ -14,13 +14,11 @@ using namespace std::chrono_literals;
 using testing::BackgroundProgram;
 using ::testing::Contains;
 using ::testing::HasSubstr;
+using testing::claudeAllowed;
 using testing::ProgramResult;
 
 const std::string fixtures = std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/claude/";
 const std::string claudeSession = "d4e23369-98ea-4e04-8cd7-5fb639c89c36";
-const std::string claudeAllowed = R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest",)"
-                                  R"("decision":{"behavior":"allow"}}})"
-                                  "\n";
 const std::string timedOutText = "No answer in Tidewick — asking in Claude Code";
 
 std::string fixture(const std::string& name) {
@@ -48,8 +46,7 @@ protected:
         BackgroundProgram& held = claude("PermissionRequest-Bash");
         EXPECT_EQ(run.waitForHeld(1).size(), 1u);
         EXPECT_TRUE(held.isRunning()) << "held until someone decides";
-        ProgramResult decided = run.tidewick(command);
-        EXPECT_EQ(decided.status, 0) << decided.err;
+        (void)run.succeeded(command);
         return testing::TidewickPrograms::finished(held);
     }
 
@@ -68,15 +65,8 @@ TEST_F(ControlEndToEnd, ClaudePermissionAllowedDeniedAndTheFirstDecisionWins) {
         answered({"deny", "d4e", "--agent", "claude", "--message", "Use the staging database."}),
         HasSubstr(R"("message":"Use the staging database.")"));
 
-    auto texts = run.timeline(claudeSession);
-    EXPECT_THAT(texts, Contains("Allowed").Times(1));
-    EXPECT_THAT(texts, Contains("Denied").Times(1));
-    EXPECT_THAT(texts, Contains("Denied: Use the staging database.").Times(1));
-
     // Exit statuses: 1 for a refusal with its sentence, 2 for a usage error.
-    ProgramResult unknown = run.tidewick({"allow", "ffff"});
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.err, "No session matches \"ffff\".\n");
+    EXPECT_EQ(run.fails({"allow", "ffff"}, 1), "No session matches \"ffff\".\n");
     EXPECT_EQ(run.tidewick({"allow", "d4e2", "--agent", "vim"}).status, 2);
     EXPECT_EQ(run.tidewick({"allow"}).status, 2);
 }
@@ -92,8 +82,7 @@ TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
               File::join(run.home(), "Library/Application Support/Tidewick/Sounds/question.wav\n"));
     EXPECT_EQ(*held[0].get("request")->get("kind"), JSONValue("reply"));
     EXPECT_EQ(run.tidewick({"allow", "d4e"}).status, 1) << "a turn end is no permission request";
-    ProgramResult reply = run.tidewick({"reply", "d4e", "Run the tests."});
-    EXPECT_EQ(reply.status, 0) << reply.err;
+    ProgramResult reply = run.succeeded({"reply", "d4e", "Run the tests."});
     EXPECT_EQ(reply.out, "Replied to Claude Code session d4e23369.\n");
     EXPECT_EQ(run.finished(first), R"({"decision":"block","reason":"Message from the user, )"
                                    R"(sent via Tidewick: Run the tests."})"
@@ -105,14 +94,8 @@ TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
     EXPECT_EQ(run.finished(second), "") << "letting it stop says nothing";
     // A second reply finds nothing waiting and would continue the session with Claude Code,
     // but the recorded project folder is not on this machine.
-    ProgramResult again = run.tidewick({"reply", "d4e", "more"});
-    EXPECT_EQ(again.status, 1);
-    EXPECT_EQ(again.err,
+    EXPECT_EQ(run.fails({"reply", "d4e", "more"}, 1),
               "Tidewick doesn't know this session's project folder, so it can't continue it.\n");
-
-    auto texts = run.timeline(claudeSession);
-    EXPECT_THAT(texts, Contains("You replied"));
-    EXPECT_THAT(texts, Contains("You let it stop"));
 }
 
 TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn) {
@@ -131,29 +114,19 @@ TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn)
     run.waitForHeld(1);
     held.signal(SIGKILL);
     // The server looks four times a second; the bound only keeps a broken run from hanging.
-    for (int i = 0; i < 500 && !run.listing("pending").arrayValue()->empty(); ++i)
-        std::this_thread::sleep_for(20ms);
-    EXPECT_TRUE(run.listing("pending").arrayValue()->empty());
+    EXPECT_TRUE(testing::waitUntil(std::chrono::seconds(10),
+                                   [&] { return run.listing("pending").arrayValue()->empty(); }));
     EXPECT_THAT(run.timeline(claudeSession), Contains("The request was withdrawn"));
 }
 
 TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
     ASSERT_TRUE(run.startApp());
-    auto shell = [this](const std::string& conversation, const std::string& command) -> auto& {
-        return run.hook("cursor", "beforeShellExecution",
-                        R"({"conversation_id":")" + conversation +
-                            R"(","generation_id":"g-1","workspace_roots":["/w"],"cwd":"/w",)"
-                            R"("hook_event_name":"beforeShellExecution","command":")" +
-                            command + "\"}");
-    };
-    BackgroundProgram& risky = shell("cursor-e2e-1", "rm -rf build");
+    BackgroundProgram& risky = run.cursorShell("cursor-e2e-1", "rm -rf build");
     run.waitForHeld(1);
-    EXPECT_EQ(run.finished(shell("cursor-e2e-2", "ls -la")), "{\"permission\":\"allow\"}\n");
+    EXPECT_EQ(run.finished(run.cursorShell("cursor-e2e-2", "ls -la")), "{\"permission\":\"allow\"}\n");
     EXPECT_TRUE(risky.isRunning());
     EXPECT_EQ(run.waitForHeld(1).size(), 1u) << "ls -la was never held";
-    ProgramResult ambiguous = run.tidewick({"deny", "cursor-e2e"});
-    EXPECT_EQ(ambiguous.status, 2);
-    EXPECT_THAT(ambiguous.err, HasSubstr("matches 2 sessions"));
+    EXPECT_THAT(run.fails({"deny", "cursor-e2e"}, 2), HasSubstr("matches 2 sessions"));
     EXPECT_EQ(run.tidewick({"deny", "cursor-e2e-1", "--message", "Not the build folder."}).status,
               0);
     const std::string denied = run.finished(risky);
@@ -169,22 +142,15 @@ TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
 
 TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
     ASSERT_TRUE(run.startApp());
-    auto cursor = [this](const std::string& command) -> auto& {
-        return run.hook("cursor", "beforeShellExecution",
-                        R"({"conversation_id":"cursor-always","workspace_roots":["/w"],)"
-                        R"("hook_event_name":"beforeShellExecution","command":")" +
-                            command + "\"}");
-    };
-    BackgroundProgram& first = cursor("npm test --ci");
+    BackgroundProgram& first = run.cursorShell("cursor-always", "npm test --ci");
     EXPECT_THAT(run.tidewick({"pending"}).out, HasSubstr("(always: npm test)"));
     EXPECT_EQ(run.tidewick({"allow", "cursor-always", "npm"}).status, 2) << "a rule needs --always";
-    ProgramResult always = run.tidewick({"allow", "cursor-always", "--always"});
-    EXPECT_EQ(always.status, 0) << always.err;
+    ProgramResult always = run.succeeded({"allow", "cursor-always", "--always"});
     EXPECT_EQ(always.out, "Always allowed Cursor session cursor-a: Tidewick now allows commands "
                           "starting with \"npm test\" without asking.\n");
     EXPECT_EQ(run.finished(first), "{\"permission\":\"allow\"}\n");
     // Kept in the settings file: the next such command is let through at once.
-    EXPECT_EQ(run.finished(cursor("npm test --watch")), "{\"permission\":\"allow\"}\n");
+    EXPECT_EQ(run.finished(run.cursorShell("cursor-always", "npm test --watch")), "{\"permission\":\"allow\"}\n");
     const JSONValue settings =
         JSONValue::parse(File::read(TidewickPaths(run.home()).settingsFile()));
     EXPECT_THAT(settings.get("gating")->get("safePrefixes")->compact(),
@@ -196,17 +162,16 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
                  R"({"session_id":"codex-always","cwd":"/w","hook_event_name":"PermissionRequest",)"
                  R"("tool_name":"Bash","tool_input":{"command":"touch /outside/marker"}})");
     run.waitForHeld(1);
-    ProgramResult refused = run.tidewick({"allow", "codex-always", "--always"});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_THAT(refused.err, HasSubstr("Codex takes no lasting rule in a hook's answer"));
+    EXPECT_THAT(run.fails({"allow", "codex-always", "--always"}, 1),
+              HasSubstr("Codex takes no lasting rule in a hook's answer"));
     EXPECT_THAT(run.tidewick({"answer", "codex-always", "yes"}).err,
                 HasSubstr("isn't asking a question"));
     EXPECT_EQ(run.tidewick({"allow", "codex-always"}).status, 0);
     EXPECT_EQ(run.finished(codex), claudeAllowed);
 
     // The headless application's line for each request names the commands that answer it.
-    for (int i = 0; i < 200 && run.appOutput().find("codex-al`") == std::string::npos; ++i)
-        std::this_thread::sleep_for(100ms);
+    (void)testing::waitUntil(std::chrono::seconds(20),
+                             [&] { return run.appOutput().find("codex-al`") != std::string::npos; });
     const std::string printed = run.appOutput();
     EXPECT_THAT(printed,
                 HasSubstr("`tidewick allow cursor-a`, `tidewick allow cursor-a --always` or"));
@@ -215,14 +180,12 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
 }
 
 TEST_F(ControlEndToEnd, OneInstanceAtATimeAndSessionsSurviveARestart) {
-    ProgramResult before = run.tidewick({"sessions"});
-    EXPECT_EQ(before.status, 3);
-    EXPECT_EQ(before.err, "Tidewick isn't running. Start it with `tidewick app`.\n");
+    EXPECT_EQ(run.fails({"sessions"}, 3),
+              "Tidewick isn't running. Start it with `tidewick app`.\n");
 
     ASSERT_TRUE(run.startApp());
-    ProgramResult second = run.tidewick({"app", "--headless"});
-    EXPECT_EQ(second.status, 1);
-    EXPECT_EQ(second.err, "Tidewick is already running. Quit it before starting another.\n");
+    EXPECT_EQ(run.fails({"app", "--headless"}, 1),
+              "Tidewick is already running. Quit it before starting another.\n");
     EXPECT_EQ(run.tidewick({"sessions"}).status, 0) << "the first one still answers";
 
     for (const char* name : {"SessionStart", "UserPromptSubmit", "PreToolUse-Bash"})
@@ -242,11 +205,10 @@ TEST_F(ControlEndToEnd, OneInstanceAtATimeAndSessionsSurviveARestart) {
     ASSERT_TRUE(run.startApp());
     JSONValue sessions = run.listing("sessions");
     ASSERT_EQ(sessions.arrayValue()->size(), 1u);
+    // Saved as answered: with the time-out's line.
     EXPECT_EQ(*(*sessions.arrayValue())[0].get("timeline"),
               *(*saved.arrayValue())[0].get("timeline"));
-    auto texts = run.timeline(claudeSession);
-    EXPECT_THAT(texts, Contains("Session started"));
-    EXPECT_THAT(texts, Contains(timedOutText));
+    EXPECT_THAT(run.timeline(claudeSession), Contains(timedOutText));
     EXPECT_EQ(run.stopApp(), 0);
 }
 

@@ -12,10 +12,9 @@ using testing::ProgramResult;
 
 TEST(DemoCommand, EveryAgentPrintsTheAnswerGivenInTidewick) {
     testing::TidewickPrograms run;
-    const ProgramResult alone = run.tidewick({"demo"});
-    EXPECT_EQ(alone.status, 3);
-    EXPECT_EQ(alone.err, "Tidewick isn't running. Start it in another terminal with `tidewick "
-                         "app`, then run `tidewick demo` again.\n");
+    EXPECT_EQ(run.fails({"demo"}, 3),
+              "Tidewick isn't running. Start it in another terminal with `tidewick app`, then "
+              "run `tidewick demo` again.\n");
 
     ASSERT_TRUE(run.startApp());
     auto demo = std::async(std::launch::async, [&run] { return run.tidewick({"demo"}); });

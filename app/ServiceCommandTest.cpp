@@ -82,16 +82,13 @@ TEST_F(ServiceCommand, RunsUnderAPrivateUserSystemdFromInstallToUninstall) {
         up = systemctl({"show", "-p", "SystemState", "--value"});
         return up.out == "running\n" || up.out == "degraded\n";
     };
-    for (int i = 0; i < 100 && !started(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    if (!started())
+    if (!testing::waitUntil(std::chrono::seconds(10), started))
         GTEST_SKIP() << "this machine runs no private user systemd: " << up.out << up.err
                      << manager.err();
     const auto mainPid = [&] { return systemctl({"show", "-p", "MainPID", "--value", "tidewick"}).out; };
 
     // Installed, enabled and started; systemd counts it started once it said it is ready.
-    ProgramResult installed = run.tidewick({"service", "install"});
-    ASSERT_EQ(installed.status, 0) << installed.err;
+    ProgramResult installed = run.succeeded({"service", "install"});
     EXPECT_EQ(installed.out, "Installed the Tidewick service (" + unitPath() +
                                  ").\nIt runs now and from every login; `tidewick app` in any "
                                  "terminal attaches to it.\n");
@@ -100,8 +97,7 @@ TEST_F(ServiceCommand, RunsUnderAPrivateUserSystemdFromInstallToUninstall) {
                 HasSubstr("Environment=\"TIDEWICK_HOME=" + run.home() + "\"\n"));
     EXPECT_EQ(systemctl({"show", "-p", "StatusText", "--value", "tidewick"}).out,
               "Holding your agents' requests until you answer them.\n");
-    ProgramResult status = run.tidewick({"service", "status"});
-    EXPECT_EQ(status.status, 0);
+    ProgramResult status = run.succeeded({"service", "status"});
     EXPECT_EQ(status.out, "Installed: yes (" + unitPath() +
                               ")\nEnabled:   yes, it starts at login\nRunning:   yes\n");
     EXPECT_EQ(run.tidewick({"pending"}).out, "Nothing is waiting for you.\n")
@@ -110,14 +106,11 @@ TEST_F(ServiceCommand, RunsUnderAPrivateUserSystemdFromInstallToUninstall) {
     // A crash: systemd starts it again.
     const std::string before = mainPid();
     ASSERT_EQ(systemctl({"kill", "-s", "SIGKILL", "tidewick"}).status, 0);
-    bool restarted = false;
-    for (int i = 0; i < 200 && !restarted; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(50)))
-        restarted = mainPid() != before && mainPid() != "0\n" &&
-                    run.tidewick({"pending"}).status == 0;
-    EXPECT_TRUE(restarted) << systemctl({"status", "tidewick"}).out;
+    EXPECT_TRUE(testing::waitUntil(std::chrono::seconds(10), [&] {
+        return mainPid() != before && mainPid() != "0\n" && run.tidewick({"pending"}).status == 0;
+    })) << systemctl({"status", "tidewick"}).out;
 
-    ProgramResult removed = run.tidewick({"service", "uninstall"});
-    EXPECT_EQ(removed.status, 0) << removed.err;
+    ProgramResult removed = run.succeeded({"service", "uninstall"});
     EXPECT_EQ(removed.out, "Removed the Tidewick service: it no longer runs from login.\n");
     EXPECT_FALSE(File::exists(unitPath()));
     EXPECT_FALSE(launchAtLogin());

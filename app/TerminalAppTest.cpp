@@ -14,6 +14,9 @@ namespace tidewick {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::claudeAllowed;
+using testing::claudeAsks;
+using testing::claudeAsksToRun;
 using testing::ProgramResult;
 
 class TerminalApp : public ::testing::Test {
@@ -26,12 +29,8 @@ protected:
         // A sound player of our own, first on the path: it notes what it was asked to play.
         played = run.fakeSoundPlayer("paplay");
         // No session bus: desktop notifications stay off and nothing leaves the test.
-        const std::string command = "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" +
-                                    run.home() + "' HOME='" + run.home() + "' PATH='" +
-                                    File::join(run.home(), "players") + ":/usr/bin:/bin' " +
-                                    environment + " '" + testing::TidewickPrograms::tidewickPath +
-                                    "' " + arguments + " 2>'" + errors + "'";
-        ASSERT_TRUE(terminal.start("ui", command));
+        const std::string path = "PATH='" + File::join(run.home(), "players") + ":/usr/bin:/bin' ";
+        ASSERT_TRUE(terminal.start("ui", run.inTerminal("ui", path + environment, arguments)));
         ASSERT_TRUE(waitForScreen({"0 sessions"}));
     }
 
@@ -46,24 +45,39 @@ protected:
     std::string environment;
     std::string arguments = "app";
     testing::TidewickPrograms run;
-    const std::string errors = File::join(run.home(), "app.err");
+    const std::string errors = File::join(run.home(), "ui.err");
     std::string played;
     testing::Tmux terminal;
 };
 
 TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
+    auto& prompt = run.hook("claude", "UserPromptSubmit",
+                            R"({"hook_event_name":"UserPromptSubmit","session_id":"s-api",)"
+                            R"("cwd":"/home/ana/src/api","prompt":"Add the signup checks"})");
+    EXPECT_EQ(run.finished(prompt), "");
+    ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
+    terminal.keys("ui", {"Down"}); // the user reads this session
+
+    // A request of another session: the avatar looks up and a banner points to it.
     auto& claude = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-claude",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"rm -rf build && npm run build"}})");
+                            claudeAsksToRun("s-web", "rm -rf build && npm run build"));
+    ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
+                               "Needs you!", "( °o° )", "1 needs you · 1 working"}));
+    // The alert's sound went to the player on the path.
+    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
+              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
+    // In 256 colours, what needs the user is amber (xterm colour 214).
+    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
+
+    terminal.keys("ui", {"Tab"});
+    ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
     ASSERT_TRUE(
-        waitForScreen({"Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
+        waitForScreen({"● Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
                        "Waiting for you", "Needs permission", "webshop", "1 held"}));
     terminal.keys("ui", {"y"});
-    EXPECT_EQ(run.finished(claude),
-              "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
-              "\"decision\":{\"behavior\":\"allow\"}}}\n");
-    EXPECT_TRUE(waitForScreen({"Allowed: Run rm -rf build"}));
+    EXPECT_EQ(run.finished(claude), claudeAllowed);
+    EXPECT_TRUE(waitForScreen({"Allowed: Run rm -rf build", "On it", "2 working"}));
+    EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
 
     // A reply chosen from the quick replies.
     auto& codex = run.hook("codex", "Stop",
@@ -81,40 +95,7 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
 
     // Nothing is held now: q quits at once.
     terminal.keys("ui", {"q"});
-    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
-        std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
-}
-
-TEST_F(TerminalApp, TheAvatarFollowsTheRequestAndABannerPointsToItFromAnotherSession) {
-    auto& prompt = run.hook("claude", "UserPromptSubmit",
-                            R"({"hook_event_name":"UserPromptSubmit","session_id":"s-api",)"
-                            R"("cwd":"/home/ana/src/api","prompt":"Add the signup checks"})");
-    EXPECT_EQ(run.finished(prompt), "");
-    ASSERT_TRUE(waitForScreen({"On it", "1 working", "(•_• )"}));
-    terminal.keys("ui", {"Down"}); // the user reads this session
-
-    auto& claude = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"npm publish"}})");
-    ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
-                               "Needs you!", "( °o° )", "1 needs you · 1 working"}));
-    // The alert's sound went to the player on the path.
-    EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
-              File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
-    // In 256 colours, what needs the user is amber (xterm colour 214).
-    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
-
-    terminal.keys("ui", {"Tab"});
-    ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
-    ASSERT_TRUE(waitForScreen({"● Run npm publish", "Waiting for you"}));
-    terminal.keys("ui", {"y"});
-    EXPECT_EQ(run.finished(claude),
-              "{\"hookSpecificOutput\":{\"hookEventName\":\"PermissionRequest\","
-              "\"decision\":{\"behavior\":\"allow\"}}}\n");
-    EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
-    EXPECT_TRUE(waitForScreen({"On it", "2 working"}));
+    EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
 /// The same application asked for no colour, by flag or by NO_COLOR.
@@ -130,10 +111,8 @@ protected:
 };
 
 TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
-    auto& claude = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-web",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"npm publish"}})");
+    auto& claude =
+        run.hook("claude", "PermissionRequest", claudeAsksToRun("s-web", "npm publish"));
     ASSERT_TRUE(waitForScreen({"Needs permission", "Needs you!"}));
     // Bold still marks what matters; no colour is set anywhere (39 and 49 only return to the
     // terminal's own).
@@ -149,12 +128,25 @@ INSTANTIATE_TEST_SUITE_P(ByFlagOrVariable, TerminalAppWithoutColour,
                          ::testing::Values(std::pair{"", "app --no-color"},
                                            std::pair{"NO_COLOR=1", "app"}));
 
-TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
+/// The same interface standing alone, or attached to a headless application (which then
+/// answers the agent).
+enum class Mode { standalone, attached };
+class TerminalAppIn : public TerminalApp, public ::testing::WithParamInterface<Mode> {
+protected:
+    void SetUp() override {
+        if (GetParam() == Mode::attached && testing::TidewickPrograms::built()) {
+            ASSERT_TRUE(run.startApp());
+        }
+        TerminalApp::SetUp();
+    }
+};
+
+TEST_P(TerminalAppIn, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
     // The offered rule is edited on the line before it is sent.
-    auto& always = run.hook("claude", "PermissionRequest",
-                            R"({"hook_event_name":"PermissionRequest","session_id":"s-always",)"
-                            R"("cwd":"/home/ana/src/webshop","tool_name":"Bash","tool_input":)"
-                            R"({"command":"npm test -- --ci"},"permission_suggestions":[]})");
+    auto& always = run.hook(
+        "claude", "PermissionRequest",
+        claudeAsks("s-always", R"("tool_name":"Bash","tool_input":{"command":"npm test -- --ci"},)"
+                               R"("permission_suggestions":[])"));
     ASSERT_TRUE(waitForScreen({"Run npm test -- --ci", "a always allow"}));
     terminal.keys("ui", {"a"});
     ASSERT_TRUE(
@@ -177,11 +169,8 @@ TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
         R"("options":[{"label":"Red","description":"A warm red"},{"label":"Blue","description":"A calm blue"}]},)"
         R"({"question":"Which features?","header":"Features","multiSelect":true,)"
         R"("options":[{"label":"Search","description":"s"},{"label":"Sync","description":"t"}]}]})";
-    auto& question =
-        run.hook("claude", "PermissionRequest",
-                 R"({"hook_event_name":"PermissionRequest","session_id":"s-ask",)"
-                 R"("cwd":"/home/ana/src/webshop","tool_name":"AskUserQuestion","tool_input":)" +
-                     asked + "}");
+    auto& question = run.hook("claude", "PermissionRequest",
+                              claudeAsks("s-ask", R"("tool_name":"AskUserQuestion","tool_input":)" + asked));
     ASSERT_TRUE(waitForScreen({"Claude Code is asking you a question", "1–2 choose · y answer"}));
     terminal.keys("ui", {"2"});
     ASSERT_TRUE(waitForScreen({"Question 2 of 2 · Features", "[ ] 1 Search"}));
@@ -197,27 +186,11 @@ TEST_F(TerminalApp, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
     EXPECT_TRUE(waitForScreen({"Answered: Which colour? → Blue"}));
 }
 
-} // namespace
-} // namespace tidewick
-
-namespace tidewick {
-namespace {
+INSTANTIATE_TEST_SUITE_P(StandaloneOrAttached, TerminalAppIn,
+                         ::testing::Values(Mode::standalone, Mode::attached));
 
 TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
-    const std::string recorded =
-        std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/claude-transcripts/perm-allow.jsonl";
-    if (!File::exists(recorded))
-        GTEST_SKIP() << "the recorded transcripts are not at " << recorded;
-    const std::string id = "bc2ae821-aea9-4d2a-bb46-238b514a9108";
-    const std::string transcript = run.home() + "/.claude/projects/-home-dev-proj/" + id + ".jsonl";
-    File::makeDirectories(File::parent(transcript), 0700);
-    File::writeAtomically(transcript, File::read(recorded), 0600);
-    EXPECT_EQ(run.hook("claude", "SessionStart",
-                       R"({"hook_event_name":"SessionStart","session_id":")" + id +
-                           R"(","transcript_path":")" + transcript +
-                           R"(","cwd":"/home/dev/proj","source":"startup"})")
-                  .waitFor(std::chrono::seconds(15)),
-              0);
+    const std::string transcript = run.recordedClaudeSession();
     ASSERT_TRUE(waitForScreen({"1 session", "proj"}));
 
     terminal.keys("ui", {"t"});
@@ -237,7 +210,7 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     const std::vector<std::string> written = File::listFolder(handoffs);
     ASSERT_EQ(written.size(), 1u);
     EXPECT_THAT(File::read(File::join(handoffs, written[0])),
-                ::testing::HasSubstr("claude --resume " + id));
+                ::testing::HasSubstr("claude --resume " + run.recordedClaudeId));
 
     // Reading it recorded how far: the whole file.
     const JSONValue sessions = run.listing("sessions");
@@ -247,9 +220,25 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"t transcript"}));
     terminal.keys("ui", {"q"});
-    for (int i = 0; i < 100 && terminal.isRunning("ui"); ++i)
-        std::this_thread::sleep_for(100ms);
-    EXPECT_FALSE(terminal.isRunning("ui")) << terminal.screen("ui");
+    EXPECT_TRUE(terminal.waitForEnd("ui"));
+}
+
+// The header shows what Claude Code's status line recorded through the real hook
+// command, the application raises its 90 % alert once, and u opens the whole report.
+TEST_F(TerminalApp, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
+    run.claudeStatusLine(7800, 4 * 86400);
+    EXPECT_TRUE(waitForScreen({"Claude Code  5h █████░ 93% 2h ", "7d ██░░░░ 41% 3d 23h"}));
+    // The application's alert for the window past 90 %, on the status line.
+    EXPECT_TRUE(waitForScreen({"Claude Code: 5h limit 93% used. Resets in 2h"}));
+
+    terminal.keys("ui", {"u"});
+    EXPECT_TRUE(waitForScreen({"Usage limits", "Claude Code · as of", "resets in 3d 23h",
+                               "No figures from Codex yet: they come from its session records",
+                               "Tokens by session", "u back"}));
+    terminal.keys("ui", {"u"});
+    EXPECT_TRUE(terminal.waitForGone("ui", "Usage limits"));
+    terminal.keys("ui", {"q"});
+    EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
 } // namespace

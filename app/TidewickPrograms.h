@@ -6,7 +6,10 @@
 #include "testing/BackgroundProgram.h"
 #include "testing/ProgramRun.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
+#include "transcripts/TranscriptTestSupport.h"
 
+#include "foundation/Clock.h"
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
 #include "foundation/TidewickPaths.h"
@@ -20,6 +23,49 @@
 #include <thread>
 
 namespace tidewick::testing {
+
+/// Claude Code's answer that allows a permission request, as tidewick-hook prints it.
+inline const std::string claudeAllowed =
+    R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"
+    "\n";
+
+/// Polls `done` every 20 ms; whether it held within `bound`, which only keeps a broken
+/// run from hanging (generous: a loaded machine, sanitizers), never a timing check.
+template <typename Condition> bool waitUntil(std::chrono::seconds bound, Condition done) {
+    for (auto deadline = std::chrono::steady_clock::now() + bound; !done();
+         std::this_thread::sleep_for(std::chrono::milliseconds(20)))
+        if (std::chrono::steady_clock::now() >= deadline)
+            return done();
+    return true;
+}
+
+/// Each non-empty line of the file at `path` parsed as JSON; none when it is not there.
+[[nodiscard]] inline std::vector<JSONValue> jsonLines(const std::string& path) {
+    std::vector<JSONValue> records;
+    std::istringstream lines(File::exists(path) ? File::read(path) : "");
+    for (std::string line; std::getline(lines, line);)
+        if (!line.empty())
+            records.push_back(JSONValue::parse(line));
+    return records;
+}
+
+/// A Claude Code PermissionRequest of `session` in /home/ana/src/webshop; `toolAndInput`
+/// are the payload's members naming the tool and its input.
+[[nodiscard]] inline std::string claudeAsks(const std::string& session,
+                                            const std::string& toolAndInput) {
+    return R"({"hook_event_name":"PermissionRequest","session_id":")" + session +
+           R"(","cwd":"/home/ana/src/webshop",)" + toolAndInput + "}";
+}
+/// The same for the shell command `command`.
+[[nodiscard]] inline std::string claudeAsksToRun(const std::string& session,
+                                                 const std::string& command) {
+    return claudeAsks(session, R"("tool_name":"Bash","tool_input":{"command":")" + command + "\"}");
+}
+
+/// The time `offset` seconds from now in whole seconds since 1970, as agents write resets.
+[[nodiscard]] inline std::string secondsFromNow(double offset) {
+    return std::to_string(static_cast<std::int64_t>(secondsSince1970(now()) + offset));
+}
 
 class TidewickPrograms {
 public:
@@ -56,18 +102,42 @@ public:
         return runProgram(arguments, environment, input, {}, std::chrono::seconds(120));
     }
 
+    /// Runs `tidewick arguments...` as tidewick() does, and fails the test unless it exits 0.
+    ProgramResult succeeded(std::vector<std::string> arguments, const std::string& input = {}) const {
+        ProgramResult result = tidewick(arguments, input);
+        EXPECT_EQ(result.status, 0) << arguments[0] << ": " << result.out << result.err;
+        return result;
+    }
+
+    /// Runs `tidewick arguments...` as tidewick() does, and fails the test unless it exits
+    /// `status`; what it printed on standard error (the refusal's sentence).
+    std::string fails(std::vector<std::string> arguments, int status) const {
+        ProgramResult result = tidewick(arguments);
+        EXPECT_EQ(result.status, status) << arguments[0] << ": " << result.out << result.err;
+        return result.err;
+    }
+
     /// Starts `tidewick app --headless`; whether it said both sockets listen within 10 s.
     [[nodiscard]] bool startApp() {
         app_ = std::make_unique<BackgroundProgram>(
             std::vector<std::string>{tidewickPath, "app", "--headless"}, environment, "",
             scratch("app"));
-        for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-             std::chrono::steady_clock::now() < deadline && app_->isRunning();
-             std::this_thread::sleep_for(std::chrono::milliseconds(10)))
-            if (app_->out().find("Tidewick is running.") != std::string::npos)
-                return true;
+        if (waitUntil(std::chrono::seconds(10), [&] {
+                return !app_->isRunning() || app_->out().find("Tidewick is running.") != std::string::npos;
+            }) && app_->isRunning())
+            return true;
         ADD_FAILURE() << "the application did not start: " << app_->out() << app_->err();
         return false;
+    }
+
+    /// A shell command for a terminal pane: `tidewick arguments` with nothing in its
+    /// environment but the terminal's, the home and `variables` ("NAME='value' ..."), its
+    /// standard error into the file "`name`.err" of the home.
+    [[nodiscard]] std::string inTerminal(const std::string& name, const std::string& variables = {},
+                                         const std::string& arguments = "app") const {
+        return "exec env -i TERM=\"$TERM\" LANG=C.UTF-8 TIDEWICK_HOME='" + home() + "' HOME='" +
+               home() + "' " + variables + " '" + tidewickPath + "' " + arguments + " 2>'" +
+               File::join(home(), name + ".err") + "'";
     }
 
     /// Stops the application with SIGTERM as a service manager would; its exit status.
@@ -91,6 +161,33 @@ public:
         return *hooks_.back();
     }
 
+    /// Starts tidewick-hook with Cursor's `event` of `conversation` in /w; `extra` holds
+    /// more members (",\"name\":value...").
+    BackgroundProgram& cursor(const std::string& event, const std::string& conversation,
+                              const std::string& extra = "") {
+        return hook("cursor", event,
+                    R"({"conversation_id":")" + conversation +
+                        R"(","workspace_roots":["/w"],"cwd":"/w","hook_event_name":")" + event +
+                        "\"" + extra + "}");
+    }
+    /// Cursor of `conversation` asking to run `command`.
+    BackgroundProgram& cursorShell(const std::string& conversation, const std::string& command) {
+        return cursor("beforeShellExecution", conversation, R"(,"command":")" + command + "\"");
+    }
+
+    /// Runs the hook with the status line Claude Code gives a subscriber: 93.2 % of the
+    /// five-hour window used and 41 % of the weekly one, resetting `fiveHourReset` and
+    /// `weeklyReset` seconds from now; fails the test unless it prints nothing.
+    void claudeStatusLine(double fiveHourReset, double weeklyReset) {
+        EXPECT_EQ(finished(hook("claude", "StatusLine",
+                                R"({"session_id":"s1","model":{"id":"claude-opus"},"rate_limits":)"
+                                R"({"five_hour":{"used_percentage":93.2,"resets_at":)" +
+                                    secondsFromNow(fiveHourReset) +
+                                    R"(},"seven_day":{"used_percentage":41,"resets_at":)" +
+                                    secondsFromNow(weeklyReset) + "}}}")),
+                  "");
+    }
+
     /// What `program` printed once it ended with status 0 (15 s at most).
     static std::string finished(BackgroundProgram& program) {
         EXPECT_EQ(program.waitFor(std::chrono::seconds(15)), 0) << program.err();
@@ -107,26 +204,42 @@ public:
     /// Waits (30 s at most) until exactly `count` requests are held; the held requests.
     JSONValue::Array waitForHeld(std::size_t count) const {
         JSONValue::Array held;
-        for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-             std::chrono::steady_clock::now() < deadline;
-             std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
-            held = *listing("pending").arrayValue();
-            if (held.size() == count)
-                return held;
-        }
-        ADD_FAILURE() << "expected " << count << " held requests, have " << held.size();
+        if (!waitUntil(std::chrono::seconds(30), [&] {
+                held = *listing("pending").arrayValue();
+                return held.size() == count;
+            }))
+            ADD_FAILURE() << "expected " << count << " held requests, have " << held.size();
         return held;
     }
 
-    /// The texts of the session's timeline, oldest first.
-    std::vector<std::string> timeline(const std::string& sessionId) const {
+    /// The texts of the timeline of `session` (as `sessions --json` lists it), oldest first.
+    static std::vector<std::string> texts(const JSONValue& session) {
         std::vector<std::string> texts;
+        for (const JSONValue& item : *session.get("timeline")->arrayValue())
+            texts.push_back(*item.get("text")->stringValue());
+        return texts;
+    }
+    /// The texts of the timeline of the session `sessionId`, oldest first.
+    std::vector<std::string> timeline(const std::string& sessionId) const {
         const JSONValue sessions = listing("sessions");
         for (const JSONValue& session : *sessions.arrayValue())
             if (*session.get("key")->get("sessionId") == JSONValue(sessionId))
-                for (const JSONValue& item : *session.get("timeline")->arrayValue())
-                    texts.push_back(*item.get("text")->stringValue());
-        return texts;
+                return texts(session);
+        return {};
+    }
+    /// The one session listed, once `ready` holds for it (90 s at most; a failure and the
+    /// last one seen otherwise).
+    template <typename Ready> JSONValue sessionWhen(Ready ready) const {
+        JSONValue last;
+        if (!waitUntil(std::chrono::seconds(90), [&] {
+                const JSONValue list = listing("sessions");
+                if (list.arrayValue()->size() != 1)
+                    return false;
+                last = (*list.arrayValue())[0];
+                return ready(last);
+            }))
+            ADD_FAILURE() << "the session never got there: " << last.compact();
+        return last;
     }
 
     /// Makes tidewick-hook append a record of every call (agent, event, payload) to a
@@ -138,17 +251,11 @@ public:
     /// The records of tidewick-hook's calls for `event` (every event when empty), oldest
     /// first; none when the hook never ran since recordHookCalls().
     [[nodiscard]] std::vector<JSONValue> hookCalls(std::string_view event = {}) const {
-        std::vector<JSONValue> calls;
-        const std::string log = File::join(socketFolder(), "hook-debug.jsonl");
-        if (!File::exists(log))
-            return calls;
-        std::istringstream lines(File::read(log));
-        for (std::string line; std::getline(lines, line);) {
-            JSONValue record = JSONValue::parse(line);
+        std::vector<JSONValue> calls = jsonLines(File::join(socketFolder(), "hook-debug.jsonl"));
+        std::erase_if(calls, [&](const JSONValue& record) {
             const JSONValue* name = record.get("event");
-            if (event.empty() || (name && *name == JSONValue(std::string(event))))
-                calls.push_back(std::move(record));
-        }
+            return !event.empty() && !(name && *name == JSONValue(std::string(event)));
+        });
         return calls;
     }
 
@@ -167,9 +274,26 @@ public:
 
     /// The content of `path` once it is there (10 s at most); empty if it never is.
     static std::string whenWritten(const std::string& path) {
-        for (int i = 0; i < 500 && !File::exists(path); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        (void)waitUntil(std::chrono::seconds(10), [&] { return File::exists(path); });
         return File::exists(path) ? File::read(path) : "";
+    }
+
+    /// The session of the recorded Claude Code transcript that recordedClaudeSession() starts.
+    inline static const std::string recordedClaudeId = "bc2ae821-aea9-4d2a-bb46-238b514a9108";
+    /// Copies the recorded transcript of a Claude Code session in /home/dev/proj where
+    /// Claude Code keeps it, and tells the running application of the session as the
+    /// SessionStart hook does; the copy's path.
+    std::string recordedClaudeSession() {
+        const std::string transcript =
+            home() + "/.claude/projects/-home-dev-proj/" + recordedClaudeId + ".jsonl";
+        put(transcript, File::read(recorded + "/claude-transcripts/perm-allow.jsonl"));
+        EXPECT_EQ(hook("claude", "SessionStart",
+                       R"({"hook_event_name":"SessionStart","session_id":")" + recordedClaudeId +
+                           R"(","transcript_path":")" + transcript +
+                           R"(","cwd":"/home/dev/proj","source":"startup"})")
+                      .waitFor(std::chrono::seconds(15)),
+                  0);
+        return transcript;
     }
 
     /// "NAME=value" entries every program gets, and nothing else.

@@ -95,6 +95,11 @@ public:
         });
     }
 
+    /// Polls until the program in `name` has ended.
+    bool waitForEnd(const std::string& name) const {
+        return waitFor(name, [&](const std::string&) { return !isRunning(name); });
+    }
+
 private:
     TemporaryDirectory directory_;
     std::string socket_;

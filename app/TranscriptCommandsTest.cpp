@@ -15,7 +15,7 @@ using ::testing::HasSubstr;
 using testing::ProgramResult;
 using testing::put;
 
-const std::string claudeId = "bc2ae821-aea9-4d2a-bb46-238b514a9108";
+const std::string claudeId = testing::TidewickPrograms::recordedClaudeId;
 const std::string codexId = "01a1fc51-7fe1-70d0-aad1-88fe95216210";
 
 class TranscriptCommands : public ::testing::Test {
@@ -27,42 +27,31 @@ protected:
             GTEST_SKIP() << "the recorded transcripts are not at " << testing::recorded;
     }
 
-    // Tells the application about a session, as the agent's SessionStart hook does.
-    void start(const std::string& agent, const std::string& payload) {
-        EXPECT_EQ(run.hook(agent, "SessionStart", payload).waitFor(std::chrono::seconds(15)), 0);
-    }
-
     testing::TidewickPrograms run;
 };
 
 TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicationKnows) {
-    const std::string transcript =
-        run.home() + "/.claude/projects/-home-dev-proj/" + claudeId + ".jsonl";
-    put(transcript, File::read(testing::recorded + "/claude-transcripts/perm-allow.jsonl"));
     put(run.home() + "/.codex/sessions/2026/11/21/rollout-2026-11-21T04-16-02-" + codexId +
             ".jsonl",
         File::read(testing::codexRollout("exec")));
 
     ASSERT_TRUE(run.startApp());
-    start("claude",
-          R"({"session_id":")" + claudeId + R"(","transcript_path":")" + transcript +
-              R"(","cwd":"/home/dev/proj","hook_event_name":"SessionStart","source":"startup"})");
+    const std::string transcript = run.recordedClaudeSession();
     // Codex's payload names its rollout too; without it the file is found by the identifier.
-    start("codex",
-          R"({"session_id":")" + codexId +
-              R"(","cwd":"/home/dev/work","hook_event_name":"SessionStart","source":"startup"})");
+    EXPECT_EQ(run.hook("codex", "SessionStart",
+                       R"({"session_id":")" + codexId +
+                           R"(","cwd":"/home/dev/work","hook_event_name":"SessionStart","source":"startup"})")
+                  .waitFor(std::chrono::seconds(15)),
+              0);
 
-    const ProgramResult printed = run.tidewick({"transcript", "bc2a"});
-    EXPECT_EQ(printed.status, 0) << printed.err;
+    const ProgramResult printed = run.succeeded({"transcript", "bc2a"});
     EXPECT_THAT(printed.out, HasSubstr("Claude Code session bc2ae821 — /home/dev/proj\n"));
     EXPECT_THAT(printed.out, HasSubstr("You     clean the build\n"));
     EXPECT_THAT(printed.out, HasSubstr("Tool    ✓ Run rm -rf build && echo removed-ok\n"
                                        "                    removed-ok\n"));
     EXPECT_THAT(printed.out, HasSubstr("Agent   All done.\n"));
 
-    const ProgramResult json =
-        run.tidewick({"transcript", "01a1", "--agent", "codex", "--json", "--tail", "2"});
-    ASSERT_EQ(json.status, 0) << json.err;
+    const ProgramResult json = run.succeeded({"transcript", "01a1", "--agent", "codex", "--json", "--tail", "2"});
     const JSONValue codex = JSONValue::parse(json.out);
     EXPECT_EQ(*codex.get("userMessages"), JSONValue::integer(1));
     EXPECT_EQ(*codex.get("tokens")->get("total"), JSONValue::integer(30));
@@ -70,8 +59,7 @@ TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicati
     EXPECT_EQ(*codex.get("entries")->arrayValue()->at(0).get("tool")->get("failed"),
               JSONValue::boolean(true));
 
-    const ProgramResult written = run.tidewick({"handoff", "bc2a"});
-    ASSERT_EQ(written.status, 0) << written.err;
+    const ProgramResult written = run.succeeded({"handoff", "bc2a"});
     const std::string handoffs = TidewickPaths(run.home()).handoffsDirectory() + "/";
     ASSERT_THAT(written.out,
                 ::testing::StartsWith("Handoff written to " + handoffs + "proj-claude-bc2ae821-"));
@@ -83,15 +71,12 @@ TEST_F(TranscriptCommands, PrintTheRecordAndWriteAHandoffForASessionTheApplicati
 
     // Once the application has stopped, the saved sessions still name the records.
     EXPECT_EQ(run.stopApp(), 0);
-    const ProgramResult afterwards =
-        run.tidewick({"handoff", "01a1", "-o", run.home() + "/next.md"});
-    EXPECT_EQ(afterwards.status, 0) << afterwards.err;
+    (void)run.succeeded({"handoff", "01a1", "-o", run.home() + "/next.md"});
     EXPECT_THAT(File::read(run.home() + "/next.md"), HasSubstr("`rm -rf build` — failed"));
 
     std::filesystem::remove(transcript);
-    const ProgramResult gone = run.tidewick({"transcript", "bc2a"});
-    EXPECT_EQ(gone.status, 1);
-    EXPECT_EQ(gone.err, "Tidewick couldn't find Claude Code's record of session bc2ae821.\n");
+    EXPECT_EQ(run.fails({"transcript", "bc2a"}, 1),
+              "Tidewick couldn't find Claude Code's record of session bc2ae821.\n");
     EXPECT_EQ(run.tidewick({"transcript", "ffff"}).status, 1);
     EXPECT_EQ(run.tidewick({"transcript", "bc2a", "--tail", "0"}).status, 2);
 }

@@ -18,10 +18,6 @@ using testing::ProgramResult;
 
 const std::string codexId = "01a20b37-d645-7623-a7ce-23e948420d36";
 
-std::string seconds(double offset) {
-    return std::to_string(static_cast<std::int64_t>(secondsSince1970(now()) + offset));
-}
-
 const JSONValue& member(const JSONValue& value, std::string_view name) {
     static const JSONValue none;
     const JSONValue* found = value.get(name);
@@ -40,23 +36,17 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     testing::TidewickPrograms run;
 
     // Nothing recorded yet: each agent says why in one line.
-    const ProgramResult empty = run.tidewick({"usage"});
-    EXPECT_EQ(empty.status, 0) << empty.err;
+    const ProgramResult empty = run.succeeded({"usage"});
     EXPECT_THAT(empty.out, HasSubstr("they come from its status line"));
     EXPECT_THAT(empty.out, HasSubstr("they come from its session records"));
 
     // The status line as Claude Code runs it for a subscriber; its weekly window is over.
-    testing::BackgroundProgram& statusLine = run.hook(
-        "claude", "StatusLine",
-        R"({"session_id":"s1","model":{"id":"claude-opus"},"rate_limits":{"five_hour":{"used_percentage":93.2,"resets_at":)" +
-            seconds(7800) + R"(},"seven_day":{"used_percentage":41,"resets_at":)" + seconds(-60) +
-            "}}}");
-    EXPECT_EQ(testing::TidewickPrograms::finished(statusLine), "");
+    run.claudeStatusLine(7800, -60);
 
     // Codex's record with its windows moved to now: the weekly one is over.
     std::string record = File::read(testing::codexRollout("exec-rate-limits"));
-    record = Text::replacingAll(record, "1795488138", seconds(3600));
-    record = Text::replacingAll(record, "1795743738", seconds(-60));
+    record = Text::replacingAll(record, "1795488138", testing::secondsFromNow(3600));
+    record = Text::replacingAll(record, "1795743738", testing::secondsFromNow(-60));
     const std::string rollout = run.home() +
                                 "/.codex/sessions/2026/11/24/rollout-2026-11-24T01-42-18-" +
                                 codexId + ".jsonl";
@@ -71,8 +61,7 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
             .waitFor(std::chrono::seconds(15)),
         0);
 
-    const ProgramResult json = run.tidewick({"usage", "--json"});
-    ASSERT_EQ(json.status, 0) << json.err;
+    const ProgramResult json = run.succeeded({"usage", "--json"});
     const JSONValue report = JSONValue::parse(json.out);
     const JSONValue& claude = element(member(report, "agents"), 0);
     const JSONValue& codex = element(member(report, "agents"), 1);
@@ -105,8 +94,7 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     EXPECT_EQ(member(session, "sessionId"), JSONValue(codexId));
     EXPECT_EQ(member(member(session, "tokens"), "total").intValue(), 30);
 
-    const ProgramResult text = run.tidewick({"usage"});
-    EXPECT_EQ(text.status, 0) << text.err;
+    const ProgramResult text = run.succeeded({"usage"});
     EXPECT_THAT(text.out, HasSubstr("Claude Code · as of "));
     EXPECT_THAT(text.out, HasSubstr("  5h        ██████████████████░░  93%     resets in 2h "));
     EXPECT_THAT(text.out, HasSubstr("  7d        ░░░░░░░░░░░░░░░░░░░░  reset\n"));
