@@ -57,7 +57,8 @@ TEST_F(LayoutTest, ScalesUpAndRefusesTooSmallTerminals) {
     for (auto [width, height] : std::vector<std::pair<int, int>>{
              {80, 24}, {100, 30}, {200, 60}, {minimumWidth, minimumHeight}, {39, 11}})
         expectExactSize(screen(width, height), width, height);
-    EXPECT_TRUE(contains(screen(200, 60).text(), std::string(150, 'x'))) << "a wide terminal shows more";
+    EXPECT_TRUE(contains(screen(200, 60).text(), std::string(150, 'x')))
+        << "a wide terminal shows more";
     EXPECT_TRUE(contains(screen(39, 11).text(1), "Make the terminal at least 40×12."));
 }
 

@@ -12,8 +12,8 @@
 namespace tidewick {
 namespace {
 
-using ::testing::HasSubstr;
 using testing::eventually;
+using ::testing::HasSubstr;
 
 TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAnywhere) {
     if (!File::isExecutableFile(testing::daemonPath))
@@ -48,7 +48,8 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
     EXPECT_THAT(told(allowed), HasSubstr(R"("behavior":"allow")"));
     standIn.press("always");
     auto always = hold(testing::claudePermission("npm test -- --ci"));
-    EXPECT_THAT(told(always), HasSubstr(R"("rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"));
+    EXPECT_THAT(told(always),
+                HasSubstr(R"("rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"));
     standIn.press("choice:1");
     auto asked = hold(testing::claudeRequest(
         "PermissionRequest",

@@ -11,6 +11,7 @@ namespace tidewick {
 namespace {
 
 using namespace tidewick::testing;
+using namespace std::string_literals;
 using Call = UICall;
 using Mode = ScreenController::Mode;
 using ScreenControllerTest = UITest;
@@ -70,7 +71,8 @@ TEST_F(ScreenControllerTest, AllowAndDenyAnswerTheSelectedSessionsPermission) {
 
 TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNumber) {
     Session shell = asking("shell", 10);
-    shell.pending[0].alwaysAllow = AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "make:*"};
+    shell.pending[0].alwaysAllow =
+        AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "make:*"};
     controller.setSessions({shell});
     // The offered rule is on the line, ready to change or to send as it is, under what the
     // agent keeps.
@@ -83,17 +85,11 @@ TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNu
                              "still asks when such a command redirects output",
                              "Always allow — Enter sends, Esc cancels: make:*"})
         EXPECT_TRUE(contains(offer, part)) << part << "\n" << offer;
-    type({backspace, backspace});
-    type(U" test:*");
-    type({enter});
-    type({U'a', escape});
+    type(std::u32string{backspace, backspace} + U" test:*" + enter + U'a' + escape);
     EXPECT_EQ(controller.alwaysOffer(), std::nullopt);
     // Emptied, it is still sent (and refused by the service); with no offer, an empty line
     // asks for the agent's own suggestions.
-    type({U'a'});
-    for (int i = 0; i < 6; ++i)
-        type({backspace});
-    type({enter});
+    type(U'a' + std::u32string(6, backspace) + enter);
     controller.setSessions({asking("bare", 10)});
     type({U'a'});
     EXPECT_EQ(controller.input(), "");
@@ -126,16 +122,12 @@ TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNu
     EXPECT_EQ(controller.questionForm()->index(), 1u);
     type(U"2");
     const Frame form = screen();
-    for (const char* part : {"Question 2 of 2 · Features", "Which features?",
-                             "   [ ] 1 Search — Full text", " › [x] 2 Sync",
-                             "Numbers or space tick, Enter sends"})
+    for (const char* part :
+         {"Question 2 of 2 · Features", "Which features?", "   [ ] 1 Search — Full text",
+          " › [x] 2 Sync", "Numbers or space tick, Enter sends"})
         EXPECT_TRUE(contains(form.text(), part)) << part << "\n" << form.text();
     EXPECT_TRUE(form.cursor);
-    type(U"1");
-    type({enter});
-    type(U"1");
-    type(U"Both, please");
-    type({enter});
+    type(U"1"s + enter + U"1Both, please" + enter);
     EXPECT_EQ(actions.calls, (std::vector<Call>{{"answer", claude("asks"), "Blue|Search, Sync"},
                                                 {"answer", claude("asks"), "Red|Both, please"}}));
     EXPECT_EQ(controller.mode(), Mode::browse);
@@ -186,8 +178,7 @@ TEST_F(ScreenControllerTest, ReplyLineOffersQuickRepliesOnTheNumberKeys) {
     EXPECT_TRUE(line.text(23).starts_with("Reply (Enter sends, Esc cancels): "));
     type({U'2'});
     EXPECT_EQ(controller.mode(), Mode::browse);
-    type({U'r', U'7'}); // no seventh quick reply: nothing is sent
-    type(U"Fix 2 bugs");
+    type(U"r7Fix 2 bugs"); // no seventh quick reply: nothing is sent
     EXPECT_EQ(controller.input(), "Fix 2 bugs") << "numbers after the first character are text";
     type({enter, U'r', enter, escape, U's'}); // an empty reply is not sent
     EXPECT_EQ(actions.calls, (std::vector<Call>{{"reply", codex, "Run the tests."},
@@ -257,15 +248,14 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     const Frame view = screen(80, 24, addSeconds(t0, ScreenController::messageSeconds));
     EXPECT_TRUE(contains(view.text(1), "Settings"));
     EXPECT_TRUE(contains(view.text(2), "▸ permissionTimeoutSeconds"));
-    for (const char* part : {"gating.paused                     [on]  true",
-                             "quietMode                         [on]  true",
-                             "How long a permission request is held"})
+    for (const char* part :
+         {"gating.paused                     [on]  true",
+          "quietMode                         [on]  true", "How long a permission request is held"})
         EXPECT_TRUE(contains(view.text(), part)) << part;
     EXPECT_TRUE(contains(view.text(23), "Enter switch"));
     type({enter});
-    EXPECT_EQ(message(),
-              "Change permissionTimeoutSeconds with `tidewick settings set "
-              "permissionTimeoutSeconds VALUE`.");
+    EXPECT_EQ(message(), "Change permissionTimeoutSeconds with `tidewick settings set "
+                         "permissionTimeoutSeconds VALUE`.");
     type({down, U'j', U'j', enter, end, enter, up, up, up, enter, up, U' ', escape});
     EXPECT_EQ(controller.settingsView(), nullptr);
     const std::vector<Call> expected = {
@@ -279,8 +269,7 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     EXPECT_EQ(message(), "Change launchAtLogin with `tidewick settings set launchAtLogin VALUE`.")
         << "it installs a service: the command line sets it";
     // A sound goes round to the next one, and the last one to none.
-    type({U',', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j',
-          enter, down, down, enter, escape});
+    type(U',' + std::u32string(13, U'j') + enter + down + down + enter + escape);
     EXPECT_EQ(std::vector<Call>(controls.calls.end() - 2, controls.calls.end()),
               (std::vector<Call>{{"setting", {}, "alertSounds.finished=buzz"},
                                  {"setting", {}, "alertSounds.usageLimit=none"}}));
@@ -353,8 +342,7 @@ TEST_F(ScreenControllerTest, ABannerAnnouncesRequestsHeldOutOfViewAndTabGoesTher
 
     // While a line is typed keys keep going to it; Tab leaves it for the banner's session
     // and the line waits for its own request to be answered again.
-    type({home, U'n'});
-    type(U"not yet");
+    type(home + U"nnot yet"s);
     const Session late = asking("late", 40);
     controller.setSessions({quiet, held, webshop, api, late});
     EXPECT_EQ(banner(), "Claude Code · late needs permission (+1 more) — Tab to go there");
@@ -442,7 +430,7 @@ TEST_F(ScreenControllerTest, ContinueEndAndGoToAskFirstAndSayWhatHappened) {
 
     // A reply to a session holding nothing starts its agent once confirmed.
     controller.setSessions({finished});
-    type(U"rgo on" + std::u32string(1, enter));
+    type(U"rgo on"s + enter);
     EXPECT_EQ(controller.mode(), Mode::confirmAction);
     EXPECT_EQ(controller.question(), "Start Claude Code to continue this session with your reply?");
     type(U"n");

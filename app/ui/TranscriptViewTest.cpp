@@ -47,8 +47,11 @@ Transcript sample() {
     transcript.userMessages = 1;
     transcript.toolCalls = 2;
     transcript.failedToolCalls = 1;
-    transcript.subagents = {{"a5709cbc8bc982a96", "Sub task", std::nullopt,
-                             {entry(TranscriptRole::agent, "Listed the files.", 0)}, {}}};
+    transcript.subagents = {{"a5709cbc8bc982a96",
+                             "Sub task",
+                             std::nullopt,
+                             {entry(TranscriptRole::agent, "Listed the files.", 0)},
+                             {}}};
     return transcript;
 }
 

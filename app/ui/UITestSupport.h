@@ -62,7 +62,9 @@ struct UICall {
 };
 
 /// The key of Claude Code's session `id`.
-inline SessionKey claude(std::string id) { return {AgentKind::claude, std::move(id)}; }
+inline SessionKey claude(std::string id) {
+    return {AgentKind::claude, std::move(id)};
+}
 
 /// Records every decision; each is delivered while `delivered` is true.
 class RecordingActions : public SessionActions {
@@ -140,10 +142,9 @@ inline constexpr char32_t up = 0xE000, down = 0xE001, pageUp = 0xE002, pageDown 
 
 /// The key `c` stands for: one of the special keys above, else the typed character.
 inline Key keyOf(char32_t c) {
-    constexpr Key::Kind specials[] = {Key::Kind::up,     Key::Kind::down,     Key::Kind::pageUp,
-                                      Key::Kind::pageDown, Key::Kind::home,   Key::Kind::end,
-                                      Key::Kind::enter,  Key::Kind::escape,   Key::Kind::backspace,
-                                      Key::Kind::tab};
+    constexpr Key::Kind specials[] = {
+        Key::Kind::up,  Key::Kind::down,  Key::Kind::pageUp, Key::Kind::pageDown,  Key::Kind::home,
+        Key::Kind::end, Key::Kind::enter, Key::Kind::escape, Key::Kind::backspace, Key::Kind::tab};
     return c >= up && c <= tab ? Key::special(specials[c - up]) : Key::of(c);
 }
 
@@ -175,7 +176,8 @@ protected:
 inline void expectExactSize(const Frame& frame, int width, int height) {
     ASSERT_EQ(static_cast<int>(frame.lines.size()), height);
     for (int row = 0; row < height; ++row)
-        EXPECT_EQ(DisplayText::width(frame.text(row)), width) << "row " << row << ": " << frame.text(row);
+        EXPECT_EQ(DisplayText::width(frame.text(row)), width)
+            << "row " << row << ": " << frame.text(row);
 }
 
 /// Whether `text` holds `part`.

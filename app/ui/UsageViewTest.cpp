@@ -64,8 +64,8 @@ TEST_F(UsageViewTest, TheHeaderShowsEachWindowColouredByLevelAndUOpensTheWholeRe
     controller.setUsage(usage.agents({}));
     const Frame frame = screen(100, 24);
     const std::string header = frame.text(1);
-    EXPECT_TRUE(
-        contains(header, "Claude Code  5h █████░ 93% 2h 10m  7d ████░░ 71% 3d  7d opus ░░░░░░ reset"))
+    EXPECT_TRUE(contains(
+        header, "Claude Code  5h █████░ 93% 2h 10m  7d ████░░ 71% 3d  7d opus ░░░░░░ reset"))
         << header;
     EXPECT_FALSE(contains(header, "Codex")) << "an agent without figures is left out";
     struct Row {
