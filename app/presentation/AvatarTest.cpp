@@ -21,21 +21,15 @@ std::string builtInWith(std::vector<std::string> path, std::string_view value) {
     return root.compact();
 }
 
-TEST(Avatar, TheBuiltInOneHasEveryPoseAndFitsTheHeader) {
+TEST(Avatar, TheBuiltInPosesDifferAnimateAtTheirFrameRateAndSleepStill) {
     const AvatarDefinition& avatar = AvatarDefinition::builtIn();
-    EXPECT_EQ(avatar.poses.size(), allAvatarPoses.size());
-    EXPECT_EQ(avatar.height(), 3u);
-    EXPECT_LE(avatar.width(), 12);
-    EXPECT_EQ(avatar.pose(AvatarPose::needsYou).expression, "Needs you!");
+    EXPECT_LE(avatar.width(), 12) << "it fits the header";
     // The poses look different from one another, not only in their words.
     std::set<std::vector<AvatarDefinition::Frame>> looks;
     for (AvatarPose pose : allAvatarPoses)
         looks.insert(avatar.pose(pose).frames);
     EXPECT_EQ(looks.size(), allAvatarPoses.size());
-}
 
-TEST(Avatar, AnimatesAtItsFrameRateAndSleepsStill) {
-    const AvatarDefinition& avatar = AvatarDefinition::builtIn();
     const Date start = dateFromSeconds(1'800'000'000); // a whole second
     const auto& working = avatar.pose(AvatarPose::working);
     ASSERT_EQ(working.framesPerSecond, 2);

@@ -55,10 +55,11 @@ bool allEnded(SoundPlayer& player) {
 }
 
 TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
+    // ROOT stands for the fake players' folder.
     struct Row {
         std::string name;
         std::vector<std::pair<std::string, std::string>> programs; // folder, program
-        std::string path;              // folders, made absolute but for "rel" and empty ones
+        std::string path;
         std::string played;            // what the player noted; empty: the bell rings
         std::string sounds = "Sounds"; // where the sounds go
         std::string report = "";
@@ -66,22 +67,25 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
     const std::vector<Row> rows = {
         {"pw-play before paplay, whatever the folder order",
          {{"a", "paplay"}, {"b", "pw-play"}},
-         "a:b",
-         "pw-play SOUNDS/knock.wav"},
+         "ROOT/a:ROOT/b",
+         "pw-play ROOT/Sounds/knock.wav"},
         {"paplay before aplay",
          {{"a", "aplay"}, {"b", "paplay"}},
-         "a:b",
-         "paplay SOUNDS/knock.wav"},
-        {"aplay, told to be quiet", {{"a", "aplay"}}, "missing:a", "aplay -q SOUNDS/knock.wav"},
+         "ROOT/a:ROOT/b",
+         "paplay ROOT/Sounds/knock.wav"},
+        {"aplay, told to be quiet",
+         {{"a", "aplay"}},
+         "ROOT/missing:ROOT/a",
+         "aplay -q ROOT/Sounds/knock.wav"},
         {"a program that is not executable is passed over",
          {{"a", "pw-play!"}, {"a", "aplay"}},
-         "a",
-         "aplay -q SOUNDS/knock.wav"},
-        {"no player on the path", {{"a", "mpv"}}, "a", ""},
+         "ROOT/a",
+         "aplay -q ROOT/Sounds/knock.wav"},
+        {"no player on the path", {{"a", "mpv"}}, "ROOT/a", ""},
         {"relative folders are never searched", {{"rel", "paplay"}}, "rel:", ""},
         {"sounds that cannot be written",
          {{"a", "paplay"}},
-         "a",
+         "ROOT/a",
          "",
          "a/paplay/Sounds",
          "Tidewick couldn't write its alert sounds in ROOT/a/paplay/Sounds (mkdir(ROOT/a/paplay): "
@@ -92,24 +96,14 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
         FakePlayers fakes;
         for (const auto& [folder, program] : row.programs)
             fakes.add(folder, program);
-        std::string path;
-        for (std::size_t start = 0; start <= row.path.size();) {
-            const std::size_t colon = std::min(row.path.find(':', start), row.path.size());
-            const std::string name = row.path.substr(start, colon - start);
-            path += (path.empty() ? "" : ":") +
-                    (name.empty() || name == "rel" ? name : fakes.path(name));
-            start = colon + 1;
-        }
         auto rooted = [&](std::string text) {
             for (std::size_t at; (at = text.find("ROOT")) != std::string::npos;)
                 text.replace(at, 4, fakes.root.path());
-            for (std::size_t at; (at = text.find("SOUNDS")) != std::string::npos;)
-                text.replace(at, 6, fakes.path(row.sounds));
             return text;
         };
         std::vector<std::string> reports;
         SoundPlayer player(
-            SoundLibrary(fakes.path(row.sounds)), path,
+            SoundLibrary(fakes.path(row.sounds)), rooted(row.path),
             [&reports](const std::string& sentence) { reports.push_back(sentence); });
         const auto expected =
             row.played.empty() ? SoundPlayer::Outcome::bell : SoundPlayer::Outcome::playing;

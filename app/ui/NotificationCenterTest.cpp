@@ -7,12 +7,13 @@
 #include "ui/NotificationTestSupport.h"
 
 #include <future>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace tidewick {
 namespace {
 
 using testing::eventually;
+using ::testing::HasSubstr;
 
 TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAnywhere) {
     if (!File::isExecutableFile(testing::daemonPath))
@@ -28,44 +29,39 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
     NotificationCenter center(service, bus.address(),
                               [&](const std::string& sentence) { (void)reported.add(sentence); });
     ASSERT_TRUE(center.isAvailable());
-    auto hold = [&](std::string_view command) {
-        return std::async(std::launch::async, [&service, command] {
-            return service.handle(testing::claudePermission(command), [] { return false; });
+    auto hold = [&](HookRequest request) {
+        return std::async(std::launch::async, [&service, request] {
+            return service.handle(request, [] { return false; });
         });
     };
+    // What the agent was told, once it was (20 s at most).
+    auto told = [](std::future<HookResponse>& held) {
+        return held.wait_for(std::chrono::seconds(20)) == std::future_status::ready
+                   ? held.get().output.stdoutText
+                   : "nothing yet";
+    };
 
-    // Allow on the notification answers the agent.
+    // Allow and Always allow on the notification answer the agent, the latter leaving Claude
+    // Code a rule; an option of a question answers it.
     standIn.press("allow");
-    auto allowed = hold("rm -rf build");
-    ASSERT_EQ(allowed.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    EXPECT_NE(allowed.get().output.stdoutText.find(R"("behavior":"allow")"), std::string::npos);
-    ASSERT_TRUE(eventually([&] { return reported.all().size() == 1; }));
-    EXPECT_EQ(reported.all()[0], "Allowed from the notification: Run rm -rf build");
-
-    // Always allow leaves Claude Code a rule; an option of a question answers it.
+    auto allowed = hold(testing::claudePermission("rm -rf build"));
+    EXPECT_THAT(told(allowed), HasSubstr(R"("behavior":"allow")"));
     standIn.press("always");
-    auto always = hold("npm test -- --ci");
-    ASSERT_EQ(always.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    EXPECT_NE(always.get().output.stdoutText.find(
-                  R"("rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"),
-              std::string::npos);
+    auto always = hold(testing::claudePermission("npm test -- --ci"));
+    EXPECT_THAT(told(always),
+                HasSubstr(R"("rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"));
     standIn.press("choice:1");
-    auto asked = std::async(std::launch::async, [&service] {
-        return service.handle(testing::claudeRequest("PermissionRequest",
-                                                     R"({"tool_name":"AskUserQuestion",)"
-                                                     R"("tool_input":{"questions":[{"question":)"
-                                                     R"("Which colour?","header":"Colour",)"
-                                                     R"("multiSelect":false,"options":[{"label":)"
-                                                     R"("Red"},{"label":"Blue"}]}]}})"),
-                              [] { return false; });
-    });
-    ASSERT_EQ(asked.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    EXPECT_NE(asked.get().output.stdoutText.find(R"("answers":{"Which colour?":"Blue"})"),
-              std::string::npos);
+    auto asked = hold(testing::claudeRequest(
+        "PermissionRequest",
+        R"({"tool_name":"AskUserQuestion","tool_input":{"questions":[{"question":"Which colour?",)"
+        R"("header":"Colour","multiSelect":false,"options":[{"label":"Red"},{"label":"Blue"}]}]}})"));
+    EXPECT_THAT(told(asked), HasSubstr(R"("answers":{"Which colour?":"Blue"})"));
     ASSERT_TRUE(eventually([&] { return reported.all().size() == 3; }));
-    EXPECT_EQ(reported.all()[1], "Always allowed from the notification: Allow Bash(npm test:*), "
-                                 "kept in this project's local settings");
-    EXPECT_EQ(reported.all()[2], "Answered from the notification: Which colour? → Blue");
+    EXPECT_EQ(reported.all(),
+              (std::vector<std::string>{"Allowed from the notification: Run rm -rf build",
+                                        "Always allowed from the notification: Allow Bash(npm "
+                                        "test:*), kept in this project's local settings",
+                                        "Answered from the notification: Which colour? → Blue"}));
     EXPECT_EQ(
         standIn.calls.all()[1].actions,
         (std::vector<std::string>{"allow", "Allow", "always", "Always allow", "deny", "Deny"}));
@@ -74,7 +70,7 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
 
     // Answered from an interface or the command line instead: the notification goes.
     standIn.press("");
-    auto answered = hold("rm -rf dist");
+    auto answered = hold(testing::claudePermission("rm -rf dist"));
     ASSERT_TRUE(eventually([&] { return standIn.calls.all().size() == 4; }));
     ASSERT_TRUE(service.answerPermission({AgentKind::claude, std::string(testing::claudeSession)},
                                          SessionActions::Answer::deny));
@@ -85,7 +81,7 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
     // Switched off in the settings: nothing is shown.
     File::writeAtomically(TidewickPaths(home.path()).settingsFile(),
                           R"({"systemNotificationsEnabled": false})", 0600);
-    auto quiet = hold("rm -rf cache");
+    auto quiet = hold(testing::claudePermission("rm -rf cache"));
     ASSERT_TRUE(eventually([&] { return service.pendingRequests().size() == 1; }));
     service.stop();
     (void)quiet.get();

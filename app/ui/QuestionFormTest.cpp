@@ -1,23 +1,13 @@
 #include "QuestionForm.h"
 
+#include "UITestSupport.h"
+
 #include <gtest/gtest.h>
 
 namespace tidewick {
 namespace {
 
-constexpr char32_t up = 0xE000, down = 0xE001, enter = 0xE002, escape = 0xE003,
-                   backspace = 0xE004;
-
-Key keyOf(char32_t c) {
-    switch (c) {
-    case up: return Key::special(Key::Kind::up);
-    case down: return Key::special(Key::Kind::down);
-    case enter: return Key::special(Key::Kind::enter);
-    case escape: return Key::special(Key::Kind::escape);
-    case backspace: return Key::special(Key::Kind::backspace);
-    default: return Key::of(c);
-    }
-}
+using namespace tidewick::testing;
 
 TEST(QuestionForm, NumbersSpaceAndTypingAnswerEachQuestionInTurn) {
     const std::vector<AskedQuestion> questions = {

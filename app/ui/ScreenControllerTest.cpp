@@ -1,5 +1,6 @@
 #include "ScreenController.h"
 
+#include "DisplayText.h"
 #include "UITestSupport.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,10 @@ namespace tidewick {
 namespace {
 
 using namespace tidewick::testing;
+using namespace std::string_literals;
 using Call = UICall;
+using Mode = ScreenController::Mode;
+using ScreenControllerTest = UITest;
 
 /// A session holding a request of `kind` since its last activity.
 Session asking(std::string id, double lastActivity, PendingKind kind = PendingKind::permission,
@@ -20,47 +24,25 @@ Session asking(std::string id, double lastActivity, PendingKind kind = PendingKi
                                std::nullopt, lastActivity));
 }
 
-// Special keys written among typed characters, as code points of the private-use area.
-constexpr char32_t up = 0xE000, down = 0xE001, pageDown = 0xE002, home = 0xE003, end = 0xE004,
-                   enter = 0xE005, escape = 0xE006, backspace = 0xE007, tab = 0xE008;
-constexpr Key::Kind specialKinds[] = {Key::Kind::up,     Key::Kind::down,      Key::Kind::pageDown,
-                                      Key::Kind::home,   Key::Kind::end,       Key::Kind::enter,
-                                      Key::Kind::escape, Key::Kind::backspace, Key::Kind::tab};
-
-class ScreenControllerTest : public ::testing::Test {
-protected:
-    ScreenController::Outcome press(char32_t c) {
-        const bool special = c >= up && c <= tab;
-        return controller.handleKey(special ? Key::special(specialKinds[c - up]) : Key::of(c), t0);
-    }
-    /// Presses each of `keys`: typed text and the special keys above alike.
-    void type(const std::u32string& keys) {
-        for (char32_t c : keys)
-            (void)press(c);
-    }
-    std::string message() {
-        auto shown = controller.message(t0);
-        return shown ? shown->text : "";
-    }
-    std::string selectedId() { return controller.selected()->key.sessionId; }
-
-    RecordingActions actions;
-    ScreenController controller{actions};
-};
-
 TEST_F(ScreenControllerTest, AllowAndDenyAnswerTheSelectedSessionsPermission) {
     controller.setSessions({makeSession("quiet", 90), asking("asks", 10), asking("asks2", 20)});
     EXPECT_EQ(selectedId(), "asks") << "the longest-waiting request is on top and selected";
     type({U'y', down, U'n'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::denyMessage);
+    EXPECT_EQ(controller.mode(), Mode::denyMessage);
     type(U"not on main ✋");
+    const Frame deny = screen();
+    const std::string line = deny.text(23);
+    EXPECT_TRUE(line.starts_with("Deny — message for the agent")) << line;
+    EXPECT_EQ(line.find("✋"), line.rfind("✋"));
+    const std::string typed = line.substr(0, line.find("✋") + std::string_view("✋").size());
+    EXPECT_EQ(deny.cursor, std::pair(23, DisplayText::width(typed)))
+        << "the cursor stands after what was typed, the wide hand two columns";
     type({backspace, enter, U'n', U'x', escape});
     EXPECT_EQ(controller.input(), "");
     type({up, U'n', enter});
-    SessionKey asks{AgentKind::claude, "asks"}, asks2{AgentKind::claude, "asks2"};
-    EXPECT_EQ(actions.calls, (std::vector<Call>{{"allow", asks, std::nullopt},
-                                                {"deny", asks2, "not on main "},
-                                                {"deny", asks, std::nullopt}}))
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"allow", claude("asks"), std::nullopt},
+                                                {"deny", claude("asks2"), "not on main "},
+                                                {"deny", claude("asks"), std::nullopt}}))
         << "Esc sends nothing; an empty message denies without one";
     EXPECT_EQ(message(), "Denied.");
 
@@ -69,7 +51,7 @@ TEST_F(ScreenControllerTest, AllowAndDenyAnswerTheSelectedSessionsPermission) {
     EXPECT_EQ(selectedId(), "quiet");
     type({U'y', U'n'});
     EXPECT_EQ(actions.calls.size(), 3u);
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_EQ(message(),
               "Claude Code has no permission request waiting, so the decision was not delivered.");
 
@@ -84,68 +66,71 @@ TEST_F(ScreenControllerTest, AllowAndDenyAnswerTheSelectedSessionsPermission) {
     type({U'n'});
     controller.setSessions({makeSession("first", 30), asking("second", 20)});
     type({U'n', U'o', enter});
-    EXPECT_EQ(actions.calls, (std::vector<Call>{{"deny", {AgentKind::claude, "first"}, "no"}}));
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"deny", claude("first"), "no"}}));
 }
 
 TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNumber) {
     Session shell = asking("shell", 10);
-    shell.pending[0].alwaysAllow = AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "make:*"};
+    shell.pending[0].alwaysAllow =
+        AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "make:*"};
     controller.setSessions({shell});
-    const SessionKey shellKey{AgentKind::claude, "shell"};
-    // The offered rule is on the line, ready to change or to send as it is.
+    // The offered rule is on the line, ready to change or to send as it is, under what the
+    // agent keeps.
     type({U'a'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::alwaysRule);
+    EXPECT_EQ(controller.mode(), Mode::alwaysRule);
     EXPECT_EQ(controller.input(), "make:*");
     EXPECT_EQ(controller.alwaysOffer(), shell.pending[0].alwaysAllow);
-    type({backspace, backspace});
-    type(U" test:*");
-    type({enter});
-    type({U'a', escape});
+    const std::string offer = screen(100, 30).text();
+    for (const char* part : {"Always allow", "Claude Code keeps the rule below for Bash",
+                             "still asks when such a command redirects output",
+                             "Always allow — Enter sends, Esc cancels: make:*"})
+        EXPECT_TRUE(contains(offer, part)) << part << "\n" << offer;
+    type(std::u32string{backspace, backspace} + U" test:*" + enter + U'a' + escape);
     EXPECT_EQ(controller.alwaysOffer(), std::nullopt);
     // Emptied, it is still sent (and refused by the service); with no offer, an empty line
     // asks for the agent's own suggestions.
-    type({U'a'});
-    for (int i = 0; i < 6; ++i)
-        type({backspace});
-    type({enter});
-    Session bare = asking("bare", 10);
-    controller.setSessions({bare});
+    type(U'a' + std::u32string(6, backspace) + enter);
+    controller.setSessions({asking("bare", 10)});
     type({U'a'});
     EXPECT_EQ(controller.input(), "");
     type({enter});
     EXPECT_EQ(message(), "Always allowed: done");
-    const SessionKey bareKey{AgentKind::claude, "bare"};
-    EXPECT_EQ(actions.calls, (std::vector<Call>{{"allowAlways", shellKey, "make test:*"},
-                                                {"allowAlways", shellKey, ""},
-                                                {"allowAlways", bareKey, std::nullopt}}));
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"allowAlways", claude("shell"), "make test:*"},
+                                                {"allowAlways", claude("shell"), ""},
+                                                {"allowAlways", claude("bare"), std::nullopt}}));
 
     // Codex takes no lasting rule: the key says so and sends nothing.
     actions.calls.clear();
     controller.setSessions({asking("codex", 10, PendingKind::permission, AgentKind::codex)});
     type({U'a'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_NE(message().find("Codex takes no lasting rule"), std::string::npos) << message();
 
-    // A question: the allow key opens the form, a number chooses at once.
+    // A question: the allow key opens the form, a number chooses at once, and the form
+    // shows the options ticked and the one under the cursor.
     Session asks = asking("asks", 10);
-    asks.pending[0].questions = {{"Which colour?", {}, {{"Red", {}}, {"Blue", {}}}, false},
-                                 {"Which features?", {}, {{"Search", {}}, {"Sync", {}}}, true}};
+    asks.pending[0].questions = {
+        {"Which colour?", {}, {{"Red", {}}, {"Blue", {}}}, false},
+        {"Which features?", "Features", {{"Search", "Full text"}, {"Sync", {}}}, true}};
     controller.setSessions({asks});
+    EXPECT_TRUE(contains(screen().text(), "1–2 choose · y answer · n deny"));
     type({U'a'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse) << "questions are not always allowed";
+    EXPECT_EQ(controller.mode(), Mode::browse) << "questions are not always allowed";
     type({U'y'});
-    ASSERT_EQ(controller.mode(), ScreenController::Mode::question);
+    ASSERT_EQ(controller.mode(), Mode::question);
     type(U"2");
     EXPECT_EQ(controller.questionForm()->index(), 1u);
-    type(U"12");
-    type({enter});
-    type(U"1");
-    type(U"Both, please");
-    type({enter});
-    const SessionKey asksKey{AgentKind::claude, "asks"};
-    EXPECT_EQ(actions.calls, (std::vector<Call>{{"answer", asksKey, "Blue|Search, Sync"},
-                                                {"answer", asksKey, "Red|Both, please"}}));
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    type(U"2");
+    const Frame form = screen();
+    for (const char* part :
+         {"Question 2 of 2 · Features", "Which features?", "   [ ] 1 Search — Full text",
+          " › [x] 2 Sync", "Numbers or space tick, Enter sends"})
+        EXPECT_TRUE(contains(form.text(), part)) << part << "\n" << form.text();
+    EXPECT_TRUE(form.cursor);
+    type(U"1"s + enter + U"1Both, please" + enter);
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"answer", claude("asks"), "Blue|Search, Sync"},
+                                                {"answer", claude("asks"), "Red|Both, please"}}));
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_EQ(controller.questionForm(), nullptr);
     EXPECT_EQ(message(), "Answered: done");
 }
@@ -159,8 +144,8 @@ TEST_F(ScreenControllerTest, ConfiguredKeysReplaceTheDefaultsAndMayTakeABuiltInL
     type({U'y'});
     EXPECT_TRUE(actions.calls.empty()) << "the default key no longer allows";
     type({U'a', U's'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::denyMessage);
-    EXPECT_EQ(actions.calls, (std::vector<Call>{{"allow", {AgentKind::claude, "asks"}, {}}}));
+    EXPECT_EQ(controller.mode(), Mode::denyMessage);
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"allow", claude("asks"), {}}}));
 
     for (auto [allow, deny, shownAllow] :
          std::vector<std::array<std::string, 3>>{{"", "n", "y"},
@@ -181,13 +166,19 @@ TEST_F(ScreenControllerTest, ReplyLineOffersQuickRepliesOnTheNumberKeys) {
     controller.setSettings(settings);
     controller.setSessions({asking("codex", 0, PendingKind::reply, AgentKind::codex)});
     const SessionKey codex{AgentKind::codex, "codex"};
+    const std::string held = screen().text();
+    for (const char* part : {"Waiting for your reply · 5:00", "r reply · s let it stop"})
+        EXPECT_TRUE(contains(held, part)) << part;
 
     type({U'r'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::reply);
+    EXPECT_EQ(controller.mode(), Mode::reply);
+    const Frame line = screen();
+    for (const char* part : {"1 Continue working.", "2 Run the tests."})
+        EXPECT_TRUE(contains(line.text(), part)) << part;
+    EXPECT_TRUE(line.text(23).starts_with("Reply (Enter sends, Esc cancels): "));
     type({U'2'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
-    type({U'r', U'7'}); // no seventh quick reply: nothing is sent
-    type(U"Fix 2 bugs");
+    EXPECT_EQ(controller.mode(), Mode::browse);
+    type(U"r7Fix 2 bugs"); // no seventh quick reply: nothing is sent
     EXPECT_EQ(controller.input(), "Fix 2 bugs") << "numbers after the first character are text";
     type({enter, U'r', enter, escape, U's'}); // an empty reply is not sent
     EXPECT_EQ(actions.calls, (std::vector<Call>{{"reply", codex, "Run the tests."},
@@ -197,7 +188,7 @@ TEST_F(ScreenControllerTest, ReplyLineOffersQuickRepliesOnTheNumberKeys) {
 
     controller.setSessions({makeSession("busy", 0)});
     type({U'r', U's'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_EQ(message(), "Claude Code isn't waiting for a reply, so nothing was delivered.");
     EXPECT_EQ(actions.calls.size(), 3u);
 }
@@ -240,17 +231,31 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     type(U"xn");
     EXPECT_EQ(message(), "Kept.");
     type(U"x");
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::confirmForget);
+    EXPECT_EQ(controller.mode(), Mode::confirmForget);
+    EXPECT_TRUE(contains(screen().text(23), "Forget Claude Code session old? It leaves the list"));
     type(U"y");
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
 
-    // The settings view switches toggles and says how to change the rest.
+    // The frame says when alerts are paused; the settings view shows each value with its
+    // toggle and explanation, switches toggles and says how to change the rest.
+    TidewickSettings paused;
+    paused.gating.paused = paused.quietMode = true;
+    controller.setSettings(paused);
+    EXPECT_TRUE(contains(screen().text(0), " Paused "));
     type(U",");
     ASSERT_NE(controller.settingsView(), nullptr);
+    // Once the message of forgetting has gone, the status line tells the keys.
+    const Frame view = screen(80, 24, addSeconds(t0, ScreenController::messageSeconds));
+    EXPECT_TRUE(contains(view.text(1), "Settings"));
+    EXPECT_TRUE(contains(view.text(2), "▸ permissionTimeoutSeconds"));
+    for (const char* part :
+         {"gating.paused                     [on]  true",
+          "quietMode                         [on]  true", "How long a permission request is held"})
+        EXPECT_TRUE(contains(view.text(), part)) << part;
+    EXPECT_TRUE(contains(view.text(23), "Enter switch"));
     type({enter});
-    EXPECT_EQ(message(),
-              "Change permissionTimeoutSeconds with `tidewick settings set "
-              "permissionTimeoutSeconds VALUE`.");
+    EXPECT_EQ(message(), "Change permissionTimeoutSeconds with `tidewick settings set "
+                         "permissionTimeoutSeconds VALUE`.");
     type({down, U'j', U'j', enter, end, enter, up, up, up, enter, up, U' ', escape});
     EXPECT_EQ(controller.settingsView(), nullptr);
     const std::vector<Call> expected = {
@@ -264,16 +269,15 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     EXPECT_EQ(message(), "Change launchAtLogin with `tidewick settings set launchAtLogin VALUE`.")
         << "it installs a service: the command line sets it";
     // A sound goes round to the next one, and the last one to none.
-    type({U',', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j', U'j',
-          enter, down, down, enter, escape});
+    type(U',' + std::u32string(13, U'j') + enter + down + down + enter + escape);
     EXPECT_EQ(std::vector<Call>(controls.calls.end() - 2, controls.calls.end()),
               (std::vector<Call>{{"setting", {}, "alertSounds.finished=buzz"},
                                  {"setting", {}, "alertSounds.usageLimit=none"}}));
 
-    // A refusal is shown as a warning and changes nothing shown.
+    // A refusal is shown as a warning and changes nothing shown: still paused.
     controls.result = ControlResult::refused("Tidewick couldn't read its settings.");
     type(U"p");
-    EXPECT_FALSE(controller.settings().gating.paused);
+    EXPECT_TRUE(controller.settings().gating.paused);
     EXPECT_EQ(controller.message(t0)->tone, ScreenController::Tone::warning);
 }
 
@@ -281,22 +285,29 @@ TEST_F(ScreenControllerTest, QuitAsksFirstWhileRequestsAreHeld) {
     // With nothing held q quits at once: the terminal test presses it so.
     controller.setSessions({asking("a", 0)});
     EXPECT_EQ(press('q'), ScreenController::Outcome::stay);
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::confirmQuit);
+    EXPECT_EQ(controller.mode(), Mode::confirmQuit);
+    EXPECT_TRUE(contains(screen().text(23), "1 request is held. Quit anyway?"));
     EXPECT_EQ(press('n'), ScreenController::Outcome::stay);
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_TRUE(actions.calls.empty()) << "the answer to the question is not a denial";
     type({U'q'});
     EXPECT_EQ(press('y'), ScreenController::Outcome::quit);
 
     type({U'?'});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::help);
+    EXPECT_EQ(controller.mode(), Mode::help);
+    const std::string help = screen().text();
+    EXPECT_TRUE(contains(help, "allow the selected session's permission request"));
+    EXPECT_TRUE(contains(help, "4           Explain what you changed."));
     EXPECT_EQ(press('q'), ScreenController::Outcome::stay) << "any key only closes the keys";
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
 
     // An interface attached to an application elsewhere leaves its requests held: no question.
     ScreenController attached(actions, ScreenController::Quitting::leavesRequestsHeld);
     attached.setSessions({asking("a", 0)});
     EXPECT_EQ(attached.handleKey(Key::of('q'), t0), ScreenController::Outcome::quit);
+    (void)attached.handleKey(Key::of('?'), t0);
+    EXPECT_TRUE(contains(layoutScreen(attached, t0, 80, 24).text(),
+                         "close this window; Tidewick keeps running and holding requests"));
 }
 
 TEST_F(ScreenControllerTest, ABannerAnnouncesRequestsHeldOutOfViewAndTabGoesThere) {
@@ -317,6 +328,10 @@ TEST_F(ScreenControllerTest, ABannerAnnouncesRequestsHeldOutOfViewAndTabGoesTher
     api.projectPath.reset();
     controller.setSessions({quiet, held, webshop});
     EXPECT_EQ(banner(), "Claude Code · webshop needs permission — Tab to go there");
+    const Frame top = screen();
+    expectExactSize(top, 80, 24);
+    EXPECT_TRUE(top.text(0).starts_with(" ● " + banner() + "  ")) << top.text(0);
+    EXPECT_EQ(top.lines[0][0].style, Style::banner);
     controller.setSessions({quiet, held, webshop, api});
     EXPECT_EQ(banner(), "Codex is waiting for your reply (+1 more) — Tab to go there");
     EXPECT_EQ(selectedId(), "quiet") << "the banner never moves the selection by itself";
@@ -327,23 +342,21 @@ TEST_F(ScreenControllerTest, ABannerAnnouncesRequestsHeldOutOfViewAndTabGoesTher
 
     // While a line is typed keys keep going to it; Tab leaves it for the banner's session
     // and the line waits for its own request to be answered again.
-    type({home, U'n'});
-    type(U"not yet");
+    type(home + U"nnot yet"s);
     const Session late = asking("late", 40);
     controller.setSessions({quiet, held, webshop, api, late});
     EXPECT_EQ(banner(), "Claude Code · late needs permission (+1 more) — Tab to go there");
     type(U"!");
     EXPECT_EQ(controller.input(), "not yet!");
     type({tab});
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_EQ(selectedId(), "late");
     EXPECT_EQ(message(), "What you typed for Claude Code is kept until you answer it.");
     type({home, U'n'});
     EXPECT_EQ(selectedId(), "held");
     EXPECT_EQ(controller.input(), "not yet!");
     type({enter});
-    EXPECT_EQ(actions.calls,
-              (std::vector<Call>{{"deny", {AgentKind::claude, "held"}, "not yet!"}}));
+    EXPECT_EQ(actions.calls, (std::vector<Call>{{"deny", claude("held"), "not yet!"}}));
 
     // The answer brings the top row into view, webshop's: its banner has done its job.
     controller.setSessions({quiet, webshop, api, late});
@@ -387,13 +400,13 @@ TEST_F(ScreenControllerTest, GlowLastsWhileTheAlertedRequestIsHeldAndMessagesExp
     controller.showMessage("hello", ScreenController::Tone::info, t0);
     EXPECT_TRUE(controller.message(addSeconds(t0, ScreenController::messageSeconds - 0.1)));
     EXPECT_FALSE(controller.message(addSeconds(t0, ScreenController::messageSeconds)));
+
+    // A notice stays on the status line, ahead of messages, until it is cleared.
+    controller.setNotice("Tidewick isn't running any more.");
+    EXPECT_TRUE(screen().text(23).starts_with("Tidewick isn't running")) << screen().text(23);
+    controller.setNotice(std::nullopt);
+    EXPECT_TRUE(screen().text(23).starts_with("hello")) << screen().text(23);
 }
-
-} // namespace
-} // namespace tidewick
-
-namespace tidewick {
-namespace {
 
 TEST_F(ScreenControllerTest, ContinueEndAndGoToAskFirstAndSayWhatHappened) {
     Session finished = makeSession("done", 3);
@@ -409,7 +422,7 @@ TEST_F(ScreenControllerTest, ContinueEndAndGoToAskFirstAndSayWhatHappened) {
     // A session at work is neither replied to nor continued.
     controller.setSessions({busy});
     type(U"r");
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_EQ(message(), "Claude Code is still working on this session: wait for its turn to "
                          "end, or end it first.");
     type(U"g");
@@ -417,8 +430,8 @@ TEST_F(ScreenControllerTest, ContinueEndAndGoToAskFirstAndSayWhatHappened) {
 
     // A reply to a session holding nothing starts its agent once confirmed.
     controller.setSessions({finished});
-    type(U"rgo on" + std::u32string(1, enter));
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::confirmAction);
+    type(U"rgo on"s + enter);
+    EXPECT_EQ(controller.mode(), Mode::confirmAction);
     EXPECT_EQ(controller.question(), "Start Claude Code to continue this session with your reply?");
     type(U"n");
     EXPECT_TRUE(actions.calls.empty());
@@ -432,7 +445,7 @@ TEST_F(ScreenControllerTest, ContinueEndAndGoToAskFirstAndSayWhatHappened) {
     EXPECT_EQ(actions.calls, (std::vector<Call>{{"end", done, std::nullopt}}));
     controller.setSessions({ended});
     type(U"e");
-    EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
+    EXPECT_EQ(controller.mode(), Mode::browse);
     EXPECT_EQ(message(), "That Claude Code session has already ended.");
 
     // Going to the agent: its pane when the switch works, else where it runs.

@@ -2,9 +2,6 @@
 // lines opened up, moving, searching, what is new since the last reading, and
 // the keys that open it and write a handoff from the session list.
 #include "TranscriptView.h"
-#include "DisplayText.h"
-#include "Layout.h"
-#include "ScreenController.h"
 #include "TranscriptAccess.h"
 #include "UITestSupport.h"
 #include "transcripts/Handoff.h"
@@ -17,7 +14,8 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
+
+using namespace tidewick::testing;
 
 TranscriptEntry entry(TranscriptRole role, std::string text, std::int64_t position) {
     TranscriptEntry made;
@@ -31,8 +29,7 @@ TranscriptEntry call(std::string summary, std::optional<std::string> result, boo
                      std::int64_t position) {
     TranscriptEntry made = entry(TranscriptRole::tool, "", position);
     made.tool.emplace();
-    made.tool->id = summary;
-    made.tool->summary = std::move(summary);
+    made.tool->id = made.tool->summary = std::move(summary);
     made.tool->input = "make -j2 install";
     made.tool->result = std::move(result);
     made.tool->failed = failed;
@@ -50,11 +47,11 @@ Transcript sample() {
     transcript.userMessages = 1;
     transcript.toolCalls = 2;
     transcript.failedToolCalls = 1;
-    SubagentThread thread;
-    thread.id = "a5709cbc8bc982a96";
-    thread.description = "Sub task";
-    thread.entries = {entry(TranscriptRole::agent, "Listed the files.", 0)};
-    transcript.subagents.push_back(thread);
+    transcript.subagents = {{"a5709cbc8bc982a96",
+                             "Sub task",
+                             std::nullopt,
+                             {entry(TranscriptRole::agent, "Listed the files.", 0)},
+                             {}}};
     return transcript;
 }
 
@@ -82,56 +79,46 @@ TEST(TranscriptView, OneLinePerEntryEachFillingTheWidth) {
                             "Agent    Fixed the Makefile.", "Tool     … Run make install",
                             "System   Sub-agent a5709cbc — Sub task",
                             "Agent    Listed the files."));
-    for (const FrameLine& line : view.lines(60, 20)) {
-        int width = 0;
-        for (const Segment& segment : line)
-            width += DisplayText::width(segment.text);
-        EXPECT_EQ(width, 60);
-    }
+    Frame frame;
+    frame.lines = view.lines(60, 20);
+    expectExactSize(frame, 60, 6);
+}
+
+/// Presses each of `keys` in `view`, each leaving it open.
+void type(TranscriptView& view, const std::u32string& keys) {
+    for (char32_t key : keys)
+        EXPECT_EQ(view.handleKey(keyOf(key)), TranscriptView::Outcome::stay);
 }
 
 TEST(TranscriptView, KeysMoveSearchOpenLinesAndClose) {
     TranscriptView view(sample(), std::nullopt);
-
+    const auto find = [](std::u32string text) { return U"/" + text + enter; };
     struct Step {
-        std::vector<Key> keys;
+        std::u32string keys;
         std::size_t selected;
         std::string notice;
     };
-    const auto type = [](std::string text) {
-        std::vector<Key> keys = {Key::of('/')};
-        for (char c : text)
-            keys.push_back(Key::of(static_cast<char32_t>(c)));
-        keys.push_back(Key::special(Key::Kind::enter));
-        return keys;
-    };
-    // clang-format off
     const Step steps[] = {
-        {{Key::special(Key::Kind::up), Key::of('k')}, 1, ""},
-        {{Key::special(Key::Kind::home)}, 0, ""},
-        {type("MAKEFILE"), 2, ""},
-        {type("no rule"), 1, ""},               // found in a result
-        {{Key::of('n')}, 1, ""},                // the only match: found again
-        {type("listed"), 5, ""},                // in a sub-agent
-        {{Key::of('N')}, 5, ""},
-        {type("nowhere"), 5, "No match for “nowhere”."},
-        {{Key::special(Key::Kind::pageUp)}, 0, "No match for “nowhere”."},
-        {{Key::special(Key::Kind::end), Key::of('j')}, 5, "No match for “nowhere”."},
+        {{up, U'k'}, 1, ""},
+        {{home}, 0, ""},
+        {find(U"MAKEFILE"), 2, ""},
+        {find(U"no rule"), 1, ""}, // found in a result
+        {U"n", 1, ""},             // the only match: found again
+        {find(U"listed"), 5, ""},  // in a sub-agent
+        {U"N", 5, ""},
+        {find(U"nowhere"), 5, "No match for “nowhere”."},
+        {{pageUp}, 0, "No match for “nowhere”."},
+        {{end, U'j'}, 5, "No match for “nowhere”."},
     };
-    // clang-format on
     for (std::size_t i = 0; i < std::size(steps); ++i) {
         SCOPED_TRACE(i);
-        const Step& step = steps[i];
-        for (const Key& key : step.keys)
-            EXPECT_EQ(view.handleKey(key), TranscriptView::Outcome::stay);
-        EXPECT_EQ(view.selected(), step.selected);
-        EXPECT_EQ(view.notice(), step.notice);
+        type(view, steps[i].keys);
+        EXPECT_EQ(view.selected(), steps[i].selected);
+        EXPECT_EQ(view.notice(), steps[i].notice);
     }
 
     // Enter opens the selected line: the whole command and result under it.
-    (void)view.handleKey(Key::special(Key::Kind::home));
-    (void)view.handleKey(Key::of('j'));
-    (void)view.handleKey(Key::special(Key::Kind::enter));
+    type(view, {home, U'j', enter});
     EXPECT_TRUE(view.isExpanded(1));
     const std::vector<std::string> opened = texts(view.lines(60, 20));
     ASSERT_GE(opened.size(), 5u);
@@ -139,14 +126,13 @@ TEST(TranscriptView, KeysMoveSearchOpenLinesAndClose) {
     EXPECT_THAT(opened[2], HasSubstr("make -j2 install"));
     EXPECT_THAT(opened[3], HasSubstr("make: *** No rule"));
     EXPECT_THAT(opened[4], HasSubstr("second line"));
-    (void)view.handleKey(Key::of(' '));
+    type(view, U" ");
     EXPECT_FALSE(view.isExpanded(1));
 
     // Typing a search takes every key, Esc included, until it ends.
-    (void)view.handleKey(Key::of('/'));
+    type(view, U"/");
     EXPECT_TRUE(view.isSearching());
-    EXPECT_EQ(view.handleKey(Key::of('q')), TranscriptView::Outcome::stay);
-    EXPECT_EQ(view.handleKey(Key::special(Key::Kind::escape)), TranscriptView::Outcome::stay);
+    type(view, {U'q', escape});
     EXPECT_FALSE(view.isSearching());
     for (Key close : {Key::of('t'), Key::of('q'), Key::special(Key::Kind::escape)})
         EXPECT_EQ(view.handleKey(close), TranscriptView::Outcome::close);
@@ -183,44 +169,41 @@ public:
     std::vector<std::pair<std::string, std::int64_t>> marked;
 };
 
-TEST(TranscriptView, TheSessionListOpensTheTranscriptAndWritesHandoffs) {
-    testing::RecordingActions actions;
-    ScreenController controller(actions);
-    const Date now = dateFromSeconds(1000);
+using TranscriptViewTest = UITest;
+
+TEST_F(TranscriptViewTest, TheSessionListOpensTheTranscriptAndWritesHandoffs) {
     // Without access the keys say so.
-    (void)controller.handleKey(Key::of('t'), now);
-    EXPECT_EQ(controller.message(now)->text, "No session is selected.");
-    Session session;
-    session.key = {AgentKind::claude, "bc2ae821-aea9"};
-    controller.setSessions({session}, now);
-    (void)controller.handleKey(Key::of('t'), now);
-    EXPECT_EQ(controller.message(now)->text, "Transcripts are not available here.");
+    type(U"t");
+    EXPECT_EQ(message(), "No session is selected.");
+    controller.setSessions({makeSession("bc2ae821-aea9")});
+    type(U"t");
+    EXPECT_EQ(message(), "Transcripts are not available here.");
 
     FakeTranscripts transcripts;
     controller.setTranscriptAccess(&transcripts);
-    (void)controller.handleKey(Key::of('t'), now);
+    type(U"t");
     ASSERT_EQ(controller.mode(), ScreenController::Mode::transcript);
     EXPECT_EQ(transcripts.marked,
               (std::vector<std::pair<std::string, std::int64_t>>{{"bc2ae821-aea9", 4242}}));
-    const Frame frame = layoutScreen(controller, now, 80, 16);
+    const Frame frame = screen(80, 16);
     EXPECT_THAT(frame.text(1), HasSubstr("Transcript · Claude Code session bc2ae821"));
     EXPECT_THAT(frame.text(), HasSubstr("✗ Run make"));
     EXPECT_THAT(frame.text(15), HasSubstr("/ search"));
 
     // h writes the handoff of the session shown, from the transcript or the list.
-    (void)controller.handleKey(Key::of('h'), now);
-    EXPECT_EQ(controller.message(now)->text, "Handoff written to /h/bc2ae821-aea9.md");
-    EXPECT_EQ(controller.message(now)->tone, ScreenController::Tone::success);
-    (void)controller.handleKey(Key::of('t'), now);
+    type(U"h");
+    EXPECT_EQ(message(), "Handoff written to /h/bc2ae821-aea9.md");
+    EXPECT_EQ(controller.message(t0)->tone, ScreenController::Tone::success);
+    type(U"t");
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
     EXPECT_EQ(controller.transcript(), nullptr);
     transcripts.available = false;
-    (void)controller.handleKey(Key::of('h'), now);
-    EXPECT_EQ(controller.message(now)->text, "Tidewick couldn't write the handoff.");
-    (void)controller.handleKey(Key::of('t'), now);
+    type(U"h");
+    EXPECT_EQ(message(), "Tidewick couldn't write the handoff.");
+    type(U"t");
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
-    EXPECT_EQ(controller.message(now)->text, "Tidewick couldn't find it.");
-    EXPECT_EQ(controller.message(now)->tone, ScreenController::Tone::warning);
+    EXPECT_EQ(message(), "Tidewick couldn't find it.");
+    EXPECT_EQ(controller.message(t0)->tone, ScreenController::Tone::warning);
 }
 
 } // namespace

@@ -1,10 +1,15 @@
 // Helpers shared by the terminal UI tests: sessions and held requests at a fixed
-// moment, and a stand-in for the service that records what the keys asked for.
+// moment, a stand-in for the service that records what the keys asked for, and a
+// session list driven by typed keys.
 #pragma once
 
+#include "DisplayText.h"
+#include "Layout.h"
+#include "ScreenController.h"
 #include "service/ApplicationControls.h"
 #include "service/SessionActions.h"
 
+#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <vector>
@@ -56,6 +61,11 @@ struct UICall {
     friend bool operator==(const UICall&, const UICall&) = default;
 };
 
+/// The key of Claude Code's session `id`.
+inline SessionKey claude(std::string id) {
+    return {AgentKind::claude, std::move(id)};
+}
+
 /// Records every decision; each is delivered while `delivered` is true.
 class RecordingActions : public SessionActions {
 public:
@@ -63,41 +73,40 @@ public:
     std::vector<HeldRequest> pendingRequests() const override { return {}; }
     bool answerPermission(const SessionKey& session, SessionActions::Answer answer,
                           std::optional<std::string> message) override {
-        calls.push_back({answer == SessionActions::Answer::allow ? "allow" : "deny", session,
-                         std::move(message)});
-        return delivered;
+        return record({answer == Answer::allow ? "allow" : "deny", session, std::move(message)});
     }
     Delivery allowAlways(const SessionKey& session, std::optional<std::string> rule) override {
-        calls.push_back({"allowAlways", session, std::move(rule)});
-        return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
+        return delivery({"allowAlways", session, std::move(rule)});
     }
     Delivery answerQuestions(const SessionKey& session, std::vector<std::string> answers) override {
         std::string joined;
         for (const std::string& answer : answers)
             joined += (joined.empty() ? "" : "|") + answer;
-        calls.push_back({"answer", session, joined});
-        return {delivered ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld, "done"};
+        return delivery({"answer", session, joined});
     }
     bool reply(const SessionKey& session, std::string text) override {
-        calls.push_back({"reply", session, std::move(text)});
-        return delivered;
+        return record({"reply", session, std::move(text)});
     }
-    bool letStop(const SessionKey& session) override {
-        calls.push_back({"letStop", session, std::nullopt});
-        return delivered;
-    }
-
+    bool letStop(const SessionKey& session) override { return record({"letStop", session, {}}); }
     Result continueSession(const SessionKey& session, std::string text) override {
-        calls.push_back({"continue", session, std::move(text)});
-        return {delivered, "continue said"};
+        return {record({"continue", session, std::move(text)}), "continue said"};
     }
     Result endSession(const SessionKey& session) override {
-        calls.push_back({"end", session, std::nullopt});
-        return {delivered, "end said"};
+        return {record({"end", session, {}}), "end said"};
     }
 
     std::vector<UICall> calls;
     bool delivered = true;
+
+private:
+    bool record(UICall call) {
+        calls.push_back(std::move(call));
+        return delivered;
+    }
+    Delivery delivery(UICall call) {
+        return {record(std::move(call)) ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld,
+                "done"};
+    }
 };
 
 /// Records every pause, setting and forgetting; each answers `result`.
@@ -125,5 +134,55 @@ private:
         return result;
     }
 };
+
+// Special keys written among typed characters, as code points of the private-use area.
+inline constexpr char32_t up = 0xE000, down = 0xE001, pageUp = 0xE002, pageDown = 0xE003,
+                          home = 0xE004, end = 0xE005, enter = 0xE006, escape = 0xE007,
+                          backspace = 0xE008, tab = 0xE009;
+
+/// The key `c` stands for: one of the special keys above, else the typed character.
+inline Key keyOf(char32_t c) {
+    constexpr Key::Kind specials[] = {
+        Key::Kind::up,  Key::Kind::down,  Key::Kind::pageUp, Key::Kind::pageDown,  Key::Kind::home,
+        Key::Kind::end, Key::Kind::enter, Key::Kind::escape, Key::Kind::backspace, Key::Kind::tab};
+    return c >= up && c <= tab ? Key::special(specials[c - up]) : Key::of(c);
+}
+
+/// A session list over recording actions, driven by typed keys at t0.
+class UITest : public ::testing::Test {
+protected:
+    ScreenController::Outcome press(char32_t c) { return controller.handleKey(keyOf(c), t0); }
+    /// Presses each of `keys`: typed text and the special keys above alike.
+    void type(const std::u32string& keys) {
+        for (char32_t c : keys)
+            (void)press(c);
+    }
+    /// The message shown at t0; empty when none is.
+    std::string message() {
+        auto shown = controller.message(t0);
+        return shown ? shown->text : "";
+    }
+    std::string selectedId() { return controller.selected()->key.sessionId; }
+    /// The screen drawn at `now` on a terminal of `width` × `height`.
+    Frame screen(int width = 80, int height = 24, Date now = t0, LayoutOptions options = {}) {
+        return layoutScreen(controller, now, width, height, options);
+    }
+
+    RecordingActions actions;
+    ScreenController controller{actions};
+};
+
+/// Fails unless `frame` has `height` lines each exactly `width` columns wide.
+inline void expectExactSize(const Frame& frame, int width, int height) {
+    ASSERT_EQ(static_cast<int>(frame.lines.size()), height);
+    for (int row = 0; row < height; ++row)
+        EXPECT_EQ(DisplayText::width(frame.text(row)), width)
+            << "row " << row << ": " << frame.text(row);
+}
+
+/// Whether `text` holds `part`.
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 } // namespace tidewick::testing

@@ -1,9 +1,7 @@
 // The usage limits on screen: the header's bars over the session list, and the
 // view the key u opens with every window and the sessions' token use.
-#include "Layout.h"
 #include "UsageAccess.h"
 
-#include "DisplayText.h"
 #include "UITestSupport.h"
 
 #include <gtest/gtest.h>
@@ -53,24 +51,23 @@ std::vector<Style> stylesOf(const FrameLine& line, const std::string& part) {
     return styles;
 }
 
-TEST(UsageView, TheHeaderShowsEachWindowColouredByLevelAndUOpensTheWholeReport) {
-    RecordingActions actions;
-    ScreenController controller(actions);
+using UsageViewTest = UITest;
+
+TEST_F(UsageViewTest, TheHeaderShowsEachWindowColouredByLevelAndUOpensTheWholeReport) {
     FakeUsage usage;
     controller.setSessions({makeSession("webshop"), makeSession("api", 20, AgentKind::codex)});
 
     // No figures at all: no header line.
     controller.setUsage({codexWithout()});
-    EXPECT_TRUE(layoutScreen(controller, t0, 100, 24).text(1).find("AGENT") != std::string::npos);
+    EXPECT_TRUE(contains(screen(100, 24).text(1), "AGENT"));
 
     controller.setUsage(usage.agents({}));
-    Frame frame = layoutScreen(controller, t0, 100, 24);
+    const Frame frame = screen(100, 24);
     const std::string header = frame.text(1);
-    EXPECT_NE(
-        header.find("Claude Code  5h █████░ 93% 2h 10m  7d ████░░ 71% 3d  7d opus ░░░░░░ reset"),
-        std::string::npos)
+    EXPECT_TRUE(contains(
+        header, "Claude Code  5h █████░ 93% 2h 10m  7d ████░░ 71% 3d  7d opus ░░░░░░ reset"))
         << header;
-    EXPECT_EQ(header.find("Codex"), std::string::npos) << "an agent without figures is left out";
+    EXPECT_FALSE(contains(header, "Codex")) << "an agent without figures is left out";
     struct Row {
         std::string part;
         Style style;
@@ -81,34 +78,30 @@ TEST(UsageView, TheHeaderShowsEachWindowColouredByLevelAndUOpensTheWholeReport) 
         EXPECT_EQ(stylesOf(frame.lines.at(1), row.part), std::vector<Style>{row.style});
     }
     // A narrow terminal shows the windows that fit whole.
-    const std::string narrow = layoutScreen(controller, t0, 50, 24).text(1);
-    EXPECT_NE(narrow.find("5h █████░ 93% 2h 10m"), std::string::npos) << narrow;
-    EXPECT_EQ(narrow.find("71"), std::string::npos) << narrow;
+    const std::string narrow = screen(50, 24).text(1);
+    EXPECT_TRUE(contains(narrow, "5h █████░ 93% 2h 10m")) << narrow;
+    EXPECT_FALSE(contains(narrow, "71")) << narrow;
 
     // Without access the key says so; with it the view lists everything.
-    (void)controller.handleKey(Key::of('u'), t0);
+    type(U"u");
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
-    ASSERT_TRUE(controller.message(t0));
-    EXPECT_EQ(controller.message(t0)->text, "Usage figures are not available here.");
+    EXPECT_EQ(message(), "Usage figures are not available here.");
     controller.setUsageAccess(&usage);
-    (void)controller.handleKey(Key::of('u'), t0);
+    type(U"u");
     ASSERT_EQ(controller.mode(), ScreenController::Mode::usage);
-    frame = layoutScreen(controller, t0, 100, 24);
-    const std::string screen = frame.text();
+    const std::string report = screen(100, 24).text();
     for (const char* part :
          {"Usage limits", "Claude Code · as of 2m ago",
           "5h ██████████████████░░ 93%  resets in 2h 10m", "7d opus ░░░░░░░░░░░░░░░░░░░░ reset",
           "Codex", "No figures from Codex yet.", "Tokens by session", "webshop",
           "1,234 tokens (1,200 in, 34 out)", "↑↓ scroll  u back"}) {
         SCOPED_TRACE(part);
-        EXPECT_NE(screen.find(part), std::string::npos) << screen;
+        EXPECT_TRUE(contains(report, part)) << report;
     }
     // Scrolling stops at the last line; u goes back to the sessions.
-    for (int i = 0; i < 50; ++i)
-        (void)controller.handleKey(Key::special(Key::Kind::down), t0);
-    (void)controller.handleKey(Key::special(Key::Kind::up), t0);
+    type(std::u32string(50, down) + up);
     EXPECT_EQ(controller.usageScroll(), 8U); // ten lines: down stops at 9, up goes to 8
-    (void)controller.handleKey(Key::of('u'), t0);
+    type(U"u");
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
     EXPECT_FALSE(controller.usageReport());
 }
