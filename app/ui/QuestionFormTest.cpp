@@ -21,14 +21,14 @@ TEST(QuestionForm, NumbersSpaceAndTypingAnswerEachQuestionInTurn) {
         std::vector<std::string> answers;
     };
     const Case cases[] = {
-        {"a number chooses, ticks then Enter", U"231" + std::u32string{enter}, QuestionForm::Step::done, {"Blue", "Search, Maps"}},
-        {"the cursor and space", std::u32string{down, enter, down, down} + U" " + std::u32string{up, enter}, QuestionForm::Step::done, {"Blue", "Maps"}},
+        {"a number chooses, ticks then Enter", keys(U"231", enter), QuestionForm::Step::done, {"Blue", "Search, Maps"}},
+        {"the cursor and space", keys(down, enter, down, down, U' ', up, enter), QuestionForm::Step::done, {"Blue", "Maps"}},
         {"Enter alone takes the option under the cursor", std::u32string{enter, enter}, QuestionForm::Step::done, {"Red", "Search"}},
-        {"typed words, a typed label", U"Green, please" + std::u32string{enter} + U"sync" + std::u32string{enter}, QuestionForm::Step::done, {"Green, please", "Sync"}},
+        {"typed words, a typed label", keys(U"Green, please", enter, U"sync", enter), QuestionForm::Step::done, {"Green, please", "Sync"}},
         {"a number out of range, a tick taken back", U"1922", QuestionForm::Step::editing, {"Red"}},
-        {"Backspace goes back a question", U"1" + std::u32string{backspace} + U"2", QuestionForm::Step::editing, {"Blue"}},
-        {"Backspace edits the typed answer", U"Grey" + std::u32string{backspace, enter}, QuestionForm::Step::editing, {"Gre"}},
-        {"Esc cancels", U"1" + std::u32string{escape}, QuestionForm::Step::cancelled, {"Red"}},
+        {"Backspace goes back a question", keys(U'1', backspace, U'2'), QuestionForm::Step::editing, {"Blue"}},
+        {"Backspace edits the typed answer", keys(U"Grey", backspace, enter), QuestionForm::Step::editing, {"Gre"}},
+        {"Esc cancels", keys(U'1', escape), QuestionForm::Step::cancelled, {"Red"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -85,11 +85,11 @@ TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNu
                              "still asks when such a command redirects output",
                              "Always allow — Enter sends, Esc cancels: make:*"})
         EXPECT_TRUE(contains(offer, part)) << part << "\n" << offer;
-    type(std::u32string{backspace, backspace} + U" test:*" + enter + U'a' + escape);
+    type(keys(backspace, backspace, U" test:*", enter, U'a', escape));
     EXPECT_EQ(controller.alwaysOffer(), std::nullopt);
     // Emptied, it is still sent (and refused by the service); with no offer, an empty line
     // asks for the agent's own suggestions.
-    type(U'a' + std::u32string(6, backspace) + enter);
+    type(keys(U'a', std::u32string(6, backspace), enter));
     controller.setSessions({asking("bare", 10)});
     type({U'a'});
     EXPECT_EQ(controller.input(), "");
@@ -127,7 +127,7 @@ TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNu
           " › [x] 2 Sync", "Numbers or space tick, Enter sends"})
         EXPECT_TRUE(contains(form.text(), part)) << part << "\n" << form.text();
     EXPECT_TRUE(form.cursor);
-    type(U"1"s + enter + U"1Both, please" + enter);
+    type(keys(U'1', enter, U"1Both, please", enter));
     EXPECT_EQ(actions.calls, (std::vector<Call>{{"answer", claude("asks"), "Blue|Search, Sync"},
                                                 {"answer", claude("asks"), "Red|Both, please"}}));
     EXPECT_EQ(controller.mode(), Mode::browse);
@@ -269,7 +269,7 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     EXPECT_EQ(message(), "Change launchAtLogin with `tidewick settings set launchAtLogin VALUE`.")
         << "it installs a service: the command line sets it";
     // A sound goes round to the next one, and the last one to none.
-    type(U',' + std::u32string(13, U'j') + enter + down + down + enter + escape);
+    type(keys(U',', std::u32string(13, U'j'), enter, down, down, enter, escape));
     EXPECT_EQ(std::vector<Call>(controls.calls.end() - 2, controls.calls.end()),
               (std::vector<Call>{{"setting", {}, "alertSounds.finished=buzz"},
                                  {"setting", {}, "alertSounds.usageLimit=none"}}));
@@ -342,7 +342,7 @@ TEST_F(ScreenControllerTest, ABannerAnnouncesRequestsHeldOutOfViewAndTabGoesTher
 
     // While a line is typed keys keep going to it; Tab leaves it for the banner's session
     // and the line waits for its own request to be answered again.
-    type(home + U"nnot yet"s);
+    type(keys(home, U"nnot yet"));
     const Session late = asking("late", 40);
     controller.setSessions({quiet, held, webshop, api, late});
     EXPECT_EQ(banner(), "Claude Code · late needs permission (+1 more) — Tab to go there");
@@ -430,7 +430,7 @@ TEST_F(ScreenControllerTest, ContinueEndAndGoToAskFirstAndSayWhatHappened) {
 
     // A reply to a session holding nothing starts its agent once confirmed.
     controller.setSessions({finished});
-    type(U"rgo on"s + enter);
+    type(keys(U"rgo on", enter));
     EXPECT_EQ(controller.mode(), Mode::confirmAction);
     EXPECT_EQ(controller.question(), "Start Claude Code to continue this session with your reply?");
     type(U"n");

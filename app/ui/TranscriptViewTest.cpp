@@ -92,7 +92,7 @@ void type(TranscriptView& view, const std::u32string& keys) {
 
 TEST(TranscriptView, KeysMoveSearchOpenLinesAndClose) {
     TranscriptView view(sample(), std::nullopt);
-    const auto find = [](std::u32string text) { return U"/" + text + enter; };
+    const auto find = [](std::u32string_view text) { return keys(U'/', text, enter); };
     struct Step {
         std::u32string keys;
         std::size_t selected;

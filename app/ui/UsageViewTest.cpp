@@ -99,7 +99,7 @@ TEST_F(UsageViewTest, TheHeaderShowsEachWindowColouredByLevelAndUOpensTheWholeRe
         EXPECT_TRUE(contains(report, part)) << report;
     }
     // Scrolling stops at the last line; u goes back to the sessions.
-    type(std::u32string(50, down) + up);
+    type(keys(std::u32string(50, down), up));
     EXPECT_EQ(controller.usageScroll(), 8U); // ten lines: down stops at 9, up goes to 8
     type(U"u");
     EXPECT_EQ(controller.mode(), ScreenController::Mode::browse);
