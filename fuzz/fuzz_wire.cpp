@@ -7,7 +7,7 @@ using namespace tidewick;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view line = fuzz::text(data, size);
-    // The seeds carry this secret.
+    // The starting inputs carry this secret.
     constexpr std::string_view secret = "fuzz-secret";
     if (const std::optional<HookRequest> request = Wire::decode(line, secret)) {
         std::string again = Wire::encode(*request, secret);

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Writes the seed inputs of the fuzz programs into fuzz/corpus/<surface>/.
+"""Writes the starting inputs of the fuzz programs into fuzz/corpus/<surface>/.
 
-The seeds are made from the agents' recorded payloads in ../shared/fixtures/
+They are made from the agents' recorded payloads in ../shared/fixtures/
 (beside the repository), cut to a few kilobytes each, plus a few hand-made
 inputs for what the recordings do not cover (Cursor and Antigravity payloads,
 configuration files, the control protocol). Run it again when the recordings
-change; the seeds themselves are kept in the repository.
+change; the inputs themselves are kept in the repository.
 
 Usage: fuzz/make_corpora.py [fixtures folder, default ../shared/fixtures]
 """
@@ -20,17 +20,17 @@ import sys
 HERE = os.path.dirname(os.path.abspath(__file__))
 SECRET = "fuzz-secret"  # the secret the fuzz programs expect
 CONTROL_VERSION = 2  # the control protocol's version
-MAX_SEED = 4096
+MAX_INPUT = 4096
 
 
 def write(surface, text):
     data = text.encode() if isinstance(text, str) else text
-    data = data[:MAX_SEED]
+    data = data[:MAX_INPUT]
     folder = os.path.join(HERE, "corpus", surface)
     os.makedirs(folder, exist_ok=True)
     name = hashlib.sha1(data).hexdigest()[:16]
-    with open(os.path.join(folder, name), "wb") as seed:
-        seed.write(data)
+    with open(os.path.join(folder, name), "wb") as out:
+        out.write(data)
 
 
 def compact(value):
@@ -79,11 +79,11 @@ CONFIGS = [
 def main():
     fixtures = os.path.abspath(sys.argv[1] if len(sys.argv) > 1
                                else os.path.join(HERE, "..", "..", "shared", "fixtures"))
-    # Seeds made here are named by their hash; inputs kept by hand (the ones that once
+    # Inputs made here are named by their hash; inputs kept by hand (the ones that once
     # broke a program) have names of their own and stay.
-    for seed in glob.glob(os.path.join(HERE, "corpus", "*", "*")):
-        if re.fullmatch(r"[0-9a-f]{16}", os.path.basename(seed)):
-            os.remove(seed)
+    for made in glob.glob(os.path.join(HERE, "corpus", "*", "*")):
+        if re.fullmatch(r"[0-9a-f]{16}", os.path.basename(made)):
+            os.remove(made)
     events = list(recorded(fixtures))
 
     for path in sorted(glob.glob(os.path.join(fixtures, "**", "*.json*"), recursive=True)):

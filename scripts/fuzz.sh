@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer programs with clang (the fuzz preset: AddressSanitizer and
 # UndefinedBehaviorSanitizer; it also builds the whole core library and the hook
-# command, which must compile with clang too) and runs each one on its seeds
+# command, which must compile with clang too) and runs each one on its starting inputs
 # in fuzz/corpus/<surface>/ for a while: 20 s each by default, or the seconds given
 # as the first argument. Two run at a time. New inputs go to a scratch folder, so
-# the seeds in the repository stay as they are; an input that breaks a program is
+# the inputs in the repository stay as they are; an input that breaks a program is
 # kept as build/fuzz/crash-<surface>-… and the script fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -21,5 +21,5 @@ ctest --preset tsan -j"$jobs"
 # What someone without the presets gets: a plain Release build and install.
 scripts/check-plain-build.sh
 
-# The fuzz programs, built with clang, on their seeds and beyond.
+# The fuzz programs, built with clang, on their starting inputs and beyond.
 scripts/fuzz.sh 20

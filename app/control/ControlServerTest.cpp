@@ -231,22 +231,28 @@ TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
         return LocalClient::exchange(running.paths.controlSocketPath(), line, 1.0, 5.0).line;
     };
     // A command of protocol 1 gets a reply it can read; one of a later version, one in ours.
-    const auto older = exchange(ControlProtocol::encodeFirstVersionProbe(running.secret));
-    const auto toOlder = ControlProtocol::decodeEnvelope(older.value_or(""));
-    ASSERT_TRUE(toOlder);
-    EXPECT_EQ(toOlder->version, 1);
-    EXPECT_EQ(toOlder->message,
-              "This tidewick command is older than the Tidewick application running (control "
-              "protocol 1 for the command, 2 for the application). Use the tidewick that came "
-              "with the application, or restart the application with this one.");
-    const auto newer = exchange(R"({"v":3,"secret":")" + running.secret + R"(","command":"x"})" "\n");
-    const auto toNewer = ControlProtocol::decodeEnvelope(newer.value_or(""));
-    ASSERT_TRUE(toNewer);
-    EXPECT_EQ(toNewer->version, 2);
-    EXPECT_EQ(toNewer->message,
-              "The Tidewick application running is older than this tidewick command (control "
-              "protocol 3 for the command, 2 for the application). Restart the application so "
-              "that both are the same version.");
+    struct Row {
+        std::string line;
+        int version;
+        const char* message;
+    };
+    const Row rows[] = {
+        {ControlProtocol::encodeFirstVersionProbe(running.secret), 1,
+         "This tidewick command is older than the Tidewick application running (control "
+         "protocol 1 for the command, 2 for the application). Use the tidewick that came "
+         "with the application, or restart the application with this one."},
+        {R"({"v":3,"secret":")" + running.secret + R"(","command":"x"})" "\n", 2,
+         "The Tidewick application running is older than this tidewick command (control "
+         "protocol 3 for the command, 2 for the application). Restart the application so "
+         "that both are the same version."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.line);
+        const auto envelope = ControlProtocol::decodeEnvelope(exchange(row.line).value_or(""));
+        ASSERT_TRUE(envelope);
+        EXPECT_EQ(envelope->version, row.version);
+        EXPECT_EQ(envelope->message, row.message);
+    }
     // Without the secret a stranger learns nothing, not even the version.
     EXPECT_FALSE(exchange(ControlProtocol::encodeFirstVersionProbe(running.secret + "0")));
     EXPECT_FALSE(exchange(R"({"v":0,"secret":")" + running.secret + R"("})" "\n"));
