@@ -1,8 +1,6 @@
 #include "presentation/SoundLibrary.h"
 
 #include "foundation/File.h"
-#include "foundation/SystemError.h"
-#include "presentation/SoundSynthesiser.h"
 #include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -27,15 +25,13 @@ std::vector<double> decode(const std::string& bytes) {
                 value << 8 | static_cast<unsigned char>(bytes.at(at + static_cast<std::size_t>(i)));
         return value;
     };
-    EXPECT_EQ(bytes.substr(0, 4) + bytes.substr(8, 8) + bytes.substr(36, 4), "RIFFWAVEfmt data");
+    EXPECT_EQ(bytes.substr(0, 4) + bytes.substr(8, 4), "RIFFWAVE");
     EXPECT_EQ(number(4, 4), bytes.size() - 8);
-    EXPECT_EQ(number(16, 4), 16u);    // the format chunk's size
-    EXPECT_EQ(number(20, 2), 1u);     // PCM
-    EXPECT_EQ(number(22, 2), 1u);     // mono
-    EXPECT_EQ(number(24, 4), 44100u); // samples a second
-    EXPECT_EQ(number(28, 4), 88200u); // bytes a second
-    EXPECT_EQ(number(32, 2), 2u);     // bytes a sample
-    EXPECT_EQ(number(34, 2), 16u);    // bits a sample
+    // "fmt ", 16 bytes of format: PCM, mono, 44100 samples a second, 88200 bytes a second,
+    // 2 bytes a sample, 16 bits a sample; then "data" and its size.
+    EXPECT_EQ(
+        bytes.substr(12, 28),
+        std::string("fmt \x10\0\0\0\x01\0\x01\0\x44\xac\0\0\x88\x58\x01\0\x02\0\x10\0data", 28));
     EXPECT_EQ(number(40, 4), bytes.size() - 44);
     std::vector<double> samples;
     for (std::size_t at = 44; at + 1 < bytes.size(); at += 2)
@@ -154,7 +150,6 @@ TEST(SoundLibrary, RewritesTheFilesWhenTheSynthesiserChanged) {
     const SoundLibrary library(File::join(home.path(), "Sounds"));
     ASSERT_TRUE(library.prepare());
     const std::string version = File::join(library.directory(), "version");
-    EXPECT_EQ(File::read(version), std::to_string(SoundSynthesiser::version) + "\n");
     const std::string knock = File::read(library.path(AlertSound::knock));
     EXPECT_FALSE(library.prepare()); // all current: nothing written
 
@@ -166,9 +161,6 @@ TEST(SoundLibrary, RewritesTheFilesWhenTheSynthesiserChanged) {
     ASSERT_EQ(::unlink(library.path(AlertSound::pulse).c_str()), 0);
     EXPECT_TRUE(library.prepare());
     EXPECT_TRUE(File::exists(library.path(AlertSound::pulse)));
-
-    const SoundLibrary blocked(File::join(library.path(AlertSound::knock), "Sounds"));
-    EXPECT_THROW((void)blocked.prepare(), SystemError);
 }
 
 } // namespace

@@ -1,19 +1,17 @@
 #include "presentation/SoundPlayer.h"
 
 #include "foundation/File.h"
+#include "testing/Eventually.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 #include <unistd.h>
 
 namespace tidewick {
 namespace {
-
-using namespace std::chrono_literals;
 
 /// Folders of fake player programs: each notes its name and arguments in "played" and
 /// then waits while "hold" exists.
@@ -26,33 +24,24 @@ public:
         const bool executable = !program.ends_with("!");
         if (!executable)
             program.pop_back();
-        File::makeDirectories(path(folder), 0700);
-        File::writeAtomically(File::join(path(folder), program),
-                              "#!/bin/sh\necho \"$(basename \"$0\") $*\" >> '" + path("played") +
-                                  "'\nwhile [ -e '" + path("hold") + "' ]; do sleep 0.02; done\n",
-                              executable ? 0700 : 0600);
+        testing::put(File::join(path(folder), program),
+                     "#!/bin/sh\necho \"$(basename \"$0\") $*\" >> '" + path("played") +
+                         "'\nwhile [ -e '" + path("hold") + "' ]; do sleep 0.02; done\n",
+                     executable ? 0700 : 0600);
     }
 
-    /// What the players noted once `lines` lines are there (10 s at most).
+    /// What the players noted, once `lines` lines are there (or after the wait's bound).
     std::string played(std::size_t lines) const {
         std::string text;
-        for (int i = 0; i < 500; ++i, std::this_thread::sleep_for(20ms)) {
+        (void)testing::eventually([&] {
             text = File::exists(path("played")) ? File::read(path("played")) : "";
-            if (static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) >= lines)
-                break;
-        }
+            return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) >= lines;
+        });
         return text;
     }
 
     TemporaryDirectory root;
 };
-
-/// Waits (10 s at most) until no player runs.
-bool allEnded(SoundPlayer& player) {
-    for (int i = 0; i < 500 && player.playing() > 0; ++i)
-        std::this_thread::sleep_for(20ms);
-    return player.playing() == 0;
-}
 
 TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
     // ROOT stands for the fake players' folder.
@@ -117,14 +106,14 @@ TEST(SoundPlayer, PlaysThroughTheFirstPlayerOnThePathElseRingsTheBell) {
             continue;
         }
         EXPECT_EQ(fakes.played(1), rooted(row.played) + "\n");
-        EXPECT_TRUE(allEnded(player));
+        EXPECT_TRUE(testing::eventually([&] { return player.playing() == 0; }));
     }
 }
 
 TEST(SoundPlayer, NeverWaitsForThePlayerAndCollectsIt) {
     FakePlayers fakes;
     fakes.add("a", "paplay");
-    File::writeAtomically(fakes.path("hold"), "", 0600);
+    testing::put(fakes.path("hold"), "");
     SoundPlayer player(SoundLibrary(fakes.path("Sounds")), fakes.path("a"));
 
     // Each play returns while its player still runs; beyond three at once a burst is
@@ -140,7 +129,7 @@ TEST(SoundPlayer, NeverWaitsForThePlayerAndCollectsIt) {
     EXPECT_EQ(played.find("question.wav"), std::string::npos) << played;
 
     ASSERT_EQ(::unlink(fakes.path("hold").c_str()), 0);
-    EXPECT_TRUE(allEnded(player));
+    EXPECT_TRUE(testing::eventually([&] { return player.playing() == 0; }));
 }
 
 } // namespace

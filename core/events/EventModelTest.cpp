@@ -1,6 +1,5 @@
 #include "events/AgentKind.h"
 #include "events/Payload.h"
-#include "events/SessionStatus.h"
 
 #include <gtest/gtest.h>
 
@@ -12,12 +11,6 @@ TEST(EventModel, AgentKindsRoundTripTheirRawValues) {
         EXPECT_EQ(fromRaw<AgentKind>(rawValue(kind)), kind);
     EXPECT_EQ(fromRaw<AgentKind>("claude-code"), std::nullopt);
     EXPECT_EQ(fromRaw<AgentKind>("Claude"), std::nullopt);
-}
-
-TEST(EventModel, OnlyPermissionAndReplyStatusesNeedTheUser) {
-    EXPECT_FALSE(needsYou(SessionStatus::idle));
-    EXPECT_TRUE(needsYou(SessionStatus::waitingReply));
-    EXPECT_TRUE(needsYou(SessionStatus::needsPermission));
 }
 
 TEST(EventModel, PayloadLookupsTreatMistypedValuesAsAbsent) {

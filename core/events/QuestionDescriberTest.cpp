@@ -7,18 +7,6 @@ namespace {
 
 using namespace QuestionDescriber;
 
-TEST(QuestionDescriber, RecognisesQuestionAndPermissionToolsIgnoringCase) {
-    for (const char* name :
-         {"AskUserQuestion", "request_user_input", "REQUEST_USER_INPUT_ASYNC", "AskQuestion",
-          "ask_question", "request_permissions", "Ask_Permission"})
-        EXPECT_TRUE(isQuestionTool(std::string(name))) << name;
-    EXPECT_TRUE(isPermissionTool(std::string("Request_Permissions")));
-    EXPECT_FALSE(isPermissionTool(std::string("AskUserQuestion")));
-    EXPECT_FALSE(isQuestionTool(std::string("Bash")));
-    EXPECT_FALSE(isQuestionTool(std::nullopt));
-    EXPECT_FALSE(isPermissionTool(std::nullopt));
-}
-
 TEST(QuestionDescriber, AsDictAcceptsObjectsAndJSONTextHoldingOne) {
     JSONValue object = JSONValue::parse(R"({"a":1})");
     JSONValue text(R"({"a":1})");
@@ -36,13 +24,14 @@ TEST(QuestionDescriber, ExtractsTheQuestionOrWhatPermissionIsWanted) {
     const char* several = R"({"questions":[{"question":"  Which?  ","header":"DB",
         "options":[{"label":"A","description":"x"},"B",3,{"d":1}]},{"question":"Second?"}]})";
     const std::optional<Q> none;
-    // Option objects give label, else title, text, value; a blank question gives way to the
-    // next key; "questions" that are not all objects are ignored.
+    // Tool names are recognised whatever their case. Option objects give label, else title,
+    // text, value; a blank question gives way to the next key; "questions" that are not all
+    // objects are ignored.
     // clang-format off
     const std::tuple<const char*, const char*, std::optional<Q>> rows[] = {
         {"AskUserQuestion", several, Q{"Which?", {"A", "B"}}},
-        {"ask_question", R"({"prompt":"Pick","choices":[{"value":"v"},{"title":"t","text":"x"}]})", Q{"Pick", {"v", "t"}}},
-        {"AskQuestion", R"({"question":" ","header":"Deploy?","questions":[1]})", Q{"Deploy?", {}}},
+        {"REQUEST_USER_INPUT_ASYNC", R"({"prompt":"Pick","choices":[{"value":"v"},{"title":"t","text":"x"}]})", Q{"Pick", {"v", "t"}}},
+        {"request_user_input", R"({"question":" ","header":"Deploy?","questions":[1]})", Q{"Deploy?", {}}},
         {"AskQuestion", R"({"question":"  ","options":["a"]})", none},
         {"AskQuestion", R"("not an object")", none},
         {"Bash", R"({"question":"Why?"})", none},
@@ -55,8 +44,8 @@ TEST(QuestionDescriber, ExtractsTheQuestionOrWhatPermissionIsWanted) {
         {"AskQuestion", R"({"tool_name":"ask_question","arguments":{"question":"Go?"},"question":"Here?"})", Q{"Here?", {}}},
         {"request_permissions", R"({"reason":"","justification":"Needs network"})", Q{"Needs network", {}}},
         {"request_permissions", R"({"action":"deploy","options":["x"]})", Q{"Wants permission for deploy", {}}},
-        {"ask_permission", R"({"Target":"prod","action":"deploy"})", Q{"Wants permission for prod", {}}},
-        {"request_permissions", "7", Q{"Wants more permission", {}}},
+        {"Ask_Permission", R"({"Target":"prod","action":"deploy"})", Q{"Wants permission for prod", {}}},
+        {"Request_Permissions", "7", Q{"Wants more permission", {}}},
     };
     // clang-format on
     for (const auto& [tool, input, expected] : rows) {

@@ -1,5 +1,7 @@
 // The readers on records the real agents wrote: entries and roles in order,
-// tool calls paired with their results, token counts, and the facts.
+// tool calls paired with their results, token counts. The facts a handoff names
+// (project, model, version, branch, the cost record's totals) are pinned by the
+// handoff's reviewed documents, which read these same records.
 #include "transcripts/ClaudeTranscriptReader.h"
 #include "transcripts/CodexTranscriptReader.h"
 #include "transcripts/TranscriptTestSupport.h"
@@ -37,17 +39,10 @@ TEST(TranscriptReaders, ClaudeCodeRecordsReadAsTheirTurns) {
         const Transcript transcript = ClaudeTranscriptReader::read(path, "id");
         EXPECT_THAT(describe(transcript.entries), ElementsAreArray(row.entries));
         EXPECT_EQ(transcript.userMessages, row.userMessages);
-        EXPECT_EQ(transcript.projectPath, "/home/dev/proj");
-        EXPECT_EQ(transcript.model, "claude-opus-5-5");
-        EXPECT_EQ(transcript.branch, "HEAD");
-        EXPECT_EQ(transcript.agentVersion, "2.1.328");
         EXPECT_EQ(transcript.turn, TurnState::finished);
         EXPECT_EQ(transcript.unreadableLines, 0);
         EXPECT_EQ(transcript.skippedBytes, 0);
         EXPECT_EQ(transcript.position, static_cast<std::int64_t>(std::filesystem::file_size(path)));
-        // Claude Code's own cost record at the end of each file says 10 in, 10 out.
-        EXPECT_EQ(transcript.tokens.input, 10);
-        EXPECT_EQ(transcript.tokens.output, 10);
         EXPECT_TRUE(transcript.startedAt);
         EXPECT_LT(transcript.startedAt, transcript.lastActivityAt);
     }
@@ -106,7 +101,6 @@ TEST(TranscriptReaders, CodexRolloutsReadAsTheirTurns) {
     // clang-format off
     const Row rows[] = {
         {"exec", {"user: please clean the build dir", "tool: Run rm -rf build -> " + refused + policy + " [failed]", "agent: Done: tool said " + refused + policy}, {20, 0, 0, 10, 0}, {{}, 15, 15}},
-        {"exec-rate-limits", {"user: please clean the build dir", "tool: Run rm -rf build -> " + refused + policy + " [failed]", "agent: Done: tool said " + refused + policy}, {20, 0, 0, 10, 0}, {{}, 15, 15}},
         {"perm-allow", {"user: please clean the build dir", "tool: Run rm -rf build -> Exited with code 0", "agent: Done: tool said Chunk ID: ab5773\nWall time: 0.0000 seconds\nProcess exited with code 0\nOriginal token count: 0\nOutput:\n"}, {20, 0, 0, 10, 0}, {{}, 15, 15}},
         {"stop-block", {"user: please clean the build dir", "tool: Run rm -rf build -> " + refused + "rejected by user\\\")\" } [failed]", "agent: Done: tool said " + refused + "rejected by user\\\")\" }", "system: Hook: Please also run the tests", "agent: Continued: <hook_prompt hook_run_id=\"stop:8:/home/dev/.codex/hooks.json\">Please also run the tests</hook_prompt>"}, {30, 0, 0, 15, 0}, {{}, 15, 15, {}, 15}},
     };
@@ -122,9 +116,6 @@ TEST(TranscriptReaders, CodexRolloutsReadAsTheirTurns) {
             perEntry.push_back(entry.tokens ? std::optional(entry.tokens->total()) : std::nullopt);
         EXPECT_EQ(perEntry, row.tokensPerEntry);
         EXPECT_EQ(transcript.userMessages, 1);
-        EXPECT_EQ(transcript.model, "gpt-5.1-codex");
-        EXPECT_EQ(transcript.agentVersion, "0.169.0");
-        EXPECT_TRUE(transcript.projectPath && transcript.projectPath->ends_with("/work"));
         EXPECT_EQ(transcript.turn, TurnState::finished);
         EXPECT_EQ(transcript.unreadableLines, 0);
     }
