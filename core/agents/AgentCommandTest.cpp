@@ -1,8 +1,8 @@
 #include "agents/AgentCommand.h"
 #include "agents/FakeProcesses.h"
 
-#include "foundation/File.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,8 @@ using Words = std::vector<std::string>;
 TEST(AgentCommandTest, TheProgramComesFromTheProcessThenThePathThenTheSetting) {
     FakeProcesses processes;
     processes.add(10, {7, "/opt/cc/bin/claude.exe", {"/usr/local/bin/claude", "--resume", "x"}});
-    processes.add(11, {7, "/usr/bin/node", {"node", "--no-warnings", "/n/@openai/codex/bin/codex.js"}});
+    processes.add(11,
+                  {7, "/usr/bin/node", {"node", "--no-warnings", "/n/@openai/codex/bin/codex.js"}});
     processes.add(12, {7, "/usr/bin/node", {"node", "relative/claude.js"}});
     processes.add(13, {7, "/Applications/Cursor", {"Cursor"}});
     processes.add(14, {7, "/v/codex-x86_64-unknown-linux-musl", {"codex", "exec"}});
@@ -46,11 +47,9 @@ TEST(AgentCommandTest, TheProgramComesFromTheProcessThenThePathThenTheSetting) {
 
     TemporaryDirectory folder;
     const std::string first = folder.path() + "/first", second = folder.path() + "/second";
-    File::makeDirectories(first, 0700);
-    File::makeDirectories(second, 0700);
-    File::writeAtomically(first + "/codex", "not executable", 0600);
-    File::writeAtomically(second + "/codex", "#!/bin/sh\n", 0700);
-    File::writeAtomically(second + "/claude", "#!/bin/sh\n", 0700);
+    tidewick::testing::put(first + "/codex", "not executable");
+    tidewick::testing::put(second + "/codex", "#!/bin/sh\n", 0700);
+    tidewick::testing::put(second + "/claude", "#!/bin/sh\n", 0700);
     const std::string path = ":.:" + first + ":" + second;
     EXPECT_EQ(AgentCommand::findOnPath("codex", path), second + "/codex");
     EXPECT_EQ(AgentCommand::findOnPath("cursor-agent", path), std::nullopt);
@@ -64,8 +63,7 @@ TEST(AgentCommandTest, TheProgramComesFromTheProcessThenThePathThenTheSetting) {
         << "found on the path once the process is no help";
     sources.searchPath = first;
     sources.configured = second + "/codex";
-    EXPECT_EQ(AgentCommand::resolve(AgentKind::codex, sources, processes),
-              Words{second + "/codex"})
+    EXPECT_EQ(AgentCommand::resolve(AgentKind::codex, sources, processes), Words{second + "/codex"})
         << "the setting, when nothing on the path will run";
     sources.configured = first + "/codex";
     EXPECT_EQ(AgentCommand::resolve(AgentKind::codex, sources, processes), std::nullopt);
@@ -78,7 +76,7 @@ TEST(AgentCommandTest, TheTextStaysOneWordAfterTheOptions) {
               (Words{"/c", "--resume", "s-1", "-p", "--", text}));
     EXPECT_EQ(AgentCommand::continuation(AgentKind::cursor, {"/a"}, "chat", "hi"),
               (Words{"/a", "--resume", "chat", "-p", "--", "hi"}));
-    EXPECT_EQ(AgentCommand::continuation(AgentKind::codex, {"/node", "/codex.js"}, "t", text),
-              (Words{"/node", "/codex.js", "exec", "--skip-git-repo-check", "resume", "t", "--",
-                     text}));
+    EXPECT_EQ(
+        AgentCommand::continuation(AgentKind::codex, {"/node", "/codex.js"}, "t", text),
+        (Words{"/node", "/codex.js", "exec", "--skip-git-repo-check", "resume", "t", "--", text}));
 }
