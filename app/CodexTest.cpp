@@ -8,6 +8,8 @@
 // system allows one.
 #include "RealAgents.h"
 
+#include "foundation/Text.h"
+
 #include <filesystem>
 #include <map>
 
@@ -28,14 +30,13 @@ bool contains(const std::string& text, const std::string& part) {
 
 // Offline: a provider at the stand-in, no retries, no plugin look-ups.
 std::string configText(int port, const std::string& work) {
-    return R"(model = "gpt-5.1-codex"
+    const std::string text = R"(model = "gpt-5.1-codex"
 model_provider = "stand-in"
 check_for_update_on_startup = false
 
 [model_providers.stand-in]
 name = "stand-in"
-base_url = "http://127.0.0.1:)" +
-           std::to_string(port) + R"(/v1"
+base_url = "http://127.0.0.1:PORT/v1"
 wire_api = "responses"
 env_key = "STAND_IN_KEY"
 supports_websockets = false
@@ -48,8 +49,10 @@ enabled = false
 [features]
 plugins = false
 
-[projects.")" +
-           work + "\"]\ntrust_level = \"trusted\"\n";
+[projects."WORK"]
+trust_level = "trusted"
+)";
+    return Text::replacingAll(Text::replacingAll(text, "PORT", std::to_string(port)), "WORK", work);
 }
 
 // Codex installed on first use (into TIDEWICK_CODEX_DIR when set, so build trees can
@@ -167,32 +170,20 @@ protected:
         return result;
     }
 
+    // The one request held, once it is there: of `kind`, with `part` in its detail; its session.
+    std::string held(const std::string& kind, const std::string& part) const {
+        const JSONValue::Array held = run.waitForHeld(1);
+        if (held.size() != 1)
+            return {};
+        const JSONValue& request = *held[0].get("request");
+        EXPECT_EQ(*request.get("kind"), JSONValue(kind)) << request.compact();
+        const JSONValue* detail = request.get("detail");
+        EXPECT_TRUE(detail && contains(detail->compact(), part)) << request.compact();
+        return *held[0].get("session")->get("sessionId")->stringValue();
+    }
+
     bool isolate = false;
 };
-
-// Waits (60 s at most) until `tidewick pending` lists one held request, of `kind` with
-// `part` in its detail; the session identifier that the text listing printed for it.
-std::string waitForHeld(const testing::TidewickPrograms& run, const std::string& kind,
-                        const std::string& part) {
-    JSONValue held;
-    if (!testing::waitUntil(std::chrono::seconds(60), [&] {
-            held = run.listing("pending");
-            if (held.arrayValue()->size() != 1)
-                return false;
-            const JSONValue& request = *(*held.arrayValue())[0].get("request");
-            const JSONValue* detail = request.get("detail");
-            return *request.get("kind") == JSONValue(kind) && detail && detail->isString() &&
-                   contains(*detail->stringValue(), part);
-        })) {
-        ADD_FAILURE() << "no " << kind << " with " << part << " held; pending: " << held.compact();
-        return {};
-    }
-    // "Codex  <id>  permission  Run ...": the identifier as the listing prints it.
-    std::istringstream line(run.tidewick({"pending"}).out);
-    std::string agent, session;
-    line >> agent >> session;
-    return session;
-}
 
 // Besides, the model service's usage headers reach Codex's record, and Tidewick shows
 // them and raises its alert for the window past 90 % once.
@@ -202,16 +193,13 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     // One step per request to the model: the exec turn runs a command and answers; the
     // editor's turn asks twice to leave the sandbox, then answers. Every answer carries
     // the same usage headers, with the window's reset at one fixed time.
-    startModel(
-        R"({"steps": [{"exec": "echo exec-turn"}, {"reply": "exec turn done"},
-        {"exec": "touch )" +
-        outside + R"(/denied", "escalated": true},
-        {"exec": "touch )" +
-        outside + R"(/allowed", "escalated": true},
-        {"reply": "Both asked."}], "primary_used": 93.5, "primary_window": 300,
-        "primary_reset_at": )" +
-        testing::secondsFromNow(3600) +
-        R"(, "secondary_used": 12.5, "secondary_window": 10080, "secondary_reset_in": 86400})");
+    const std::string scenario = R"({"steps": [{"exec": "echo exec-turn"},
+        {"reply": "exec turn done"}, {"exec": "touch OUT/denied", "escalated": true},
+        {"exec": "touch OUT/allowed", "escalated": true}, {"reply": "Both asked."}],
+        "primary_used": 93.5, "primary_window": 300, "primary_reset_at": RESET,
+        "secondary_used": 12.5, "secondary_window": 10080, "secondary_reset_in": 86400})";
+    startModel(Text::replacingAll(Text::replacingAll(scenario, "OUT", outside), "RESET",
+                                  testing::secondsFromNow(3600)));
     ASSERT_TRUE(run.startApp());
 
     ProgramResult connect = run.succeeded({"connect", "codex", "--yes"});
@@ -246,29 +234,25 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
     })) << run.appOutput();
 
     // An editor's turn, approval policy "on-request": both escalations are held.
-    BackgroundProgram turn(
-        [&] {
-            auto argv = driver("turn.jsonl");
-            argv.insert(argv.end(), {"turn", "--prompt", "second turn", "--timeout", "200"});
-            return argv;
-        }(),
-        run.environment, "", File::join(run.home(), "turn"), work());
+    std::vector<std::string> argv = driver("turn.jsonl");
+    argv.insert(argv.end(), {"turn", "--prompt", "second turn", "--timeout", "200"});
+    BackgroundProgram turn(argv, run.environment, "", File::join(run.home(), "turn"), work());
     const std::string refusal = "Not outside the workspace, please";
-    const std::string first = waitForHeld(run, "permission", outside + "/denied");
+    const std::string first = held("permission", outside + "/denied");
     ASSERT_FALSE(first.empty());
     (void)run.succeeded({"deny", first, "--message", refusal});
 
-    const std::string second = waitForHeld(run, "permission", outside + "/allowed");
+    const std::string second = held("permission", outside + "/allowed");
     ASSERT_EQ(second, first);
     (void)run.succeeded({"allow", second});
 
-    const std::string stop = waitForHeld(run, "reply", "Both asked.");
+    const std::string stop = held("reply", "Both asked.");
     ASSERT_FALSE(stop.empty());
     EXPECT_FALSE(File::exists(File::join(outside, "denied")));
     EXPECT_TRUE(File::exists(File::join(outside, "allowed")));
     (void)run.succeeded({"reply", stop, "Now run the tests"});
     // The reply sends the turn on; it stops again, held again until let go.
-    const std::string again = waitForHeld(run, "reply", "Continued:");
+    const std::string again = held("reply", "Continued:");
     ASSERT_FALSE(again.empty());
     (void)run.succeeded({"let-stop", again});
 
