@@ -192,7 +192,8 @@ TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHoldingAndIs
            request.find(JSONValue::quote(reply)) == std::string::npos) {
     }
     EXPECT_NE(request.find(JSONValue::quote(reply)), std::string::npos) << "the model never got it";
-    EXPECT_NE(request.find(JSONValue::quote("say hi")), std::string::npos) << request;
+    EXPECT_NE(request.find(JSONValue::quote("say hi")), std::string::npos)
+        << "the resumed conversation lacks the first prompt";
     EXPECT_TRUE(File::exists(log));
     EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
 }
