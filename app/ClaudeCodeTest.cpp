@@ -6,7 +6,6 @@
 // the npm registry (test only) and talks to a model stand-in on loopback; every
 // other address it might try is a closed loopback port.
 #include "RealAgents.h"
-#include "TidewickPrograms.h"
 
 #include "foundation/TidewickPaths.h"
 
@@ -17,13 +16,11 @@
 namespace tidewick {
 namespace {
 
+using testing::agentScripts;
 using testing::BackgroundProgram;
 using testing::runProgram;
 using testing::TidewickPrograms;
-namespace RealAgents = testing::RealAgents;
 using Clock = std::chrono::steady_clock;
-
-const std::string testingFolder = std::string(TIDEWICK_SOURCE_DIR) + "/app/testing";
 
 std::string text(const JSONValue& value, std::string_view key) {
     const JSONValue* member = value.get(key);
@@ -37,7 +34,8 @@ bool has(const std::vector<std::string>& texts, const std::string& wanted) {
 std::vector<std::string> toolResults(const std::string& requestsLog) {
     std::vector<std::string> texts;
     for (const JSONValue& request : testing::jsonLines(requestsLog)) {
-        const JSONValue* messages = request.get("body") ? request.get("body")->get("messages") : nullptr;
+        const JSONValue* messages =
+            request.get("body") ? request.get("body")->get("messages") : nullptr;
         if (!messages || !messages->arrayValue() || messages->arrayValue()->empty())
             continue;
         const JSONValue* content = messages->arrayValue()->back().get("content");
@@ -61,21 +59,15 @@ std::vector<std::string> toolResults(const std::string& requestsLog) {
 // Claude Code installed on first use (into TIDEWICK_CLAUDE_CODE_DIR when set, so build
 // trees can share it) and connected in a temporary home that serves as both HOME and
 // TIDEWICK_HOME; every call of the hook is recorded, held or not.
-class ClaudeCode : public ::testing::Test {
+class ClaudeCode : public testing::RealAgentTest {
 protected:
     void SetUp() override {
-        if (!TidewickPrograms::built())
-            GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
-        if (python.empty())
-            GTEST_SKIP() << "python3 is needed for the model stand-in";
-        auto install = RealAgents::install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR",
-                                           "claude-code");
-        if (install.status == 77)
-            GTEST_SKIP() << "Claude Code could not be installed from npm: " << install.error;
-        ASSERT_EQ(install.status, 0) << install.error;
-        claude = install.command;
+        install("install-claude-code.sh", "TIDEWICK_CLAUDE_CODE_DIR", "claude-code");
+        if (IsSkipped() || HasFatalFailure())
+            return;
         // `connect` looks for Claude Code on the PATH.
-        run.setVariable("PATH", File::parent(claude) + ":" + File::parent(python) + ":/usr/bin:/bin");
+        run.setVariable("PATH",
+                        File::parent(agent) + ":" + File::parent(python) + ":/usr/bin:/bin");
         (void)run.succeeded({"connect", "claude", "--yes"});
         std::filesystem::create_directories(work);
         run.recordHookCalls();
@@ -83,21 +75,12 @@ protected:
 
     // The stand-in playing `scenario` on a free loopback port, then the application;
     // both and everything they start reach it through the environment.
-    void startStandIn(const std::string& scenario) {
-        const std::string file = File::join(run.home(), "scenario.json");
-        File::writeAtomically(file, scenario, 0600);
-        standIn = std::make_unique<BackgroundProgram>(
-            std::vector<std::string>{python, testingFolder + "/claude_stand_in.py", "0",
-                                     "--scenario", file, "--log", run.home() + "/stand-in.log",
-                                     "--requests", requests},
-            std::vector<std::string>{"PATH=/usr/bin:/bin"}, "", run.home() + "/stand-in",
-            run.home());
-        std::string port;
-        (void)testing::waitUntil(std::chrono::seconds(20), [&] {
-            port = standIn->out().substr(0, standIn->out().find('\n'));
-            return !port.empty();
-        });
-        ASSERT_FALSE(port.empty()) << standIn->err();
+    void startModel(const std::string& scenario) {
+        const std::string port =
+            startStandIn(scenario, {python, agentScripts + "/claude_stand_in.py", "0", "--scenario",
+                                    scenarioFile(), "--log", run.home() + "/stand-in.log",
+                                    "--requests", requests});
+        ASSERT_FALSE(port.empty());
         for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
                  {"ANTHROPIC_BASE_URL", "http://127.0.0.1:" + port},
                  {"ANTHROPIC_API_KEY", "test-key"},
@@ -113,7 +96,7 @@ protected:
     }
 
     BackgroundProgram& startClaude(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {claude, "--allowedTools", "Bash(./wait-long.sh)"});
+        arguments.insert(arguments.begin(), {agent, "--allowedTools", "Bash(./wait-long.sh)"});
         agents.push_back(std::make_unique<BackgroundProgram>(
             arguments, run.environment, "", run.home() + "/agent" + std::to_string(agents.size()),
             work));
@@ -124,54 +107,40 @@ protected:
     // namespace with loopback only, after starting the application; its result.
     testing::ProgramResult play(const std::string& mode) {
         EXPECT_TRUE(run.startApp());
-        return runProgram({"/usr/bin/unshare", "-n", "/bin/bash", testingFolder + "/claude-interactive.sh",
-                           mode, claude, testingFolder + "/claude_stand_in.py",
-                           TidewickPrograms::tidewickPath, run.home(), work, run.home()},
-                          {"PATH=" + File::parent(python) + ":" + File::parent(claude) +
+        return runProgram({"/usr/bin/unshare", "-n", "/bin/bash",
+                           agentScripts + "/claude-interactive.sh", mode, agent,
+                           agentScripts + "/claude_stand_in.py", TidewickPrograms::tidewickPath,
+                           run.home(), work, run.home()},
+                          {"PATH=" + File::parent(python) + ":" + File::parent(agent) +
                            ":/usr/sbin:/usr/bin:/bin"},
                           {}, run.home(), std::chrono::seconds(240));
     }
     static bool canPlayInteractively() {
-        return File::isExecutableFile("/usr/bin/tmux") && RealAgents::canIsolateNetwork();
+        return File::isExecutableFile("/usr/bin/tmux") && testing::canIsolateNetwork();
     }
 
-    TidewickPrograms run;
-    const std::string python = RealAgents::python();
-    std::string claude;
     const std::string work = File::join(run.home(), "work");
     const std::string requests = File::join(run.home(), "requests.jsonl");
-    std::unique_ptr<BackgroundProgram> standIn;
     std::vector<std::unique_ptr<BackgroundProgram>> agents;
 };
 
-TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
-    RecordProperty("claude_code_version", runProgram({claude, "--version"}, run.environment).out);
+// Then the finished session is continued through `tidewick reply`.
+TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHoldingAndIsContinued) {
+    RecordProperty("claude_code_version", runProgram({agent, "--version"}, run.environment).out);
     // A read-only command runs unasked; the second one asks for permission, which print
     // mode hands to the hooks too, yet nobody is there to answer it.
-    startStandIn(R"({"steps": [{"bash": "echo tidewick-e2e"}, {"bash": "touch asked.txt"}],
+    startModel(R"({"steps": [{"bash": "echo tidewick-e2e"}, {"bash": "touch asked.txt"}],
                      "final_text": "Done: the marker command has run."})");
-    auto turn = runProgram({claude, "-p", "say hi", "--output-format", "text"}, run.environment,
-                           {}, work, std::chrono::seconds(150));
+    auto turn = runProgram({agent, "-p", "say hi", "--output-format", "text"}, run.environment, {},
+                           work, std::chrono::seconds(150));
     ASSERT_EQ(turn.status, 0) << turn.out << turn.err << "\nstand-in:\n" << standIn->err();
     EXPECT_NE(turn.out.find("Done: the marker command has run."), std::string::npos) << turn.out;
-
-    // SessionStart started the installed hook with Claude Code's own payload.
-    const std::vector<JSONValue> starts = run.hookCalls("SessionStart");
-    ASSERT_FALSE(starts.empty()) << "Claude Code never started tidewick-hook";
-    for (const JSONValue& record : starts) {
-        EXPECT_EQ(text(record, "agent"), "claude");
-        const JSONValue* payload = record.get("payload");
-        ASSERT_TRUE(payload) << record.compact();
-        EXPECT_EQ(text(*payload, "hook_event_name"), "SessionStart");
-        EXPECT_FALSE(text(*payload, "session_id").empty()) << record.compact();
-    }
 
     const JSONValue list = run.listing("sessions");
     const std::string sessions = list.compact();
     ASSERT_EQ(list.arrayValue()->size(), 1u) << sessions;
     const JSONValue& session = (*list.arrayValue())[0];
     EXPECT_EQ(text(*session.get("key"), "agent"), "claude");
-    const std::string sessionId = text(*session.get("key"), "sessionId");
     EXPECT_EQ(text(session, "projectPath"), work);
     EXPECT_TRUE(session.get("pending")->arrayValue()->empty()) << "print mode holds nothing";
     EXPECT_EQ(text(session, "status"), "ended") << sessions;
@@ -180,10 +149,13 @@ TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
 
     bool sawCommand = false;
     for (const JSONValue& item : *session.get("timeline")->arrayValue())
-        sawCommand = sawCommand || (text(item, "kind") == "shell" &&
-                                    text(item, "detail").find("echo tidewick-e2e") != std::string::npos);
+        sawCommand =
+            sawCommand || (text(item, "kind") == "shell" &&
+                           text(item, "detail").find("echo tidewick-e2e") != std::string::npos);
     EXPECT_TRUE(sawCommand) << sessions;
+    // The installed hook ran for each of Claude Code's own events, from start to end.
     const std::vector<std::string> texts = TidewickPrograms::texts(session);
+    EXPECT_TRUE(has(texts, "Session started")) << sessions;
     EXPECT_TRUE(has(texts, "Finished the turn")) << sessions;
     EXPECT_TRUE(has(texts, "Session ended")) << sessions;
     // Nothing was ever held, so nothing timed out or was withdrawn.
@@ -196,46 +168,32 @@ TEST_F(ClaudeCode, APrintModeTurnReachesTheRunningApplicationWithoutHolding) {
     ASSERT_EQ(asked.size(), 1u);
     EXPECT_EQ(text(*asked[0].get("payload")->get("tool_input"), "command"), "touch asked.txt");
     EXPECT_FALSE(File::exists(File::join(work, "asked.txt")));
-    EXPECT_EQ(run.listing("pending"), JSONValue(JSONValue::Array{}));
-
-    // The activity log keeps the prompt.
-    bool sawPrompt = false;
-    for (const JSONValue& record : testing::jsonLines(TidewickPaths(run.home()).activityFile()))
-        sawPrompt = sawPrompt || (text(record, "session") == sessionId &&
-                                  text(record, "kind") == "userPrompt" && text(record, "detail") == "say hi");
-    EXPECT_TRUE(sawPrompt);
-    EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
-}
-
-TEST_F(ClaudeCode, AFinishedSessionIsContinuedThroughTidewickReply) {
-    startStandIn(R"({"steps": [], "final_text": "Done: answered."})");
-    auto first = runProgram({claude, "-p", "start here"}, run.environment, {}, work,
-                            std::chrono::seconds(90));
-    ASSERT_EQ(first.status, 0) << first.out << first.err;
-    const JSONValue finished = run.sessionWhen([](const JSONValue& s) { return text(s, "status") == "ended"; });
-    const std::string id = text(*finished.get("key"), "sessionId");
 
     // Options and shell syntax alike reach the model as typed.
+    const std::string id = text(*session.get("key"), "sessionId");
     const std::string reply = "-p --help; echo $(id) `x` \"q\" > f * done";
     auto replied = run.succeeded({"reply", id, "--", reply});
     const std::string log =
         TidewickPaths(run.home()).appSupport() + "/Logs/continue-claude-" + id + ".log";
     EXPECT_NE(replied.out.find(log), std::string::npos) << replied.out;
-
     const JSONValue resumed = run.sessionWhen([](const JSONValue& s) {
         const std::vector<std::string> texts = TidewickPrograms::texts(s);
         const auto you = std::find(texts.begin(), texts.end(), "You replied");
         return std::find(you, texts.end(), "Finished the turn") != texts.end() &&
                text(s, "status") == "ended";
     });
-    const std::vector<std::string> texts = TidewickPrograms::texts(resumed);
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), "Session started"), 2)
+    const std::vector<std::string> after = TidewickPrograms::texts(resumed);
+    EXPECT_EQ(std::count(after.begin(), after.end(), "Session started"), 2)
         << "the resumed run reports to the same session";
-    const std::string sent = File::read(requests);
-    EXPECT_NE(sent.find(JSONValue::quote(reply)), std::string::npos)
-        << "the model never received the reply";
-    EXPECT_NE(sent.find(JSONValue::quote("start here")), std::string::npos)
-        << "the resumed conversation carries the first prompt";
+    // The request that carries the reply carries the first prompt too: the conversation resumed.
+    std::istringstream sent(File::read(requests));
+    std::string request;
+    while (std::getline(sent, request) &&
+           request.find(JSONValue::quote(reply)) == std::string::npos) {
+    }
+    EXPECT_NE(request.find(JSONValue::quote(reply)), std::string::npos) << "the model never got it";
+    EXPECT_NE(request.find(JSONValue::quote("say hi")), std::string::npos)
+        << "the resumed conversation lacks the first prompt";
     EXPECT_TRUE(File::exists(log));
     EXPECT_EQ(run.stopApp(), 0) << run.appErrors();
 }
@@ -243,7 +201,7 @@ TEST_F(ClaudeCode, AFinishedSessionIsContinuedThroughTidewickReply) {
 TEST_F(ClaudeCode, ALongToolCallIsEndedAndAKilledAgentIsNoticed) {
     // Claude Code refuses a plain long sleep; a script of the project's may take its time.
     File::writeAtomically(work + "/wait-long.sh", "#!/bin/sh\nsleep 120\n", 0700);
-    startStandIn(R"({"steps": [{"bash": "./wait-long.sh"}, {"bash": "./wait-long.sh"}],
+    startModel(R"({"steps": [{"bash": "./wait-long.sh"}, {"bash": "./wait-long.sh"}],
                      "final_text": "Done."})");
     auto working = [](const JSONValue& s) {
         return text(s, "status") == "working" && s.get("currentAction") != nullptr;
@@ -261,8 +219,7 @@ TEST_F(ClaudeCode, ALongToolCallIsEndedAndAKilledAgentIsNoticed) {
 
     // The same session resumed by hand, then killed: nothing tells Tidewick but the process.
     BackgroundProgram& killed = startClaude({"--resume", id, "-p", "--", "wait again"});
-    session = run.sessionWhen(working);
-    EXPECT_FALSE(session.get("endedByYouAt")) << "working again clears the mark";
+    (void)run.sessionWhen(working);
     killed.signal(SIGKILL);
     const auto killedAt = Clock::now();
     EXPECT_EQ(killed.waitFor(std::chrono::seconds(10)), 128 + SIGKILL);

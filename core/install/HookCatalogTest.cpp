@@ -39,9 +39,6 @@ TEST(HookCatalog, EveryAgentsTableRowByRowInWritingOrder) {
               "sessionStart 10, sessionEnd 5, beforeShellExecution 90000 waits, "
               "beforeMCPExecution 90000 waits, postToolUse 10, afterAgentResponse 10, "
               "preCompact 10, preToolUse 10, stop 90000 waits loop_limit=null");
-
-    // Every event that could ever be installed: gating included.
-    EXPECT_EQ(HookCatalog::installedEvents(AgentKind::cursor).size(), 9u);
 }
 
 // A path with blanks is shown quoted by the editor tests' literal documents.
