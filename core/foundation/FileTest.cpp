@@ -41,12 +41,12 @@ TEST_F(FileTest, FailuresNameTheSystemCallAndPath) {
     std::string blocker = File::join(dir_, "plain");
     File::writeAtomically(blocker, "x", 0600);
     using namespace ::testing;
-    EXPECT_THAT([&] { File::writeAtomically(blocker + "/inner.json", "y", 0600); },
-                Throws<SystemError>(AllOf(
-                    Property(&SystemError::code, ENOTDIR),
-                    Property(&SystemError::what,
-                             AllOf(StartsWith("open(" + blocker + "/inner.json.tmp-"),
-                                   EndsWith("): Not a directory"))))));
+    EXPECT_THAT(
+        [&] { File::writeAtomically(blocker + "/inner.json", "y", 0600); },
+        Throws<SystemError>(AllOf(
+            Property(&SystemError::code, ENOTDIR),
+            Property(&SystemError::what, AllOf(StartsWith("open(" + blocker + "/inner.json.tmp-"),
+                                               EndsWith("): Not a directory"))))));
     EXPECT_THROW((void)File::read(File::join(dir_, "missing")), SystemError);
     EXPECT_THROW(File::makeDirectories(blocker + "/sub", 0700), SystemError);
 }
@@ -83,11 +83,11 @@ TEST_F(FileTest, ListsAFolderAndFollowsEveryLink) {
     const std::string real = resolvedDirectory;
     std::free(resolvedDirectory);
     const std::vector<std::pair<std::string, std::string>> rows = {
-        {"folderLink/file", "real/sub/file"},   // a link among the folders
-        {"real/chain", "real/sub/file"},         // a link to a link, relative to its own folder
-        {"dangling", "real/new"},                // names the file a write would create
+        {"folderLink/file", "real/sub/file"}, // a link among the folders
+        {"real/chain", "real/sub/file"},      // a link to a link, relative to its own folder
+        {"dangling", "real/new"},             // names the file a write would create
         {"folderLink/missing", "real/sub/missing"},
-        {"loop", "loop"},                        // given up on, like the kernel does
+        {"loop", "loop"}, // given up on, like the kernel does
     };
     for (const auto& [path, expected] : rows) {
         SCOPED_TRACE(path);
@@ -123,11 +123,9 @@ TEST_F(FileTest, TemporariesOfWritersKilledMidWriteAreRemovedAndOthersStay) {
         "connections.json.tmp-" + pid + "-" + std::to_string(self.startTime + 1) + "-0123abcd";
     const std::string olderLive = "secret.tmp-" + pid + "-89abcdef";
     const std::string olderDead = "secret.tmp-" + std::to_string(writer) + "-89abcdef";
-    const std::vector<std::string> unrelated = {"notes.tmp-x", ".tmp-1-2-0123abcd",
-                                                "a.tmp-" + pid + "-0123ABCD", "b.tmp-0-0123abcd"};
-    for (const std::string& name : {reused, olderLive, olderDead})
-        File::writeAtomically(File::join(dir_, name), "x", 0600);
-    for (const std::string& name : unrelated)
+    for (const std::string& name : {reused, olderLive, olderDead, std::string("notes.tmp-x"),
+                                    std::string(".tmp-1-2-0123abcd"), "a.tmp-" + pid + "-0123ABCD",
+                                    std::string("b.tmp-0-0123abcd")})
         File::writeAtomically(File::join(dir_, name), "x", 0600);
     File::makeDirectories(File::join(dir_, "folder.tmp-" + std::to_string(writer) + "-0123abcd"),
                           0700);
