@@ -1,8 +1,8 @@
 #include "service/SettingCatalog.h"
 
 #include "foundation/JSONCoding.h"
-#include "service/SettingsEditor.h"
 #include "service/ServiceTestSupport.h"
+#include "service/SettingsEditor.h"
 #include "testing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -22,9 +22,9 @@ TEST(SettingCatalog, EveryKeyOfTheFileIsListedOnceWithItsDefault) {
         EXPECT_FALSE(entry.description.empty()) << entry.name;
     }
     for (const auto& [key, value] : *defaults.objectPairs())
-        EXPECT_TRUE(std::any_of(listed.begin(), listed.end(),
-                                [&](const std::string& name) { return name.starts_with(key); }))
-            << key;
+        EXPECT_TRUE(std::ranges::any_of(listed, [&](const auto& name) {
+            return name.starts_with(key);
+        })) << key;
     std::sort(listed.begin(), listed.end());
     EXPECT_EQ(std::adjacent_find(listed.begin(), listed.end()), listed.end());
 }
@@ -91,11 +91,8 @@ TEST(SettingCatalog, AppliesWhatFitsAndRefusesTheRestNamingTheSettingAndWhatItTa
     }
     // Adding twice keeps one; the value of an unchanged setting says so.
     TidewickSettings settings;
-    EXPECT_FALSE(SettingCatalog::apply(settings, "gating.safePrefixes", "ls", Change::add) &&
-                 settings.gating.safePrefixes.front() == "ls");
-    EXPECT_EQ(std::count(settings.gating.safePrefixes.begin(), settings.gating.safePrefixes.end(),
-                         "ls"),
-              1);
+    EXPECT_FALSE(SettingCatalog::apply(settings, "gating.safePrefixes", "ls", Change::add));
+    EXPECT_EQ(std::ranges::count(settings.gating.safePrefixes, "ls"), 1);
     EXPECT_FALSE(SettingCatalog::apply(settings, "alertChip", "true"));
 }
 

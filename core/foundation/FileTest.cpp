@@ -23,7 +23,7 @@ protected:
     const std::string dir_ = scratch_.path();
 };
 
-TEST_F(FileTest, AtomicWritesReplaceTheWholeFileWithTheAskedModeOrNothing) {
+TEST_F(FileTest, AtomicWritesReplaceTheWholeFileOrNothingAndFilesAndFoldersGetTheAskedModes) {
     std::string path = File::join(dir_, "data.json");
     File::writeAtomically(path, "first", 0600);
     File::writeAtomically(path, "second", 0644);
@@ -35,6 +35,16 @@ TEST_F(FileTest, AtomicWritesReplaceTheWholeFileWithTheAskedModeOrNothing) {
     }
     EXPECT_EQ(File::read(path), "second");
     EXPECT_EQ(entryCount(), 1); // no temporary left behind
+
+    // Missing folders are made owner-only, parents included.
+    std::string deep = File::join(dir_, "a/b/c");
+    File::makeDirectories(deep, 0700);
+    EXPECT_EQ(testing::modeOf(deep), 0700);
+    EXPECT_EQ(testing::modeOf(File::join(dir_, "a")), 0700);
+    File::makeDirectories(deep, 0700); // existing: nothing to do
+    EXPECT_EQ(File::parent("/a/b/c"), "/a/b");
+    EXPECT_EQ(File::parent("/a"), "/");
+    EXPECT_EQ(File::lastComponent("/a/b/settings.json"), "settings.json");
 }
 
 TEST_F(FileTest, FailuresNameTheSystemCallAndPath) {
@@ -49,17 +59,6 @@ TEST_F(FileTest, FailuresNameTheSystemCallAndPath) {
                                                EndsWith("): Not a directory"))))));
     EXPECT_THROW((void)File::read(File::join(dir_, "missing")), SystemError);
     EXPECT_THROW(File::makeDirectories(blocker + "/sub", 0700), SystemError);
-}
-
-TEST_F(FileTest, MakeDirectoriesCreatesOwnerOnlyParents) {
-    std::string deep = File::join(dir_, "a/b/c");
-    File::makeDirectories(deep, 0700);
-    EXPECT_EQ(testing::modeOf(deep), 0700);
-    EXPECT_EQ(testing::modeOf(File::join(dir_, "a")), 0700);
-    File::makeDirectories(deep, 0700); // existing: nothing to do
-    EXPECT_EQ(File::parent("/a/b/c"), "/a/b");
-    EXPECT_EQ(File::parent("/a"), "/");
-    EXPECT_EQ(File::lastComponent("/a/b/settings.json"), "settings.json");
 }
 
 TEST_F(FileTest, ListsAFolderAndFollowsEveryLink) {
