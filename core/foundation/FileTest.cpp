@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -78,9 +78,7 @@ TEST_F(FileTest, ListsAFolderAndFollowsEveryLink) {
     EXPECT_EQ(File::linkTarget(File::join(dir_, "folderLink")), "real/sub");
     EXPECT_EQ(File::linkTarget(File::join(dir_, "real")), std::nullopt) << "not a link";
 
-    char* resolvedDirectory = ::realpath(dir_.c_str(), nullptr);
-    const std::string real = resolvedDirectory;
-    std::free(resolvedDirectory);
+    const std::string real = std::filesystem::canonical(dir_);
     const std::vector<std::pair<std::string, std::string>> rows = {
         {"folderLink/file", "real/sub/file"}, // a link among the folders
         {"real/chain", "real/sub/file"},      // a link to a link, relative to its own folder

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -36,9 +37,7 @@ TEST(TidewickPaths, LocationsHangOffTheApplicationDirectory) {
     // The hook command and the application may spell the same home differently.
     EXPECT_EQ(TidewickPaths("/Users/a/").socketPath(), paths.socketPath());
     EXPECT_EQ(TidewickPaths("/Users/a//").appSupport(), app);
-    char cwd[4096];
-    ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
-    EXPECT_EQ(TidewickPaths("rel").home(), std::string(cwd) + "/rel");
+    EXPECT_EQ(TidewickPaths("rel").home(), std::filesystem::current_path().string() + "/rel");
 }
 
 TEST(TidewickPaths, SocketMovesToTmpOnlyPastOneHundredBytes) {
