@@ -152,6 +152,7 @@ TEST(JSONValueTest, AccessorsAnswerOnlyForTheirOwnKind) {
     EXPECT_EQ(value.get("f")->intValue(), 4);
     EXPECT_EQ(value.get("big")->intValue(), std::nullopt);
     EXPECT_EQ(value.get("huge")->intValue(), std::nullopt); // a double too large for 64 bits
+    EXPECT_EQ(value.get("huge")->doubleValue(), 1e40);
     EXPECT_EQ(value.get("s")->intValue(), std::nullopt);
     EXPECT_EQ(value.get("t")->boolValue(), true);
     EXPECT_EQ(value.get("n")->boolValue(), std::nullopt);
