@@ -8,11 +8,11 @@
 #include "service/ServiceTestSupport.h"
 #include "testing/SmallFileSystem.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tidewick {
@@ -50,9 +50,7 @@ TEST(ActivityLog, WritesOneCompactReadableLinePerEvent) {
     const std::string detail = *JSONValue::parse(written[2]).get("detail")->stringValue();
     EXPECT_TRUE(detail.starts_with("\xEF\xBF\xBD") && detail.ends_with(Text::ellipsis));
     EXPECT_LT(detail.size(), 2100u);
-    struct stat info {};
-    ASSERT_EQ(::stat(log.path().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(modeOf(log.path()), 0600);
 
     File::writeAtomically(home.path() + "/file", "x", 0600);
     EXPECT_THROW(ActivityLog(home.path() + "/file/activity.jsonl").append(bare, Date()),

