@@ -95,7 +95,9 @@ std::optional<std::vector<Session>> SessionPersistence::decode(std::string_view 
     // One bad record loses the list: a half-restored history would mislead more.
     if (bytes.size() < splitBytes) {
         std::vector<Session> sessions;
-        if (UTF8::isValid(bytes) && decodePart(bytes, bytes.size(), Part::beforeCut, sessions))
+        // Every record is before a cut past the end, so this one reader also checks the end.
+        if (UTF8::isValid(bytes) &&
+            decodePart(bytes, std::string_view::npos, Part::beforeCut, sessions))
             return sessions;
         return std::nullopt;
     }

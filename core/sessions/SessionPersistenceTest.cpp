@@ -97,7 +97,7 @@ TEST(SessionPersistenceTest, SaveAndLoadRoundTripEveryFieldAsExactlyTheDocument)
     EXPECT_TRUE(persistence.load().empty());
 }
 
-TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
+TEST(SessionPersistenceTest, AnyBadRecordOrCutTextGivesAnUnreadableFileLeftAsItWas) {
     TemporaryDirectory home;
     SessionPersistence persistence(home.path() + "/sessions.json");
     EXPECT_TRUE(persistence.load().empty()) << "missing file";
@@ -110,6 +110,7 @@ TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
     const std::vector<std::string> contents = {
         "",
         "[",
+        "[" + minimalRecord + ",",
         "{}",
         "null",
         "[1]",
@@ -138,7 +139,8 @@ TEST(SessionPersistenceTest, AnyBadRecordGivesAnEmptyListAndLeavesTheFile) {
     };
     for (const std::string& content : contents) {
         File::writeAtomically(persistence.url(), content, 0644);
-        EXPECT_TRUE(persistence.load().empty()) << content;
+        const SessionPersistence::Contents read = persistence.read();
+        EXPECT_TRUE(read.unreadable && read.sessions.empty()) << content;
         EXPECT_EQ(File::read(persistence.url()), content) << "the file is left as it was";
         EXPECT_EQ(modeOf(persistence.url()), 0644);
     }
