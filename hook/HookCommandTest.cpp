@@ -2,7 +2,7 @@
 
 #include "FakeProcessTable.h"
 
-#include "RecordingServer.h"
+#include "wire/RecordingServer.h"
 
 #include <gtest/gtest.h>
 

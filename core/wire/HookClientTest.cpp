@@ -1,6 +1,8 @@
 #include "wire/HookClient.h"
 
 #include "testing/TemporaryDirectory.h"
+#include "wire/HookServer.h"
+#include "wire/LocalServer.h"
 #include "wire/WireTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -38,6 +40,30 @@ std::optional<Kind> failureOf(const std::string& path, double connectTimeout = 0
         std::terminate();
     }
     return attempt.get();
+}
+
+// Whatever stands at the socket in place of the application, the client gets no response.
+TEST(HookClient, AnyListenerButTheApplicationLeavesItWithoutAResponse) {
+    TemporaryDirectory dir;
+    const std::string path = dir.path() + "/tw.sock";
+    EXPECT_EQ(failureOf(path), Kind::notRunning) << "no socket file";
+    {
+        const FileDescriptor bound(testing::openRaw(path, testing::RawSocket::bound));
+        EXPECT_EQ(failureOf(path), Kind::notRunning) << "a socket nobody listens on";
+    }
+    {
+        HookServer otherSecret(path, std::string(64, 'e'), nullptr);
+        otherSecret.start();
+        EXPECT_EQ(failureOf(path), Kind::protocolError) << "another secret";
+    }
+    for (const std::string& reply : {std::string(R"({"v":2,"stdout":"{}","exit":0})") + "\n",
+                                     std::string(Wire::maxLineBytes + 10, 'x') + "\n"}) {
+        LocalServer replying(
+            path, [&](std::string_view, const ClientProbe&) { return std::optional(reply); },
+            LocalServer::Options{});
+        replying.start();
+        EXPECT_EQ(failureOf(path), Kind::protocolError) << reply.substr(0, 40);
+    }
 }
 
 TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
