@@ -156,8 +156,15 @@ TEST_F(HookProgram, UnreadableInputNoUsableSecretOrTheStatusLineSendsNothing) {
     EXPECT_EQ(app_.requests().size(), 1u);
 }
 
-TEST_F(HookProgram, LongValuesAreTrimmedBeforeTheyAreSent) {
+// With the debug marker beside the socket, each payload is logged as it was received, then
+// its long values are trimmed before it is sent.
+TEST_F(HookProgram, PayloadsAreLoggedAsReceivedAndSentTrimmed) {
     app_.start();
+    const std::string log = app_.paths.debugLogFile();
+    (void)run(hookCommand("cursor", "stop"), "{}");
+    EXPECT_FALSE(File::exists(log)) << "no marker, no log";
+    File::writeAtomically(app_.paths.debugMarkerFile(), "", 0600);
+
     std::string accented;
     for (int i = 0; i < 2001; ++i)
         accented += "é";
@@ -181,8 +188,10 @@ TEST_F(HookProgram, LongValuesAreTrimmedBeforeTheyAreSent) {
                               JSONValue(std::string(50000, 'e'))}));
     EXPECT_EQ(run(hookCommand("claude", "PostToolUse"), payload.compact()).first,
               "answer to PostToolUse\n");
-    ASSERT_EQ(app_.requests().size(), 1u);
-    const JSONValue sent = app_.requests()[0].payload;
+    (void)run(hookCommand("cursor", "stop"), "[not an object]");
+    (void)run(hookCommand("cursor", "stop"), "{}");
+    ASSERT_EQ(app_.requests().size(), 3u);
+    const JSONValue sent = app_.requests()[1].payload;
     for (const auto& [key, values] : strings)
         EXPECT_EQ(*sent.get(key)->stringValue(), values.second) << key;
     EXPECT_EQ(sent.get("tool_result")->compact(),
@@ -190,18 +199,7 @@ TEST_F(HookProgram, LongValuesAreTrimmedBeforeTheyAreSent) {
     EXPECT_EQ(sent.get("nested")->compact(), "[{\"s\":\"" + std::string(50000, 'd') + ellipsis +
                                                  "\"},\"" + std::string(50000, 'e') + "\"]");
     EXPECT_EQ(*sent.get("n")->numberText(), "12.50");
-}
 
-TEST_F(HookProgram, TheDebugMarkerBesideTheSocketLogsEachPayloadAsReceived) {
-    app_.start();
-    const std::string log = File::join(app_.paths.appSupport(), "hook-debug.jsonl");
-    (void)run(hookCommand("claude", "Stop"), "{}");
-    EXPECT_FALSE(File::exists(log)) << "no marker, no log";
-    File::writeAtomically(File::join(app_.paths.appSupport(), "debug-hooks"), "", 0600);
-    const std::string first = "{\"tool_response\":\"" + std::string(2001, 'r') + "\",\"n\":1.0}";
-    (void)run(hookCommand("claude", "PostToolUse"), first);
-    (void)run(hookCommand("cursor", "stop"), "{}");
-    (void)run(hookCommand("cursor", "stop"), "[not an object]");
     EXPECT_EQ(testing::modeOf(log), 0600);
     std::string content = File::read(log);
     size_t newline = content.find('\n');
@@ -210,7 +208,7 @@ TEST_F(HookProgram, TheDebugMarkerBesideTheSocketLogsEachPayloadAsReceived) {
     JSONValue record = JSONValue::parse(content.substr(0, newline));
     EXPECT_EQ(*record.get("agent")->stringValue(), "claude");
     EXPECT_EQ(*record.get("event")->stringValue(), "PostToolUse");
-    EXPECT_EQ(*record.get("payload"), JSONValue::parse(first)) << "logged before trimming";
+    EXPECT_EQ(*record.get("payload"), payload) << "logged before trimming";
     EXPECT_NEAR(*record.get("time")->doubleValue(), secondsSince1970(now()), 120);
     EXPECT_NE(record.get("time")->numberText()->find('.'), std::string::npos) << "with fraction";
     EXPECT_EQ(*JSONValue::parse(content.substr(newline + 1)).get("agent")->stringValue(), "cursor");
