@@ -110,34 +110,17 @@ TEST(HookClient, NothingPassesBetweenUsers) {
     if (::geteuid() != 0)
         GTEST_SKIP() << "needs root to act as a second user";
     TemporaryDirectory dir;
-    ::chmod(dir.path().c_str(), 0777);
+    ::chmod(dir.path().c_str(), 0755);
     const std::string path = dir.path() + "/tw.sock";
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    int status = -1;
-    // The impostor listens as "nobody" and fails when any byte comes in.
-    std::thread impostor([&] {
-        status = testing::runAsNobody([&] {
-            const int fd = testing::openRaw(path, testing::RawSocket::listening, 4);
-            if (fd < 0)
-                return 91;
-            (void)::write(ready[1], "r", 1);
-            pollfd waiting{fd, POLLIN, 0};
-            if (::poll(&waiting, 1, 5000) != 1)
-                return 92;
-            pollfd entry{::accept(fd, nullptr, nullptr), POLLIN, 0};
-            char byte;
-            return ::poll(&entry, 1, 1000) == 1 && ::read(entry.fd, &byte, 1) > 0 ? 1 : 0;
-        });
-        (void)::write(ready[1], "r", 1); // in case the child failed before listening
-    });
-    char byte;
-    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    // A listener of another user: the credentials a client sees are those of listen().
+    const FileDescriptor impostor(testing::openRaw(path, testing::RawSocket::bound));
+    ASSERT_EQ(testing::runAsNobody([&] { return ::listen(impostor.get(), 4); }), 0);
     EXPECT_EQ(failureOf(path), Kind::notRunning);
-    impostor.join();
-    EXPECT_EQ(status, 0) << "the impostor received bytes (or failed to listen)";
-    ::close(ready[0]);
-    ::close(ready[1]);
+    ::fcntl(impostor.get(), F_SETFL, O_NONBLOCK);
+    const FileDescriptor connection(::accept(impostor.get(), nullptr, nullptr));
+    char byte;
+    EXPECT_TRUE(!connection || ::recv(connection.get(), &byte, 1, MSG_DONTWAIT) <= 0)
+        << "the impostor received bytes";
 
     std::atomic<int> handled = 0;
     HookServer server(path, secret, [&](const HookRequest&, const ClientProbe&) {
@@ -147,24 +130,20 @@ TEST(HookClient, NothingPassesBetweenUsers) {
     server.start();
     // Let the other user reach the socket at all; only the peer check stands in its way.
     ::chmod(path.c_str(), 0666);
-    const std::string line = Wire::encode(
-        HookRequest{.agent = "claude", .event = "Stop", .host = {}, .agentPid = {}}, secret);
-    status = testing::runAsNobody([&] {
-        const int fd = testing::openRaw(path, testing::RawSocket::connected);
-        if (fd < 0)
-            return 2;
-        // The server may already have closed, failing the write: as good as no reply.
-        if (::send(fd, line.data(), line.size(), MSG_NOSIGNAL) < 0)
-            return errno == EPIPE || errno == ECONNRESET ? 0 : 3;
-        pollfd entry{fd, POLLIN, 0};
-        if (::poll(&entry, 1, 5000) != 1)
-            return 4;
-        // Closed without a reply: end of stream, or a reset as the line was never read.
-        char byte;
-        ssize_t got = ::read(fd, &byte, 1);
-        return got == 0 || (got < 0 && errno == ECONNRESET) ? 0 : 5;
-    });
-    EXPECT_EQ(status, 0);
+    // A client of another user: the credentials a server sees are those of connect().
+    const FileDescriptor stranger(Socket::openStream());
+    const sockaddr_un address = *Wire::makeAddress(path);
+    ASSERT_EQ(testing::runAsNobody([&] {
+                  return ::connect(stranger.get(), reinterpret_cast<const sockaddr*>(&address),
+                                   sizeof address);
+              }),
+              0);
+    // The server may already have closed, failing the write: as good as no reply.
+    (void)Wire::writeAll(
+        stranger.get(),
+        Wire::encode(HookRequest{.agent = "claude", .event = "Stop", .host = {}, .agentPid = {}},
+                     secret));
+    EXPECT_FALSE(Wire::readLine(stranger.get(), 20)) << "another user was answered";
     EXPECT_EQ(handled, 0);
     EXPECT_EQ(failureOf(path), std::nullopt) << "this user is answered";
 }

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <poll.h>
 #include <sys/resource.h>
 #include <thread>
 #include <vector>
@@ -102,12 +103,12 @@ protected:
 
     TemporaryDirectory directory;
     const std::string path = directory.path() + "/line.sock";
-    std::shared_ptr<RequestReader> reader = std::make_shared<RequestReader>(RequestReader::Limits{
-        .lineBytes = 1024 * 1024,
-        .shortLinesBytes = 256 * 1024,
-        .shortLineBytes = 16 * 1024,
-        .maxLineBytes = 16 * 1024 * 1024,
-        .reserveDescriptors = 32});
+    std::shared_ptr<RequestReader> reader =
+        std::make_shared<RequestReader>(RequestReader::Limits{.lineBytes = 1024 * 1024,
+                                                              .shortLinesBytes = 256 * 1024,
+                                                              .shortLineBytes = 16 * 1024,
+                                                              .maxLineBytes = 16 * 1024 * 1024,
+                                                              .reserveDescriptors = 32});
     // Idle clients never time out here: they are closed only to make room.
     LocalServer server{path,
                        [](std::string_view line, const ClientProbe&) -> std::optional<std::string> {
