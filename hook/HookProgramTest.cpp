@@ -131,7 +131,8 @@ TEST_F(HookProgram, WithoutAnAnswerEachAgentGetsItsFailSafeAnswer) {
     EXPECT_TRUE(asked);
 }
 
-TEST_F(HookProgram, UnreadableInputNoUsableSecretOrTheStatusLineSendsNothing) {
+// Unreadable input or no usable secret: the fail-safe answer; the status line needs no answer.
+TEST_F(HookProgram, SendsNothingItCannotOrNeedNotSend) {
     app_.start();
     for (const std::string& input :
          {std::string(), std::string("[1,2]"), std::string("\"text\""), std::string("{\"a\":"),

@@ -45,7 +45,6 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
         LocalServer::Options{});
     auto exchange = [&](const char* line) { return LocalClient::exchange(path, line, 1.0, 30.0); };
 
-    EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
     File::writeAtomically(path, "stale", 0644); // replaced by the socket
     server.start();
     server.start(); // a second start changes nothing
@@ -71,7 +70,6 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
     EXPECT_EQ(sawGone, held);
     EXPECT_FALSE(server.isRunning());
     EXPECT_FALSE(File::exists(path)) << "stop removes the socket file";
-    EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
     server.start();
     EXPECT_EQ(exchange("again\n").line, "echo again") << "a stopped server starts again";
 }
