@@ -54,12 +54,8 @@ TEST(HookClient, AnyListenerButTheApplicationLeavesItWithoutAResponse) {
         const FileDescriptor bound(testing::openRaw(path, testing::RawSocket::bound));
         EXPECT_EQ(failureOf(path), Kind::notRunning) << "a socket nobody listens on";
     }
-    {
-        HookServer otherSecret(path, std::string(64, 'e'), nullptr);
-        otherSecret.start();
-        EXPECT_EQ(failureOf(path), Kind::protocolError) << "another secret";
-    }
-    // A reply the wire test shows undecodable.
+    // A reply the wire test shows undecodable (a server that closes without one: the server
+    // test; one that never answers: below).
     LocalServer replying(
         path,
         [](std::string_view, const ClientProbe&) {

@@ -124,7 +124,6 @@ TEST_F(LocalServerLimits, IdleClientsBeyondTheDescriptorLimitNeverShutOutAWellBe
     low.rlim_cur = static_cast<rlim_t>(File::listFolder("/proc/self/fd").size() + 300);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
     const int threadsBefore = threadCount();
-    const sockaddr_un address = *Wire::makeAddress(path);
     int ready[2], finish[2];
     ASSERT_EQ(::pipe(ready), 0);
     ASSERT_EQ(::pipe(finish), 0);
@@ -137,12 +136,9 @@ TEST_F(LocalServerLimits, IdleClientsBeyondTheDescriptorLimitNeverShutOutAWellBe
         ::close(finish[1]);
         rlimit plenty = saved;
         (void)::setrlimit(RLIMIT_NOFILE, &plenty);
-        for (int i = 0; i < idleCount; ++i) {
-            const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-            if (socket < 0 ||
-                ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        for (int i = 0; i < idleCount; ++i)
+            if (testing::openRaw(path, testing::RawSocket::connected) < 0)
                 ::_exit(1);
-        }
         char byte = 'r';
         (void)!::write(ready[1], &byte, 1);
         (void)!::read(finish[0], &byte, 1);
