@@ -7,7 +7,6 @@
 #include "testing/Eventually.h"
 #include "testing/ProgramRun.h"
 #include "testing/TestFiles.h"
-#include "wire/LocalServer.h"
 #include "wire/RecordingServer.h"
 
 #include <gtest/gtest.h>
@@ -115,20 +114,14 @@ TEST_F(HookProgram, WithoutAnAnswerEachAgentGetsItsFailSafeAnswer) {
         EXPECT_EQ(run(command, R"({"session_id":"s"})", {}, 10s), Ending(out, 0));
     }
     // An application that never answers is waited for a second on a fire-and-forget event.
-    std::atomic<bool> asked = false;
-    LocalServer silent(
-        app_.paths.socketPath(),
-        [&](std::string_view, const ClientProbe& probe) {
-            asked = true;
-            while (!probe.isDisconnected())
-                std::this_thread::sleep_for(10ms);
-            return std::optional<std::string>();
-        },
-        LocalServer::Options{});
-    silent.start();
+    app_.start([](const HookRequest&, const ClientProbe& probe) {
+        while (!probe.isDisconnected())
+            std::this_thread::sleep_for(10ms);
+        return HookOutput{"too late", 0};
+    });
     EXPECT_EQ(run(hookCommand("cursor", "sessionEnd"), R"({"conversation_id":"c"})", {}, 10s),
               Ending("{}\n", 0));
-    EXPECT_TRUE(asked);
+    EXPECT_EQ(app_.requests().size(), 1u);
 }
 
 // Unreadable input or no usable secret: the fail-safe answer; the status line needs no answer.
