@@ -28,6 +28,18 @@ public:
         return found == entries_.end() ? std::vector<std::string>{} : found->second.commandLine;
     }
 
+    /// hook 100 <- sh 99 <- the agent 98 <- shell 97 <- terminal 96 <- init 1.
+    static FakeProcessTable chainWith(std::string name, std::vector<std::string> commandLine) {
+        return FakeProcessTable({
+            {100, {99, "tidewick-hook", {"tidewick-hook"}}},
+            {99, {98, "sh", {"sh", "-c", "tidewick-hook"}}},
+            {98, {97, std::move(name), std::move(commandLine)}},
+            {97, {96, "zsh", {"-zsh"}}},
+            {96, {1, "ghostty", {"ghostty"}}},
+            {1, {0, "systemd", {"/sbin/init"}}},
+        });
+    }
+
 private:
     std::map<std::int32_t, Entry> entries_;
 };

@@ -2,7 +2,7 @@
 
 #include "FakeProcessTable.h"
 
-#include "RecordingServer.h"
+#include "wire/RecordingServer.h"
 
 #include <gtest/gtest.h>
 
@@ -30,7 +30,7 @@ protected:
                           event},
             .environment = environment,
             .input = input,
-            .pid = 500,
+            .pid = 100,
             .processes = table,
         });
     }
@@ -40,18 +40,9 @@ protected:
 
 TEST_F(HookCommandRun, AScriptedAgentRunIsNeverHeld) {
     for (bool scripted : {true, false}) {
-        std::vector<std::string> agentCommand{
-            "node", "/usr/lib/node_modules/@anthropic-ai/claude-code/cli.js", "--model", "opus"};
-        if (scripted)
-            agentCommand.insert(agentCommand.end(), {"-p", "fix it"});
-        // hook 500 <- sh 400 <- claude (run by node) 300 <- terminal 200
-        FakeProcessTable chain({
-            {500, {400, "tidewick-hook", {"tidewick-hook"}}},
-            {400, {300, "sh", {"/bin/sh", "-c", "tidewick-hook"}}},
-            {300, {200, "node", agentCommand}},
-            {200, {1, "kitty", {"kitty"}}},
-            {1, {0, "init", {"/sbin/init"}}},
-        });
+        const FakeProcessTable chain = FakeProcessTable::chainWith(
+            "claude", scripted ? std::vector<std::string>{"claude", "-p", "fix it"}
+                               : std::vector<std::string>{"claude"});
         int fds[2];
         ASSERT_EQ(::pipe(fds), 0);
         ASSERT_EQ(::write(fds[1], "{\"session_id\":\"s\"}", 18), 18);
@@ -61,7 +52,7 @@ TEST_F(HookCommandRun, AScriptedAgentRunIsNeverHeld) {
                   (HookCommand::Exit{"answer to Stop\n", 0}));
         ::close(fds[0]);
         ASSERT_FALSE(app_.requests().empty()) << scripted;
-        EXPECT_EQ(app_.requests().back().agentPid, 300) << scripted;
+        EXPECT_EQ(app_.requests().back().agentPid, 98) << scripted;
         EXPECT_EQ(app_.requests().back().noHold, scripted);
         EXPECT_EQ(app_.requests().back().tmuxPane, "%5");
         EXPECT_EQ(app_.requests().back().tmuxSocket, "/tmp/tmux-0/default");

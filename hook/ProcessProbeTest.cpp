@@ -11,18 +11,6 @@ namespace {
 
 using testing::FakeProcessTable;
 
-// hook 100 <- sh 99 <- <agent> 98 <- shell 97 <- terminal 96 <- init 1
-FakeProcessTable chainWith(std::string name, std::vector<std::string> commandLine) {
-    return FakeProcessTable({
-        {100, {99, "tidewick-hook", {"tidewick-hook"}}},
-        {99, {98, "sh", {"sh", "-c", "tidewick-hook"}}},
-        {98, {97, std::move(name), std::move(commandLine)}},
-        {97, {96, "zsh", {"-zsh"}}},
-        {96, {1, "ghostty", {"ghostty"}}},
-        {1, {0, "systemd", {"/sbin/init"}}},
-    });
-}
-
 TEST(ProcessProbe, RecognisesEachAgentNativeOrScripted) {
     struct Row {
         AgentKind agent;
@@ -50,9 +38,9 @@ TEST(ProcessProbe, RecognisesEachAgentNativeOrScripted) {
         {AgentKind::antigravity, "node", {"node"}, false},
     };
     for (const Row& row : rows)
-        EXPECT_EQ(
-            ProcessProbe::agentAncestor(100, row.agent, 8, chainWith(row.name, row.commandLine)),
-            row.found ? std::optional<std::int32_t>(98) : std::nullopt)
+        EXPECT_EQ(ProcessProbe::agentAncestor(
+                      100, row.agent, 8, FakeProcessTable::chainWith(row.name, row.commandLine)),
+                  row.found ? std::optional<std::int32_t>(98) : std::nullopt)
             << rawValue(row.agent) << " as " << ::testing::PrintToString(row.commandLine);
 }
 

@@ -11,11 +11,9 @@ TEST(Adapters, EachAgentsAdapterFailsSafeAndKnowsItsFireAndForgetEvents) {
     // clang-format off
     const struct { AgentKind agent; const char* event; const char* failSafe; bool fireAndForget; } rows[] = {
         {claude, "PermissionRequest", "", false},
-        {claude, "Stop", "", false},
         {claude, "SessionEnd", "", true},
         {claude, "sessionEnd", "", false},
         {codex, "Interrupt", "", true},
-        {codex, "whatever", "", false},
         {cursor, "beforeReadFile", allow, false},
         {cursor, "subagentStart", allow, false},
         {cursor, "beforeShellExecution", ask, false},

@@ -20,10 +20,9 @@ TEST(AntigravityAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         {"PreInvocation", "{}", working, {}, {}, {}, none},
         {"PreToolUse", R"({"toolCall":{"name":"view_file","args":{"AbsolutePath":"/ws/a.py"}}})", toolStarted, "Read a.py", "/ws/a.py", "view_file", none},
         {"PreToolUse", runTests, permissionRequested, "Run npm test", "npm test", "run_command", permission},
-        // A missing or mistyped tool call is a tool nobody can name.
+        // A missing tool call, or one that is no object, is a tool nobody can name.
         {"PreToolUse", "{}", toolStarted, "tool", {}, {}, none},
         {"PreToolUse", R"({"toolCall":"run_command"})", toolStarted, "tool", {}, {}, none},
-        {"PreToolUse", R"({"toolCall":{"name":5,"args":[]}})", toolStarted, "tool", {}, {}, none},
         {"PostToolUse", runTests, toolFinished, "Run npm test", "npm test", "run_command", none},
         {"PostToolUse", R"({"toolCall":{"name":"run_command","args":{"CommandLine":"npm test"}},"error":"exit 1"})", toolFinished, "Run npm test failed", "exit 1", "run_command", none},
         {"Stop", R"({"terminationReason":"error"})", error, "The agent hit an error", {}, {}, none},

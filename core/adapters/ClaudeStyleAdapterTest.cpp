@@ -13,26 +13,22 @@ using namespace tidewick::testing;
 constexpr std::string_view base =
     R"({"session_id":"s-1","cwd":"/home/dev/proj","transcript_path":"/t/s-1.jsonl","model":"opus"})";
 
+// The plain cases (a session's end, a prompt, a turn's last message, a tool before and after,
+// a shell command's own explanation) are the recorded payloads' test.
 TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
     const std::string bash = call("Bash", R"({"command":"ls"})");
     // clang-format off
     const char* askDB = R"({"questions":[{"question":"Which DB?","options":[{"label":"Postgres"},{"label":"SQLite"}]}]})";
     const char* askTwo = R"({"questions":[{"question":"Which colour?","header":"Colour","multiSelect":false,"options":[{"label":"Red","description":"Warm"},{"label":"Blue"}]},{"question":"Which features?","header":"Features","multiSelect":true,"options":[{"label":"Search"},{"label":"Sync"}],"preview":"x"}]})";
+    const char* suggested = R"({"tool_name":"Bash","tool_input":{"command":"npm test -- --watch","description":"Test"},"permission_suggestions":[{"type":"setMode","mode":"acceptEdits","destination":"session"},7]})";
     const Row rows[] = {
         {"SessionStart", R"({"session_title":"Fix login","source":"resume"})", sessionStarted, "Fix login", "resume", {}, none},
-        {"SessionEnd", R"({"reason":"logout"})", sessionEnded, {}, "logout", {}, none},
         {"PreToolUse", call("AskUserQuestion", askDB), notification, "Claude Code is asking you a question", "Which DB?\n\u2022 Postgres\n\u2022 SQLite", "question", none},
-        {"PreToolUse", call("request_permissions", R"({"reason":"Needs network"})"), notification, "Claude Code is asking for your permission", "Needs network", "question", none},
         {"PreToolUse", call("mcp__hub__call", R"({"tool_name":"ask_permission","arguments":{"action":"deploy"}})"), notification, "Claude Code is asking for your permission", "Wants permission for deploy", "question", none},
-        {"PreToolUse", call("Bash", R"({"command":"npm test"})"), toolStarted, "Run npm test", "npm test", "Bash", none},
-        {"PostToolUse", call("Read", R"({"file_path":"/p/a.txt"})"), toolFinished, "Read a.txt", "/p/a.txt", "Read", none},
-        {"PermissionRequest", call("Bash", R"({"command":"rm -rf build","description":"Delete the build"})"), permissionRequested, "Run rm -rf build", "rm -rf build\n\nDelete the build", "Bash", permission},
         {"PermissionRequest", call("Edit", R"({"file_path":"/p/a.c","description":"Fix it"})"), permissionRequested, "Edit a.c", "/p/a.c", "Edit", permission},
         {"PermissionRequest", call("Bash", R"({"command":"ls","description":""})"), permissionRequested, "Run ls", "ls", "Bash", permission},
         // An interactive session asks its questions through a permission request of the question tool.
         {"PermissionRequest", call("AskUserQuestion", askTwo), permissionRequested, "Claude Code is asking you a question", "Which colour?\n\u2022 Red\n\u2022 Blue\n\nWhich features?\n\u2022 Search\n\u2022 Sync", "question", permission},
-        {"UserPromptSubmit", R"({"prompt":"clean the build"})", userPrompt, "You", "clean the build", {}, none},
-        {"Stop", R"({"last_assistant_message":"All done."})", turnFinished, "Finished the turn", "All done.", {}, reply},
         {"Notification", R"({"title":"Waiting","message":"Needs your input"})", notification, "Waiting", "Needs your input", {}, none},
         {"PreCompact", R"({"trigger":"auto","matcher":"manual"})", compaction, "Compacting context", "auto", {}, none},
         {"PostCompact", R"({"matcher":"manual"})", compaction, "Context compacted", "manual", {}, none},
@@ -41,7 +37,7 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         {"PreToolUse", call("AskUserQuestion", R"({"questions":[{"question":5,"options":"x"}]})"), toolStarted, "AskUserQuestion", R"({"questions":[{"options":"x","question":5}]})", "AskUserQuestion", none},
     };
     const Answer answers[] = {
-        {"PermissionRequest", bash, {Decision::allow()}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"},
+        {"PermissionRequest", bash, {Decision::allow(), Decision::allow(std::nullopt, {})}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"},
         {"PermissionRequest", bash, {Decision::deny("no")}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":"no"}}})"},
         {"PermissionRequest", bash, {Decision::deny(), Decision::deny("")}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny","message":"Denied from Tidewick."}}})"},
         {"PermissionRequest", bash, withoutVerdict, ""},
@@ -64,27 +60,31 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
 
     // An allow may carry the tool's new input and lasting permissions; Codex refuses every
     // answer that does, so it gets the plain allow.
-    const JSONValue answered = JSONValue::parse(R"({"questions":[],"answers":{"Which colour?":"Blue"}})");
-    const Decision lasting = Decision::allow(std::nullopt, {PermissionUpdates::allowRule("Bash", "npm test:*")});
+    const JSONValue answered =
+        JSONValue::parse(R"({"questions":[],"answers":{"Which colour?":"Blue"}})");
+    const Decision lasting =
+        Decision::allow(std::nullopt, {PermissionUpdates::allowRule("Bash", "npm test:*")});
     const Decision both = Decision::allow(answered, {PermissionUpdates::allowRule("Edit", "")});
+    // clang-format off
     const Answer richer[] = {
         {"PermissionRequest", bash, {lasting}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow","updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}],"behavior":"allow","destination":"localSettings"}]}}})"},
         {"PermissionRequest", bash, {Decision::allow(answered, {})}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow","updatedInput":{"questions":[],"answers":{"Which colour?":"Blue"}}}}})"},
         {"PermissionRequest", bash, {both}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow","updatedInput":{"questions":[],"answers":{"Which colour?":"Blue"}},"updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Edit"}],"behavior":"allow","destination":"localSettings"}]}}})"},
-        {"PermissionRequest", bash, {Decision::allow(std::nullopt, {})}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"},
         {"Stop", "{}", {lasting}, ""},
     };
     expectAnswers(claude, base, richer);
     const Answer plain[] = {{"PermissionRequest", bash, {lasting, both}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"}};
+    // clang-format on
     expectAnswers(CodexAdapter(), base, plain);
 
     // A held request keeps the call it is about: the command, the agent's suggestions
     // (objects only) and a question tool's questions.
-    auto held = claude.parse("PermissionRequest", payload(base, R"({"tool_name":"Bash","tool_input":{"command":"npm test -- --watch","description":"Test"},"permission_suggestions":[{"type":"setMode","mode":"acceptEdits","destination":"session"},7]})"));
+    auto held = claude.parse("PermissionRequest", payload(base, suggested));
     ASSERT_TRUE(held && held->call);
     EXPECT_EQ(held->call->tool, "Bash");
     EXPECT_EQ(held->call->command, "npm test -- --watch");
-    EXPECT_EQ(JSONValue(held->call->suggestions).compact(), R"([{"type":"setMode","mode":"acceptEdits","destination":"session"}])");
+    EXPECT_EQ(JSONValue(held->call->suggestions).compact(),
+              R"([{"type":"setMode","mode":"acceptEdits","destination":"session"}])");
     EXPECT_TRUE(held->call->questions.empty());
     auto asked = claude.parse("PermissionRequest", payload(base, call("AskUserQuestion", askTwo)));
     ASSERT_TRUE(asked && asked->call);

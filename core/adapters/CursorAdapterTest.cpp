@@ -14,12 +14,11 @@ TEST(CursorAdapter, ParsesAndAnswersEveryRowOfTheTable) {
     const char* rm = R"({"command":"rm -rf /tmp/x"})";
     const std::string read = call("Read", R"({"path":"/a"})");
     // clang-format off
-    // A shell command is held; its title is cut to 60 characters, never inside a character.
+    // A shell command is held; its title is cut to 60 characters.
     auto shell = [](const std::string& command, const std::string& shown) {
         return Row{"beforeShellExecution", JSONValue(JSONValue::Object{{"command", command}}).compact(), permissionRequested, "Run " + shown, command, "run_command", permission};
     };
     const std::string a58(58, 'a'), a59(59, 'a'), ellipsis = "\u2026";
-    const std::string thumbs = "\U0001F44D\U0001F3FD", flag = "\U0001F1EF\U0001F1F5"; // one character each
     const Row rows[] = {
         {"sessionStart", R"({"composer_mode":"agent"})", sessionStarted, {}, "agent", {}, none},
         {"sessionEnd", R"({"final_status":"error","error_message":"crashed","reason":"x"})", error, "Session ended with an error", "crashed", {}, none},
@@ -41,9 +40,6 @@ TEST(CursorAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         {"preToolUse", call("AskQuestion", R"({"question":["Why?"],"choices":[[],{}]})"), toolStarted, "AskQuestion", R"({"choices":[[],{}],"question":["Why?"]})", "AskQuestion", none},
         shell(a58 + "bc", a58 + "bc"),
         shell(a59 + "bc", a59 + ellipsis),
-        shell(a58 + thumbs + "bc", a58 + thumbs + ellipsis), // 61 characters, the 59th an emoji with a skin tone
-        shell(a59 + flag + "b", a59 + ellipsis), // the flag would be the 60th: dropped whole
-        shell(a59 + flag, a59 + flag),
         shell("make\r\nmake install", "make make install"), // CR LF is one line break
     };
     const Answer answers[] = {
@@ -63,9 +59,11 @@ TEST(CursorAdapter, ParsesAndAnswersEveryRowOfTheTable) {
     expectRows(CursorAdapter(), base, {"c-1", "/w", "/t.jsonl", "gpt-5"}, rows);
     expectAnswers(CursorAdapter(), base, answers);
     // A held command keeps the command, for a lasting allow of its prefix.
-    EXPECT_EQ(CursorAdapter().parse("beforeShellExecution", payload(base, rm))->call->command, "rm -rf /tmp/x");
+    EXPECT_EQ(CursorAdapter().parse("beforeShellExecution", payload(base, rm))->call->command,
+              "rm -rf /tmp/x");
 }
 
+// Mistyped roots, directory and command: the hostile input test.
 TEST(CursorAdapter, FindsTheSessionAndProjectThroughFallbacks) {
     CursorAdapter cursor;
     auto project = [&](const char* extra) {
@@ -74,11 +72,9 @@ TEST(CursorAdapter, FindsTheSessionAndProjectThroughFallbacks) {
     EXPECT_EQ(project(R"({"workspace_roots":[]})"), "/cwd");
     EXPECT_EQ(project(R"({"workspace_roots":[3,"","/second"]})"), "/second");
     EXPECT_EQ(project(R"({"workspace_roots":"/not-an-array"})"), "/cwd");
-    EXPECT_EQ(project(R"({"workspace_roots":null,"cwd":null})"), std::nullopt);
 
     EXPECT_EQ(cursor.parse("stop", payload(R"({"session_id":"s-9"})"))->event.sessionId, "s-9");
     EXPECT_FALSE(cursor.parse("stop", payload(R"({"conversation_id":"","session_id":7})")));
-    EXPECT_FALSE(cursor.parse("beforeShellExecution", payload(base)));
     EXPECT_FALSE(cursor.parse("beforeReadFile", payload(base, R"({"file_path":"/w/a"})")));
     EXPECT_FALSE(cursor.parse("Stop", payload(base)));
     auto named = cursor.parse("whatever", payload(base, R"({"hook_event_name":"stop"})"));

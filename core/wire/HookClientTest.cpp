@@ -1,10 +1,13 @@
 #include "wire/HookClient.h"
 
 #include "testing/TemporaryDirectory.h"
+#include "wire/HookServer.h"
+#include "wire/LocalServer.h"
 #include "wire/WireTestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fcntl.h>
 #include <future>
 #include <sys/stat.h>
@@ -14,6 +17,8 @@ namespace tidewick {
 namespace {
 
 using Kind = HookClient::Failure::Kind;
+
+const std::string secret(64, 'f');
 
 // The failure kind `send` throws, or nothing when it succeeded. It runs on a thread
 // of its own, waited for with a bound far beyond its deadlines: a client that does
@@ -27,7 +32,7 @@ std::optional<Kind> failureOf(const std::string& path, double connectTimeout = 0
                                     .payload = JSONValue(JSONValue::Object{{"command", command}}),
                                     .host = {},
                                     .agentPid = {}},
-                                   path, std::string(64, 'f'), connectTimeout, responseTimeout);
+                                   path, secret, connectTimeout, responseTimeout);
             return std::nullopt;
         } catch (const HookClient::Failure& failure) {
             return failure.kind();
@@ -38,6 +43,27 @@ std::optional<Kind> failureOf(const std::string& path, double connectTimeout = 0
         std::terminate();
     }
     return attempt.get();
+}
+
+// Whatever stands at the socket in place of the application, the client gets no response.
+TEST(HookClient, AnyListenerButTheApplicationLeavesItWithoutAResponse) {
+    TemporaryDirectory dir;
+    const std::string path = dir.path() + "/tw.sock";
+    EXPECT_EQ(failureOf(path), Kind::notRunning) << "no socket file";
+    {
+        const FileDescriptor bound(testing::openRaw(path, testing::RawSocket::bound));
+        EXPECT_EQ(failureOf(path), Kind::notRunning) << "a socket nobody listens on";
+    }
+    // A reply the wire test shows undecodable (a server that closes without one: the server
+    // test; one that never answers: below).
+    LocalServer replying(
+        path,
+        [](std::string_view, const ClientProbe&) {
+            return std::optional<std::string>("{\"v\":2,\"stdout\":\"{}\",\"exit\":0}\n");
+        },
+        LocalServer::Options{});
+    replying.start();
+    EXPECT_EQ(failureOf(path), Kind::protocolError) << "a reply of another version";
 }
 
 TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
@@ -74,40 +100,48 @@ TEST(HookClient, ABusyOrStuckListenerCostsNoMoreThanTheDeadlines) {
     EXPECT_EQ(waiting.get(), Kind::protocolError);
 }
 
-TEST(HookClient, NeverSendsTheSecretToAnotherUsersListener) {
+// Nothing passes between users: the client never sends the secret to another user's
+// listener, and the server never answers another user's process, even one with the secret.
+TEST(HookClient, NothingPassesBetweenUsers) {
     if (::geteuid() != 0)
         GTEST_SKIP() << "needs root to act as a second user";
     TemporaryDirectory dir;
-    ::chmod(dir.path().c_str(), 0777);
+    ::chmod(dir.path().c_str(), 0755);
     const std::string path = dir.path() + "/tw.sock";
-    auto address = *Wire::makeAddress(path);
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    int status = -1;
-    // The impostor listens as "nobody" and fails when any byte comes in.
-    std::thread impostor([&] {
-        status = testing::runAsNobody([&] {
-            int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-            if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-                ::chmod(address.sun_path, 0666) != 0 || ::listen(fd, 4) != 0)
-                return 91;
-            (void)::write(ready[1], "r", 1);
-            pollfd waiting{fd, POLLIN, 0};
-            if (::poll(&waiting, 1, 5000) != 1)
-                return 92;
-            pollfd entry{::accept(fd, nullptr, nullptr), POLLIN, 0};
-            char byte;
-            return ::poll(&entry, 1, 1000) == 1 && ::read(entry.fd, &byte, 1) > 0 ? 1 : 0;
-        });
-        (void)::write(ready[1], "r", 1); // in case the child failed before listening
-    });
-    char byte;
-    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    // A listener of another user: the credentials a client sees are those of listen().
+    const FileDescriptor impostor(testing::openRaw(path, testing::RawSocket::bound));
+    ASSERT_EQ(testing::runAsNobody([&] { return ::listen(impostor.get(), 4); }), 0);
     EXPECT_EQ(failureOf(path), Kind::notRunning);
-    impostor.join();
-    EXPECT_EQ(status, 0) << "the impostor received bytes (or failed to listen)";
-    ::close(ready[0]);
-    ::close(ready[1]);
+    ::fcntl(impostor.get(), F_SETFL, O_NONBLOCK);
+    const FileDescriptor connection(::accept(impostor.get(), nullptr, nullptr));
+    char byte;
+    EXPECT_TRUE(!connection || ::recv(connection.get(), &byte, 1, MSG_DONTWAIT) <= 0)
+        << "the impostor received bytes";
+
+    std::atomic<int> handled = 0;
+    HookServer server(path, secret, [&](const HookRequest&, const ClientProbe&) {
+        ++handled;
+        return HookResponse{};
+    });
+    server.start();
+    // Let the other user reach the socket at all; only the peer check stands in its way.
+    ::chmod(path.c_str(), 0666);
+    // A client of another user: the credentials a server sees are those of connect().
+    const FileDescriptor stranger(Socket::openStream());
+    const sockaddr_un address = *Wire::makeAddress(path);
+    ASSERT_EQ(testing::runAsNobody([&] {
+                  return ::connect(stranger.get(), reinterpret_cast<const sockaddr*>(&address),
+                                   sizeof address);
+              }),
+              0);
+    // The server may already have closed, failing the write: as good as no reply.
+    (void)Wire::writeAll(
+        stranger.get(),
+        Wire::encode(HookRequest{.agent = "claude", .event = "Stop", .host = {}, .agentPid = {}},
+                     secret));
+    EXPECT_FALSE(Wire::readLine(stranger.get(), 20)) << "another user was answered";
+    EXPECT_EQ(handled, 0);
+    EXPECT_EQ(failureOf(path), std::nullopt) << "this user is answered";
 }
 
 } // namespace

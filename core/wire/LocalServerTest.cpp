@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <poll.h>
 #include <sys/resource.h>
 #include <thread>
 #include <vector>
@@ -44,7 +45,6 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
         LocalServer::Options{});
     auto exchange = [&](const char* line) { return LocalClient::exchange(path, line, 1.0, 30.0); };
 
-    EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
     File::writeAtomically(path, "stale", 0644); // replaced by the socket
     server.start();
     server.start(); // a second start changes nothing
@@ -70,7 +70,6 @@ TEST(LocalServer, AnswersLinesRefusesSilentlyAndWakesHeldConnections) {
     EXPECT_EQ(sawGone, held);
     EXPECT_FALSE(server.isRunning());
     EXPECT_FALSE(File::exists(path)) << "stop removes the socket file";
-    EXPECT_EQ(exchange("hello\n").failure, Failure::notConnected);
     server.start();
     EXPECT_EQ(exchange("again\n").line, "echo again") << "a stopped server starts again";
 }
@@ -102,12 +101,12 @@ protected:
 
     TemporaryDirectory directory;
     const std::string path = directory.path() + "/line.sock";
-    std::shared_ptr<RequestReader> reader = std::make_shared<RequestReader>(RequestReader::Limits{
-        .lineBytes = 1024 * 1024,
-        .shortLinesBytes = 256 * 1024,
-        .shortLineBytes = 16 * 1024,
-        .maxLineBytes = 16 * 1024 * 1024,
-        .reserveDescriptors = 32});
+    std::shared_ptr<RequestReader> reader =
+        std::make_shared<RequestReader>(RequestReader::Limits{.lineBytes = 1024 * 1024,
+                                                              .shortLinesBytes = 256 * 1024,
+                                                              .shortLineBytes = 16 * 1024,
+                                                              .maxLineBytes = 16 * 1024 * 1024,
+                                                              .reserveDescriptors = 32});
     // Idle clients never time out here: they are closed only to make room.
     LocalServer server{path,
                        [](std::string_view line, const ClientProbe&) -> std::optional<std::string> {
@@ -125,7 +124,6 @@ TEST_F(LocalServerLimits, IdleClientsBeyondTheDescriptorLimitNeverShutOutAWellBe
     low.rlim_cur = static_cast<rlim_t>(File::listFolder("/proc/self/fd").size() + 300);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
     const int threadsBefore = threadCount();
-    const sockaddr_un address = *Wire::makeAddress(path);
     int ready[2], finish[2];
     ASSERT_EQ(::pipe(ready), 0);
     ASSERT_EQ(::pipe(finish), 0);
@@ -138,12 +136,9 @@ TEST_F(LocalServerLimits, IdleClientsBeyondTheDescriptorLimitNeverShutOutAWellBe
         ::close(finish[1]);
         rlimit plenty = saved;
         (void)::setrlimit(RLIMIT_NOFILE, &plenty);
-        for (int i = 0; i < idleCount; ++i) {
-            const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-            if (socket < 0 ||
-                ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        for (int i = 0; i < idleCount; ++i)
+            if (testing::openRaw(path, testing::RawSocket::connected) < 0)
                 ::_exit(1);
-        }
         char byte = 'r';
         (void)!::write(ready[1], &byte, 1);
         (void)!::read(finish[0], &byte, 1);

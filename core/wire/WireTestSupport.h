@@ -6,8 +6,6 @@
 #include "wire/Wire.h"
 
 #include <grp.h>
-#include <optional>
-#include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -33,25 +31,6 @@ inline int openRaw(const std::string& path, RawSocket kind, int backlog = 8) {
                   : ::bind(fd, raw, sizeof *address) == 0 &&
                         (kind == RawSocket::bound || ::listen(fd, backlog) == 0);
     return ok ? socket.release() : -1;
-}
-
-/// Sends `line` on a new connection and returns everything the server sent
-/// before closing (empty when it closed without a word); nothing when the
-/// connection failed or the server neither answered nor closed in 5 s.
-inline std::optional<std::string> exchangeRaw(const std::string& path, const std::string& line) {
-    const FileDescriptor socket(openRaw(path, RawSocket::connected));
-    const int fd = socket.get();
-    if (!socket || !Wire::writeAll(fd, line))
-        return std::nullopt;
-    std::string received;
-    char buffer[4096];
-    for (pollfd entry{fd, POLLIN, 0}; ::poll(&entry, 1, 5000) > 0;) {
-        ssize_t got = ::read(fd, buffer, sizeof buffer);
-        if (got <= 0)
-            return received;
-        received.append(buffer, static_cast<size_t>(got));
-    }
-    return std::nullopt;
 }
 
 /// Runs `body` in a child process as the user "nobody" and returns its exit

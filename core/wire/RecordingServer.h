@@ -21,12 +21,12 @@ public:
     ~RecordingServer() { stop(); }
 
     /// Starts a server at the home's socket answering with `answer` (null:
-    /// "answer to <event>", exit 0) and accepting `serverSecret` (empty: the
-    /// home's own secret). Throws what HookServer::start throws.
-    void start(Answer answer = nullptr, const std::string& serverSecret = {}) {
+    /// "answer to <event>", exit 0) and accepting the home's secret. Throws
+    /// what HookServer::start throws.
+    void start(Answer answer = nullptr) {
         answer_ = std::move(answer);
         server_ = std::make_unique<HookServer>(
-            paths.socketPath(), serverSecret.empty() ? secret : serverSecret,
+            paths.socketPath(), secret,
             [this](const HookRequest& request, const ClientProbe& probe) {
                 {
                     std::lock_guard guard(mutex_);
