@@ -55,7 +55,8 @@ protected:
     AttachedApplicationTest() {
         target.all = {
             sessionWith(AgentKind::claude, "s-1", {heldRequest(PendingKind::permission, "Run ls")}),
-            sessionWith(AgentKind::claude, "s-10", {heldRequest(PendingKind::permission, "Run rm")}),
+            sessionWith(AgentKind::claude, "s-10",
+                        {heldRequest(PendingKind::permission, "Run rm")}),
         };
     }
 
