@@ -145,13 +145,9 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
     EXPECT_EQ(always.out, "Always allowed Cursor session cursor-a: Tidewick now allows commands "
                           "starting with \"npm test\" without asking.\n");
     EXPECT_EQ(run.finished(first), "{\"permission\":\"allow\"}\n");
-    // Kept in the settings file: the next such command is let through at once.
+    // Kept: the next such command is let through at once.
     EXPECT_EQ(run.finished(run.cursorShell("cursor-always", "npm test --watch")),
               "{\"permission\":\"allow\"}\n");
-    const JSONValue settings =
-        JSONValue::parse(File::read(TidewickPaths(run.home()).settingsFile()));
-    EXPECT_THAT(settings.get("gating")->get("safePrefixes")->compact(),
-                HasSubstr(R"("npm test"])"));
 
     // Codex takes no lasting rule: nothing is sent, and the request is still held.
     BackgroundProgram& codex =
@@ -161,8 +157,6 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
     run.waitForHeld(1);
     EXPECT_THAT(run.fails({"allow", "codex-always", "--always"}, 1),
                 HasSubstr("Codex takes no lasting rule in a hook's answer"));
-    EXPECT_THAT(run.tidewick({"answer", "codex-always", "yes"}).err,
-                HasSubstr("isn't asking a question"));
     EXPECT_EQ(run.tidewick({"allow", "codex-always"}).status, 0);
     EXPECT_EQ(run.finished(codex), claudeAllowed);
 

@@ -76,7 +76,6 @@ protected:
 
 TEST_F(AttachedApplicationTest, FollowsTheSessionsAndDecidesForExactlyTheSessionShown) {
     AttachedApplication view(paths);
-    EXPECT_EQ(view.location(), ApplicationView::Location::attached);
     ASSERT_TRUE(view.attach());
     EXPECT_EQ(sessionIds(view), (std::vector<std::string>{"s-1", "s-10"}));
     EXPECT_EQ(view.pendingRequests().size(), 2u);
