@@ -9,7 +9,7 @@
 #include "wire/Wire.h"
 
 #include <functional>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <thread>
 #include <unistd.h>
 
@@ -241,10 +241,7 @@ TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
          "This tidewick command is older than the Tidewick application running (control "
          "protocol 1 for the command, 2 for the application). Use the tidewick that came "
          "with the application, or restart the application with this one."},
-        {R"({"v":3,"secret":")" + running.secret +
-             R"(","command":"x"})"
-             "\n",
-         2,
+        {R"({"v":3,"secret":")" + running.secret + "\",\"command\":\"x\"}\n", 2,
          "The Tidewick application running is older than this tidewick command (control "
          "protocol 3 for the command, 2 for the application). Restart the application so "
          "that both are the same version."},
@@ -258,9 +255,7 @@ TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
     }
     // Without the secret a stranger learns nothing, not even the version.
     EXPECT_FALSE(exchange(ControlProtocol::encodeFirstVersionProbe(running.secret + "0")));
-    EXPECT_FALSE(exchange(R"({"v":0,"secret":")" + running.secret +
-                          R"("})"
-                          "\n"));
+    EXPECT_FALSE(exchange(R"({"v":0,"secret":")" + running.secret + "\"}\n"));
 
     // This command facing an application of protocol 1, which closes later versions' lines
     // without a word and answers its own.
@@ -270,18 +265,13 @@ TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
         [](std::string_view line, const ClientProbe&) -> std::optional<std::string> {
             if (line.find(R"("v":1)") == std::string_view::npos)
                 return std::nullopt;
-            return R"({"v":1,"outcome":"done"})"
-                   "\n";
+            return "{\"v\":1,\"outcome\":\"done\"}\n";
         },
         LocalServer::Options{});
     first.start();
-    const std::string sentence = ControlProtocol::versionMismatchSentence(2, 1);
-    try {
-        (void)ControlClient::send(makeRequest(pending), running.paths);
-        ADD_FAILURE() << "no mismatch reported";
-    } catch (const ControlClient::VersionMismatch& mismatch) {
-        EXPECT_EQ(mismatch.what(), sentence);
-    }
+    EXPECT_THAT([&] { (void)ControlClient::send(makeRequest(pending), running.paths); },
+                ::testing::ThrowsMessage<ControlClient::VersionMismatch>(
+                    ::testing::StrEq(ControlProtocol::versionMismatchSentence(2, 1))));
     EXPECT_THROW((void)ControlClient::subscribe(running.paths), ControlClient::VersionMismatch);
 }
 
