@@ -36,22 +36,6 @@ JSONValue at(const JSONValue& value, const std::string& path) {
     return found ? *found : JSONValue();
 }
 
-/// The name, label, percentage used, level and reset of each window of the agent `index`
-/// of `report`, as the JSON has them ("null" for what is missing).
-std::vector<std::string> windows(const JSONValue& report, std::size_t index) {
-    std::vector<std::string> lines;
-    for (std::size_t window = 0; window < 2; ++window) {
-        std::string line;
-        for (const char* name : {"name", "label", "usedPercent", "level", "reset"})
-            line += (line.empty() ? "" : " ") +
-                    at(report, "agents/" + std::to_string(index) + "/windows/" +
-                                   std::to_string(window) + "/" + name)
-                        .compact();
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     if (!testing::TidewickPrograms::built())
         GTEST_SKIP() << "tidewick-hook was not built beside tidewick";
@@ -85,11 +69,19 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
 
     const ProgramResult json = run.succeeded({"usage", "--json"});
     const JSONValue report = JSONValue::parse(json.out);
-    EXPECT_EQ(windows(report, 0),
-              (std::vector<std::string>{R"("five_hour" "5h" 93.2 "critical" false)",
-                                        R"("seven_day" "7d" null null true)"}));
-    EXPECT_EQ(windows(report, 1), (std::vector<std::string>{R"("primary" "5h" 42 "normal" false)",
-                                                            R"("secondary" "7d" null null true)"}));
+    // Each window's name, label, percentage used, level and whether it is reset.
+    std::vector<std::string> windows;
+    for (const std::string window :
+         {"0/windows/0/", "0/windows/1/", "1/windows/0/", "1/windows/1/"}) {
+        std::string line;
+        for (const char* name : {"name", "label", "usedPercent", "level", "reset"})
+            line += at(report, "agents/" + window + name).compact() + " ";
+        windows.push_back(line);
+    }
+    EXPECT_EQ(windows, (std::vector<std::string>{R"("five_hour" "5h" 93.2 "critical" false )",
+                                                 R"("seven_day" "7d" null null true )",
+                                                 R"("primary" "5h" 42 "normal" false )",
+                                                 R"("secondary" "7d" null null true )"}));
     EXPECT_EQ(at(report, "agents/0/source"),
               JSONValue(TidewickPaths(run.home()).claudeLimitsFile()));
     EXPECT_EQ(at(report, "agents/1/source"), JSONValue(rollout));
