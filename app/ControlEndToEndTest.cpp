@@ -12,9 +12,9 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::BackgroundProgram;
+using testing::claudeAllowed;
 using ::testing::Contains;
 using ::testing::HasSubstr;
-using testing::claudeAllowed;
 using testing::ProgramResult;
 
 const std::string fixtures = std::string(TIDEWICK_SOURCE_DIR) + "/../shared/fixtures/claude/";
@@ -58,35 +58,29 @@ TEST_F(ControlEndToEnd, ClaudePermissionAllowedDeniedAndTheFirstDecisionWins) {
     EXPECT_EQ(answered({"allow", "d4e2"}), claudeAllowed);
     EXPECT_EQ(run.tidewick({"allow", "d4e2"}).status, 1) << "nothing is held any more";
 
-    const std::string denied = answered({"deny", claudeSession});
+    // Claude Code's default denial is the adapter's to test; here a message travels with it.
+    const std::string denied =
+        answered({"deny", "d4e", "--agent", "claude", "--message", "Use the staging database."});
     EXPECT_THAT(denied, HasSubstr(R"("behavior":"deny")"));
-    EXPECT_THAT(denied, HasSubstr("Denied from Tidewick."));
-    EXPECT_THAT(
-        answered({"deny", "d4e", "--agent", "claude", "--message", "Use the staging database."}),
-        HasSubstr(R"("message":"Use the staging database.")"));
+    EXPECT_THAT(denied, HasSubstr(R"("message":"Use the staging database.")"));
 
     // Exit statuses: 1 for a refusal with its sentence, 2 for a usage error.
     EXPECT_EQ(run.fails({"allow", "ffff"}, 1), "No session matches \"ffff\".\n");
     EXPECT_EQ(run.tidewick({"allow", "d4e2", "--agent", "vim"}).status, 2);
-    EXPECT_EQ(run.tidewick({"allow"}).status, 2);
 }
 
 TEST_F(ControlEndToEnd, TheEndOfATurnAnsweredWithAReplyOrLetStop) {
     const std::string played = run.fakeSoundPlayer("pw-play");
     ASSERT_TRUE(run.startApp());
     BackgroundProgram& first = claude("Stop");
-    auto held = run.waitForHeld(1);
-    ASSERT_EQ(held.size(), 1u);
+    ASSERT_EQ(run.waitForHeld(1).size(), 1u);
     // Headless, the application plays the alert's sound itself.
     EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
               File::join(run.home(), "Library/Application Support/Tidewick/Sounds/question.wav\n"));
-    EXPECT_EQ(*held[0].get("request")->get("kind"), JSONValue("reply"));
-    EXPECT_EQ(run.tidewick({"allow", "d4e"}).status, 1) << "a turn end is no permission request";
     ProgramResult reply = run.succeeded({"reply", "d4e", "Run the tests."});
     EXPECT_EQ(reply.out, "Replied to Claude Code session d4e23369.\n");
-    EXPECT_EQ(run.finished(first), R"({"decision":"block","reason":"Message from the user, )"
-                                   R"(sent via Tidewick: Run the tests."})"
-                                   "\n");
+    EXPECT_EQ(run.finished(first), "{\"decision\":\"block\",\"reason\":\"Message from the user, "
+                                   "sent via Tidewick: Run the tests.\"}\n");
 
     BackgroundProgram& second = claude("Stop");
     run.waitForHeld(1);
@@ -106,8 +100,6 @@ TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn)
 
     // Claude Code's time-out answer is silence: it asks in its own interface.
     EXPECT_EQ(run.finished(claude("PermissionRequest-Bash")), "");
-    EXPECT_THAT(run.timeline(claudeSession), Contains(timedOutText));
-    EXPECT_EQ(run.tidewick({"allow", "d4e"}).status, 1) << "too late";
 
     // A Stop waits for no time-out, so it is held until its hook process dies.
     BackgroundProgram& held = claude("Stop");
@@ -116,16 +108,14 @@ TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn)
     // The server looks four times a second; the bound only keeps a broken run from hanging.
     EXPECT_TRUE(testing::waitUntil(std::chrono::seconds(10),
                                    [&] { return run.listing("pending").arrayValue()->empty(); }));
-    EXPECT_THAT(run.timeline(claudeSession), Contains("The request was withdrawn"));
 }
 
 TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
     ASSERT_TRUE(run.startApp());
     BackgroundProgram& risky = run.cursorShell("cursor-e2e-1", "rm -rf build");
     run.waitForHeld(1);
-    EXPECT_EQ(run.finished(run.cursorShell("cursor-e2e-2", "ls -la")), "{\"permission\":\"allow\"}\n");
-    EXPECT_TRUE(risky.isRunning());
-    EXPECT_EQ(run.waitForHeld(1).size(), 1u) << "ls -la was never held";
+    EXPECT_EQ(run.finished(run.cursorShell("cursor-e2e-2", "ls -la")),
+              "{\"permission\":\"allow\"}\n");
     EXPECT_THAT(run.fails({"deny", "cursor-e2e"}, 2), HasSubstr("matches 2 sessions"));
     EXPECT_EQ(run.tidewick({"deny", "cursor-e2e-1", "--message", "Not the build folder."}).status,
               0);
@@ -149,12 +139,9 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
     EXPECT_EQ(always.out, "Always allowed Cursor session cursor-a: Tidewick now allows commands "
                           "starting with \"npm test\" without asking.\n");
     EXPECT_EQ(run.finished(first), "{\"permission\":\"allow\"}\n");
-    // Kept in the settings file: the next such command is let through at once.
-    EXPECT_EQ(run.finished(run.cursorShell("cursor-always", "npm test --watch")), "{\"permission\":\"allow\"}\n");
-    const JSONValue settings =
-        JSONValue::parse(File::read(TidewickPaths(run.home()).settingsFile()));
-    EXPECT_THAT(settings.get("gating")->get("safePrefixes")->compact(),
-                HasSubstr(R"("npm test"])"));
+    // Kept: the next such command is let through at once.
+    EXPECT_EQ(run.finished(run.cursorShell("cursor-always", "npm test --watch")),
+              "{\"permission\":\"allow\"}\n");
 
     // Codex takes no lasting rule: nothing is sent, and the request is still held.
     BackgroundProgram& codex =
@@ -163,15 +150,14 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
                  R"("tool_name":"Bash","tool_input":{"command":"touch /outside/marker"}})");
     run.waitForHeld(1);
     EXPECT_THAT(run.fails({"allow", "codex-always", "--always"}, 1),
-              HasSubstr("Codex takes no lasting rule in a hook's answer"));
-    EXPECT_THAT(run.tidewick({"answer", "codex-always", "yes"}).err,
-                HasSubstr("isn't asking a question"));
+                HasSubstr("Codex takes no lasting rule in a hook's answer"));
     EXPECT_EQ(run.tidewick({"allow", "codex-always"}).status, 0);
     EXPECT_EQ(run.finished(codex), claudeAllowed);
 
     // The headless application's line for each request names the commands that answer it.
-    (void)testing::waitUntil(std::chrono::seconds(20),
-                             [&] { return run.appOutput().find("codex-al`") != std::string::npos; });
+    (void)testing::waitUntil(std::chrono::seconds(20), [&] {
+        return run.appOutput().find("codex-al`") != std::string::npos;
+    });
     const std::string printed = run.appOutput();
     EXPECT_THAT(printed,
                 HasSubstr("`tidewick allow cursor-a`, `tidewick allow cursor-a --always` or"));

@@ -46,7 +46,9 @@ ProgramResult shell(const std::vector<std::string>& arguments,
 
 class Documentation : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(File::isExecutableFile(testing::TidewickPrograms::tidewickPath)); }
+    void SetUp() override {
+        ASSERT_TRUE(File::isExecutableFile(testing::TidewickPrograms::tidewickPath));
+    }
     testing::TidewickPrograms run;
 };
 
@@ -66,18 +68,17 @@ TEST_F(Documentation, TheManualAndEveryCompletionNameEveryCommandAndTheManualEve
     }
     const std::vector<std::string> service = subcommandsIn(run.tidewick({"service", "--help"}).out);
     ASSERT_EQ(service.size(), 3u);
-    for (const std::string& command : service) {
-        SCOPED_TRACE(command);
-        EXPECT_THAT(page, HasSubstr(".SS \"tidewick service " + command + "\""));
-        for (const std::string* script : {&bash, &zsh, &fish})
-            EXPECT_THAT(*script, HasSubstr("install uninstall status"));
-    }
+    for (const std::string& command : service)
+        EXPECT_THAT(page, HasSubstr(".SS \"tidewick service " + command + "\"")) << command;
+    for (const std::string* script : {&bash, &zsh, &fish})
+        EXPECT_THAT(*script, HasSubstr("install uninstall status"));
 
     // Every setting `tidewick settings` lists, described under SETTINGS.
     const std::string settings =
         page.substr(page.find(".SH SETTINGS"), page.find(".SH FILES") - page.find(".SH SETTINGS"));
     for (const SettingCatalog::Entry& entry : SettingCatalog::entries()) {
-        const std::string key = std::regex_replace(std::string(entry.name), std::regex("\\."), "\\.");
+        const std::string key =
+            std::regex_replace(std::string(entry.name), std::regex("\\."), "\\.");
         SCOPED_TRACE(entry.name);
         EXPECT_TRUE(std::regex_search(settings, std::regex("\\.BR? [^\\n]*\\b" + key + "\\b")));
     }
@@ -115,9 +116,10 @@ TEST_F(Documentation, CompletionsCompleteCommandsOptionsAgentsAndHeldSessions) {
         SCOPED_TRACE(line);
         const ProgramResult completed = shell(
             {"/bin/bash", "-c",
-             "source '" + bashScript + "'; read -ra COMP_WORDS <<<\"$LINE\"; "
-             "[[ $LINE == *' ' ]] && COMP_WORDS+=(''); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
-             "_tidewick; echo \"${COMPREPLY[*]}\""},
+             "source '" + bashScript +
+                 "'; read -ra COMP_WORDS <<<\"$LINE\"; "
+                 "[[ $LINE == *' ' ]] && COMP_WORDS+=(''); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
+                 "_tidewick; echo \"${COMPREPLY[*]}\""},
             {"LINE=" + line, "PATH=" + bin + ":/usr/bin:/bin"});
         EXPECT_EQ(completed.out, expected + "\n") << completed.err;
     }
@@ -127,10 +129,10 @@ TEST_F(Documentation, CompletionsCompleteCommandsOptionsAgentsAndHeldSessions) {
     }
     if (!File::isExecutableFile("/usr/bin/fish"))
         GTEST_SKIP() << "fish is not installed: its completions were not tried";
-    const ProgramResult fish =
-        shell({"/usr/bin/fish", "--no-config", "-c",
-               "source '" + fishScript + "'; complete -C 'tidewick se'; complete -C 'tidewick allow '"},
-              {"PATH=" + bin + ":/usr/bin:/bin"});
+    const ProgramResult fish = shell(
+        {"/usr/bin/fish", "--no-config", "-c",
+         "source '" + fishScript + "'; complete -C 'tidewick se'; complete -C 'tidewick allow '"},
+        {"PATH=" + bin + ":/usr/bin:/bin"});
     EXPECT_EQ(fish.err, "");
     EXPECT_THAT(fish.out, HasSubstr("sessions\tList the running application's sessions\n"));
     EXPECT_THAT(fish.out, HasSubstr("4f2a\tHolds a request\n"));

@@ -9,6 +9,7 @@
 #include "transcripts/TranscriptTestSupport.h"
 
 #include <gmock/gmock.h>
+#include <sstream>
 
 namespace tidewick {
 namespace {
@@ -18,16 +19,21 @@ using testing::ProgramResult;
 
 const std::string codexId = "01a20b37-d645-7623-a7ce-23e948420d36";
 
-const JSONValue& member(const JSONValue& value, std::string_view name) {
-    static const JSONValue none;
-    const JSONValue* found = value.get(name);
-    return found ? *found : none;
-}
-
-const JSONValue& element(const JSONValue& value, std::size_t index) {
-    static const JSONValue none;
-    const auto* array = value.arrayValue();
-    return array && index < array->size() ? (*array)[index] : none;
+/// What `path` names in `value`: members and array positions separated by "/"; null when
+/// there is no such thing.
+JSONValue at(const JSONValue& value, const std::string& path) {
+    const JSONValue* found = &value;
+    std::istringstream steps(path);
+    for (std::string step; found && std::getline(steps, step, '/');) {
+        const auto* array = found->arrayValue();
+        if (!array)
+            found = found->get(step);
+        else if (const std::size_t index = std::stoul(step); index < array->size())
+            found = &(*array)[index];
+        else
+            found = nullptr;
+    }
+    return found ? *found : JSONValue();
 }
 
 TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
@@ -63,36 +69,25 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
 
     const ProgramResult json = run.succeeded({"usage", "--json"});
     const JSONValue report = JSONValue::parse(json.out);
-    const JSONValue& claude = element(member(report, "agents"), 0);
-    const JSONValue& codex = element(member(report, "agents"), 1);
-    struct Row {
-        const JSONValue& window;
-        std::string name, label;
-        std::optional<double> used;
-        std::string level;
-        bool reset;
-    };
-    const std::vector<Row> rows = {
-        {element(member(claude, "windows"), 0), "five_hour", "5h", 93.2, "critical", false},
-        {element(member(claude, "windows"), 1), "seven_day", "7d", std::nullopt, "", true},
-        {element(member(codex, "windows"), 0), "primary", "5h", 42.0, "normal", false},
-        {element(member(codex, "windows"), 1), "secondary", "7d", std::nullopt, "", true},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(member(row.window, "name"), JSONValue(row.name));
-        EXPECT_EQ(member(row.window, "label"), JSONValue(row.label));
-        EXPECT_EQ(member(row.window, "usedPercent").doubleValue(), row.used);
-        const std::string* level = member(row.window, "level").stringValue();
-        EXPECT_EQ(level ? *level : "", row.level);
-        EXPECT_EQ(member(row.window, "reset").boolValue(), row.reset);
+    // Each window's name, label, percentage used, level and whether it is reset.
+    std::vector<std::string> windows;
+    for (const std::string window :
+         {"0/windows/0/", "0/windows/1/", "1/windows/0/", "1/windows/1/"}) {
+        std::string line;
+        for (const char* name : {"name", "label", "usedPercent", "level", "reset"})
+            line += at(report, "agents/" + window + name).compact() + " ";
+        windows.push_back(line);
     }
-    EXPECT_EQ(member(claude, "source"), JSONValue(TidewickPaths(run.home()).claudeLimitsFile()));
-    EXPECT_EQ(member(codex, "source"), JSONValue(rollout));
-    EXPECT_TRUE(member(codex, "ageSeconds").isNumber());
-    const JSONValue& session = element(member(report, "sessions"), 0);
-    EXPECT_EQ(member(session, "sessionId"), JSONValue(codexId));
-    EXPECT_EQ(member(member(session, "tokens"), "total").intValue(), 30);
+    EXPECT_EQ(windows, (std::vector<std::string>{R"("five_hour" "5h" 93.2 "critical" false )",
+                                                 R"("seven_day" "7d" null null true )",
+                                                 R"("primary" "5h" 42 "normal" false )",
+                                                 R"("secondary" "7d" null null true )"}));
+    EXPECT_EQ(at(report, "agents/0/source"),
+              JSONValue(TidewickPaths(run.home()).claudeLimitsFile()));
+    EXPECT_EQ(at(report, "agents/1/source"), JSONValue(rollout));
+    EXPECT_TRUE(at(report, "agents/1/ageSeconds").isNumber());
+    EXPECT_EQ(at(report, "sessions/0/sessionId"), JSONValue(codexId));
+    EXPECT_EQ(at(report, "sessions/0/tokens/total").intValue(), 30);
 
     const ProgramResult text = run.succeeded({"usage"});
     EXPECT_THAT(text.out, HasSubstr("Claude Code · as of "));

@@ -55,7 +55,8 @@ protected:
     AttachedApplicationTest() {
         target.all = {
             sessionWith(AgentKind::claude, "s-1", {heldRequest(PendingKind::permission, "Run ls")}),
-            sessionWith(AgentKind::claude, "s-10", {heldRequest(PendingKind::permission, "Run rm")}),
+            sessionWith(AgentKind::claude, "s-10",
+                        {heldRequest(PendingKind::permission, "Run rm")}),
         };
     }
 
@@ -75,7 +76,6 @@ protected:
 
 TEST_F(AttachedApplicationTest, FollowsTheSessionsAndDecidesForExactlyTheSessionShown) {
     AttachedApplication view(paths);
-    EXPECT_EQ(view.location(), ApplicationView::Location::attached);
     ASSERT_TRUE(view.attach());
     EXPECT_EQ(sessionIds(view), (std::vector<std::string>{"s-1", "s-10"}));
     EXPECT_EQ(view.pendingRequests().size(), 2u);

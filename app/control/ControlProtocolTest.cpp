@@ -11,35 +11,32 @@ using testing::heldRequest;
 using testing::sessionWith;
 
 TEST(ControlProtocol, RequestsRoundTripAndMalformedOnesAreRefused) {
-    ControlRequest deny;
-    deny.command = ControlCommand::deny;
-    deny.session = "abc";
-    deny.agent = AgentKind::cursor;
-    deny.message = "Not in production, \"please\"\n";
-    deny.text = "Run the tests.";
-    const std::string line = ControlProtocol::encode(deny, "s3cret");
+    // Every field set, whatever the command: each crosses as it was, on one line.
+    ControlRequest full;
+    full.command = ControlCommand::deny;
+    full.session = "abc";
+    full.agent = AgentKind::cursor;
+    full.message = "Not in production, \"please\"\n";
+    full.text = "Run the tests.";
+    full.rule = "npm test:*";
+    full.answers = {"Blue", "Search, Sync"};
+    full.step = 4096;
+    full.until = dateFromSeconds(1'800'000'600);
+    full.setting = "gating.safePrefixes";
+    full.change = SettingCatalog::Change::add;
+    const std::string line = ControlProtocol::encode(full, "s3cret");
     ASSERT_EQ(line.back(), '\n');
-    EXPECT_EQ(line.find('\n'), line.size() - 1) << "one line, whatever the texts hold";
+    EXPECT_EQ(line.find('\n'), line.size() - 1);
     auto decoded = ControlProtocol::decodeRequest(line.substr(0, line.size() - 1));
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->first, "s3cret");
-    EXPECT_EQ(decoded->second, deny);
-    ControlRequest answer;
-    answer.command = ControlCommand::answer;
-    answer.session = "abc";
-    answer.answers = {"Blue", "Search, Sync"};
-    ControlRequest always;
-    always.command = ControlCommand::allowAlways;
-    always.session = "abc";
-    always.rule = "npm test:*";
+    EXPECT_EQ(decoded->second, full);
     // Found by the fuzz program: a change named without its setting.
     ControlRequest unnamed;
     unnamed.command = ControlCommand::setting;
     unnamed.change = SettingCatalog::Change::add;
-    for (const ControlRequest& request : {answer, always, unnamed}) {
-        const std::string encoded = ControlProtocol::encode(request, "s");
-        EXPECT_EQ(ControlProtocol::decodeRequest(encoded)->second, request) << encoded;
-    }
+    EXPECT_EQ(ControlProtocol::decodeRequest(ControlProtocol::encode(unnamed, "s"))->second,
+              unnamed);
     // Found by the fuzz program: a date finer than the millisecond dates are written to.
     const auto fine = ControlProtocol::decodeRequest(
         R"({"v":2,"secret":"s","command":"pause","until":1763.7630050})");
@@ -65,8 +62,8 @@ TEST(ControlProtocol, RequestsRoundTripAndMalformedOnesAreRefused) {
     EXPECT_EQ(lenient->second.session, "");
     EXPECT_FALSE(lenient->second.message);
 
-    deny.text = std::string("caf\xC3", 4);
-    EXPECT_THROW((void)ControlProtocol::encode(deny, "s"), std::invalid_argument);
+    full.text = std::string("caf\xC3", 4);
+    EXPECT_THROW((void)ControlProtocol::encode(full, "s"), std::invalid_argument);
 }
 
 TEST(ControlProtocol, RepliesCarrySessionsAndHeldRequests) {
@@ -147,22 +144,20 @@ TEST(ControlProtocol, EventsCarryChangesAndAlertsWhateverTheirTexts) {
         ControlProtocol::encode(ControlEvent{Kind::change, StoreChange::changed(session), {}}));
     ASSERT_TRUE(repaired);
     EXPECT_EQ(repaired->change->session->title, "caf\uFFFD");
-    for (const char* bad : {
-             R"({"v":2,"event":"change"})",
-             R"({"v":2,"event":"alert"})",
-             R"({"v":2,"event":"change","change":{"kind":"session","key":{"agent":"codex","sessionId":"a"}}})",
-             R"({"v":2,"event":"wave"})",
-             R"({"v":1,"event":"ready"})",
-         })
+    for (
+        const char* bad : {
+            R"({"v":2,"event":"change"})",
+            R"({"v":2,"event":"alert"})",
+            R"({"v":2,"event":"change","change":{"kind":"session","key":{"agent":"codex","sessionId":"a"}}})",
+            R"({"v":2,"event":"wave"})",
+            R"({"v":1,"event":"ready"})",
+        })
         EXPECT_FALSE(ControlProtocol::decodeEvent(bad)) << bad;
 }
 
-TEST(ControlProtocol, TheFirstVersionsProbeCarriesItsSecretAndEnvelopesAreChecked) {
-    // What each side of another version is told is checked through the socket.
-    const auto probe = ControlProtocol::decodeEnvelope(ControlProtocol::encodeFirstVersionProbe("s"));
-    ASSERT_TRUE(probe);
-    EXPECT_EQ(probe->version, 1);
-    EXPECT_EQ(probe->secret, "s");
+TEST(ControlProtocol, EnvelopesWithoutAVersionNumberAreRefused) {
+    // The first version's probe, and what each side of another version is told, are checked
+    // through the socket.
     for (const char* bad : {R"({"v":"2"})", R"({"secret":"s"})", "[2]", "v2"})
         EXPECT_FALSE(ControlProtocol::decodeEnvelope(bad)) << bad;
 }

@@ -8,7 +8,8 @@
 #include "wire/LocalClient.h"
 #include "wire/Wire.h"
 
-#include <gtest/gtest.h>
+#include <functional>
+#include <gmock/gmock.h>
 #include <thread>
 #include <unistd.h>
 
@@ -20,43 +21,48 @@ using testing::heldRequest;
 using testing::RunningServer;
 using testing::sessionWith;
 
-ControlRequest decision(ControlCommand command, std::string session) {
-    ControlRequest request;
-    request.command = command;
-    request.session = std::move(session);
-    return request;
+using enum ControlCommand;
+using enum ControlOutcome;
+
+/// A request of `command` for `session`, with whatever else `fill` sets.
+ControlRequest makeRequest(ControlCommand command, std::string session = {},
+                           const std::function<void(ControlRequest&)>& fill = nullptr) {
+    ControlRequest built;
+    built.command = command;
+    built.session = std::move(session);
+    if (fill)
+        fill(built);
+    return built;
+}
+
+ControlReply respond(FakeTarget& target, ControlCommand command, std::string session,
+                     const std::function<void(ControlRequest&)>& fill = nullptr) {
+    return ControlServer::respond(makeRequest(command, std::move(session), fill), target);
 }
 
 TEST(ControlServer, DecisionsReachTheMatchedSessionAndTheFirstOneWins) {
-    using enum ControlCommand;
-    using enum ControlOutcome;
     FakeTarget target;
     target.all = {
         sessionWith(AgentKind::claude, "abc-1", {heldRequest(PendingKind::permission, "Bash")}),
         sessionWith(AgentKind::cursor, "abd-2", {heldRequest(PendingKind::reply, "Finished")}),
     };
-    auto respond = [&](ControlCommand command, std::string session, std::string text = {},
-                       std::optional<std::string> message = {}) {
-        ControlRequest request = decision(command, std::move(session));
-        request.text = std::move(text);
-        request.message = std::move(message);
-        return ControlServer::respond(request, target);
-    };
 
-    ControlReply allowed = respond(allow, "abc");
+    ControlReply allowed = respond(target, allow, "abc");
     EXPECT_EQ(allowed.outcome, done);
     EXPECT_EQ(allowed.session, (SessionKey{AgentKind::claude, "abc-1"}));
-    EXPECT_EQ(respond(deny, "abc").message, "Claude Code session abc-1 has no permission request "
-                                            "waiting, so the decision was not delivered.");
-    EXPECT_EQ(respond(deny, "abc-1", "", "Use the staging database.").outcome, notDelivered);
-    EXPECT_EQ(respond(reply, "abd").outcome, badRequest) << "a reply without text";
-    EXPECT_EQ(respond(reply, "abd", "Run the tests.").outcome, done);
-    EXPECT_EQ(respond(letStop, "abd").message,
+    EXPECT_EQ(respond(target, deny, "abc").message,
+              "Claude Code session abc-1 has no permission request "
+              "waiting, so the decision was not delivered.");
+    const auto staging = [](ControlRequest& r) { r.message = "Use the staging database."; };
+    EXPECT_EQ(respond(target, deny, "abc-1", staging).outcome, notDelivered);
+    EXPECT_EQ(respond(target, reply, "abd").outcome, badRequest) << "a reply without text";
+    const auto tests = [](ControlRequest& r) { r.text = "Run the tests."; };
+    EXPECT_EQ(respond(target, reply, "abd", tests).outcome, done);
+    EXPECT_EQ(respond(target, letStop, "abd").message,
               "Cursor session abd-2 isn't waiting for a reply, so nothing was delivered.");
     // Unmatched and ambiguous identifiers never reach the target.
-    EXPECT_EQ(respond(allow, "ab").outcome, ambiguous);
-    EXPECT_EQ(respond(allow, "q").outcome, noMatch);
-    EXPECT_EQ(respond(allow, "").outcome, badRequest);
+    EXPECT_EQ(respond(target, allow, "ab").outcome, ambiguous);
+    EXPECT_EQ(respond(target, allow, "q").outcome, noMatch);
 
     // What reached the target, with the message or text each decision carried.
     const std::vector<std::tuple<std::string, std::string, std::optional<std::string>>> expected = {
@@ -75,27 +81,24 @@ TEST(ControlServer, PausingSettingsAndForgettingTravelWithTheirSentences) {
     FakeTarget target;
     target.all = {sessionWith(AgentKind::codex, "019a-77"), sessionWith(AgentKind::codex, "019b")};
     target.controlResult = ControlResult::refused("Not now.");
-    std::vector<ControlRequest> requests(6);
-    requests[0].command = ControlCommand::pause;
-    requests[0].until = dateFromSeconds(1'800'000'600);
-    requests[1].command = ControlCommand::resume;
-    requests[2].command = ControlCommand::setting;
-    requests[2].setting = "gating.safePrefixes";
-    requests[2].change = SettingCatalog::Change::add;
-    requests[2].text = "make -n";
-    requests[3].command = ControlCommand::forget;
-    requests[3].session = "019a";
-    requests[4].command = ControlCommand::forgetAll;
-    requests[5].command = ControlCommand::setting;
-    for (ControlRequest& request : requests) {
-        // Each crosses the socket's encoding intact.
-        const auto decoded = ControlProtocol::decodeRequest(ControlProtocol::encode(request, "s"));
-        ASSERT_TRUE(decoded);
-        EXPECT_EQ(decoded->second, request);
+    const ControlRequest requests[] = {
+        makeRequest(pause, {}, [](ControlRequest& r) { r.until = dateFromSeconds(1'800'000'600); }),
+        makeRequest(resume),
+        makeRequest(setting, {},
+                    [](ControlRequest& r) {
+                        r.setting = "gating.safePrefixes";
+                        r.change = SettingCatalog::Change::add;
+                        r.text = "make -n";
+                    }),
+        makeRequest(forget, "019a"),
+        makeRequest(forgetAll),
+        makeRequest(setting),
+    };
+    for (const ControlRequest& request : requests) {
         const ControlReply reply = ControlServer::respond(request, target);
         SCOPED_TRACE(rawValue(request.command));
-        const bool named = !request.setting.empty() || request.command != ControlCommand::setting;
-        EXPECT_EQ(reply.outcome, named ? ControlOutcome::refused : ControlOutcome::badRequest);
+        const bool named = !request.setting.empty() || request.command != setting;
+        EXPECT_EQ(reply.outcome, named ? refused : badRequest);
         EXPECT_EQ(reply.message, named ? "Not now." : "Name the setting to change.");
     }
     const std::vector<std::pair<std::string, std::optional<std::string>>> expected = {
@@ -112,42 +115,43 @@ TEST(ControlServer, PausingSettingsAndForgettingTravelWithTheirSentences) {
 }
 
 TEST(ControlServer, LastingAllowsAndAnswersSayWhatTheyDidOrWhyNot) {
-    using enum ControlOutcome;
     using Kind = SessionActions::Delivery::Kind;
     FakeTarget target;
-    PendingRequest question = heldRequest(PendingKind::permission, "Claude Code is asking you a question");
+    PendingRequest question = heldRequest(PendingKind::permission, "Asks");
     question.questions = {{"Which colour?", std::nullopt, {{"Red", {}}, {"Blue", {}}}, false}};
-    target.all = {sessionWith(AgentKind::claude, "abc-1", {question}),
-                  sessionWith(AgentKind::codex, "cdx-1", {heldRequest(PendingKind::permission, "Bash")})};
-    auto respond = [&](ControlCommand command, std::string session, std::optional<std::string> rule = {},
-                       std::vector<std::string> answers = {}) {
-        ControlRequest request = decision(command, std::move(session));
-        request.rule = std::move(rule);
-        request.answers = std::move(answers);
-        return ControlServer::respond(request, target);
-    };
+    target.all = {
+        sessionWith(AgentKind::claude, "abc-1", {question}),
+        sessionWith(AgentKind::codex, "cdx-1", {heldRequest(PendingKind::permission, "Bash")})};
+    const auto blue = [](ControlRequest& r) { r.answers = {"Blue"}; };
 
     // A question is answered, never allowed plainly.
-    EXPECT_EQ(respond(ControlCommand::allow, "abc").message,
+    EXPECT_EQ(respond(target, allow, "abc").message,
               "Claude Code is asking a question: answer it (tidewick answer) or deny it.");
-    EXPECT_EQ(respond(ControlCommand::answer, "abc").outcome, badRequest) << "no answers at all";
-    EXPECT_EQ(respond(ControlCommand::answer, "abc", {}, {"Blue"}).outcome, done);
-    EXPECT_EQ(respond(ControlCommand::answer, "abc", {}, {"Blue"}).message,
+    EXPECT_EQ(respond(target, answer, "abc").outcome, badRequest) << "no answers at all";
+    EXPECT_EQ(respond(target, answer, "abc", blue).outcome, done);
+    EXPECT_EQ(respond(target, answer, "abc", blue).message,
               "Claude Code session abc-1 isn't asking a question, so nothing was delivered.");
-    EXPECT_EQ(respond(ControlCommand::allowAlways, "cdx", "npm:*").outcome, done);
+    const auto npm = [](ControlRequest& r) { r.rule = "npm:*"; };
+    EXPECT_EQ(respond(target, allowAlways, "cdx", npm).outcome, done);
 
-    struct Case { SessionActions::Delivery delivery; ControlOutcome outcome; std::optional<std::string> message; };
+    struct Case {
+        SessionActions::Delivery delivery;
+        ControlOutcome outcome;
+        std::optional<std::string> message;
+    };
+    const std::string noRequest = "Codex session cdx-1 has no permission request waiting, so the "
+                                  "decision was not delivered.";
     const Case cases[] = {
         {{Kind::delivered, "Allow Bash(npm:*)"}, done, "Allow Bash(npm:*)"},
         {{Kind::delivered, ""}, done, std::nullopt},
-        {{Kind::refused, "Codex takes no lasting rule."}, notDelivered, "Codex takes no lasting rule."},
+        {{Kind::refused, "No lasting rule."}, notDelivered, "No lasting rule."},
         {{Kind::badAnswer, "Give one answer."}, badRequest, "Give one answer."},
-        {{Kind::nothingHeld, ""}, notDelivered, "Codex session cdx-1 has no permission request waiting, so the decision was not delivered."},
+        {{Kind::nothingHeld, ""}, notDelivered, noRequest},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.delivery.sentence);
         target.scripted = c.delivery;
-        const ControlReply reply = respond(ControlCommand::allowAlways, "cdx");
+        const ControlReply reply = respond(target, allowAlways, "cdx");
         EXPECT_EQ(reply.outcome, c.outcome);
         EXPECT_EQ(reply.message, c.message);
     }
@@ -165,17 +169,15 @@ TEST(ControlServer, WhatAListingShowsOfTimeOrderedIdentifiersADecisionAccepts) {
                            "01a20b30-81c4-7a10-b2c3-0d1e2f3a4b5c", "01a20b31-0000-7000-a000-000"})
         target.all.push_back(
             sessionWith(AgentKind::codex, id, {heldRequest(PendingKind::permission, "Bash")}));
-    ControlRequest pending;
-    pending.command = ControlCommand::pending;
-    const ControlReply listed = ControlServer::respond(pending, target);
+    const ControlReply listed = respond(target, pending, {});
     ASSERT_EQ(listed.shortIds.size(), 3u);
     EXPECT_EQ(listed.shortIds.at(target.all[0].key.sessionId), "01a20b30-7");
     EXPECT_EQ(listed.shortIds.at(target.all[2].key.sessionId), "01a20b31");
     for (const Session& session : target.all) {
         SCOPED_TRACE(session.key.sessionId);
-        const ControlReply allowed = ControlServer::respond(
-            decision(ControlCommand::allow, listed.shortIds.at(session.key.sessionId)), target);
-        EXPECT_EQ(allowed.outcome, ControlOutcome::done);
+        const ControlReply allowed =
+            respond(target, allow, listed.shortIds.at(session.key.sessionId));
+        EXPECT_EQ(allowed.outcome, done);
         EXPECT_EQ(allowed.session, session.key);
     }
 }
@@ -190,28 +192,26 @@ TEST(ControlSocket, TheClientTalksToTheServerAndStrangersLearnNothing) {
 
     // A wrong secret (one byte off, or a different length) or a line that is no request
     // is closed without a reply, which the client reports as no application answering.
-    for (std::string line :
-         {ControlProtocol::encode(decision(ControlCommand::sessions, ""), secret + "0"),
-          ControlProtocol::encode(decision(ControlCommand::allow, "s-1"),
-                                  secret.substr(0, secret.size() - 1) +
-                                      (secret.back() == '0' ? "1" : "0")),
-          std::string("{\"v\":2}\n"), std::string("hello\n")}) {
+    for (std::string line : {ControlProtocol::encode(makeRequest(sessions), secret + "0"),
+                             ControlProtocol::encode(makeRequest(allow, "s-1"),
+                                                     secret.substr(0, secret.size() - 1) +
+                                                         (secret.back() == '0' ? "1" : "0")),
+                             std::string("{\"v\":2}\n"), std::string("hello\n")}) {
         auto result = LocalClient::exchange(paths.controlSocketPath(), line, 1.0, 5.0);
         EXPECT_FALSE(result.line) << line;
         EXPECT_EQ(result.failure, LocalClient::Failure::noAnswer) << line;
     }
     EXPECT_TRUE(target.calls().empty());
 
-    EXPECT_EQ(ControlClient::send(decision(ControlCommand::sessions, ""), paths).sessions,
-              target.all);
+    EXPECT_EQ(ControlClient::send(makeRequest(sessions), paths).sessions, target.all);
 
     // Several commands at once, as from several terminals: exactly one delivers.
     std::vector<std::thread> threads;
     std::atomic<int> delivered{0}, refused{0};
     for (int i = 0; i < 8; ++i)
         threads.emplace_back([&] {
-            auto reply = ControlClient::send(decision(ControlCommand::allow, "s-"), paths);
-            (reply.outcome == ControlOutcome::done ? delivered : refused)++;
+            auto reply = ControlClient::send(makeRequest(allow, "s-"), paths);
+            (reply.outcome == done ? delivered : refused)++;
         });
     for (auto& thread : threads)
         thread.join();
@@ -220,7 +220,7 @@ TEST(ControlSocket, TheClientTalksToTheServerAndStrangersLearnNothing) {
 
     running.server->stop();
     EXPECT_NE(::access(paths.controlSocketPath().c_str(), F_OK), 0) << "socket file removed";
-    EXPECT_THROW((void)ControlClient::send(decision(ControlCommand::sessions, ""), paths),
+    EXPECT_THROW((void)ControlClient::send(makeRequest(sessions), paths),
                  ControlClient::NotRunning);
 }
 
@@ -241,7 +241,7 @@ TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
          "This tidewick command is older than the Tidewick application running (control "
          "protocol 1 for the command, 2 for the application). Use the tidewick that came "
          "with the application, or restart the application with this one."},
-        {R"({"v":3,"secret":")" + running.secret + R"(","command":"x"})" "\n", 2,
+        {R"({"v":3,"secret":")" + running.secret + "\",\"command\":\"x\"}\n", 2,
          "The Tidewick application running is older than this tidewick command (control "
          "protocol 3 for the command, 2 for the application). Restart the application so "
          "that both are the same version."},
@@ -255,7 +255,7 @@ TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
     }
     // Without the secret a stranger learns nothing, not even the version.
     EXPECT_FALSE(exchange(ControlProtocol::encodeFirstVersionProbe(running.secret + "0")));
-    EXPECT_FALSE(exchange(R"({"v":0,"secret":")" + running.secret + R"("})" "\n"));
+    EXPECT_FALSE(exchange(R"({"v":0,"secret":")" + running.secret + "\"}\n"));
 
     // This command facing an application of protocol 1, which closes later versions' lines
     // without a word and answers its own.
@@ -265,17 +265,13 @@ TEST(ControlSocket, CommandsOfAnotherVersionAreToldWhichSideIsOlder) {
         [](std::string_view line, const ClientProbe&) -> std::optional<std::string> {
             if (line.find(R"("v":1)") == std::string_view::npos)
                 return std::nullopt;
-            return R"({"v":1,"outcome":"done"})" "\n";
+            return "{\"v\":1,\"outcome\":\"done\"}\n";
         },
         LocalServer::Options{});
     first.start();
-    const std::string sentence = ControlProtocol::versionMismatchSentence(2, 1);
-    try {
-        (void)ControlClient::send(decision(ControlCommand::pending, ""), running.paths);
-        ADD_FAILURE() << "no mismatch reported";
-    } catch (const ControlClient::VersionMismatch& mismatch) {
-        EXPECT_EQ(mismatch.what(), sentence);
-    }
+    EXPECT_THAT([&] { (void)ControlClient::send(makeRequest(pending), running.paths); },
+                ::testing::ThrowsMessage<ControlClient::VersionMismatch>(
+                    ::testing::StrEq(ControlProtocol::versionMismatchSentence(2, 1))));
     EXPECT_THROW((void)ControlClient::subscribe(running.paths), ControlClient::VersionMismatch);
 }
 
