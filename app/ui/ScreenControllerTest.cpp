@@ -81,10 +81,9 @@ TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNu
     EXPECT_EQ(controller.input(), "make:*");
     EXPECT_EQ(controller.alwaysOffer(), shell.pending[0].alwaysAllow);
     const std::string offer = screen(100, 30).text();
-    for (const char* part : {"Always allow", "Claude Code keeps the rule below for Bash",
-                             "still asks when such a command redirects output",
-                             "Always allow — Enter sends, Esc cancels: make:*"})
-        EXPECT_TRUE(contains(offer, part)) << part << "\n" << offer;
+    expectShows(offer, {"Always allow", "Claude Code keeps the rule below for Bash",
+                        "still asks when such a command redirects output",
+                        "Always allow — Enter sends, Esc cancels: make:*"});
     type(keys(backspace, backspace, U" test:*", enter, U'a', escape));
     EXPECT_EQ(controller.alwaysOffer(), std::nullopt);
     // Emptied, it is still sent (and refused by the service); with no offer, an empty line
@@ -122,10 +121,9 @@ TEST_F(ScreenControllerTest, AlwaysAllowOffersTheRuleAndQuestionsAreAnsweredByNu
     EXPECT_EQ(controller.questionForm()->index(), 1u);
     type(U"2");
     const Frame form = screen();
-    for (const char* part :
-         {"Question 2 of 2 · Features", "Which features?", "   [ ] 1 Search — Full text",
-          " › [x] 2 Sync", "Numbers or space tick, Enter sends"})
-        EXPECT_TRUE(contains(form.text(), part)) << part << "\n" << form.text();
+    expectShows(form.text(),
+                {"Question 2 of 2 · Features", "Which features?", "   [ ] 1 Search — Full text",
+                 " › [x] 2 Sync", "Numbers or space tick, Enter sends"});
     EXPECT_TRUE(form.cursor);
     type(keys(U'1', enter, U"1Both, please", enter));
     EXPECT_EQ(actions.calls, (std::vector<Call>{{"answer", claude("asks"), "Blue|Search, Sync"},
@@ -167,14 +165,12 @@ TEST_F(ScreenControllerTest, ReplyLineOffersQuickRepliesOnTheNumberKeys) {
     controller.setSessions({asking("codex", 0, PendingKind::reply, AgentKind::codex)});
     const SessionKey codex{AgentKind::codex, "codex"};
     const std::string held = screen().text();
-    for (const char* part : {"Waiting for your reply · 5:00", "r reply · s let it stop"})
-        EXPECT_TRUE(contains(held, part)) << part;
+    expectShows(held, {"Waiting for your reply · 5:00", "r reply · s let it stop"});
 
     type({U'r'});
     EXPECT_EQ(controller.mode(), Mode::reply);
     const Frame line = screen();
-    for (const char* part : {"1 Continue working.", "2 Run the tests."})
-        EXPECT_TRUE(contains(line.text(), part)) << part;
+    expectShows(line.text(), {"1 Continue working.", "2 Run the tests."});
     EXPECT_TRUE(line.text(23).starts_with("Reply (Enter sends, Esc cancels): "));
     type({U'2'});
     EXPECT_EQ(controller.mode(), Mode::browse);
@@ -224,8 +220,7 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     controller.setSessions({makeSession("old", 0)});
     type(U"p");
     EXPECT_EQ(message(), "Pausing is not available here.");
-    RecordingControls controls;
-    controller.setControls(&controls);
+    controller.setControls(&actions);
     type(U"pp");
     EXPECT_FALSE(controller.settings().gating.paused);
     type(U"xn");
@@ -248,10 +243,9 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
     const Frame view = screen(80, 24, addSeconds(t0, ScreenController::messageSeconds));
     EXPECT_TRUE(contains(view.text(1), "Settings"));
     EXPECT_TRUE(contains(view.text(2), "▸ permissionTimeoutSeconds"));
-    for (const char* part :
-         {"gating.paused                     [on]  true",
-          "quietMode                         [on]  true", "How long a permission request is held"})
-        EXPECT_TRUE(contains(view.text(), part)) << part;
+    expectShows(view.text(), {"gating.paused                     [on]  true",
+                              "quietMode                         [on]  true",
+                              "How long a permission request is held"});
     EXPECT_TRUE(contains(view.text(23), "Enter switch"));
     type({enter});
     EXPECT_EQ(message(), "Change permissionTimeoutSeconds with `tidewick settings set "
@@ -265,17 +259,17 @@ TEST_F(ScreenControllerTest, PauseForgetAndSettingsKeysAskTheApplication) {
         {"setting", {}, "gating.gateCommands.cursor=false"},
         {"setting", {}, "checkForUpdates=true"},
     };
-    EXPECT_EQ(controls.calls, expected);
+    EXPECT_EQ(actions.calls, expected);
     EXPECT_EQ(message(), "Change launchAtLogin with `tidewick settings set launchAtLogin VALUE`.")
         << "it installs a service: the command line sets it";
     // A sound goes round to the next one, and the last one to none.
     type(keys(U',', std::u32string(13, U'j'), enter, down, down, enter, escape));
-    EXPECT_EQ(std::vector<Call>(controls.calls.end() - 2, controls.calls.end()),
+    EXPECT_EQ(std::vector<Call>(actions.calls.end() - 2, actions.calls.end()),
               (std::vector<Call>{{"setting", {}, "alertSounds.finished=buzz"},
                                  {"setting", {}, "alertSounds.usageLimit=none"}}));
 
     // A refusal is shown as a warning and changes nothing shown: still paused.
-    controls.result = ControlResult::refused("Tidewick couldn't read its settings.");
+    actions.result = ControlResult::refused("Tidewick couldn't read its settings.");
     type(U"p");
     EXPECT_TRUE(controller.settings().gating.paused);
     EXPECT_EQ(controller.message(t0)->tone, ScreenController::Tone::warning);
@@ -296,8 +290,8 @@ TEST_F(ScreenControllerTest, QuitAsksFirstWhileRequestsAreHeld) {
     type({U'?'});
     EXPECT_EQ(controller.mode(), Mode::help);
     const std::string help = screen().text();
-    EXPECT_TRUE(contains(help, "allow the selected session's permission request"));
-    EXPECT_TRUE(contains(help, "4           Explain what you changed."));
+    expectShows(help, {"allow the selected session's permission request",
+                       "4           Explain what you changed."});
     EXPECT_EQ(press('q'), ScreenController::Outcome::stay) << "any key only closes the keys";
     EXPECT_EQ(controller.mode(), Mode::browse);
 
