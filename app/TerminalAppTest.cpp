@@ -13,7 +13,6 @@
 namespace tidewick {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::claudeAllowed;
 using testing::claudeAsks;
 using testing::claudeAsksToRun;
