@@ -79,17 +79,27 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
     EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
-/// The same application asked for no colour, by flag or by NO_COLOR.
-class TerminalAppWithoutColour
-    : public TerminalApp,
-      public ::testing::WithParamInterface<std::pair<const char*, const char*>> {
+/// How the interface is started: its variables and arguments, and whether it attaches to a
+/// headless application (which then answers the agent).
+struct Start {
+    const char* environment;
+    const char* arguments;
+    bool attached;
+};
+class TerminalAppStarted : public TerminalApp, public ::testing::WithParamInterface<Start> {
 protected:
     void SetUp() override {
-        environment = GetParam().first;
-        arguments = GetParam().second;
+        environment = GetParam().environment;
+        arguments = GetParam().arguments;
+        if (GetParam().attached && testing::TidewickPrograms::built()) {
+            ASSERT_TRUE(run.startApp()); // the macro's own if-else wants the braces
+        }
         TerminalApp::SetUp();
     }
 };
+
+/// Asked for no colour, by flag or by NO_COLOR.
+class TerminalAppWithoutColour : public TerminalAppStarted {};
 
 TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
     auto& claude = run.hook("claude", "PermissionRequest", claudeAsksToRun("s-web", "npm publish"));
@@ -105,21 +115,11 @@ TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ByFlagOrVariable, TerminalAppWithoutColour,
-                         ::testing::Values(std::pair{"", "app --no-color"},
-                                           std::pair{"NO_COLOR=1", "app"}));
+                         ::testing::Values(Start{"", "app --no-color", false},
+                                           Start{"NO_COLOR=1", "app", false}));
 
-/// The same interface standing alone, or attached to a headless application (which then
-/// answers the agent).
-enum class Mode { standalone, attached };
-class TerminalAppIn : public TerminalApp, public ::testing::WithParamInterface<Mode> {
-protected:
-    void SetUp() override {
-        if (GetParam() == Mode::attached && testing::TidewickPrograms::built()) {
-            ASSERT_TRUE(run.startApp());
-        }
-        TerminalApp::SetUp();
-    }
-};
+/// Standing alone, or attached to a headless application.
+class TerminalAppIn : public TerminalAppStarted {};
 
 TEST_P(TerminalAppIn, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
     // The offered rule is edited on the line before it is sent. The answers' exact shape is
@@ -155,7 +155,7 @@ TEST_P(TerminalAppIn, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
 }
 
 INSTANTIATE_TEST_SUITE_P(StandaloneOrAttached, TerminalAppIn,
-                         ::testing::Values(Mode::standalone, Mode::attached));
+                         ::testing::Values(Start{"", "app", false}, Start{"", "app", true}));
 
 TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     const std::string transcript = run.recordedClaudeSession();
