@@ -13,11 +13,10 @@
 namespace tidewick {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::claudeAllowed;
 using testing::claudeAsks;
 using testing::claudeAsksToRun;
-using testing::ProgramResult;
+using ::testing::HasSubstr;
 
 class TerminalApp : public ::testing::Test {
 protected:
@@ -66,53 +65,44 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
     // The alert's sound went to the player on the path.
     EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
               File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
-    // In 256 colours, what needs the user is amber (xterm colour 214).
-    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
 
     terminal.keys("ui", {"Tab"});
     ASSERT_TRUE(terminal.waitForGone("ui", "Tab to go there"));
-    ASSERT_TRUE(
-        waitForScreen({"● Run rm -rf build && npm run build", "⚠ Risk: deletes files for good",
-                       "Waiting for you", "Needs permission", "webshop", "1 held"}));
+    ASSERT_TRUE(waitForScreen({"● Run rm -rf build && npm run build", "1 held"}));
     terminal.keys("ui", {"y"});
     EXPECT_EQ(run.finished(claude), claudeAllowed);
     EXPECT_TRUE(waitForScreen({"Allowed: Run rm -rf build", "On it", "2 working"}));
     EXPECT_TRUE(terminal.waitForGone("ui", "Needs you!"));
-
-    // A reply chosen from the quick replies.
-    auto& codex = run.hook("codex", "Stop",
-                           R"({"hook_event_name":"Stop","session_id":"s-codex",)"
-                           R"("cwd":"/home/ana/src/api","last_assistant_message":)"
-                           R"("The signup checks are in. Anything else?"})");
-    ASSERT_TRUE(waitForScreen(
-        {"Waiting for your reply", "Waiting for reply", "The signup checks are in."}));
-    terminal.keys("ui", {"r"});
-    ASSERT_TRUE(waitForScreen({"1 Continue working.", "2 Run the tests."}));
-    terminal.keys("ui", {"2"});
-    EXPECT_EQ(run.finished(codex),
-              "{\"decision\":\"block\",\"reason\":\"Message from the user, sent "
-              "via Tidewick: Run the tests.\"}\n");
 
     // Nothing is held now: q quits at once.
     terminal.keys("ui", {"q"});
     EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
-/// The same application asked for no colour, by flag or by NO_COLOR.
-class TerminalAppWithoutColour
-    : public TerminalApp,
-      public ::testing::WithParamInterface<std::pair<const char*, const char*>> {
+/// How the interface is started: its variables and arguments, and whether it attaches to a
+/// headless application (which then answers the agent).
+struct Start {
+    const char* environment;
+    const char* arguments;
+    bool attached;
+};
+class TerminalAppStarted : public TerminalApp, public ::testing::WithParamInterface<Start> {
 protected:
     void SetUp() override {
-        environment = GetParam().first;
-        arguments = GetParam().second;
+        environment = GetParam().environment;
+        arguments = GetParam().arguments;
+        if (GetParam().attached && testing::TidewickPrograms::built()) {
+            ASSERT_TRUE(run.startApp()); // the macro's own if-else wants the braces
+        }
         TerminalApp::SetUp();
     }
 };
 
+/// Asked for no colour, by flag or by NO_COLOR.
+class TerminalAppWithoutColour : public TerminalAppStarted {};
+
 TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
-    auto& claude =
-        run.hook("claude", "PermissionRequest", claudeAsksToRun("s-web", "npm publish"));
+    auto& claude = run.hook("claude", "PermissionRequest", claudeAsksToRun("s-web", "npm publish"));
     ASSERT_TRUE(waitForScreen({"Needs permission", "Needs you!"}));
     // Bold still marks what matters; no colour is set anywhere (39 and 49 only return to the
     // terminal's own).
@@ -125,43 +115,27 @@ TEST_P(TerminalAppWithoutColour, StatusesStandOutByWeightAlone) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ByFlagOrVariable, TerminalAppWithoutColour,
-                         ::testing::Values(std::pair{"", "app --no-color"},
-                                           std::pair{"NO_COLOR=1", "app"}));
+                         ::testing::Values(Start{"", "app --no-color", false},
+                                           Start{"NO_COLOR=1", "app", false}));
 
-/// The same interface standing alone, or attached to a headless application (which then
-/// answers the agent).
-enum class Mode { standalone, attached };
-class TerminalAppIn : public TerminalApp, public ::testing::WithParamInterface<Mode> {
-protected:
-    void SetUp() override {
-        if (GetParam() == Mode::attached && testing::TidewickPrograms::built()) {
-            ASSERT_TRUE(run.startApp());
-        }
-        TerminalApp::SetUp();
-    }
-};
+/// Standing alone, or attached to a headless application.
+class TerminalAppIn : public TerminalAppStarted {};
 
 TEST_P(TerminalAppIn, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
-    // The offered rule is edited on the line before it is sent.
+    // The offered rule is edited on the line before it is sent. The answers' exact shape is
+    // the service's to test; here: what was typed and chosen reaches the agent.
     auto& always = run.hook(
         "claude", "PermissionRequest",
         claudeAsks("s-always", R"("tool_name":"Bash","tool_input":{"command":"npm test -- --ci"},)"
                                R"("permission_suggestions":[])"));
     ASSERT_TRUE(waitForScreen({"Run npm test -- --ci", "a always allow"}));
     terminal.keys("ui", {"a"});
-    ASSERT_TRUE(
-        waitForScreen({"Claude Code keeps the rule below for Bash",
-                       "still asks when such a command", "Enter sends, Esc cancels: npm test:*"}));
+    ASSERT_TRUE(waitForScreen({"Enter sends, Esc cancels: npm test:*"}));
     terminal.keys("ui", {"BSpace", "BSpace", "BSpace", "BSpace", "BSpace", "BSpace"});
     terminal.keys("ui", {"-l", "run lint:*"});
     terminal.keys("ui", {"Enter"});
-    EXPECT_EQ(
-        run.finished(always),
-        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow",)"
-        R"("updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm run lint:*"}],)"
-        R"("behavior":"allow","destination":"localSettings"}]}}})"
-        "\n");
-    EXPECT_TRUE(waitForScreen({"Always allowed: Allow Bash(npm run lint:*)"}));
+    EXPECT_THAT(run.finished(always),
+                HasSubstr(R"("rules":[{"toolName":"Bash","ruleContent":"npm run lint:*"}])"));
 
     // Two questions: a number chooses the first; the second is ticked with the cursor.
     const std::string asked =
@@ -169,25 +143,19 @@ TEST_P(TerminalAppIn, AlwaysAllowAndQuestionsAreAnsweredWithKeys) {
         R"("options":[{"label":"Red","description":"A warm red"},{"label":"Blue","description":"A calm blue"}]},)"
         R"({"question":"Which features?","header":"Features","multiSelect":true,)"
         R"("options":[{"label":"Search","description":"s"},{"label":"Sync","description":"t"}]}]})";
-    auto& question = run.hook("claude", "PermissionRequest",
-                              claudeAsks("s-ask", R"("tool_name":"AskUserQuestion","tool_input":)" + asked));
+    auto& question =
+        run.hook("claude", "PermissionRequest",
+                 claudeAsks("s-ask", R"("tool_name":"AskUserQuestion","tool_input":)" + asked));
     ASSERT_TRUE(waitForScreen({"Claude Code is asking you a question", "1–2 choose · y answer"}));
     terminal.keys("ui", {"2"});
-    ASSERT_TRUE(waitForScreen({"Question 2 of 2 · Features", "[ ] 1 Search"}));
-    terminal.keys("ui", {"1", "Down", "Space"});
-    ASSERT_TRUE(waitForScreen({"[x] 1 Search", "[x] 2 Sync"}));
-    terminal.keys("ui", {"Enter"});
-    EXPECT_EQ(
+    terminal.keys("ui", {"1", "Down", "Space", "Enter"});
+    EXPECT_THAT(
         run.finished(question),
-        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow",)"
-        R"("updatedInput":)" +
-            asked.substr(0, asked.size() - 1) +
-            R"(,"answers":{"Which colour?":"Blue","Which features?":"Search, Sync"}}}}})" + "\n");
-    EXPECT_TRUE(waitForScreen({"Answered: Which colour? → Blue"}));
+        HasSubstr(R"("answers":{"Which colour?":"Blue","Which features?":"Search, Sync"})"));
 }
 
 INSTANTIATE_TEST_SUITE_P(StandaloneOrAttached, TerminalAppIn,
-                         ::testing::Values(Mode::standalone, Mode::attached));
+                         ::testing::Values(Start{"", "app", false}, Start{"", "app", true}));
 
 TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     const std::string transcript = run.recordedClaudeSession();
@@ -196,14 +164,6 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     terminal.keys("ui", {"t"});
     ASSERT_TRUE(waitForScreen({"Transcript · Claude Code session bc2ae821", "clean the build",
                                "✓ Run rm -rf build && echo removed-ok  removed-ok", "All done."}));
-    terminal.keys("ui", {"/"});
-    terminal.keys("ui", {"-l", "removed"});
-    terminal.keys("ui", {"Enter"});
-    terminal.keys("ui", {"Enter"});
-    // The opened line shows the whole command and the result under it.
-    ASSERT_TRUE(waitForScreen({std::string(19, ' ') + "rm -rf build && echo removed-ok",
-                               std::string(19, ' ') + "removed-ok"}));
-
     terminal.keys("ui", {"h"});
     ASSERT_TRUE(waitForScreen({"Handoff written to"}));
     const std::string handoffs = TidewickPaths(run.home()).handoffsDirectory();
@@ -216,11 +176,6 @@ TEST_F(TerminalApp, TranscriptOpensWithTAndHWritesAHandoff) {
     const JSONValue sessions = run.listing("sessions");
     EXPECT_EQ(*sessions.arrayValue()->at(0).get("transcriptStep"),
               JSONValue::integer(static_cast<std::int64_t>(File::read(transcript).size())));
-
-    terminal.keys("ui", {"t"});
-    ASSERT_TRUE(waitForScreen({"t transcript"}));
-    terminal.keys("ui", {"q"});
-    EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
 // The header shows what Claude Code's status line recorded through the real hook
@@ -235,10 +190,6 @@ TEST_F(TerminalApp, TheHeaderShowsTheRecordedLimitsAndUOpensThemAll) {
     EXPECT_TRUE(waitForScreen({"Usage limits", "Claude Code · as of", "resets in 3d 23h",
                                "No figures from Codex yet: they come from its session records",
                                "Tokens by session", "u back"}));
-    terminal.keys("ui", {"u"});
-    EXPECT_TRUE(terminal.waitForGone("ui", "Usage limits"));
-    terminal.keys("ui", {"q"});
-    EXPECT_TRUE(terminal.waitForEnd("ui"));
 }
 
 } // namespace

@@ -41,12 +41,9 @@ public:
                            "LANG=C.UTF-8", "PATH=/usr/bin:/bin"},
                           {}, {}, std::chrono::seconds(20));
     }
-    /// Runs the shell command `command` in a new session `name` of 100 × `height`.
-    [[nodiscard]] bool start(const std::string& name, const std::string& command,
-                             int height = 30) const {
-        return run({"new-session", "-d", "-s", name, "-x", "100", "-y", std::to_string(height),
-                    command})
-                   .status == 0;
+    /// Runs the shell command `command` in a new session `name` of 100 × 30.
+    [[nodiscard]] bool start(const std::string& name, const std::string& command) const {
+        return run({"new-session", "-d", "-s", name, "-x", "100", "-y", "30", command}).status == 0;
     }
     std::string screen(const std::string& name) const {
         return run({"capture-pane", "-p", "-t", name}).out;
@@ -58,9 +55,6 @@ public:
     void keys(const std::string& name, std::vector<std::string> keys) const {
         keys.insert(keys.begin(), {"send-keys", "-t", name});
         (void)run(keys);
-    }
-    [[nodiscard]] bool isRunning(const std::string& name) const {
-        return run({"has-session", "-t", name}).status == 0;
     }
     /// The process running in the session's pane; 0 when there is none.
     [[nodiscard]] pid_t panePid(const std::string& name) const {
@@ -97,7 +91,9 @@ public:
 
     /// Polls until the program in `name` has ended.
     bool waitForEnd(const std::string& name) const {
-        return waitFor(name, [&](const std::string&) { return !isRunning(name); });
+        return waitFor(name, [&](const std::string&) {
+            return run({"has-session", "-t", name}).status != 0;
+        });
     }
 
 private:

@@ -5,19 +5,12 @@
 #include "service/ServiceTestSupport.h"
 #include "ui/NotificationTestSupport.h"
 
-#include <chrono>
 #include <gtest/gtest.h>
 
 namespace tidewick {
 namespace {
 
-using namespace std::chrono_literals;
-
-using testing::daemonPath;
-using testing::NotifyCall;
-using testing::PrivateBus;
-using testing::Recorded;
-using testing::StandInNotificationService;
+using namespace tidewick::testing;
 
 class DesktopNotifierTest : public ::testing::Test {
 protected:
@@ -54,22 +47,19 @@ TEST_F(DesktopNotifierTest, NotifiesWithAllowAndDenyAndReportsThePressedButton) 
     Recorded<DesktopNotifier::Action> strangers;
     DesktopNotifier other(bus.address(), recorder(strangers));
 
-    const UUID allowed = UUID::random(), denied = UUID::random();
-    standIn.press("allow");
-    notifier.notify(permission("s1", allowed));
-    ASSERT_TRUE(testing::eventually([&] { return pressed.all().size() == 1; }));
+    // Telling presses on several notifications apart is NotificationCenterTest's.
+    const UUID denied = UUID::random();
     standIn.press("deny");
     notifier.notify(permission("s2", denied));
-    ASSERT_TRUE(testing::eventually([&] { return pressed.all().size() == 2; }));
+    ASSERT_TRUE(eventually([&] { return pressed.all().size() == 1; }));
     EXPECT_EQ(pressed.all(),
-              (std::vector<DesktopNotifier::Action>{{{AgentKind::claude, "s1"}, allowed, "allow"},
-                                                    {{AgentKind::claude, "s2"}, denied, "deny"}}));
+              (std::vector<DesktopNotifier::Action>{{{AgentKind::claude, "s2"}, denied, "deny"}}));
 
     // A reply notification offers no buttons, so nothing can be pressed on it.
     const Notification reply{
         "Codex is waiting for your reply", "", {AgentKind::codex, "s3"}, UUID::random()};
     notifier.notify(reply);
-    ASSERT_TRUE(testing::eventually([&] { return standIn.calls.all().size() == 3; }));
+    ASSERT_TRUE(eventually([&] { return standIn.calls.all().size() == 2; }));
     const NotifyCall asked{"Tidewick",
                            "Claude Code needs permission",
                            "Run rm -rf build\n⚠ deletes files for good &lt;now&gt;",
@@ -77,16 +67,17 @@ TEST_F(DesktopNotifierTest, NotifiesWithAllowAndDenyAndReportsThePressedButton) 
                            2};
     EXPECT_EQ(standIn.calls.all(),
               (std::vector<NotifyCall>{
-                  asked, asked, {"Tidewick", "Codex is waiting for your reply", "", {}, 1}}));
+                  asked, {"Tidewick", "Codex is waiting for your reply", "", {}, 1}}));
 
-    EXPECT_EQ(pressed.all().size(), 2u);
+    EXPECT_EQ(pressed.all().size(), 1u);
     EXPECT_TRUE(strangers.all().empty());
 }
 
 TEST_F(DesktopNotifierTest, ABusWithoutAServiceIsSurvivedAndNoBusIsUnavailable) {
     TemporaryDirectory empty;
-    EXPECT_FALSE(DesktopNotifier("unix:path=" + File::join(empty.path(), "no-bus"), recorder(pressed))
-                     .isAvailable());
+    EXPECT_FALSE(
+        DesktopNotifier("unix:path=" + File::join(empty.path(), "no-bus"), recorder(pressed))
+            .isAvailable());
 
     // Nothing answers the first notification; once a service is there the next one reaches it.
     PrivateBus bus;
@@ -97,7 +88,7 @@ TEST_F(DesktopNotifierTest, ABusWithoutAServiceIsSurvivedAndNoBusIsUnavailable) 
     const Notification reply{
         "Codex is waiting for your reply", "", {AgentKind::codex, "heard"}, UUID::random()};
     notifier.notify(reply);
-    ASSERT_TRUE(testing::eventually([&] {
+    ASSERT_TRUE(eventually([&] {
         const auto calls = standIn.calls.all();
         return !calls.empty() && calls.back().summary == reply.summary;
     }));

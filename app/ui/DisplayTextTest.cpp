@@ -20,8 +20,7 @@ TEST(DisplayText, FitsAndPadsWithoutSplittingCharacters) {
     EXPECT_EQ(fit("short", 10), "short");
     EXPECT_EQ(fit("exactly10!", 10), "exactly10!");
     EXPECT_EQ(fit("eleven char", 10), "eleven ch…");
-    EXPECT_EQ(width(fit("日本語日本語", 6)), 5) << "a wide character that does not fit is left out";
-    EXPECT_EQ(fit("日本語日本語", 6), "日本…");
+    EXPECT_EQ(fit("日本語日本語", 6), "日本…") << "a wide character that does not fit is left out";
     EXPECT_EQ(fit("anything", 0), "");
     EXPECT_EQ(fit("ab", 1), "…");
     EXPECT_EQ(pad("ab", 5), "ab   ");

@@ -1,6 +1,6 @@
 // Helpers shared by the terminal UI tests: sessions and held requests at a fixed
-// moment, a stand-in for the service that records what the keys asked for, and a
-// session list driven by typed keys.
+// moment, a stand-in for the service and the application that records what the keys
+// asked for, and a session list driven by typed keys.
 #pragma once
 
 #include "DisplayText.h"
@@ -69,8 +69,9 @@ inline SessionKey claude(std::string id) {
     return {AgentKind::claude, std::move(id)};
 }
 
-/// Records every decision; each is delivered while `delivered` is true.
-class RecordingActions : public SessionActions {
+/// Records every decision, pause, setting and forgetting; each decision is delivered while
+/// `delivered` is true, each control answers `result`.
+class RecordingActions : public SessionActions, public ApplicationControls {
 public:
     std::vector<Session> sessions() const override { return {}; }
     std::vector<HeldRequest> pendingRequests() const override { return {}; }
@@ -98,8 +99,22 @@ public:
         return {record({"end", session, {}}), "end said"};
     }
 
+    ControlResult pause(std::optional<Date> until) override {
+        return control({"pause", {}, until ? std::optional("until") : std::nullopt});
+    }
+    ControlResult resume() override { return control({"resume", {}, std::nullopt}); }
+    ControlResult changeSetting(const std::string& name, const std::string& value,
+                                SettingCatalog::Change) override {
+        return control({"setting", {}, name + "=" + value});
+    }
+    ControlResult forget(const SessionKey& session) override {
+        return control({"forget", session, std::nullopt});
+    }
+    ControlResult forgetAll() override { return control({"forgetAll", {}, std::nullopt}); }
+
     std::vector<UICall> calls;
     bool delivered = true;
+    ControlResult result = ControlResult::done("Done.");
 
 private:
     bool record(UICall call) {
@@ -110,29 +125,7 @@ private:
         return {record(std::move(call)) ? Delivery::Kind::delivered : Delivery::Kind::nothingHeld,
                 "done"};
     }
-};
-
-/// Records every pause, setting and forgetting; each answers `result`.
-class RecordingControls : public ApplicationControls {
-public:
-    ControlResult pause(std::optional<Date> until) override {
-        return record({"pause", {}, until ? std::optional("until") : std::nullopt});
-    }
-    ControlResult resume() override { return record({"resume", {}, std::nullopt}); }
-    ControlResult changeSetting(const std::string& name, const std::string& value,
-                                SettingCatalog::Change) override {
-        return record({"setting", {}, name + "=" + value});
-    }
-    ControlResult forget(const SessionKey& session) override {
-        return record({"forget", session, std::nullopt});
-    }
-    ControlResult forgetAll() override { return record({"forgetAll", {}, std::nullopt}); }
-
-    std::vector<UICall> calls;
-    ControlResult result = ControlResult::done("Done.");
-
-private:
-    ControlResult record(UICall call) {
+    ControlResult control(UICall call) {
         calls.push_back(std::move(call));
         return result;
     }
@@ -204,6 +197,12 @@ inline void expectExactSize(const Frame& frame, int width, int height) {
 /// Whether `text` holds `part`.
 inline bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
+}
+
+/// Fails for each of `parts` that `text` does not hold, showing the text.
+inline void expectShows(const std::string& text, std::initializer_list<std::string> parts) {
+    for (const std::string& part : parts)
+        EXPECT_TRUE(contains(text, part)) << part << " is not in:\n" << text;
 }
 
 } // namespace tidewick::testing
