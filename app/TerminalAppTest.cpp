@@ -62,6 +62,8 @@ TEST_F(TerminalApp, HeldRequestsAreShownAndAnsweredWithKeys) {
                             claudeAsksToRun("s-web", "rm -rf build && npm run build"));
     ASSERT_TRUE(waitForScreen({"● Claude Code · webshop needs permission — Tab to go there",
                                "Needs you!", "( °o° )", "1 needs you · 1 working"}));
+    // In 256 colours, what needs the user is amber (xterm colour 214).
+    EXPECT_NE(terminal.styledScreen("ui").find("38;5;214m"), std::string::npos);
     // The alert's sound went to the player on the path.
     EXPECT_EQ(testing::TidewickPrograms::whenWritten(played),
               File::join(run.home(), "Library/Application Support/Tidewick/Sounds/knock.wav\n"));
