@@ -133,14 +133,11 @@ TEST_F(AgentRunsTest, EndsASessionHereAndNoticesAgentsThatVanished) {
     EXPECT_EQ(ended.endedByYouAt, clock.now());
     EXPECT_EQ(ended.userMessagesAtEnd, 2);
     EXPECT_EQ(ended.sentBeforeEnd, (std::vector<std::string>{"first", "second"}));
-    send(request("Stop"));
-    EXPECT_EQ(session().status, SessionStatus::ended) << "its last words keep it ended";
     EXPECT_FALSE(service->endSession(claudeKey).done);
 
-    // It runs again: the mark goes. Then its process vanishes without a word.
+    // It runs again (what that does to the mark is checked with the store). Then its process
+    // vanishes without a word.
     send(request("UserPromptSubmit", R"({"prompt":"third"})"));
-    EXPECT_FALSE(session().endedByYouAt);
-    EXPECT_EQ(session().status, SessionStatus::working);
     HookRequest other = claudePermission();
     other.payload.set("session_id", "other");
     other.agentPid = 4300;
@@ -154,11 +151,9 @@ TEST_F(AgentRunsTest, EndsASessionHereAndNoticesAgentsThatVanished) {
     processes.remove(4200);
     processes.add(4300, {10, "/bin/claude", {"claude"}}); // the pid went to a new process
     service->checkAgents();
-    for (const SessionKey& key : {claudeKey, SessionKey{AgentKind::claude, "other"}}) {
-        SCOPED_TRACE(key.sessionId);
-        EXPECT_EQ(session(key).status, SessionStatus::ended);
-        EXPECT_TRUE(inTimeline(key, "The agent exited"));
-    }
+    // How the session ends is checked with the store.
+    for (const SessionKey& key : {claudeKey, SessionKey{AgentKind::claude, "other"}})
+        EXPECT_TRUE(inTimeline(key, "The agent exited")) << key.sessionId;
     EXPECT_EQ(held.wait_for(std::chrono::seconds(10)), std::future_status::ready)
         << "the hook left waiting is let go";
     EXPECT_TRUE(service->pendingRequests().empty());

@@ -1,11 +1,12 @@
 // Helpers shared by the service tests: a clock moved by hand, agents' payloads as the
-// hook command forwards them, a file's lines, a bounded wait and a fixture's questions.
+// hook command forwards them, a file's lines and a fixture's questions.
 #pragma once
 
 #include "foundation/Clock.h"
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
 #include "service/TidewickService.h"
+#include "testing/Eventually.h"
 #include "testing/TemporaryDirectory.h"
 #include "wire/HookRequest.h"
 
@@ -13,11 +14,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <functional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace tidewick::testing {
@@ -34,18 +32,6 @@ public:
 private:
     std::atomic<double> seconds_{1'800'000'000};
 };
-
-/// Polls `condition` until it holds; false after a generous bound that only keeps a
-/// broken test from hanging, never a timing check.
-inline bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
 
 /// The complete lines of the file at `path`; none when it does not exist.
 inline std::vector<std::string> fileLines(const std::string& path) {

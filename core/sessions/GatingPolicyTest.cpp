@@ -108,9 +108,11 @@ TEST(GatingPolicyTest, Verdicts) {
         << "Claude Code is always held";
     policy.gateCommands.erase(AgentKind::cursor);
     EXPECT_EQ(verdict(policy, AgentKind::cursor, "rm x"), Verdict::ask) << "missing means gated";
+    // A pause lets through even what would pass as read-only without asking.
     policy.paused = true;
     for (AgentKind agent : allAgentKinds)
-        EXPECT_EQ(verdict(policy, agent, "rm -rf /"), Verdict::passThrough);
+        for (const char* command : {"rm -rf /", "ls"})
+            EXPECT_EQ(verdict(policy, agent, command), Verdict::passThrough) << command;
 }
 
 TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {
