@@ -142,9 +142,8 @@ TEST_F(AgentRunsTest, EndsASessionHereAndNoticesAgentsThatVanished) {
     other.payload.set("session_id", "other");
     other.agentPid = 4300;
     processes.add(4300, {9, "/bin/claude", {"claude"}});
-    auto held = std::async(std::launch::async,
-                           [&] { return service->handle(other, [] { return false; }); });
-    ASSERT_TRUE(eventually([&] { return service->pendingRequests().size() == 1; }));
+    auto held = handleAsync(other);
+    ASSERT_TRUE(pendingCountIs(1));
 
     service->checkAgents();
     EXPECT_EQ(session().status, SessionStatus::working) << "its agent still runs";

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <future>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -115,6 +116,16 @@ protected:
     /// Handles `request` on the test's thread, as for a hook command that stays.
     HookOutput handleNow(const HookRequest& request) {
         return service->handle(request, [] { return false; }).output;
+    }
+    /// Runs handle() on a thread of its own, as a connection would, for a hook that stays.
+    std::future<HookResponse> handleAsync(HookRequest request) {
+        return std::async(std::launch::async, [this, request = std::move(request)] {
+            return service->handle(request, [] { return false; });
+        });
+    }
+    /// Whether `count` requests come to be held, within the bounded wait.
+    bool pendingCountIs(std::size_t count) {
+        return eventually([&] { return service->pendingRequests().size() == count; });
     }
     /// The session `key`; a test failure and an empty session when there is none.
     Session session(const SessionKey& key = claudeKey) {
