@@ -238,9 +238,8 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOut) {
     ASSERT_TRUE(pendingCountIs(1));
     // A settings edit applies from the next request on; the one held keeps its time-out.
     writeSettings(R"({"permissionTimeoutSeconds": 0.2, "replyTimeoutSeconds": 0.2})");
-    const SessionKey other{AgentKind::cursor, "c-2"};
     // What the timeline says of a time-out is checked with the store.
-    EXPECT_EQ(handleNow(cursorShell("rm -rf dist", other.sessionId)), cursorAsk);
+    EXPECT_EQ(handleNow(cursorShell("rm -rf dist", "c-2")), cursorAsk);
     EXPECT_EQ(handleNow(claudeStop()), HookOutput::silent());
     // The turn is over although nobody answered: the user still learns of it.
     EXPECT_EQ(alertsSoFar(4).back(), (Alert{.kind = Alert::Kind::finished,
