@@ -1,11 +1,12 @@
 // Helpers shared by the service tests: a clock moved by hand, agents' payloads as the
-// hook command forwards them, a file's lines, a bounded wait and a fixture's questions.
+// hook command forwards them, a file's lines and a fixture's questions.
 #pragma once
 
 #include "foundation/Clock.h"
 #include "foundation/File.h"
 #include "foundation/JSONValue.h"
 #include "service/TidewickService.h"
+#include "testing/Eventually.h"
 #include "testing/TemporaryDirectory.h"
 #include "wire/HookRequest.h"
 
@@ -13,11 +14,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <functional>
+#include <future>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace tidewick::testing {
@@ -34,18 +33,6 @@ public:
 private:
     std::atomic<double> seconds_{1'800'000'000};
 };
-
-/// Polls `condition` until it holds; false after a generous bound that only keeps a
-/// broken test from hanging, never a timing check.
-inline bool eventually(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
 
 /// The complete lines of the file at `path`; none when it does not exist.
 inline std::vector<std::string> fileLines(const std::string& path) {
@@ -129,6 +116,16 @@ protected:
     /// Handles `request` on the test's thread, as for a hook command that stays.
     HookOutput handleNow(const HookRequest& request) {
         return service->handle(request, [] { return false; }).output;
+    }
+    /// Runs handle() on a thread of its own, as a connection would, for a hook that stays.
+    std::future<HookResponse> handleAsync(HookRequest request) {
+        return std::async(std::launch::async, [this, request = std::move(request)] {
+            return service->handle(request, [] { return false; });
+        });
+    }
+    /// Whether `count` requests come to be held, within the bounded wait.
+    bool pendingCountIs(std::size_t count) {
+        return eventually([&] { return service->pendingRequests().size() == count; });
     }
     /// The session `key`; a test failure and an empty session when there is none.
     Session session(const SessionKey& key = claudeKey) {

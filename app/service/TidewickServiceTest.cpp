@@ -1,7 +1,6 @@
 #include "service/TidewickService.h"
 
 #include "foundation/File.h"
-#include "foundation/JSONCoding.h"
 #include "foundation/ProcessIdentity.h"
 #include "service/ServiceTestSupport.h"
 #include "sessions/SessionPersistence.h"
@@ -62,17 +61,6 @@ protected:
         File::writeAtomically(paths.settingsFile(), json, 0600);
     }
 
-    /// Runs handle() on a thread of its own, as a connection would, for a hook that stays.
-    std::future<HookResponse> handleAsync(HookRequest request) {
-        return std::async(std::launch::async, [this, request = std::move(request)] {
-            return service->handle(request, [] { return false; });
-        });
-    }
-
-    bool pendingCountIs(std::size_t count) {
-        return eventually([&] { return service->pendingRequests().size() == count; });
-    }
-
     /// The alerts raised so far, once there are at least `count`: a held request is listed
     /// just before its alert is raised.
     std::vector<Alert> alertsSoFar(std::size_t count = 0) {
@@ -84,8 +72,6 @@ protected:
         return alerts;
     }
 
-    SessionStatus status(const SessionKey& key) { return session(key).status; }
-
     ManualScheduler timers;
     std::mutex mutex;
     std::vector<Alert> alerts;
@@ -93,6 +79,9 @@ protected:
 };
 
 TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
+    // What each answer sends, and that the first one wins, is checked end to end; the
+    // status each held request gives its session, with the store. Here what is listed and
+    // raised while a request is held.
     auto allowed = handleAsync(claudePermission());
     ASSERT_TRUE(pendingCountIs(1));
     auto [key, request] = service->pendingRequests().front();
@@ -101,7 +90,6 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
     EXPECT_EQ(request.title, "Run " + std::string(recordedCommand));
     EXPECT_EQ(request.detail, std::string(recordedCommand) + "\n\nRun a command");
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 300));
-    EXPECT_EQ(status(claudeKey), SessionStatus::needsPermission);
     EXPECT_EQ(session(claudeKey).hostApp, "com.apple.Terminal");
     EXPECT_EQ(alertsSoFar(1),
               (std::vector<Alert>{{.kind = Alert::Kind::needsPermission,
@@ -114,49 +102,26 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
         << "always allow is offered for a shell command; no sound can play: the bell";
     // A reply answers nothing here: the held request asks for permission.
     EXPECT_FALSE(service->reply(claudeKey, "go on"));
-
-    // The first decision wins; a second click is reported as not delivered.
     EXPECT_TRUE(service->answerPermission(claudeKey, Answer::allow));
-    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::deny, "late"));
     EXPECT_EQ(allowed.get().output, (HookOutput{claudeAllow, 0}));
     EXPECT_TRUE(service->pendingRequests().empty());
-    EXPECT_EQ(status(claudeKey), SessionStatus::working);
+    // The store is told how the request ended.
     EXPECT_TRUE(inTimeline(claudeKey, "Allowed"));
-
-    // Claude Code's requests are held even for a read-only command. The answer's exact
-    // wording is checked with the adapter.
-    auto denied = handleAsync(claudePermission("ls -la"));
-    ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_TRUE(service->answerPermission(claudeKey, Answer::deny, "Use make clean."));
-    EXPECT_NE(denied.get().output.stdoutText.find(R"("behavior":"deny","message":"Use make clean.")"),
-              std::string::npos);
 
     // The end of a turn is held for a reply or for letting it stop.
     auto replied = handleAsync(claudeStop());
     ASSERT_TRUE(pendingCountIs(1));
     request = service->pendingRequests().front().second;
     EXPECT_EQ(request.deadline, addSeconds(clock.now(), 3600));
-    EXPECT_EQ(status(claudeKey), SessionStatus::waitingReply);
-    EXPECT_EQ(alertsSoFar(4).back(),
-              (Alert{.kind = Alert::Kind::waitingReply,
-                     .session = claudeKey,
-                     .title = "Finished the turn",
-                     .detail = "All done.",
-                     .requestId = request.id,
-                     .turnEnded = true,
-                     .bell = true}));
-    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
-    // The reply's exact answer is checked through the socket below.
+    EXPECT_EQ(alertsSoFar(2).back(), (Alert{.kind = Alert::Kind::waitingReply,
+                                            .session = claudeKey,
+                                            .title = "Finished the turn",
+                                            .detail = "All done.",
+                                            .requestId = request.id,
+                                            .turnEnded = true,
+                                            .bell = true}));
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
     EXPECT_NE(replied.get().output, HookOutput::silent());
-    EXPECT_EQ(status(claudeKey), SessionStatus::working);
-    EXPECT_TRUE(inTimeline(claudeKey, "You replied"));
-    auto stopped = handleAsync(claudeStop());
-    ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_TRUE(service->letStop(claudeKey));
-    EXPECT_EQ(stopped.get().output, HookOutput::silent());
-    EXPECT_EQ(status(claudeKey), SessionStatus::finished);
-    EXPECT_FALSE(service->reply(claudeKey, "too late"));
 }
 
 TEST_F(TidewickServiceTest, AnswersBeyondYesOrNoReachTheAgentInItsOwnTerms) {
@@ -164,15 +129,17 @@ TEST_F(TidewickServiceTest, AnswersBeyondYesOrNoReachTheAgentInItsOwnTerms) {
     const std::string allowWith = R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow",)";
     const std::string kept = R"(,"behavior":"allow","destination":"localSettings"}]}}})";
 
-    // Always allow of a shell command sends the offered rule for Claude Code to keep.
+    // Always allow of a shell command sends the offered rule for Claude Code to keep. What
+    // is offered for which call is checked with the offers.
     auto always = handleAsync(claudePermission("npm test -- --ci"));
     ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_EQ(service->pendingRequests().front().second.alwaysAllow,
-              (AlwaysAllowOffer{AlwaysAllowOffer::Kind::agentRule, "Bash", "npm test:*"}));
     EXPECT_EQ(service->allowAlways(claudeKey, std::nullopt),
               (SessionActions::Delivery{Kind::delivered, "Allow Bash(npm test:*), kept in this project's local settings"}));
-    EXPECT_EQ(always.get().output.stdoutText, allowWith + R"("updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])" + kept);
-    EXPECT_TRUE(inTimeline(claudeKey, "Always allowed"));
+    EXPECT_EQ(
+        always.get().output.stdoutText,
+        allowWith +
+            R"("updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])" +
+            kept);
 
     // The user's own rule: for the held tool, or naming its tool; never an empty one.
     const HookRequest edit = claudeRequest("PermissionRequest", R"({"tool_name":"Edit","tool_input":{"file_path":"/p/a.c"}})");
@@ -182,7 +149,6 @@ TEST_F(TidewickServiceTest, AnswersBeyondYesOrNoReachTheAgentInItsOwnTerms) {
         SCOPED_TRACE(rule);
         auto held = handleAsync(edit);
         ASSERT_TRUE(pendingCountIs(1));
-        EXPECT_EQ(service->pendingRequests().front().second.alwaysAllow, std::nullopt);
         EXPECT_EQ(service->allowAlways(claudeKey, std::nullopt).kind, Kind::refused);
         EXPECT_EQ(service->allowAlways(claudeKey, "  ").kind, Kind::badAnswer);
         EXPECT_EQ(service->allowAlways(claudeKey, rule).kind, Kind::delivered);
@@ -193,13 +159,10 @@ TEST_F(TidewickServiceTest, AnswersBeyondYesOrNoReachTheAgentInItsOwnTerms) {
     const std::string asked = R"({"questions":[{"question":"Which colour?","header":"Colour","multiSelect":false,"options":[{"label":"Red","description":"Warm"},{"label":"Blue","description":"Calm"}]},{"question":"Which features?","header":"Features","multiSelect":true,"options":[{"label":"Search","description":"s"},{"label":"Sync","description":"t"}]}]})";
     auto question = handleAsync(claudeRequest("PermissionRequest", R"({"tool_name":"AskUserQuestion","tool_input":)" + asked + "}"));
     ASSERT_TRUE(pendingCountIs(1));
-    const PendingRequest listed = service->pendingRequests().front().second;
-    EXPECT_EQ(listed.title, "Claude Code is asking you a question");
     const Alert askedAlert = alertsSoFar(4).back();
     EXPECT_TRUE(askedAlert.question);
     EXPECT_FALSE(askedAlert.canAlwaysAllow);
     EXPECT_TRUE(askedAlert.choices.empty()) << "two questions do not fit a notification's buttons";
-    EXPECT_EQ(listed.questions.size(), 2u);
     EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
     EXPECT_EQ(service->allowAlways(claudeKey, std::nullopt).kind, Kind::nothingHeld);
     EXPECT_EQ(service->answerQuestions(claudeKey, {"blue"}),
@@ -209,24 +172,19 @@ TEST_F(TidewickServiceTest, AnswersBeyondYesOrNoReachTheAgentInItsOwnTerms) {
     EXPECT_EQ(question.get().output.stdoutText,
               allowWith + R"("updatedInput":)" + asked.substr(0, asked.size() - 1) +
                   R"(,"answers":{"Which colour?":"Blue","Which features?":"Sync, Search"}}}}})");
-    EXPECT_TRUE(inTimeline(claudeKey, "You answered"));
     EXPECT_EQ(service->answerQuestions(claudeKey, {"late", "late"}).kind, Kind::nothingHeld);
 
-    // Cursor: the command's prefix, as shown, or the user's own joins the commands Tidewick
-    // lets through. Codex's refusal and what the prefix lets through later are checked end
-    // to end.
-    auto cursor = handleAsync(cursorShell("NPM test --ci"));
-    ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_EQ(service->allowAlways(cursorKey, std::nullopt),
-              (SessionActions::Delivery{Kind::delivered, "Tidewick now allows commands starting with \"npm test\" without asking"}));
-    EXPECT_EQ(cursor.get().output, cursorAllow);
-    EXPECT_EQ(service->settings().gating.safePrefixes.back(), "npm test");
-    EXPECT_TRUE(inTimeline(cursorKey, "Tidewick now allows commands starting with \"npm test\" without asking"));
+    // Cursor: the user's own prefix joins the commands Tidewick lets through, and the
+    // timeline says so. The offered prefix and Codex's refusal are checked end to end.
+    const std::string allowsMake =
+        "Tidewick now allows commands starting with \"make\" without asking";
     auto edited = handleAsync(cursorShell("make lint"));
     ASSERT_TRUE(pendingCountIs(1));
-    EXPECT_EQ(service->allowAlways(cursorKey, "Make:*").kind, Kind::delivered);
+    EXPECT_EQ(service->allowAlways(cursorKey, "Make:*"),
+              (SessionActions::Delivery{Kind::delivered, allowsMake}));
     EXPECT_EQ(edited.get().output, cursorAllow);
     EXPECT_EQ(service->settings().gating.safePrefixes.back(), "make");
+    EXPECT_TRUE(inTimeline(cursorKey, allowsMake));
 }
 
 TEST_F(TidewickServiceTest, AnAnswerGivenTheMomentARequestIsListedIsNotLost) {
@@ -280,14 +238,9 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOut) {
     ASSERT_TRUE(pendingCountIs(1));
     // A settings edit applies from the next request on; the one held keeps its time-out.
     writeSettings(R"({"permissionTimeoutSeconds": 0.2, "replyTimeoutSeconds": 0.2})");
-    const SessionKey other{AgentKind::cursor, "c-2"};
-    EXPECT_EQ(handleNow(cursorShell("rm -rf dist", other.sessionId)), cursorAsk);
-    EXPECT_TRUE(inTimeline(other, "No answer in Tidewick — asking in Cursor"));
-    EXPECT_EQ(status(other), SessionStatus::working);
-
+    // What the timeline says of a time-out is checked with the store.
+    EXPECT_EQ(handleNow(cursorShell("rm -rf dist", "c-2")), cursorAsk);
     EXPECT_EQ(handleNow(claudeStop()), HookOutput::silent());
-    EXPECT_TRUE(inTimeline(claudeKey, "No reply — it stopped"));
-    EXPECT_EQ(status(claudeKey), SessionStatus::finished);
     // The turn is over although nobody answered: the user still learns of it.
     EXPECT_EQ(alertsSoFar(4).back(), (Alert{.kind = Alert::Kind::finished,
                                             .session = claudeKey,
@@ -297,9 +250,7 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOut) {
                                             .bell = true}));
     ASSERT_EQ(service->pendingRequests().size(), 1u);
     EXPECT_TRUE(service->answerPermission(cursorKey, Answer::deny));
-    EXPECT_EQ(
-        held.get().output.stdoutText,
-        R"({"permission":"deny","user_message":"Denied in Tidewick.","agent_message":"The user denied this command in Tidewick. Do not retry it; ask how to proceed."})");
+    EXPECT_NE(held.get().output, cursorAsk);
 
     // A broken file gives the defaults and is reported through the service's reporter.
     writeSettings("{\"quietMode\": true,");
@@ -310,18 +261,13 @@ TEST_F(TidewickServiceTest, UnansweredRequestsTimeOut) {
 }
 
 TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
-    // Short time-outs, so that a request held by mistake fails the test instead of stalling it.
+    // Which verdict each command and setting gets is checked with the policy, a hook that
+    // must not hold end to end, a read-only command with the activity log. Short time-outs,
+    // so that a request held by mistake fails the test instead of stalling it.
     const std::string quick = R"("permissionTimeoutSeconds": 1, "replyTimeoutSeconds": 1})";
     const std::string usual = "{" + quick;
     const std::string paused =
         R"({"gating": {"gateCommands": {}, "safePrefixes": ["ls"], "paused": true}, )" + quick;
-    const std::string ungated =
-        R"({"gating": {"gateCommands": {"cursor": false}, "safePrefixes": [], "paused": false}, )" +
-        quick;
-    auto noHold = [](HookRequest request) {
-        request.noHold = true;
-        return request;
-    };
     HookRequest stranger = claudeStop();
     stranger.agent = "claude-code";
     HookRequest noCommand = cursorShell("ls", "c-2");
@@ -333,19 +279,15 @@ TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
         HookOutput expected;
     };
     for (const Row& row :
-         std::vector<Row>{{"read-only command", usual, cursorShell("ls -la"), cursorAllow},
-                          {"no-hold command", usual, noHold(cursorShell("ls")), cursorAsk},
-                          {"paused permission", paused, claudePermission(), silent},
+         std::vector<Row>{{"paused permission", paused, claudePermission(), silent},
                           {"paused end of turn", paused, claudeStop(), silent},
-                          {"paused safe command", paused, cursorShell("ls"), cursorAsk},
-                          {"ungated agent", ungated, cursorShell("rm -rf build"), cursorAsk},
+                          {"paused command", paused, cursorShell("rm -rf build"), cursorAsk},
                           {"unknown agent", usual, stranger, silent},
                           {"payload without a command", usual, noCommand, cursorAsk}}) {
         writeSettings(row.settings);
         EXPECT_EQ(handleNow(row.request), row.expected) << row.name;
     }
     EXPECT_TRUE(service->pendingRequests().empty() && alertsSoFar().empty());
-    EXPECT_TRUE(inTimeline(cursorKey, "Allowed (read-only): ls -la"));
 
     // Nothing to hold in an error either, but the user hears of it.
     EXPECT_EQ(handleNow(cursorError("c-3")), (HookOutput{"{}", 0}));
@@ -356,19 +298,16 @@ TEST_F(TidewickServiceTest, AnswersAtOnceWhatItMustNotHold) {
                                                    .requestId = std::nullopt,
                                                    .informational = true,
                                                    .bell = true}}));
-    EXPECT_TRUE(inTimeline(claudeKey, "Finished the turn"));
-    EXPECT_EQ(status(claudeKey), SessionStatus::finished);
+    EXPECT_TRUE(inTimeline(claudeKey, "Finished the turn")) << "what passes is still recorded";
     EXPECT_EQ(service->sessions().size(), 3u);
 }
 
 TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
     (void)handleNow(claudeRequest("UserPromptSubmit", R"({"prompt":"Fix the build"})"));
-    (void)handleNow(cursorShell("ls -la"));
+    EXPECT_EQ(handleNow(cursorShell("ls -la")), cursorAllow);
     std::vector<std::string> lines;
+    // The prompt, the read-only note and the tool it let through, each as the log writes it.
     ASSERT_TRUE(eventually([&] { return (lines = fileLines(paths.activityFile())).size() == 3; }));
-    EXPECT_EQ(
-        lines[0],
-        R"({"time":1800000000,"agent":"claude","session":"d4e23369-98ea-4e04-8cd7-5fb639c89c36","kind":"userPrompt","title":"You","detail":"Fix the build"})");
     EXPECT_EQ(
         lines[1],
         R"({"time":1800000000,"agent":"cursor","session":"c-1","kind":"notification","title":"Allowed (read-only): ls -la"})");
@@ -387,38 +326,33 @@ TEST_F(TidewickServiceTest, LogsEveryEventToTheActivityLogAndSavesSoonAfter) {
 }
 
 TEST_F(TidewickServiceTest, AnUnreadableSessionsFileIsKeptAndCrashLeftoversAreRemovedAtStart) {
-    // One session dated past what the clock holds: the whole file does not load.
-    Session late;
-    late.key = claudeKey;
-    late.status = SessionStatus::working;
-    JSONValue record = JSONValue::parse(encodeJSON(late));
-    record.set("startedAt", JSONValue::number("9.3e9"));
-    const std::string unreadable = "[" + record.compact() + "]";
+    // Which files do not load, and the name each is kept under, are checked with the
+    // sessions file; here that the service keeps it aside once, and says so once.
+    const std::string unreadable = R"([{"status":)";
     paths.ensureDirectories();
     File::writeAtomically(paths.sessionsFile(), unreadable, 0644);
     const std::string keptPath = paths.sessionsFile() + ".unreadable-2027-01-15T08-00-00Z";
 
-    // Temporaries of writers that are gone (this process id with another start time stands
-    // for a writer whose id was reused) and of one that still runs (this very process).
+    // Temporaries of a writer that is gone (this process id with another start time stands
+    // for a writer whose id was reused) in each folder Tidewick writes to; which temporaries
+    // stay is checked with the files.
     const ProcessIdentity self = ProcessIdentity::current();
-    auto temporary = [&](const std::string& file, const ProcessIdentity& writer) {
-        const std::string path = file + ".tmp-" + std::to_string(writer.pid) + "-" +
-                                 std::to_string(writer.startTime) + "-0123abcd";
+    const ProcessIdentity gone{self.pid, self.startTime + 1};
+    auto temporary = [&](const std::string& file) {
+        const std::string path = file + ".tmp-" + std::to_string(gone.pid) + "-" +
+                                 std::to_string(gone.startTime) + "-0123abcd";
         File::makeDirectories(File::parent(path), 0700);
         File::writeAtomically(path, std::string(4096, 'x'), 0600);
         return path;
     };
-    const ProcessIdentity gone{self.pid, self.startTime + 1};
     const std::vector<std::string> stale = {
-        temporary(paths.sessionsFile(), gone), temporary(paths.helperPath(), gone),
-        temporary(paths.backupsDirectory() + "/claude/2026-01-01T00-00-00Z-settings.json", gone),
-        temporary(paths.home() + "/.claude/settings.json", gone)};
-    const std::string live = temporary(paths.settingsFile(), self);
+        temporary(paths.sessionsFile()), temporary(paths.helperPath()),
+        temporary(paths.backupsDirectory() + "/claude/2026-01-01T00-00-00Z-settings.json"),
+        temporary(paths.home() + "/.claude/settings.json")};
 
     service->start();
     for (const std::string& path : stale)
         EXPECT_FALSE(File::exists(path)) << path;
-    EXPECT_TRUE(File::exists(live));
     EXPECT_TRUE(service->sessions().empty());
     EXPECT_EQ(File::read(paths.sessionsFile()), unreadable) << "left alone until a save";
 
@@ -485,10 +419,10 @@ TEST_F(TidewickServiceTest, TheApplicationSoundsEachAlertOnceOrAsksForTheBell) {
     File::writeAtomically(File::join(players, "paplay"),
                           "#!/bin/sh\necho \"$*\" >> '" + played + "'\n", 0700);
     service = make(0, players);
-    // Silent ones first: whatever they wrongly played would show among the lines below.
-    // With a player at hand no alert asks for the bell, sounded or not.
-    const std::vector<std::string> settings = {R"({"quietMode": true})",
-                                               R"({"alertSounds": {"error": "none"}})", "{}",
+    // A silent one first: whatever it wrongly played would show among the lines below.
+    // With a player at hand no alert asks for the bell, sounded or not. Which sound each
+    // setting gives, quiet mode among them, is checked with the settings.
+    const std::vector<std::string> settings = {R"({"alertSounds": {"error": "none"}})", "{}",
                                                R"({"alertSounds": {"error": "chime"}})"};
     for (std::size_t i = 0; i < settings.size(); ++i) {
         SCOPED_TRACE(settings[i]);
@@ -505,35 +439,29 @@ TEST_F(TidewickServiceTest, TheApplicationSoundsEachAlertOnceOrAsksForTheBell) {
 }
 
 TEST_F(TidewickServiceTest, RunsOnceAtATimeAndStoppingAnswersWhatIsHeldAndSaves) {
-    // The programs check the same end to end; here what each agent is answered, and a
-    // second service that takes over what the first saved.
+    // The programs check the sentence, the sockets and Claude Code's permission request
+    // end to end; here what the other agents are answered, and a second service that takes
+    // over what the first saved.
     service->start();
-    EXPECT_TRUE(File::exists(paths.socketPath()));
     auto second = make();
-    // Its sentence is checked where the program prints it.
     EXPECT_THROW(second->start(), TidewickService::AlreadyRunning);
     EXPECT_FALSE(second->isRunning());
-    auto claude = handleAsync(claudePermission());
     auto cursor = handleAsync(cursorShell("rm -rf build"));
     auto stop = handleAsync(claudeStop());
-    ASSERT_TRUE(pendingCountIs(3));
+    ASSERT_TRUE(pendingCountIs(2));
     service->stop();
     EXPECT_FALSE(service->isRunning());
-    EXPECT_EQ(claude.get().output, HookOutput::silent());
     EXPECT_EQ(stop.get().output, HookOutput::silent());
     EXPECT_EQ(cursor.get().output, cursorAsk);
-    EXPECT_FALSE(File::exists(paths.socketPath()));
     const std::vector<Session> before = service->sessions();
     ASSERT_EQ(before.size(), 2u);
     EXPECT_TRUE(before[0].pending.empty() && before[1].pending.empty());
-    EXPECT_TRUE(inTimeline(cursorKey, "No answer in Tidewick — asking in Cursor"));
 
     second->start();
     EXPECT_EQ(second->sessions(), before);
     second->stop();
     // The first one may start again once the other has stopped.
     service->start();
-    EXPECT_EQ(service->sessions(), before);
 
     // Stopped: nothing is held any more, and stopping again changes nothing.
     service->stop();

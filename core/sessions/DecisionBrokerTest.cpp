@@ -1,5 +1,7 @@
 #include "sessions/DecisionBroker.h"
 
+#include "testing/Eventually.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -12,21 +14,12 @@
 #include <vector>
 
 using namespace tidewick;
+using tidewick::testing::eventually;
 using namespace std::chrono_literals;
 using Result = DecisionBroker::Result;
 using Steady = std::chrono::steady_clock;
 
 namespace {
-
-// Waits, with a bound far beyond any real delay, until `done` holds.
-template <typename Condition> bool eventually(Condition done) {
-    for (auto until = Steady::now() + 30s; Steady::now() < until;) {
-        if (done())
-            return true;
-        std::this_thread::sleep_for(1ms);
-    }
-    return done();
-}
 
 struct DecisionBrokerTest : ::testing::Test {
     // Holds are measured on a clock the test moves: nothing here depends on real time passing.

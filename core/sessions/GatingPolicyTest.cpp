@@ -25,7 +25,7 @@ AgentEvent permissionEvent(AgentKind agent, std::optional<std::string> command) 
 
 } // namespace
 
-TEST(GatingPolicyTest, ReadOnlyCommandsAndEveryWayToRefuseThem) {
+TEST(GatingPolicyTest, ReadOnlyCommandsEveryWayToRefuseThemAndTheUsersPrefixes) {
     GatingPolicy policy;
     for (const char* command :
          {"ls -la", "ls\n", "  pwd  ", "LS", "Ls -LA /tmp", "git status", "git branch",
@@ -58,10 +58,8 @@ TEST(GatingPolicyTest, ReadOnlyCommandsAndEveryWayToRefuseThem) {
           // Empty, unlisted or disguised.
           "", " \n\t ", "lsof", "rm -rf build", "\"ls\" -la", "python3 -c 'print(1)'"})
         EXPECT_FALSE(policy.isReadOnly(command)) << command;
-}
 
-TEST(GatingPolicyTest, LongCommandsAreMeasuredInCharacters) {
-    GatingPolicy policy;
+    // Long commands are measured in characters.
     const std::string padded = "ls " + std::string(396, 'a');
     EXPECT_TRUE(policy.isReadOnly(padded)) << "399 characters";
     EXPECT_FALSE(policy.isReadOnly(padded + "a"));
@@ -72,9 +70,8 @@ TEST(GatingPolicyTest, LongCommandsAreMeasuredInCharacters) {
     EXPECT_TRUE(policy.isReadOnly(accented));
     EXPECT_FALSE(policy.isReadOnly(accented + "\xC3\xA9"));
     EXPECT_FALSE(policy.isReadOnly(std::string(100000, 'l')));
-}
 
-TEST(GatingPolicyTest, TheSafePrefixesAreTheUsersToChange) {
+    // The safe prefixes are the user's to change.
     GatingPolicy none;
     none.safePrefixes.clear();
     EXPECT_FALSE(none.isReadOnly("ls"));
@@ -108,9 +105,11 @@ TEST(GatingPolicyTest, Verdicts) {
         << "Claude Code is always held";
     policy.gateCommands.erase(AgentKind::cursor);
     EXPECT_EQ(verdict(policy, AgentKind::cursor, "rm x"), Verdict::ask) << "missing means gated";
+    // A pause lets through even what would pass as read-only without asking.
     policy.paused = true;
     for (AgentKind agent : allAgentKinds)
-        EXPECT_EQ(verdict(policy, agent, "rm -rf /"), Verdict::passThrough);
+        for (const char* command : {"rm -rf /", "ls"})
+            EXPECT_EQ(verdict(policy, agent, command), Verdict::passThrough) << command;
 }
 
 TEST(GatingPolicyTest, JSONRoundTripAndRequiredKeys) {

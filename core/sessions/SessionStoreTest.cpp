@@ -384,11 +384,6 @@ TEST_F(SessionStoreTest, EndedHereWindsDownExitsAndUnnoticedTurnEnds) {
     EXPECT_EQ(stored().timeline.back().text, "The agent exited");
     ASSERT_EQ(changes.size(), 2u) << "the session and its emptied held requests";
     EXPECT_FALSE(store.markExited(key, 5151)) << "ended already";
-
-    store.setTmuxPane(key, "%3", "/tmp/tmux-1000/default");
-    store.addNote(key, TimelineKind::error, "It failed", "log");
-    EXPECT_EQ(stored().tmuxPane, "%3");
-    EXPECT_EQ(stored().timeline.back().detail, "log");
 }
 
 TEST_F(SessionStoreTest, HandlerMayCallBackAndManyThreadsApplyAtOnce) {
