@@ -120,6 +120,9 @@ TEST_F(TidewickServiceTest, HoldsRequestsUntilTheUserAnswers) {
                                             .requestId = request.id,
                                             .turnEnded = true,
                                             .bell = true}));
+    // It asks for a reply: neither allowing nor denying answers it.
+    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::allow));
+    EXPECT_FALSE(service->answerPermission(claudeKey, Answer::deny));
     EXPECT_TRUE(service->reply(claudeKey, "Run the tests."));
     EXPECT_NE(replied.get().output, HookOutput::silent());
 }
