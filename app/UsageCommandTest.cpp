@@ -17,7 +17,7 @@ namespace {
 using ::testing::HasSubstr;
 using testing::ProgramResult;
 
-const std::string codexId = "01a20b37-d645-7623-a7ce-23e948420d36";
+const std::string codexRunId = "01a20b37-d645-7623-a7ce-23e948420d36";
 
 /// What `path` names in `value`: members and array positions separated by "/"; null when
 /// there is no such thing.
@@ -55,14 +55,14 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
     record = Text::replacingAll(record, "1795743738", testing::secondsFromNow(-60));
     const std::string rollout = run.home() +
                                 "/.codex/sessions/2026/11/24/rollout-2026-11-24T01-42-18-" +
-                                codexId + ".jsonl";
+                                codexRunId + ".jsonl";
     testing::put(rollout, record);
 
     ASSERT_TRUE(run.startApp());
     EXPECT_EQ(
         run.hook(
                "codex", "SessionStart",
-               R"({"session_id":")" + codexId + R"(","transcript_path":")" + rollout +
+               R"({"session_id":")" + codexRunId + R"(","transcript_path":")" + rollout +
                    R"(","cwd":"/home/dev/work","hook_event_name":"SessionStart","source":"startup"})")
             .waitFor(std::chrono::seconds(15)),
         0);
@@ -86,7 +86,7 @@ TEST(UsageCommand, ShowsEachAgentsWindowsAndTheSessionsTokens) {
               JSONValue(TidewickPaths(run.home()).claudeLimitsFile()));
     EXPECT_EQ(at(report, "agents/1/source"), JSONValue(rollout));
     EXPECT_TRUE(at(report, "agents/1/ageSeconds").isNumber());
-    EXPECT_EQ(at(report, "sessions/0/sessionId"), JSONValue(codexId));
+    EXPECT_EQ(at(report, "sessions/0/sessionId"), JSONValue(codexRunId));
     EXPECT_EQ(at(report, "sessions/0/tokens/total").intValue(), 30);
 
     const ProgramResult text = run.succeeded({"usage"});

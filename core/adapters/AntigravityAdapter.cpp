@@ -22,7 +22,7 @@ bool isCancelReason(const std::optional<std::string>& reason) {
     return std::find(reasons.begin(), reasons.end(), Text::lowercased(*reason)) != reasons.end();
 }
 
-ParsedHook stop(const EventTemplate& base, const Payload& payload) {
+ParsedHook turnEnd(const EventTemplate& base, const Payload& payload) {
     auto reason = payload.string("terminationReason");
     auto error = payload.string("error");
     if (reason == "error" || error)
@@ -77,7 +77,7 @@ std::optional<ParsedHook> AntigravityAdapter::parse(std::string_view event,
         return base.report(EventKind::toolFinished, description.title, description.detail, tool);
     }
     if (event == "Stop")
-        return stop(base, payload);
+        return turnEnd(base, payload);
     return std::nullopt;
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 using namespace tidewick::testing;
 
-constexpr std::string_view base =
+constexpr std::string_view claudeBase =
     R"({"session_id":"s-1","cwd":"/home/dev/proj","transcript_path":"/t/s-1.jsonl","model":"opus"})";
 
 // The plain cases (a session's end, a prompt, a turn's last message, a tool before and after,
@@ -49,14 +49,14 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
     // clang-format on
     const Common common{"s-1", "/home/dev/proj", "/t/s-1.jsonl", "opus"};
     ClaudeAdapter claude;
-    expectRows(claude, base, common, rows);
-    expectAnswers(claude, base, answers);
+    expectRows(claude, claudeBase, common, rows);
+    expectAnswers(claude, claudeBase, answers);
     // Codex speaks the same dialect; only the name inside titles differs.
     std::vector<Row> codex(std::begin(rows), std::end(rows));
     for (Row& row : codex)
         row.title = row.title ? Text::replacingAll(*row.title, "Claude Code", "Codex") : row.title;
-    expectRows(CodexAdapter(), base, common, codex);
-    expectAnswers(CodexAdapter(), base, answers);
+    expectRows(CodexAdapter(), claudeBase, common, codex);
+    expectAnswers(CodexAdapter(), claudeBase, answers);
 
     // An allow may carry the tool's new input and lasting permissions; Codex refuses every
     // answer that does, so it gets the plain allow.
@@ -72,39 +72,39 @@ TEST(ClaudeStyleAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         {"PermissionRequest", bash, {both}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow","updatedInput":{"questions":[],"answers":{"Which colour?":"Blue"}},"updatedPermissions":[{"type":"addRules","rules":[{"toolName":"Edit"}],"behavior":"allow","destination":"localSettings"}]}}})"},
         {"Stop", "{}", {lasting}, ""},
     };
-    expectAnswers(claude, base, richer);
+    expectAnswers(claude, claudeBase, richer);
     const Answer plain[] = {{"PermissionRequest", bash, {lasting, both}, R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"}};
     // clang-format on
-    expectAnswers(CodexAdapter(), base, plain);
+    expectAnswers(CodexAdapter(), claudeBase, plain);
 
     // A held request keeps the call it is about: the command, the agent's suggestions
     // (objects only) and a question tool's questions.
-    auto held = claude.parse("PermissionRequest", payload(base, suggested));
+    auto held = claude.parse("PermissionRequest", payload(claudeBase, suggested));
     ASSERT_TRUE(held && held->call);
     EXPECT_EQ(held->call->tool, "Bash");
     EXPECT_EQ(held->call->command, "npm test -- --watch");
     EXPECT_EQ(JSONValue(held->call->suggestions).compact(),
               R"([{"type":"setMode","mode":"acceptEdits","destination":"session"}])");
     EXPECT_TRUE(held->call->questions.empty());
-    auto asked = claude.parse("PermissionRequest", payload(base, call("AskUserQuestion", askTwo)));
+    auto asked = claude.parse("PermissionRequest", payload(claudeBase, call("AskUserQuestion", askTwo)));
     ASSERT_TRUE(asked && asked->call);
     EXPECT_EQ(asked->call->input, JSONValue::parse(askTwo));
     ASSERT_EQ(asked->call->questions.size(), 2u);
     EXPECT_TRUE(asked->call->questions[1].multiSelect);
     EXPECT_EQ(asked->call->questions[0].options[0], (QuestionOption{"Red", "Warm"}));
-    EXPECT_FALSE(claude.parse("PreToolUse", payload(base, bash))->call);
+    EXPECT_FALSE(claude.parse("PreToolUse", payload(claudeBase, bash))->call);
 
     // The payload names the event; without a session or for an unknown event nothing is reported.
-    auto named = claude.parse("Stop", payload(base, R"({"hook_event_name":"Interrupt"})"));
+    auto named = claude.parse("Stop", payload(claudeBase, R"({"hook_event_name":"Interrupt"})"));
     EXPECT_EQ(named->event.kind, EventKind::interrupted);
     EXPECT_EQ(named->event.hookEvent, "Interrupt");
     EXPECT_FALSE(claude.parse("Stop", payload(R"({"session_id":""})")));
     EXPECT_FALSE(claude.parse("Stop", payload(R"({"cwd":"/p"})")));
-    EXPECT_FALSE(claude.parse("stop", payload(base)));
-    EXPECT_FALSE(claude.parse("MessageDisplay", payload(base)));
+    EXPECT_FALSE(claude.parse("stop", payload(claudeBase)));
+    EXPECT_FALSE(claude.parse("MessageDisplay", payload(claudeBase)));
     // The question was reported when asked; its answer is not a tool call.
     for (const char* tool : {"AskUserQuestion", "ask_question", "Request_Permissions"})
-        EXPECT_FALSE(claude.parse("PostToolUse", payload(base, call(tool, "{}")))) << tool;
+        EXPECT_FALSE(claude.parse("PostToolUse", payload(claudeBase, call(tool, "{}")))) << tool;
 }
 
 } // namespace

@@ -60,7 +60,7 @@ ParsedHook toolEvent(const EventTemplate& base, EventKind kind, const Payload& p
     return base.report(kind, description.title, description.detail, tool);
 }
 
-ParsedHook stop(const EventTemplate& base, const Payload& payload) {
+ParsedHook cursorTurnEnd(const EventTemplate& base, const Payload& payload) {
     auto status = payload.string("status");
     if (status == "aborted")
         return base.report(EventKind::interrupted, "Stopped", std::nullopt);
@@ -115,7 +115,7 @@ std::optional<ParsedHook> CursorAdapter::parse(std::string_view event,
     if (name == "afterAgentResponse")
         return base.report(EventKind::message, std::nullopt, payload.string("text"));
     if (name == "stop")
-        return stop(base, payload);
+        return cursorTurnEnd(base, payload);
     if (name == "preCompact")
         return base.report(EventKind::compaction, "Compacting context", payload.string("trigger"));
     return std::nullopt;

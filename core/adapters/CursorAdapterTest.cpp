@@ -7,7 +7,7 @@ namespace {
 
 using namespace tidewick::testing;
 
-constexpr std::string_view base =
+constexpr std::string_view cursorBase =
     R"({"conversation_id":"c-1","workspace_roots":["/w"],"cwd":"/cwd","transcript_path":"/t.jsonl","model":"gpt-5"})";
 
 TEST(CursorAdapter, ParsesAndAnswersEveryRowOfTheTable) {
@@ -56,10 +56,10 @@ TEST(CursorAdapter, ParsesAndAnswersEveryRowOfTheTable) {
         {"sessionStart", "{}", {Decision::allow()}, "{}"},
     };
     // clang-format on
-    expectRows(CursorAdapter(), base, {"c-1", "/w", "/t.jsonl", "gpt-5"}, rows);
-    expectAnswers(CursorAdapter(), base, answers);
+    expectRows(CursorAdapter(), cursorBase, {"c-1", "/w", "/t.jsonl", "gpt-5"}, rows);
+    expectAnswers(CursorAdapter(), cursorBase, answers);
     // A held command keeps the command, for a lasting allow of its prefix.
-    EXPECT_EQ(CursorAdapter().parse("beforeShellExecution", payload(base, rm))->call->command,
+    EXPECT_EQ(CursorAdapter().parse("beforeShellExecution", payload(cursorBase, rm))->call->command,
               "rm -rf /tmp/x");
 }
 
@@ -67,7 +67,7 @@ TEST(CursorAdapter, ParsesAndAnswersEveryRowOfTheTable) {
 TEST(CursorAdapter, FindsTheSessionAndProjectThroughFallbacks) {
     CursorAdapter cursor;
     auto project = [&](const char* extra) {
-        return cursor.parse("stop", payload(base, extra))->event.projectPath;
+        return cursor.parse("stop", payload(cursorBase, extra))->event.projectPath;
     };
     EXPECT_EQ(project(R"({"workspace_roots":[]})"), "/cwd");
     EXPECT_EQ(project(R"({"workspace_roots":[3,"","/second"]})"), "/second");
@@ -75,9 +75,9 @@ TEST(CursorAdapter, FindsTheSessionAndProjectThroughFallbacks) {
 
     EXPECT_EQ(cursor.parse("stop", payload(R"({"session_id":"s-9"})"))->event.sessionId, "s-9");
     EXPECT_FALSE(cursor.parse("stop", payload(R"({"conversation_id":"","session_id":7})")));
-    EXPECT_FALSE(cursor.parse("beforeReadFile", payload(base, R"({"file_path":"/w/a"})")));
-    EXPECT_FALSE(cursor.parse("Stop", payload(base)));
-    auto named = cursor.parse("whatever", payload(base, R"({"hook_event_name":"stop"})"));
+    EXPECT_FALSE(cursor.parse("beforeReadFile", payload(cursorBase, R"({"file_path":"/w/a"})")));
+    EXPECT_FALSE(cursor.parse("Stop", payload(cursorBase)));
+    auto named = cursor.parse("whatever", payload(cursorBase, R"({"hook_event_name":"stop"})"));
     EXPECT_EQ(named->event.hookEvent, "stop");
 }
 

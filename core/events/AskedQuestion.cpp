@@ -7,7 +7,6 @@ namespace tidewick {
 
 namespace {
 
-constexpr std::string_view bullet = "\xE2\x80\xA2 ";
 constexpr std::string_view labelSeparator = ", ";
 
 // The trimmed, non-empty string under `key`.
@@ -19,7 +18,7 @@ std::optional<std::string> textUnder(const JSONValue& object, std::string_view k
     return std::string(Text::trimmed(*text));
 }
 
-std::vector<QuestionOption> optionsOf(const JSONValue& question) {
+std::vector<QuestionOption> questionOptions(const JSONValue& question) {
     std::vector<QuestionOption> options;
     const JSONValue* list = question.get("options");
     if (!list || !list->arrayValue())
@@ -75,7 +74,7 @@ std::vector<AskedQuestion> from(const JSONValue* input) {
         if (!text)
             continue;
         const JSONValue* multi = element.get("multiSelect");
-        questions.push_back({std::move(*text), textUnder(element, "header"), optionsOf(element),
+        questions.push_back({std::move(*text), textUnder(element, "header"), questionOptions(element),
                              multi && multi->boolValue().value_or(false)});
     }
     return questions;
@@ -88,7 +87,7 @@ std::string recordText(const std::vector<AskedQuestion>& questions) {
             text += "\n\n";
         text += question.question;
         for (const QuestionOption& option : question.options)
-            text += "\n" + std::string(bullet) + option.label;
+            text += "\n" + std::string(Text::bullet) + option.label;
     }
     return text;
 }

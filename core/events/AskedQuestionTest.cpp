@@ -6,20 +6,20 @@
 namespace tidewick {
 namespace {
 
-const JSONValue input = JSONValue::parse(R"({"questions":[
+const JSONValue questionsInput = JSONValue::parse(R"({"questions":[
     {"question":" Which colour? ","header":"Colour","multiSelect":false,"options":[{"label":"Red","description":"Warm"},{"label":"Blue"},{"description":"no label"}]},
     {"question":"Which features?","multiSelect":true,"options":[{"label":"Search"},{"label":"Sync"}],"preview":"kept"},
     {"question":"   "}, 7, {"header":"no question"}]})");
 
 TEST(AskedQuestion, ReadsTheQuestionsAndBuildsTheAnswersTheAgentExpects) {
-    const std::vector<AskedQuestion> questions = AskedQuestions::from(&input);
+    const std::vector<AskedQuestion> questions = AskedQuestions::from(&questionsInput);
     ASSERT_EQ(questions.size(), 2u);
     EXPECT_EQ(questions[0], (AskedQuestion{"Which colour?", "Colour", {{"Red", "Warm"}, {"Blue", {}}}, false}));
     EXPECT_EQ(questions[1].header, std::nullopt);
     EXPECT_EQ(AskedQuestions::recordText(questions),
               "Which colour?\n\u2022 Red\n\u2022 Blue\n\nWhich features?\n\u2022 Search\n\u2022 Sync");
     EXPECT_TRUE(AskedQuestions::from(nullptr).empty());
-    EXPECT_TRUE(AskedQuestions::from(&input.get("questions")->arrayValue()->at(3)).empty());
+    EXPECT_TRUE(AskedQuestions::from(&questionsInput.get("questions")->arrayValue()->at(3)).empty());
 
     struct Case { size_t question; const char* given; const char* sent; };
     const Case cases[] = {
@@ -36,14 +36,14 @@ TEST(AskedQuestion, ReadsTheQuestionsAndBuildsTheAnswersTheAgentExpects) {
         EXPECT_EQ(questions[c.question].answerFor(c.given), c.sent);
     }
 
-    // The agent gets its own input back, untouched, with the answers keyed by question.
-    const JSONValue answered = AskedQuestions::answeredInput(input, questions, {"Blue", "Search, Sync", "extra"});
-    JSONValue expected = input;
+    // The agent gets its own questionsInput back, untouched, with the answers keyed by question.
+    const JSONValue answered = AskedQuestions::answeredInput(questionsInput, questions, {"Blue", "Search, Sync", "extra"});
+    JSONValue expected = questionsInput;
     expected.set("answers", JSONValue::Object{{"Which colour?", "Blue"}, {"Which features?", "Search, Sync"}});
     EXPECT_EQ(answered, expected);
     EXPECT_EQ(AskedQuestions::describeAnswers(answered), "Which colour? \u2192 Blue\nWhich features? \u2192 Search, Sync");
     EXPECT_EQ(AskedQuestions::answeredInput(JSONValue(), questions, {"Red"}).compact(), R"({"answers":{"Which colour?":"Red"}})");
-    EXPECT_EQ(AskedQuestions::describeAnswers(input), std::nullopt);
+    EXPECT_EQ(AskedQuestions::describeAnswers(questionsInput), std::nullopt);
 }
 
 TEST(PermissionUpdates, DescribesEachUpdateForTheUser) {

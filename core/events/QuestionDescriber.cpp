@@ -8,7 +8,6 @@ namespace tidewick {
 
 namespace {
 
-constexpr std::string_view bullet = "\xE2\x80\xA2 ";
 
 // The string under the first of `keys` that holds one accepted by `accept`.
 template <typename Accept>
@@ -81,7 +80,7 @@ std::string AgentQuestion::recordText() const {
     std::string out = text;
     for (const std::string& option : options) {
         out += '\n';
-        out += bullet;
+        out += Text::bullet;
         out += option;
     }
     return out;
@@ -96,8 +95,8 @@ AgentQuestion AgentQuestion::fromRecord(std::string_view record) {
         size_t end = record.find('\n', start);
         std::string_view line = record.substr(
             start, end == std::string_view::npos ? std::string_view::npos : end - start);
-        if (Text::startsWith(line, bullet)) {
-            question.options.emplace_back(line.substr(bullet.size()));
+        if (Text::startsWith(line, Text::bullet)) {
+            question.options.emplace_back(line.substr(Text::bullet.size()));
         } else {
             if (!firstLine)
                 textLines += '\n';

@@ -39,4 +39,7 @@ namespace tidewick::Text {
 /// The ellipsis (U+2026) used wherever Tidewick shortens a text.
 inline constexpr std::string_view ellipsis = "\xE2\x80\xA6";
 
+/// What starts the line of each option where a question is written out as text.
+inline constexpr std::string_view bullet = "\xE2\x80\xA2 ";
+
 } // namespace tidewick::Text

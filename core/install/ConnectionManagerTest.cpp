@@ -44,7 +44,7 @@ template <typename Action> std::string errorOf(Action action) {
     return "no error";
 }
 
-const char* userSettings = R"json({"permissions": {"allow": ["Bash(git status)"]}, "hooks":
+const char* claudeUserSettings = R"json({"permissions": {"allow": ["Bash(git status)"]}, "hooks":
   {"PreToolUse": [{"matcher": "Bash", "hooks": [{"type": "command", "command": "~/guard.sh"}]}]},
   "theme": "dark"}
 )json";
@@ -76,12 +76,12 @@ protected:
 // The user keeps their settings in a dotfiles folder and links to them.
 TEST_F(ConnectionManagerTest, ConnectAndDisconnectASymlinkedClaudeSettingsFile) {
     const std::string target = File::join(home, "dotfiles/claude/settings.json");
-    put(target, userSettings, 0640);
+    put(target, claudeUserSettings, 0640);
     File::makeDirectories(File::parent(settings), 0700);
     fs::create_symlink("../dotfiles/claude/settings.json", settings);
     auto connections = manager();
     ConfigChange preview = connections.previewConnect(AgentKind::claude, GateCommands::off);
-    EXPECT_EQ(File::read(target), userSettings) << "a preview writes nothing";
+    EXPECT_EQ(File::read(target), claudeUserSettings) << "a preview writes nothing";
     EXPECT_FALSE(fs::exists(helper));
     EXPECT_EQ(preview.after, JSONValue::parse(preview.after).pretty() + "\n");
     EXPECT_EQ(preview.addedEvents, HookCatalog::installedEvents(AgentKind::claude));
@@ -91,7 +91,7 @@ TEST_F(ConnectionManagerTest, ConnectAndDisconnectASymlinkedClaudeSettingsFile) 
     EXPECT_EQ(File::read(target), preview.after);
     EXPECT_EQ(modeOf(target), 0640);
     EXPECT_EQ(change.backup, File::join(backups(), "2026-03-01T09-30-00Z-settings.json"));
-    EXPECT_EQ(File::read(change.backup.value()), userSettings);
+    EXPECT_EQ(File::read(change.backup.value()), claudeUserSettings);
     EXPECT_EQ(modeOf(change.backup.value()), 0600);
     EXPECT_EQ(modeOf(helper), 0755);
     EXPECT_FALSE(connections.record(AgentKind::claude).value().createdFile);
@@ -116,7 +116,7 @@ TEST_F(ConnectionManagerTest, ConnectAndDisconnectASymlinkedClaudeSettingsFile) 
     ConfigChange removal = connections.disconnect(AgentKind::claude);
     EXPECT_EQ(removal.removedEvents, HookCatalog::installedEvents(AgentKind::claude));
     EXPECT_TRUE(fs::is_symlink(settings));
-    EXPECT_EQ(File::read(target), JSONValue::parse(userSettings).pretty() + "\n");
+    EXPECT_EQ(File::read(target), JSONValue::parse(claudeUserSettings).pretty() + "\n");
     EXPECT_EQ(modeOf(target), 0640);
     EXPECT_FALSE(connections.record(AgentKind::claude));
     EXPECT_TRUE(connections.disconnect(AgentKind::claude).isNoChange());
@@ -221,7 +221,7 @@ TEST_F(ConnectionManagerTest, RefusesAbsentAgentsAndFilesItCannotSafelyRead) {
 }
 
 TEST_F(ConnectionManagerTest, TheTwentyFirstBackupRemovesTheOldest) {
-    put(settings, userSettings);
+    put(settings, claudeUserSettings);
     auto connections = manager();
     std::vector<std::string> made;
     for (int i = 0; i < 21; ++i) {
@@ -249,13 +249,13 @@ TEST_F(ConnectionManagerTest, AFailedWriteLeavesTheOriginalInPlace) {
     const std::string longName = std::string(245, 'x') + ".json";
     const std::string target = File::join(home, "dotfiles/" + longName);
     File::makeDirectories(File::parent(target), 0700);
-    std::ofstream(target) << userSettings; // an atomic write could not make this name either
+    std::ofstream(target) << claudeUserSettings; // an atomic write could not make this name either
     File::makeDirectories(File::parent(settings), 0700);
     fs::create_symlink(target, settings);
     auto connections = manager();
     EXPECT_EQ(errorOf([&] { (void)connections.connect(AgentKind::claude, {}); }),
               "Tidewick couldn't write " + target + ": File name too long. Nothing was changed.");
-    EXPECT_EQ(File::read(target), userSettings);
+    EXPECT_EQ(File::read(target), claudeUserSettings);
     EXPECT_EQ(namesIn(File::parent(target)), std::vector<std::string>{longName});
     EXPECT_FALSE(connections.record(AgentKind::claude));
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-using namespace tidewick;
+namespace tidewick {
 using tidewick::testing::eventually;
 using namespace std::chrono_literals;
 using Result = DecisionBroker::Result;
@@ -30,16 +30,14 @@ struct DecisionBrokerTest : ::testing::Test {
     void advance(std::chrono::seconds by) { ticks += Steady::duration(by).count(); }
 };
 
-} // namespace
-
 TEST_F(DecisionBrokerTest, FirstDecisionWinsAndASecondWaitReplacesTheFirst) {
     EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "nobody waits yet";
     EXPECT_EQ(broker.wait(id, 30, [] { return true; }), Result::clientGone());
     EXPECT_FALSE(broker.resolve(id, Decision::allow())) << "a waiter whose client left is gone";
 
     std::atomic<bool> inside = false;
-    auto waiting = std::async(std::launch::async,
-                              [&] { return broker.wait(id, 30, [&] { return !(inside = true); }); });
+    auto waiting = std::async(
+        std::launch::async, [&] { return broker.wait(id, 30, [&] { return !(inside = true); }); });
     ASSERT_TRUE(eventually([&] { return inside.load(); }));
     EXPECT_TRUE(broker.resolve(id, Decision::deny("not now")));
     EXPECT_FALSE(broker.resolve(id, Decision::allow()));
@@ -54,8 +52,9 @@ TEST_F(DecisionBrokerTest, FirstDecisionWinsAndASecondWaitReplacesTheFirst) {
         return broker.wait(id, 30, [&] { return firstInside = true, firstGone.load(); });
     });
     ASSERT_TRUE(eventually([&] { return firstInside.load(); }));
-    auto second = std::async(std::launch::async,
-                             [&] { return broker.wait(id, 30, [&] { return !(secondInside = true); }); });
+    auto second = std::async(std::launch::async, [&] {
+        return broker.wait(id, 30, [&] { return !(secondInside = true); });
+    });
     ASSERT_TRUE(eventually([&] { return secondInside.load(); }));
     firstGone = true;
     EXPECT_EQ(first.get(), Result::clientGone());
@@ -80,8 +79,9 @@ TEST_F(DecisionBrokerTest, ADecisionForAnExpectedRequestIsKeptUntilItsWaitAndASh
     const UUID other = UUID::random();
     broker.expect(id);
     std::atomic<bool> inside = false;
-    auto waiting = std::async(std::launch::async,
-                              [&] { return broker.wait(other, 30, [&] { return !(inside = true); }); });
+    auto waiting = std::async(std::launch::async, [&] {
+        return broker.wait(other, 30, [&] { return !(inside = true); });
+    });
     ASSERT_TRUE(eventually([&] { return inside.load(); }));
     EXPECT_EQ(broker.resolveAll(Decision::timeout()), 2u);
     EXPECT_EQ(broker.resolveAll(Decision::allow()), 0u);
@@ -159,3 +159,6 @@ TEST_F(DecisionBrokerTest, ManyWaitersEachGetTheirOwnDecision) {
         EXPECT_EQ(waiters[i].get(), Result::decided(Decision::reply(delivered[i])));
     }
 }
+
+} // namespace
+} // namespace tidewick

@@ -8,7 +8,7 @@
 #include <map>
 #include <thread>
 
-using namespace tidewick;
+namespace tidewick {
 using Outcome = SessionStore::Outcome;
 
 namespace {
@@ -28,8 +28,8 @@ AgentEvent event(EventKind kind, std::optional<std::string> title = {},
 }
 
 PendingRequest request(PendingKind kind, Date at) {
-    return PendingRequest{UUID::random(), kind, "Run npm test", "npm test", at,
-                          addSeconds(at, 300),  {},   std::nullopt};
+    return PendingRequest{UUID::random(),      kind, "Run npm test", "npm test", at,
+                          addSeconds(at, 300), {},   std::nullopt};
 }
 
 // A store whose clock is moved by hand (starting with a fraction of a second), recording
@@ -45,8 +45,6 @@ struct SessionStoreTest : ::testing::Test {
     void advance(double seconds) { current = addSeconds(current, seconds); }
     Session stored(const SessionKey& of = key) { return *store.session(of); }
 };
-
-} // namespace
 
 TEST_F(SessionStoreTest, StatusMachineRowByRowWithAndWithoutARequestPending) {
     using S = SessionStatus;
@@ -131,7 +129,8 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
     const std::size_t changesBefore = changes.size();
     store.resolvePending(permission.id, key, Outcome::decided(Decision::deny()));
     store.resolvePending(UUID::random(), key, Outcome::decided(Decision::deny()));
-    store.resolvePending(reply.id, SessionKey{AgentKind::codex, "other"}, Outcome::decided(Decision::deny()));
+    store.resolvePending(reply.id, SessionKey{AgentKind::codex, "other"},
+                         Outcome::decided(Decision::deny()));
     EXPECT_EQ(changes.size(), changesBefore);
     EXPECT_EQ(stored(), afterAllow);
 
@@ -140,7 +139,8 @@ TEST_F(SessionStoreTest, PendingRequestsDriveTheStatusAndEndWithTheChosenReading
     // Each way a request ends, and what the timeline says of it; an allow that carried more
     // says what it did, and a long reply is cut.
     const JSONValue answered = JSONValue::parse(R"({"answers":{"Which colour?":"Blue"}})");
-    const Decision always = Decision::allow(std::nullopt, {PermissionUpdates::allowRule("Bash", "npm test:*")});
+    const Decision always =
+        Decision::allow(std::nullopt, {PermissionUpdates::allowRule("Bash", "npm test:*")});
     struct Ending {
         PendingKind kind;
         Outcome outcome;
@@ -417,3 +417,6 @@ TEST_F(SessionStoreTest, HandlerMayCallBackAndManyThreadsApplyAtOnce) {
     for (const Session& s : store.snapshot())
         EXPECT_EQ(s.timeline.size(), 100u);
 }
+
+} // namespace
+} // namespace tidewick
