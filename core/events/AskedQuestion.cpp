@@ -74,7 +74,8 @@ std::vector<AskedQuestion> from(const JSONValue* input) {
         if (!text)
             continue;
         const JSONValue* multi = element.get("multiSelect");
-        questions.push_back({std::move(*text), textUnder(element, "header"), questionOptions(element),
+        questions.push_back({std::move(*text), textUnder(element, "header"),
+                             questionOptions(element),
                              multi && multi->boolValue().value_or(false)});
     }
     return questions;

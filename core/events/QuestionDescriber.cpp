@@ -8,7 +8,6 @@ namespace tidewick {
 
 namespace {
 
-
 // The string under the first of `keys` that holds one accepted by `accept`.
 template <typename Accept>
 std::optional<std::string>
