@@ -6,6 +6,7 @@
 #include "service/TidewickService.h"
 #include "ui/NotificationTestSupport.h"
 
+#include <deque>
 #include <future>
 #include <gmock/gmock.h>
 
@@ -29,29 +30,36 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
     NotificationCenter center(service, bus.address(),
                               [&](const std::string& sentence) { (void)reported.add(sentence); });
     ASSERT_TRUE(center.isAvailable());
-    auto hold = [&](HookRequest request) {
-        return std::async(std::launch::async, [&service, request] {
+    // Hooks held on threads of their own. Should the test fail with a hook still held, the
+    // service is stopped first, which answers it: the test ends instead of waiting out the hold.
+    struct HeldHooks {
+        TidewickService& service;
+        std::deque<std::future<HookResponse>> calls;
+        ~HeldHooks() { service.stop(); }
+    } held{service, {}};
+    auto hold = [&](HookRequest request) -> std::future<HookResponse>& {
+        return held.calls.emplace_back(std::async(std::launch::async, [&service, request] {
             return service.handle(request, [] { return false; });
-        });
+        }));
     };
     // What the agent was told, once it was (20 s at most).
-    auto told = [](std::future<HookResponse>& held) {
-        return held.wait_for(std::chrono::seconds(20)) == std::future_status::ready
-                   ? held.get().output.stdoutText
+    auto told = [](std::future<HookResponse>& call) {
+        return call.wait_for(std::chrono::seconds(20)) == std::future_status::ready
+                   ? call.get().output.stdoutText
                    : "nothing yet";
     };
 
     // Allow and Always allow on the notification answer the agent, the latter leaving Claude
     // Code a rule; an option of a question answers it.
     standIn.press("allow");
-    auto allowed = hold(testing::claudePermission("rm -rf build"));
+    auto& allowed = hold(testing::claudePermission("rm -rf build"));
     EXPECT_THAT(told(allowed), HasSubstr(R"("behavior":"allow")"));
     standIn.press("always");
-    auto always = hold(testing::claudePermission("npm test -- --ci"));
+    auto& always = hold(testing::claudePermission("npm test -- --ci"));
     EXPECT_THAT(told(always),
                 HasSubstr(R"("rules":[{"toolName":"Bash","ruleContent":"npm test:*"}])"));
     standIn.press("choice:1");
-    auto asked = hold(testing::claudeRequest(
+    auto& asked = hold(testing::claudeRequest(
         "PermissionRequest",
         R"({"tool_name":"AskUserQuestion","tool_input":{"questions":[{"question":"Which colour?",)"
         R"("header":"Colour","multiSelect":false,"options":[{"label":"Red"},{"label":"Blue"}]}]}})"));
@@ -70,7 +78,7 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
 
     // Answered from an interface or the command line instead: the notification goes.
     standIn.press("");
-    auto answered = hold(testing::claudePermission("rm -rf dist"));
+    auto& answered = hold(testing::claudePermission("rm -rf dist"));
     ASSERT_TRUE(eventually([&] { return standIn.calls.all().size() == 4; }));
     ASSERT_TRUE(service.answerPermission({AgentKind::claude, std::string(testing::claudeSession)},
                                          SessionActions::Answer::deny));
@@ -81,7 +89,7 @@ TEST(NotificationCenter, NotifiesEachHeldRequestOnceAndTakesItDownWhenAnsweredAn
     // Switched off in the settings: nothing is shown.
     File::writeAtomically(TidewickPaths(home.path()).settingsFile(),
                           R"({"systemNotificationsEnabled": false})", 0600);
-    auto quiet = hold(testing::claudePermission("rm -rf cache"));
+    auto& quiet = hold(testing::claudePermission("rm -rf cache"));
     ASSERT_TRUE(eventually([&] { return service.pendingRequests().size() == 1; }));
     service.stop();
     (void)quiet.get();
