@@ -88,6 +88,11 @@ struct Start {
     const char* arguments;
     bool attached;
 };
+// How a start reads in test names, which must not change from one build to the next.
+void PrintTo(const Start& start, std::ostream* out) {
+    *out << start.environment << (*start.environment ? " " : "") << start.arguments
+         << (start.attached ? ", attached" : "");
+}
 class TerminalAppStarted : public TerminalApp, public ::testing::WithParamInterface<Start> {
 protected:
     void SetUp() override {
