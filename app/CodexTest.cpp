@@ -229,9 +229,9 @@ TEST_F(Codex, ExecTurnsAreRecordedAndAnEditorsTurnIsHeldAndAnswered) {
                           window.get("label")->compact());
     EXPECT_EQ(windows, (std::vector<std::string>{R"(93.5 "5h")", R"(12.5 "7d")"})) << usage.out;
     const std::string alert = "Codex: 5h limit 93% used. Resets in ";
-    EXPECT_TRUE(testing::waitUntil(std::chrono::seconds(60), [&] {
-        return contains(run.appOutput(), alert);
-    })) << run.appOutput();
+    EXPECT_TRUE(testing::eventually([&] { return contains(run.appOutput(), alert); },
+                                    std::chrono::seconds(60)))
+        << run.appOutput();
 
     // An editor's turn, approval policy "on-request": both escalations are held.
     std::vector<std::string> argv = driver("turn.jsonl");

@@ -106,8 +106,8 @@ TEST_F(ControlEndToEnd, AnUnansweredPermissionTimesOutAndAKilledHookIsWithdrawn)
     run.waitForHeld(1);
     held.signal(SIGKILL);
     // The server looks four times a second; the bound only keeps a broken run from hanging.
-    EXPECT_TRUE(testing::waitUntil(std::chrono::seconds(10),
-                                   [&] { return run.listing("pending").arrayValue()->empty(); }));
+    EXPECT_TRUE(testing::eventually([&] { return run.listing("pending").arrayValue()->empty(); },
+                                    std::chrono::seconds(10)));
 }
 
 TEST_F(ControlEndToEnd, CursorReadOnlyCommandsPassAtOnceAndNoHoldNeverHolds) {
@@ -155,9 +155,9 @@ TEST_F(ControlEndToEnd, AlwaysAllowKeepsACursorPrefixAndIsRefusedForCodex) {
     EXPECT_EQ(run.finished(codex), claudeAllowed);
 
     // The headless application's line for each request names the commands that answer it.
-    (void)testing::waitUntil(std::chrono::seconds(20), [&] {
-        return run.appOutput().find("codex-al`") != std::string::npos;
-    });
+    (void)testing::eventually(
+        [&] { return run.appOutput().find("codex-al`") != std::string::npos; },
+        std::chrono::seconds(20));
     const std::string printed = run.appOutput();
     EXPECT_THAT(printed,
                 HasSubstr("`tidewick allow cursor-a`, `tidewick allow cursor-a --always` or"));

@@ -63,12 +63,14 @@ protected:
             argv, std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/bin"}, "",
             File::join(run.home(), "stand-in"), run.home());
         std::string port;
-        (void)waitUntil(std::chrono::seconds(20), [&] {
-            const std::string out = standIn->out();
-            if (out.find('\n') != std::string::npos)
-                port = out.substr(0, out.find('\n'));
-            return !port.empty();
-        });
+        (void)eventually(
+            [&] {
+                const std::string out = standIn->out();
+                if (out.find('\n') != std::string::npos)
+                    port = out.substr(0, out.find('\n'));
+                return !port.empty();
+            },
+            std::chrono::seconds(20));
         EXPECT_FALSE(port.empty()) << "the stand-in did not start: " << standIn->err();
         return port;
     }

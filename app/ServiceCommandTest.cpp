@@ -75,7 +75,7 @@ TEST_F(ServiceCommand, RunsUnderAPrivateUserSystemdFromInstallToUninstall) {
         up = systemctl({"show", "-p", "SystemState", "--value"});
         return up.out == "running\n" || up.out == "degraded\n";
     };
-    if (!testing::waitUntil(std::chrono::seconds(10), started))
+    if (!testing::eventually(started, std::chrono::seconds(10)))
         GTEST_SKIP() << "this machine runs no private user systemd: " << up.out << up.err
                      << manager.err();
     const auto mainPid = [&] {
@@ -99,9 +99,13 @@ TEST_F(ServiceCommand, RunsUnderAPrivateUserSystemdFromInstallToUninstall) {
     // A crash: systemd starts it again.
     const std::string before = mainPid();
     ASSERT_EQ(systemctl({"kill", "-s", "SIGKILL", "tidewick"}).status, 0);
-    EXPECT_TRUE(testing::waitUntil(std::chrono::seconds(10), [&] {
-        return mainPid() != before && mainPid() != "0\n" && run.tidewick({"pending"}).status == 0;
-    })) << systemctl({"status", "tidewick"}).out;
+    EXPECT_TRUE(testing::eventually(
+        [&] {
+            return mainPid() != before && mainPid() != "0\n" &&
+                   run.tidewick({"pending"}).status == 0;
+        },
+        std::chrono::seconds(10)))
+        << systemctl({"status", "tidewick"}).out;
 
     ProgramResult removed = run.succeeded({"service", "uninstall"});
     EXPECT_EQ(removed.out, "Removed the Tidewick service: it no longer runs from login.\n");

@@ -78,9 +78,9 @@ TEST_F(SettingsEndToEnd, APauseLetsCursorCommandsPassAndEndsWithResumeOrByItself
     // A pause for a while ends on its own, with nobody asking.
     EXPECT_THAT(says({"pause", "--for", "1s"}, 0), HasSubstr("Paused until "));
     (void)says({"pause", "--for", "soon"}, 2);
-    EXPECT_TRUE(testing::waitUntil(std::chrono::seconds(10), [&] {
-        return *settingsFile().get("gating")->get("paused") == JSONValue::boolean(false);
-    }));
+    EXPECT_TRUE(testing::eventually(
+        [&] { return *settingsFile().get("gating")->get("paused") == JSONValue::boolean(false); },
+        std::chrono::seconds(10)));
 
     EXPECT_EQ(run.tidewick({"allow", "pause-2"}).status, 0);
     EXPECT_EQ(run.finished(after), cursorAllow);

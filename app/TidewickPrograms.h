@@ -4,6 +4,7 @@
 #pragma once
 
 #include "testing/BackgroundProgram.h"
+#include "testing/Eventually.h"
 #include "testing/ProgramRun.h"
 #include "testing/TemporaryDirectory.h"
 #include "testing/TestFiles.h"
@@ -19,7 +20,6 @@
 #include <chrono>
 #include <memory>
 #include <sstream>
-#include <thread>
 
 namespace tidewick::testing {
 
@@ -27,16 +27,6 @@ namespace tidewick::testing {
 inline const std::string claudeAllowed =
     R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"
     "\n";
-
-/// Polls `done` every 20 ms; whether it held within `bound`, which only keeps a broken
-/// run from hanging (generous: a loaded machine, sanitizers), never a timing check.
-template <typename Condition> bool waitUntil(std::chrono::seconds bound, Condition done) {
-    for (auto deadline = std::chrono::steady_clock::now() + bound; !done();
-         std::this_thread::sleep_for(std::chrono::milliseconds(20)))
-        if (std::chrono::steady_clock::now() >= deadline)
-            return done();
-    return true;
-}
 
 /// Each non-empty line of the file at `path` parsed as JSON; none when it is not there.
 [[nodiscard]] inline std::vector<JSONValue> jsonLines(const std::string& path) {
@@ -125,7 +115,7 @@ public:
         auto started = [&] {
             return app_->out().find("Tidewick is running.") != std::string::npos;
         };
-        (void)waitUntil(std::chrono::seconds(10), [&] { return !app_->isRunning() || started(); });
+        (void)eventually([&] { return !app_->isRunning() || started(); }, std::chrono::seconds(10));
         if (app_->isRunning() && started())
             return true;
         ADD_FAILURE() << "the application did not start: " << app_->out() << app_->err();
@@ -205,10 +195,12 @@ public:
     /// Waits (30 s at most) until exactly `count` requests are held; the held requests.
     JSONValue::Array waitForHeld(std::size_t count) const {
         JSONValue::Array held;
-        if (!waitUntil(std::chrono::seconds(30), [&] {
-                held = *listing("pending").arrayValue();
-                return held.size() == count;
-            }))
+        if (!eventually(
+                [&] {
+                    held = *listing("pending").arrayValue();
+                    return held.size() == count;
+                },
+                std::chrono::seconds(30)))
             ADD_FAILURE() << "expected " << count << " held requests, have " << held.size();
         return held;
     }
@@ -232,13 +224,15 @@ public:
     /// last one seen otherwise).
     template <typename Ready> JSONValue sessionWhen(Ready ready) const {
         JSONValue last;
-        if (!waitUntil(std::chrono::seconds(90), [&] {
-                const JSONValue list = listing("sessions");
-                if (list.arrayValue()->size() != 1)
-                    return false;
-                last = (*list.arrayValue())[0];
-                return ready(last);
-            }))
+        if (!eventually(
+                [&] {
+                    const JSONValue list = listing("sessions");
+                    if (list.arrayValue()->size() != 1)
+                        return false;
+                    last = (*list.arrayValue())[0];
+                    return ready(last);
+                },
+                std::chrono::seconds(90)))
             ADD_FAILURE() << "the session never got there: " << last.compact();
         return last;
     }
@@ -274,7 +268,7 @@ public:
 
     /// The content of `path` once it is there (10 s at most); empty if it never is.
     static std::string whenWritten(const std::string& path) {
-        (void)waitUntil(std::chrono::seconds(10), [&] { return File::exists(path); });
+        (void)eventually([&] { return File::exists(path); }, std::chrono::seconds(10));
         return File::exists(path) ? File::read(path) : "";
     }
 
